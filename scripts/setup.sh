@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# Installs what building, testing and running Ombrelux needs on Debian 12. Does nothing when all of it is there.
+set -euo pipefail
+
+packages=(
+  build-essential cmake ninja-build git ca-certificates
+  nlohmann-json3-dev libstb-dev libnanoflann-dev
+  libvulkan-dev libvulkan-volk-dev libvulkan1 glslc spirv-tools
+  mesa-vulkan-drivers vulkan-validationlayers
+  libgtest-dev libgmock-dev libbenchmark-dev
+  clang clang-format clang-tidy libclang-rt-14-dev
+)
+
+missing=()
+for package in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || missing+=("$package")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+run=()
+[ "$(id -u)" -eq 0 ] || run=(sudo)
+echo "Installing: ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+"${run[@]}" apt-get update -qq
+"${run[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

@@ -1,0 +1,43 @@
+// A file that is never seen half-written: it is written beside its target as TARGET.partial, flushed, and moved over
+// it. An AtomicFile that is destroyed without commit() leaves the target as it was and removes the partial file.
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <string_view>
+
+namespace quor {
+
+// How a writer words its three failures: cannotOpen + path; diskFullPrefix + path + " failed (disk full?)" or the like;
+// cannotReplace + path + ": " + the system's reason.
+struct AtomicFileTexts {
+  std::string_view cannotOpen = "Cannot write ";
+  std::string_view failedBefore = "Writing ";
+  std::string_view failedAfter = " failed (disk full?)";
+  std::string_view cannotReplace = "Cannot replace ";
+};
+
+class AtomicFile {
+ public:
+  explicit AtomicFile(const std::filesystem::path& target, AtomicFileTexts texts = {});
+  ~AtomicFile();
+  AtomicFile(const AtomicFile&) = delete;
+  AtomicFile& operator=(const AtomicFile&) = delete;
+
+  // Binary. Write failures are found at commit(); a writer of much data may ask good() between blocks and stop early.
+  std::ostream& stream() { return stream_; }
+  bool good() const { return stream_.good(); }
+
+  // Flushes and moves the file over its target. Throws std::runtime_error with one of the texts.
+  void commit();
+
+ private:
+  std::filesystem::path target_;
+  std::filesystem::path partial_;
+  AtomicFileTexts texts_;
+  std::ofstream stream_;
+  bool committed_ = false;
+};
+
+}  // namespace quor

@@ -1,0 +1,98 @@
+// The Vulkan instance, device and queues of the process, and what the device can do. Made once and handed by reference
+// to every user of the GPU; read-only afterwards but for the two submission locks. The loader is opened at run time, so
+// a program without Vulkan starts and can say so.
+#pragma once
+
+#include <volk.h>
+
+#include <array>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace quor::gs {
+
+struct ContextOptions {
+  bool presentation = false;    // must also draw a window
+  int32_t deviceIndex = -1;     // into the physical-device list, negative = automatic
+  bool validation = false;      // ask for the Khronos validation layer
+  bool forceFallbacks = false;  // act as if float atomics and subgroup reduction were missing
+};
+
+struct DeviceInfo {
+  std::string name;
+  std::string driver;
+  uint32_t vendorId = 0;
+  uint32_t apiVersion = 0;
+  VkPhysicalDeviceType deviceType = VK_PHYSICAL_DEVICE_TYPE_OTHER;
+  uint64_t vramBytes = 0;  // largest device-local heap
+  uint64_t maxAllocationSize = 0;
+  uint32_t maxStorageBufferRange = 0;
+  std::array<uint32_t, 3> maxComputeWorkGroupCount = {65535, 65535, 65535};
+  uint32_t subgroupSize = 128;
+  bool floatAtomics = false;
+  bool subgroupReduce = false;
+  bool memoryBudget = false;
+  float timestampPeriod = 0;  // nanoseconds a tick; 0 when the compute queue has no timestamps
+};
+
+class VulkanContext {
+ public:
+  explicit VulkanContext(const ContextOptions& options);  // throws std::runtime_error with a whole sentence
+  ~VulkanContext();
+  VulkanContext(const VulkanContext&) = delete;
+  VulkanContext& operator=(const VulkanContext&) = delete;
+
+  VkInstance instance() const { return instance_; }
+  VkPhysicalDevice physicalDevice() const { return physicalDevice_; }
+  VkDevice device() const { return device_; }
+  VkQueue mainQueue() const { return mainQueue_; }
+  VkQueue computeQueue() const { return computeQueue_; }
+  uint32_t mainFamily() const { return mainFamily_; }
+  uint32_t computeFamily() const { return computeFamily_; }
+  const DeviceInfo& info() const { return info_; }
+  const VkPhysicalDeviceMemoryProperties& memoryProperties() const { return memoryProperties_; }
+
+  std::mutex& mainLock() { return mainLock_; }
+  std::mutex& computeLock() { return *computeLock_; }  // the main lock itself when there is one queue
+  bool sharedQueue() const { return computeLock_ == &mainLock_; }
+
+  // Bytes of device-local memory that this process may still take: from the memory budget where the device reports one,
+  // else the largest device-local heap less what GpuBuffers hold.
+  uint64_t freeMemory() const;
+
+  // Messages of the validation layer (warnings and errors) since the context was made.
+  uint64_t validationMessages() const;
+
+ private:
+  VkInstance instance_ = VK_NULL_HANDLE;
+  VkDebugUtilsMessengerEXT messenger_ = VK_NULL_HANDLE;
+  VkPhysicalDevice physicalDevice_ = VK_NULL_HANDLE;
+  VkDevice device_ = VK_NULL_HANDLE;
+  VkQueue mainQueue_ = VK_NULL_HANDLE;
+  VkQueue computeQueue_ = VK_NULL_HANDLE;
+  uint32_t computeFamily_ = 0;
+  uint32_t mainFamily_ = 0;
+  DeviceInfo info_;
+  VkPhysicalDeviceMemoryProperties memoryProperties_ = {};
+  std::mutex mainLock_;
+  std::mutex ownComputeLock_;
+  std::mutex* computeLock_ = &mainLock_;
+};
+
+DeviceInfo queryDevice(VkPhysicalDevice device, bool forceFallbacks);
+int32_t findComputeFamily(VkPhysicalDevice device, bool needGraphics);
+std::string describe(const DeviceInfo& info);
+
+// The devices in the order of the `devices` command; makes and destroys an instance of its own.
+std::vector<DeviceInfo> listDevices();
+
+// Turns a failed result into std::runtime_error "WHAT failed (VkResult N)" and a hint.
+void check(VkResult result, const char* what);
+
+std::vector<std::string> listImplicitLayers();
+// Keeps overlays and recorders out of the process; called first thing in main, before the loader is used.
+void applyLayerPolicy();
+
+}  // namespace quor::gs

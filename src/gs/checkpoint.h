@@ -1,0 +1,45 @@
+// The resumable state of a training run in one file: a 112-byte header, then for each of the six parameter groups its
+// values and its two Adam moments. Little-endian.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+
+#include "base/technique.h"
+#include "gs/gaussian_set.h"
+
+namespace quor::gs {
+
+struct CheckpointHeader {
+  uint32_t version = 1;
+  Technique technique = Technique::Vanilla;
+  uint32_t step = 0;       // optimisation steps done
+  int32_t iterations = 0;  // the run's target when written
+  int32_t shDegree = 3;    // active degree
+  int32_t downscaleLevels = 2;
+  int32_t stepsPerLevel = 0;
+  uint32_t groupCount = kGroupCount;
+  uint64_t count = 0;        // splats
+  uint64_t capacity = 0;     // splat cap in force
+  uint64_t mcmcTarget = 0;   // 0 for Vanilla
+  uint64_t randomState = 0;  // SplitMix64
+  uint64_t seed = 0;
+  float sceneExtent = 1.0f;
+};
+
+struct Checkpoint {
+  CheckpointHeader header;
+  GaussianSet set;
+  GroupArrays firstMoments;
+  GroupArrays secondMoments;
+};
+
+// Atomic: a failed write leaves the earlier file. The header's count is taken from the set.
+void writeCheckpoint(const std::filesystem::path& path, const CheckpointHeader& header, const GaussianSet& set,
+                     const GroupArrays& firstMoments, const GroupArrays& secondMoments);
+Checkpoint readCheckpoint(const std::filesystem::path& path);
+// The checked header alone; throws as readCheckpoint.
+CheckpointHeader readCheckpointHeader(const std::filesystem::path& path);
+
+}  // namespace quor::gs

@@ -1,0 +1,73 @@
+// A project: one folder with everything that is made from one capture, and the file project.json that records the
+// inputs and all settings.
+#pragma once
+
+#include <array>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "project/settings.h"
+
+namespace quor {
+
+enum class InputKind : int32_t { Images = 0, Video = 1, Video360 = 2, DualFisheye = 3 };
+const char* kindName(InputKind kind);
+const char* kindLabel(InputKind kind);
+InputKind parseKind(const std::string& word);  // unknown words give Images
+
+struct InputSource {
+  std::string path;  // UTF-8
+  InputKind kind = InputKind::Images;
+};
+
+// Which camera each group of extracted images was taken with; filled by the frame stage, used by the camera solve.
+struct ImageGroup {
+  std::string name;
+  std::vector<std::string> images;
+  std::string cameraModel;
+  std::vector<double> cameraParams;
+  bool usesFisheyeMask = false;
+};
+struct Extraction {
+  int lensSize = 0;
+  std::vector<ImageGroup> groups;
+};
+
+class Project {
+ public:
+  std::string name;
+  std::vector<InputSource> inputs;
+  IngestSettings ingest;
+  SparseSettings sparse;
+  TrainingSettings training;
+  std::string createdAt;                                 // UTC, 2025-03-01T14:05:09Z
+  std::string externalDataset;                           // UTF-8 path of the wrapped COLMAP dataset, empty when none
+  std::optional<std::array<double, 4>> knownIntrinsics;  // fx, fy, cx, cy of a PINHOLE camera
+  Extraction extraction;
+  std::filesystem::path root;  // not stored
+
+  static bool isProject(const std::filesystem::path& folder);
+  static Project load(const std::filesystem::path& folder);
+  // Both make the layout and save; outDir may be empty (beside the first input or the dataset).
+  static Project create(const std::vector<InputSource>& inputs, const std::filesystem::path& outDir);
+  static Project fromDataset(const std::filesystem::path& dataset, const std::filesystem::path& outDir);
+
+  void save() const;  // atomic
+  void ensureLayout() const;
+
+  static std::filesystem::path projectFile(const std::filesystem::path& folder);
+  std::filesystem::path framesFolder() const;
+  std::filesystem::path colmapFolder() const;
+  std::filesystem::path databaseFile() const;
+  std::filesystem::path sparseFolder() const;
+  std::filesystem::path outputFolder() const;
+  std::filesystem::path sceneFile() const;
+  std::filesystem::path sceneSplatFile() const;
+  std::filesystem::path checkpointFile() const;
+  std::filesystem::path trainingLog() const;
+  std::filesystem::path maskFile() const;
+};
+
+}  // namespace quor
