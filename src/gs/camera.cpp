@@ -9,7 +9,9 @@ std::array<double, 3> Camera::centre() const {
           -(r[2] * t[0] + r[5] * t[1] + r[8] * t[2])};
 }
 
-std::array<double, 3> Camera::up() const { return {-rotation[3], -rotation[4], -rotation[5]}; }
+std::array<double, 3> Camera::up() const {
+  return {-rotation[3], -rotation[4], -rotation[5]};
+}
 
 Camera Camera::resized(int newWidth, int newHeight) const {
   const double sx = static_cast<double>(newWidth) / width;

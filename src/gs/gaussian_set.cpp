@@ -24,6 +24,8 @@ std::vector<float>& GaussianSet::group(Group g) {
   }
 }
 
-const std::vector<float>& GaussianSet::group(Group g) const { return const_cast<GaussianSet*>(this)->group(g); }
+const std::vector<float>& GaussianSet::group(Group g) const {
+  return const_cast<GaussianSet*>(this)->group(g);
+}
 
 }  // namespace quor::gs

@@ -14,10 +14,10 @@ namespace {
 
 PlyType parseType(const std::string& name) {
   static const std::unordered_map<std::string, PlyType> kTypes = {
-      {"char", PlyType::Int8},      {"int8", PlyType::Int8},      {"uchar", PlyType::Uint8},
-      {"uint8", PlyType::Uint8},    {"short", PlyType::Int16},    {"int16", PlyType::Int16},
-      {"ushort", PlyType::Uint16},  {"uint16", PlyType::Uint16},  {"int", PlyType::Int32},
-      {"int32", PlyType::Int32},    {"uint", PlyType::Uint32},    {"uint32", PlyType::Uint32},
+      {"char", PlyType::Int8},      {"int8", PlyType::Int8},       {"uchar", PlyType::Uint8},
+      {"uint8", PlyType::Uint8},    {"short", PlyType::Int16},     {"int16", PlyType::Int16},
+      {"ushort", PlyType::Uint16},  {"uint16", PlyType::Uint16},   {"int", PlyType::Int32},
+      {"int32", PlyType::Int32},    {"uint", PlyType::Uint32},     {"uint32", PlyType::Uint32},
       {"float", PlyType::Float32},  {"float32", PlyType::Float32}, {"double", PlyType::Float64},
       {"float64", PlyType::Float64}};
   const auto found = kTypes.find(name);
@@ -46,14 +46,15 @@ struct Parser {
   size_t elements = 0;
   bool vertexFirst = false;
   bool inVertex = false;
+  std::string vertexCount;
 
-  void element(std::istringstream& words, const std::string& path) {
+  void element(std::istringstream& words) {
     std::string name, count;
     words >> name >> count;
     inVertex = elements == 0 && name == "vertex";
     if (inVertex) {
       vertexFirst = true;
-      header.vertexCount = parseCount(count, path);
+      vertexCount = count;
     }
     ++elements;
   }
@@ -70,8 +71,8 @@ struct Parser {
   }
 };
 
-// A binary property of an unknown type takes no bytes: it is as good as missing, and vertices made of nothing else would
-// never reach the end of the file.
+// A binary property of an unknown type takes no bytes: it is as good as missing, and vertices made of nothing else
+// would never reach the end of the file.
 bool holdsValues(const PlyHeader& header, const char* name) {
   const PlyProperty* property = header.find(name);
   return property && (header.ascii() || property->type != PlyType::Unknown);
@@ -157,7 +158,7 @@ PlyHeader readPlyHeader(std::istream& stream, const std::string& path) {
     if (key == "format") {
       words >> parser.header.format;
     } else if (key == "element") {
-      parser.element(words, path);
+      parser.element(words);
     } else if (key == "property") {
       parser.property(words, path);
     } else if (key == "end_header") {
@@ -165,6 +166,7 @@ PlyHeader readPlyHeader(std::istream& stream, const std::string& path) {
     }
   }
   check(parser, path);
+  parser.header.vertexCount = parseCount(parser.vertexCount, path);
   return parser.header;
 }
 

@@ -11,6 +11,8 @@ inline constexpr size_t kShRestCoefficients = 15;
 inline constexpr size_t kShRestFloats = 3 * kShRestCoefficients;
 
 // `value` in 0..255.
-constexpr float shDcFromColour(float value) { return (value / 255.0f - 0.5f) / kShC0; }
+constexpr float shDcFromColour(float value) {
+  return (value / 255.0f - 0.5f) / kShC0;
+}
 
 }  // namespace quor::gs

@@ -2,7 +2,9 @@
 
 namespace quor::gs {
 
-const char* techniqueWord(Technique technique) { return technique == Technique::Vanilla ? "Vanilla" : "MCMC"; }
+const char* techniqueWord(Technique technique) {
+  return technique == Technique::Vanilla ? "Vanilla" : "MCMC";
+}
 
 const char* trainStateName(TrainState state) {
   switch (state) {
