@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "base/log_store.h"
-#include "gs/engine.h"
+#include "gs/training_service.h"
 #include "project/project.h"
 
 namespace quor {
@@ -32,7 +32,7 @@ class Pipeline {
  public:
   using Completion = std::function<void(bool success, const std::string& result)>;
 
-  Pipeline(gs::Engine& engine, LogStore& log);
+  Pipeline(gs::TrainingService& trainer, LogStore& log);
   ~Pipeline();  // cancels and joins
 
   // Both throw std::runtime_error "Finish or cancel the running stage first." while busy.
@@ -50,7 +50,7 @@ class Pipeline {
   std::optional<gs::TrainResult> trainResult() const;
 
  private:
-  gs::Engine& engine_;
+  gs::TrainingService& trainer_;
   LogStore& log_;
   std::atomic<bool> busy_ = false;
 };
