@@ -16,8 +16,6 @@ namespace quor::gs {
 // One new row: the old row that it copies, and whether its optimiser state starts afresh.
 struct RowSource {
   static constexpr uint32_t kFresh = 0x80000000u;
-  static uint32_t keep(uint32_t row) { return row; }
-  static uint32_t fresh(uint32_t row) { return row | kFresh; }
 };
 
 class SplatStore {
@@ -36,6 +34,8 @@ class SplatStore {
 
   void uploadMoments(Transfer& transfer, const GroupArrays& first, const GroupArrays& second);
   void downloadMoments(Transfer& transfer, GroupArrays& first, GroupArrays& second) const;
+
+  void clearMoments(Transfer& transfer, Group group);
 
   std::vector<float> downloadGroup(Transfer& transfer, Group group) const;
   void uploadGroup(Transfer& transfer, Group group, std::span<const float> values);
