@@ -9,8 +9,8 @@
 
 namespace quor {
 
-// How a writer words its three failures: cannotOpen + path; diskFullPrefix + path + " failed (disk full?)" or the like;
-// cannotReplace + path + ": " + the system's reason.
+// How a writer words its three failures: cannotOpen + path; failedBefore + path + failedAfter; cannotReplace + path +
+// ": " + the system's reason. The texts must outlive the file.
 struct AtomicFileTexts {
   std::string_view cannotOpen = "Cannot write ";
   std::string_view failedBefore = "Writing ";
@@ -20,6 +20,7 @@ struct AtomicFileTexts {
 
 class AtomicFile {
  public:
+  // Throws std::runtime_error with cannotOpen; the target's folder must exist.
   explicit AtomicFile(const std::filesystem::path& target, AtomicFileTexts texts = {});
   ~AtomicFile();
   AtomicFile(const AtomicFile&) = delete;
@@ -37,7 +38,7 @@ class AtomicFile {
   std::filesystem::path partial_;
   AtomicFileTexts texts_;
   std::ofstream stream_;
-  bool committed_ = false;
+  bool keepPartial_ = false;  // moved to its target, or all that is left of it
 };
 
 }  // namespace quor

@@ -1,4 +1,5 @@
-// Photographs on the host: 8-bit RGB, rows from the top, three bytes a pixel, no padding.
+// Photographs on the host: 8-bit RGB, rows from the top, three bytes a pixel, no padding. Reads JPEG, PNG, BMP and TGA.
+// Every function may run on several threads at once.
 #pragma once
 
 #include <cstdint>
@@ -18,17 +19,20 @@ struct ImageSize {
   int height = 0;
 };
 
-// Decodes a file to RGB (grey, palette, alpha and 16-bit files become plain 8-bit RGB). Throws std::runtime_error
-// "Cannot read image PATH: reason".
+// Decodes a file to RGB (grey, palette, CMYK and 16-bit files become plain 8-bit RGB, an alpha channel is dropped). The
+// pixels come as they are stored: an EXIF orientation is not applied. Throws std::runtime_error "Cannot read image
+// PATH: reason", also for an image of more than 1 GiB of pixels.
 Image readImage(const std::filesystem::path& path);
 
 // The pixel size from the file's header alone; throws as readImage.
 ImageSize readImageSize(const std::filesystem::path& path);
 
-// Area-averaging in stored values, for shrinking; each side at least 1.
+// Averages areas when a side shrinks and interpolates linearly when it grows, in the stored (gamma-encoded) values.
+// Throws std::invalid_argument unless every side is at least 1 and the picture holds width * height * 3 bytes.
 Image resizeImage(const Image& image, int width, int height);
 
-// Throw std::runtime_error "Cannot write PATH".
+// Throw std::runtime_error "Cannot write PATH" (with the reason where the system gives one); an older file at `path` is
+// then left as it was.
 void writePng(const std::filesystem::path& path, const Image& image);
 void writeJpeg(const std::filesystem::path& path, const Image& image, int quality);  // 1..100
 

@@ -4,9 +4,9 @@
 
 #include <chrono>
 #include <cstdint>
-#include <cstdio>
 #include <deque>
 #include <filesystem>
+#include <fstream>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -27,12 +27,12 @@ struct LogEntry {
 class LogStore {
  public:
   explicit LogStore(size_t capacity);  // 0 is taken as 1
-  ~LogStore();
   LogStore(const LogStore&) = delete;
   LogStore& operator=(const LogStore&) = delete;
 
   // Opens `path` for appending and makes its folder. When that fails logging goes on in memory and on standard error.
   bool openFile(const std::filesystem::path& path) noexcept;
+  // Echoes entries from `minimum` up to standard error.
   void setEcho(bool enabled, LogLevel minimum = LogLevel::Information);
 
   void add(LogLevel level, std::string_view text) noexcept;
@@ -40,18 +40,21 @@ class LogStore {
   void warning(std::string_view text) noexcept { add(LogLevel::Warning, text); }
   void error(std::string_view text) noexcept { add(LogLevel::Error, text); }
 
+  // Copies of the entries still kept whose sequence number is above the given one, oldest first.
   std::vector<LogEntry> entriesAfter(uint64_t sequence) const;
   uint64_t lastSequence() const;
 
  private:
+  double append(LogLevel level, const std::string& text);  // returns the seconds since creation
+
   mutable std::mutex mutex_;
   std::deque<LogEntry> entries_;
   size_t capacity_;
   uint64_t lastSequence_ = 0;
   bool echo_ = false;
   LogLevel echoMinimum_ = LogLevel::Information;
-  std::FILE* file_ = nullptr;
-  std::chrono::steady_clock::time_point created_;
+  std::ofstream file_;
+  const std::chrono::steady_clock::time_point created_;
 };
 
 // "warning: ", "error: " or nothing.

@@ -13,6 +13,7 @@ std::filesystem::path fromUtf8(std::string_view text);
 
 // The value of an environment variable (UTF-8), or nothing when it is not set.
 std::optional<std::string> environmentVariable(const char* name);
+// A null value removes the variable. Not while another thread reads the environment.
 void setEnvironmentVariable(const char* name, const char* value);
 
 // The user's folder for this program's own files, not created here: on Linux $XDG_DATA_HOME/Ombrelux, else

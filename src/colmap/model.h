@@ -1,4 +1,5 @@
-// COLMAP's sparse model as data: cameras, registered images and sparse points, from the binary or the text encoding.
+// COLMAP's sparse model as data: cameras, registered images and sparse points, from the binary or the text encoding
+// (https://colmap.github.io/format.html). What no reader needs (observations, tracks, errors, point ids) is not kept.
 #pragma once
 
 #include <array>
@@ -37,16 +38,22 @@ struct Model {
   Points points;
 };
 
+// Whether cameras and images lie in `dir`, both binary or both text.
 bool hasModel(const std::filesystem::path& dir);
 // The first of sparse/0, sparse, the folder itself and colmap/sparse/0 that holds a model; empty when none does.
 std::filesystem::path findModelDir(const std::filesystem::path& projectDir);
 std::filesystem::path imagesDir(const std::filesystem::path& root);  // root/images, else root
 
-// Throws std::runtime_error; never returns part of a model.
+// The binary files where both are there, else the text files. Points stay empty without `withPoints` and where there is
+// no points file. Throws std::runtime_error; never returns part of a model.
 Model loadModel(const std::filesystem::path& dir, bool withPoints);
 
 std::string modelName(int32_t id);  // "UNKNOWN" when it is none of the eleven
+// Focal lengths and principal point in pixels. False, with the outputs untouched, for an unknown model and for a camera
+// that has too few parameters (the text encoding does not promise their number).
 bool intrinsics(const Camera& camera, double& fx, double& fy, double& cx, double& cy);
+// Radial and tangential coefficients; zeros for models that have none, and for the fisheye models, whose coefficients
+// mean something else.
 void distortion(const Camera& camera, double& k1, double& k2, double& p1, double& p2);
 bool isSupported(const Camera& camera);  // can be trained on: models 0 to 4
 

@@ -1,0 +1,157 @@
+#include "base/image.h"
+
+#include <cerrno>
+#include <fstream>
+#include <memory>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+
+#include "base/atomic_file.h"
+#include "base/paths.h"
+
+// One reader for the formats that photographs come in; the rest of the library would only be more to attack.
+#define STBI_ONLY_JPEG
+#define STBI_ONLY_PNG
+#define STBI_ONLY_BMP
+#define STBI_ONLY_TGA
+#define STBI_NO_STDIO
+#define STBI_NO_LINEAR
+#define STBI_FAILURE_USERMSG
+#define STBI_WRITE_NO_STDIO
+#define STB_IMAGE_IMPLEMENTATION
+#define STB_IMAGE_WRITE_IMPLEMENTATION
+#define STB_IMAGE_RESIZE_IMPLEMENTATION
+#include <stb/stb_image.h>
+#include <stb/stb_image_resize.h>
+#include <stb/stb_image_write.h>
+
+namespace quor {
+namespace {
+
+constexpr int64_t kLargestImage = int64_t{1} << 30;  // bytes, decoded
+
+[[noreturn]] void throwUnreadable(const std::filesystem::path& path, const std::string& reason) {
+  throw std::runtime_error("Cannot read image " + toUtf8(path) + ": " + reason);
+}
+
+std::ifstream openImage(const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) {
+    const std::error_code reason(errno, std::generic_category());
+    throwUnreadable(path, reason ? reason.message() : "it cannot be opened");
+  }
+  return file;
+}
+
+std::vector<uint8_t> readBytes(const std::filesystem::path& path) {
+  std::ifstream file = openImage(path);
+  file.seekg(0, std::ios::end);
+  const std::streamoff size = file.tellg();
+  // The seek succeeds on a folder too, with an enormous size.
+  if (!file || size > kLargestImage) throwUnreadable(path, "it is no image file");
+  std::vector<uint8_t> bytes(static_cast<size_t>(size));
+  file.seekg(0);
+  if (!file.read(reinterpret_cast<char*>(bytes.data()), size)) throwUnreadable(path, "the file could not be read");
+  return bytes;
+}
+
+void checkSize(const std::filesystem::path& path, int width, int height) {
+  if (int64_t{width} * height * 3 > kLargestImage) {
+    throwUnreadable(path, std::to_string(width) + " x " + std::to_string(height) + " pixels are too many");
+  }
+}
+
+void checkPicture(const Image& image) {
+  if (image.width < 1 || image.height < 1 ||
+      image.rgb.size() != static_cast<size_t>(image.width) * static_cast<size_t>(image.height) * 3) {
+    throw std::invalid_argument("An image's bytes do not match its size");
+  }
+}
+
+int readFromStream(void* stream, char* data, int size) {
+  auto& file = *static_cast<std::ifstream*>(stream);
+  file.read(data, size);
+  return static_cast<int>(file.gcount());
+}
+void skipInStream(void* stream, int count) {
+  static_cast<std::ifstream*>(stream)->seekg(count, std::ios::cur);
+}
+int streamEnded(void* stream) {
+  return static_cast<std::ifstream*>(stream)->good() ? 0 : 1;
+}
+
+void writeToStream(void* stream, void* data, int size) {
+  static_cast<std::ostream*>(stream)->write(static_cast<const char*>(data), size);
+}
+
+constexpr AtomicFileTexts kWriteTexts = {"Cannot write ", "Cannot write ", " (disk full?)", "Cannot write "};
+
+}  // namespace
+
+Image readImage(const std::filesystem::path& path) {
+  const std::vector<uint8_t> bytes = readBytes(path);
+  const int size = static_cast<int>(bytes.size());
+  Image image;
+  int channels = 0;
+  if (!stbi_info_from_memory(bytes.data(), size, &image.width, &image.height, &channels)) {
+    throwUnreadable(path, stbi_failure_reason());
+  }
+  checkSize(path, image.width, image.height);
+  const std::unique_ptr<stbi_uc, void (*)(void*)> pixels(
+      stbi_load_from_memory(bytes.data(), size, &image.width, &image.height, &channels, 3), stbi_image_free);
+  if (!pixels) throwUnreadable(path, stbi_failure_reason());
+  image.rgb.assign(pixels.get(),
+                   pixels.get() + static_cast<size_t>(image.width) * static_cast<size_t>(image.height) * 3);
+  return image;
+}
+
+ImageSize readImageSize(const std::filesystem::path& path) {
+  std::ifstream file = openImage(path);
+  constexpr stbi_io_callbacks kCallbacks = {readFromStream, skipInStream, streamEnded};
+  ImageSize size;
+  int channels = 0;
+  if (!stbi_info_from_callbacks(&kCallbacks, &file, &size.width, &size.height, &channels)) {
+    throwUnreadable(path, stbi_failure_reason());
+  }
+  checkSize(path, size.width, size.height);
+  return size;
+}
+
+Image resizeImage(const Image& image, int width, int height) {
+  checkPicture(image);
+  if (width < 1 || height < 1 || int64_t{width} * height * 3 > kLargestImage) {
+    throw std::invalid_argument("An image cannot be resized to " + std::to_string(width) + " x " +
+                                std::to_string(height));
+  }
+  if (width == image.width && height == image.height) return image;
+  Image result{width, height, std::vector<uint8_t>(static_cast<size_t>(width) * static_cast<size_t>(height) * 3)};
+  const auto filter = [](int from, int to) { return to < from ? STBIR_FILTER_BOX : STBIR_FILTER_TRIANGLE; };
+  if (!stbir_resize(image.rgb.data(), image.width, image.height, 0, result.rgb.data(), width, height, 0,
+                    STBIR_TYPE_UINT8, 3, STBIR_ALPHA_CHANNEL_NONE, 0, STBIR_EDGE_CLAMP, STBIR_EDGE_CLAMP,
+                    filter(image.width, width), filter(image.height, height), STBIR_COLORSPACE_LINEAR, nullptr)) {
+    throw std::bad_alloc();
+  }
+  return result;
+}
+
+void writePng(const std::filesystem::path& path, const Image& image) {
+  checkPicture(image);
+  AtomicFile file(path, kWriteTexts);
+  if (!stbi_write_png_to_func(writeToStream, &file.stream(), image.width, image.height, 3, image.rgb.data(), 0)) {
+    throw std::bad_alloc();
+  }
+  file.commit();
+}
+
+void writeJpeg(const std::filesystem::path& path, const Image& image, int quality) {
+  checkPicture(image);
+  AtomicFile file(path, kWriteTexts);
+  if (!stbi_write_jpg_to_func(writeToStream, &file.stream(), image.width, image.height, 3, image.rgb.data(), quality)) {
+    throw std::bad_alloc();
+  }
+  file.commit();
+}
+
+}  // namespace quor

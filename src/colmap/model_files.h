@@ -1,0 +1,33 @@
+// The two encodings of a sparse model; loadModel chooses between them. Every reader throws std::runtime_error.
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <string_view>
+
+#include "colmap/model.h"
+
+namespace quor::gs::colmap {
+
+struct CameraModel {
+  std::string_view name;
+  size_t paramCount;
+  bool oneFocal;  // f, cx, cy, ... rather than fx, fy, cx, cy, ...
+};
+
+const CameraModel* cameraModel(int32_t id);                   // null when it is none of the eleven
+std::optional<int32_t> cameraModelId(std::string_view name);  // exact, case-sensitive
+
+std::map<uint32_t, Camera> readCamerasBinary(const std::filesystem::path& path);
+std::vector<Image> readImagesBinary(const std::filesystem::path& path);
+Points readPointsBinary(const std::filesystem::path& path);
+
+std::map<uint32_t, Camera> readCamerasText(const std::filesystem::path& path);
+std::vector<Image> readImagesText(const std::filesystem::path& path);
+Points readPointsText(const std::filesystem::path& path);
+
+// Throws "Cannot open PATH".
+std::ifstream openModelFile(const std::filesystem::path& path);
+
+}  // namespace quor::gs::colmap

@@ -1,0 +1,103 @@
+#include <gtest/gtest.h>
+
+#include "base/atomic_file.h"
+#include "base/paths.h"
+#include "base/text.h"
+#include "base/time_text.h"
+#include "support/temp_folder.h"
+
+namespace quor {
+namespace {
+
+using test::readFile;
+using test::TempFolder;
+using test::thrownText;
+using test::writeFile;
+
+bool isThere(const std::filesystem::path& path) {
+  return std::filesystem::exists(std::filesystem::symlink_status(path));
+}
+
+TEST(AtomicFile, ReplacesOnlyWhenCommitted) {
+  const TempFolder folder;
+  const auto target = writeFile(folder / "scene.ply", "old");
+  {
+    AtomicFile file(target);
+    file.stream() << "new";
+    EXPECT_EQ(readFile(target), "old");
+    EXPECT_TRUE(isThere(folder / "scene.ply.partial"));
+  }
+  EXPECT_EQ(readFile(target), "old");
+  EXPECT_FALSE(isThere(folder / "scene.ply.partial"));
+
+  AtomicFile file(target);
+  file.stream() << "new";
+  file.commit();
+  EXPECT_EQ(readFile(target), "new");
+  EXPECT_FALSE(isThere(folder / "scene.ply.partial"));
+}
+
+TEST(AtomicFile, SaysWhatFailedAndLeavesTheTarget) {
+  const TempFolder folder;
+  const auto lost = folder / "no such folder/scene.ply";
+  EXPECT_EQ(thrownText([&] { AtomicFile file(lost); }), "Cannot write " + toUtf8(lost));
+
+  const auto target = writeFile(folder / "scene.ply", "old");
+  // Small enough for the stream's buffer, so that only the last flush meets the full disk.
+  for (const size_t bytes : {size_t{10}, size_t{1} << 20}) {
+    std::filesystem::create_symlink("/dev/full", folder / "scene.ply.partial");
+    EXPECT_EQ(thrownText([&] {
+                AtomicFile file(target);
+                file.stream() << std::string(bytes, 'x');
+                file.commit();
+              }),
+              "Writing " + toUtf8(target) + " failed (disk full?)");
+    EXPECT_EQ(readFile(target), "old");
+    EXPECT_FALSE(isThere(folder / "scene.ply.partial"));
+  }
+
+  std::filesystem::create_directories(folder / "taken");
+  AtomicFileTexts texts;
+  texts.cannotReplace = "Could not replace ";
+  AtomicFile file(folder / "taken", texts);
+  EXPECT_EQ(thrownText([&] { file.commit(); }), "Could not replace " + toUtf8(folder / "taken") + ": Is a directory");
+  EXPECT_TRUE(std::filesystem::is_directory(folder / "taken"));
+}
+
+// Restores a variable when the test is over.
+class Variable {
+ public:
+  Variable(const char* name, const char* value) : name_(name), old_(environmentVariable(name)) {
+    setEnvironmentVariable(name, value);
+  }
+  ~Variable() { setEnvironmentVariable(name_, old_ ? old_->c_str() : nullptr); }
+
+ private:
+  const char* name_;
+  std::optional<std::string> old_;
+};
+
+TEST(Paths, UserDataFolderFollowsTheEnvironment) {
+  const Variable home("HOME", "/home/é");
+  {
+    const Variable data("XDG_DATA_HOME", "/data");
+    EXPECT_EQ(applicationLogFile(), "/data/Ombrelux/logs/Ombrelux.log");
+  }
+  for (const char* none : {static_cast<const char*>(nullptr), "", "relative"}) {
+    const Variable data("XDG_DATA_HOME", none);
+    EXPECT_EQ(userDataFolder(), "/home/é/.local/share/Ombrelux");
+    const Variable homeless("HOME", none);
+    EXPECT_EQ(userDataFolder(), std::filesystem::temp_directory_path() / "Ombrelux");
+  }
+}
+
+TEST(Text, FormatsWhatIsLongerThanAnyBuffer) {
+  EXPECT_EQ(formatText("%s %.1f", "é", 0.25), "é 0.2");
+  EXPECT_EQ(formatText("%s", ""), "");
+  EXPECT_EQ(formatText("%5000d|", 7).size(), 5001u);
+  EXPECT_EQ(toLower("ÀBC.Ply"), "Àbc.ply");
+  EXPECT_EQ(formatUtcTime(1740837909, "%Y-%m-%dT%H:%M:%SZ"), "2025-03-01T14:05:09Z");
+}
+
+}  // namespace
+}  // namespace quor

@@ -1,0 +1,158 @@
+#include "base/image.h"
+
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <numeric>
+
+#include "support/temp_folder.h"
+
+namespace quor {
+namespace {
+
+using test::TempFolder;
+using test::thrownText;
+using test::writeFile;
+using testing::ElementsAre;
+using testing::StartsWith;
+
+Image gradient(int width, int height) {
+  Image image{width, height, {}};
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      image.rgb.push_back(static_cast<uint8_t>(x * 255 / width));
+      image.rgb.push_back(static_cast<uint8_t>(y * 255 / height));
+      image.rgb.push_back(static_cast<uint8_t>((x + y) % 200));
+    }
+  }
+  return image;
+}
+
+std::string bigEndian(uint32_t value) {
+  return {static_cast<char>(value >> 24), static_cast<char>(value >> 16), static_cast<char>(value >> 8),
+          static_cast<char>(value)};
+}
+
+std::string chunk(const std::string& type, const std::string& data) {
+  return bigEndian(static_cast<uint32_t>(data.size())) + type + data + std::string(4, '\0');
+}
+
+// One row of pixels, uncompressed; the check sums are left at 0, which the reader does not mind.
+std::string onePngRow(uint32_t width, uint32_t height, char bits, char colourType, const std::string& row,
+                      const std::string& extra = {}) {
+  const std::string raw = '\0' + row;
+  const auto length = static_cast<char>(raw.size());
+  const std::string deflated = std::string("\x78\x01\x01") + length + '\0' + static_cast<char>(~length) + '\xff' + raw;
+  return "\x89PNG\r\n\x1a\n" +
+         chunk("IHDR", bigEndian(width) + bigEndian(height) + bits + colourType + std::string(3, '\0')) + extra +
+         chunk("IDAT", deflated + std::string(4, '\0')) + chunk("IEND", "");
+}
+
+TEST(Image, PngKeepsEveryByteAndJpegNearlyAll) {
+  const TempFolder folder;
+  const Image image = gradient(67, 41);
+  writePng(folder / "a.png", image);
+  const Image png = readImage(folder / "a.png");
+  EXPECT_EQ(png.width, 67);
+  EXPECT_EQ(png.height, 41);
+  EXPECT_EQ(png.rgb, image.rgb);
+
+  writeJpeg(folder / "a.jpg", image, 95);
+  const Image jpeg = readImage(folder / "a.jpg");
+  ASSERT_EQ(jpeg.rgb.size(), image.rgb.size());
+  double error = 0;
+  for (size_t i = 0; i < image.rgb.size(); ++i) error += std::abs(int{jpeg.rgb[i]} - int{image.rgb[i]});
+  EXPECT_LT(error / static_cast<double>(image.rgb.size()), 4.0);
+  EXPECT_EQ(readImageSize(folder / "a.jpg").width, 67);
+  EXPECT_EQ(readImageSize(folder / "a.jpg").height, 41);
+}
+
+TEST(Image, EveryPixelLayoutBecomesPlainRgb) {
+  const TempFolder folder;
+  const auto pixels = [&](const std::string& bytes) { return readImage(writeFile(folder / "a.png", bytes)).rgb; };
+  EXPECT_THAT(pixels(onePngRow(2, 1, 8, 0, "\x10\x20")), ElementsAre(16, 16, 16, 32, 32, 32));
+  EXPECT_THAT(pixels(onePngRow(1, 1, 8, 6, std::string("\x10\x20\x30\x00", 4))), ElementsAre(16, 32, 48));
+  EXPECT_THAT(pixels(onePngRow(1, 1, 16, 2, "\x10\x99\x20\x99\x30\x99")), ElementsAre(16, 32, 48));
+  EXPECT_THAT(pixels(onePngRow(2, 1, 8, 3, std::string("\x01\x00", 2), chunk("PLTE", "abcdef"))),
+              ElementsAre('d', 'e', 'f', 'a', 'b', 'c'));
+}
+
+TEST(Image, SaysWhichFileCannotBeReadAndWhy) {
+  const TempFolder folder;
+  writePng(folder / "whole.png", gradient(30, 30));
+  const std::string whole = test::readFile(folder / "whole.png");
+  writeFile(folder / "empty.png", "");
+  writeFile(folder / "text.jpg", "This is no picture at all.");
+  writeFile(folder / "cut.png", whole.substr(0, whole.size() / 2));
+  writeFile(folder / "header.png", whole.substr(0, 10));
+  writeFile(folder / "huge.png", onePngRow(30000, 30000, 8, 2, ""));
+  std::filesystem::create_directories(folder / "folder.png");
+  for (const char* name : {"missing.png", "empty.png", "text.jpg", "cut.png", "header.png", "huge.png", "folder.png"}) {
+    const auto path = folder / name;
+    EXPECT_THAT(thrownText([&] { (void)readImage(path); }), StartsWith("Cannot read image " + toUtf8(path) + ": "));
+    if (path.filename() == "cut.png") continue;  // its header is whole
+    EXPECT_THAT(thrownText([&] { (void)readImageSize(path); }), StartsWith("Cannot read image " + toUtf8(path) + ": "));
+  }
+}
+
+TEST(Image, FailedWriteSaysSoAndKeepsTheOldFile) {
+  const TempFolder folder;
+  const Image image = gradient(8, 8);
+  const auto lost = folder / "none/a.png";
+  EXPECT_EQ(thrownText([&] { writePng(lost, image); }), "Cannot write " + toUtf8(lost));
+  const auto path = writeFile(folder / "a.jpg", "old");
+  std::filesystem::create_symlink("/dev/full", folder / "a.jpg.partial");
+  EXPECT_THAT(thrownText([&] { writeJpeg(path, image, 90); }), StartsWith("Cannot write " + toUtf8(path)));
+  EXPECT_EQ(test::readFile(path), "old");
+  EXPECT_THROW(writePng(path, Image{3, 3, {1, 2}}), std::invalid_argument);
+}
+
+// The mean over the exact area that each pixel of the small image covers.
+double areaMean(const Image& image, int width, int height, int x, int y, int channel) {
+  const double sx = double(image.width) / width, sy = double(image.height) / height;
+  double sum = 0;
+  for (int v = 0; v < image.height; ++v) {
+    const double wy = std::min<double>(v + 1, (y + 1) * sy) - std::max<double>(v, y * sy);
+    for (int u = 0; wy > 0 && u < image.width; ++u) {
+      const double wx = std::min<double>(u + 1, (x + 1) * sx) - std::max<double>(u, x * sx);
+      if (wx > 0) sum += wx * wy * image.rgb[static_cast<size_t>((v * image.width + u) * 3 + channel)];
+    }
+  }
+  return sum / (sx * sy);
+}
+
+TEST(Image, ShrinkingAveragesAreas) {
+  Image image = gradient(50, 34);
+  for (size_t i = 0; i < image.rgb.size(); i += 7) image.rgb[i] = static_cast<uint8_t>(i * 2654435761u >> 24);
+  for (const auto& [width, height] : {std::pair{25, 17}, {20, 13}, {49, 34}, {1, 1}, {50, 5}}) {
+    const Image small = resizeImage(image, width, height);
+    ASSERT_EQ(small.rgb.size(), static_cast<size_t>(width * height * 3));
+    for (int y = 0; y < height; ++y) {
+      for (int x = 0; x < width; ++x) {
+        for (int c = 0; c < 3; ++c) {
+          ASSERT_NEAR(small.rgb[static_cast<size_t>((y * width + x) * 3 + c)], areaMean(image, width, height, x, y, c),
+                      0.51)
+              << width << "x" << height << " at " << x << "," << y;
+        }
+      }
+    }
+  }
+}
+
+TEST(Image, EnlargingStaysBetweenTheNeighbours) {
+  const Image image{2, 1, {0, 100, 7, 200, 100, 7}};
+  const Image large = resizeImage(image, 8, 3);
+  for (size_t i = 0; i < large.rgb.size(); i += 3) {
+    if (i % 24 != 0) {
+      EXPECT_GE(large.rgb[i], large.rgb[i - 3]);
+    }
+    EXPECT_EQ(large.rgb[i + 1], 100);
+    EXPECT_EQ(large.rgb[i + 2], 7);
+  }
+  EXPECT_EQ(large.rgb[0], 0);
+  EXPECT_EQ(large.rgb[21], 200);
+  EXPECT_THROW((void)resizeImage(image, 0, 4), std::invalid_argument);
+}
+
+}  // namespace
+}  // namespace quor

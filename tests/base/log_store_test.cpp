@@ -1,0 +1,89 @@
+#include "base/log_store.h"
+
+#include <gmock/gmock.h>
+
+#include <thread>
+
+#include "support/temp_folder.h"
+
+namespace quor {
+namespace {
+
+using test::TempFolder;
+using testing::MatchesRegex;
+
+TEST(LogStore, DropsTheOldestAndKeepsCounting) {
+  LogStore log(5000);
+  for (int i = 1; i <= 5001; ++i) log.info(std::to_string(i));
+  const std::vector<LogEntry> all = log.entriesAfter(0);
+  ASSERT_EQ(all.size(), 5000u);
+  EXPECT_EQ(all.front().sequence, 2u);
+  EXPECT_EQ(all.front().text, "2");
+  EXPECT_EQ(all.back().sequence, 5001u);
+  EXPECT_EQ(log.lastSequence(), 5001u);
+  EXPECT_EQ(log.entriesAfter(4999).size(), 2u);
+  EXPECT_TRUE(log.entriesAfter(5001).empty());
+  EXPECT_TRUE(log.entriesAfter(UINT64_MAX).empty());
+
+  LogStore least(0);
+  least.info("a");
+  least.info("b");
+  EXPECT_EQ(least.entriesAfter(0).size(), 1u);
+}
+
+TEST(LogStore, FileHoldsEveryEntryAtOnceWhateverIsEchoed) {
+  const TempFolder folder;
+  const auto path = folder / "new/logs/Ombrelux.log";
+  LogStore log(1);
+  log.info("before the file");
+  ASSERT_TRUE(log.openFile(path));
+  log.setEcho(true, LogLevel::Warning);
+  testing::internal::CaptureStderr();
+  log.info("one");
+  log.warning("two 100%s");
+  log.error("three");
+  const std::string echoed = testing::internal::GetCapturedStderr();
+  EXPECT_THAT(test::readFile(path),
+              MatchesRegex("[0-9:]{8} one\n[0-9:]{8} warning: two 100%s\n[0-9:]{8} error: three\n"));
+  EXPECT_THAT(echoed, MatchesRegex("\\[ +[0-9]+\\.[0-9]{2}s\\] warning: two 100%s\n"
+                                   "\\[ +[0-9]+\\.[0-9]{2}s\\] error: three\n"));
+
+  LogStore next(1);
+  ASSERT_TRUE(next.openFile(path));
+  next.info("second start");
+  EXPECT_THAT(test::readFile(path), MatchesRegex("[^\n]*one\n.*second start\n"));
+}
+
+TEST(LogStore, GoesOnWithoutItsFile) {
+  const TempFolder folder;
+  test::writeFile(folder / "file", "");
+  LogStore log(10);
+  EXPECT_FALSE(log.openFile(folder / "file/log"));
+  EXPECT_FALSE(log.openFile(folder.path()));
+  log.error("kept");
+  EXPECT_EQ(log.entriesAfter(0).back().text, "kept");
+  ASSERT_TRUE(log.openFile("/dev/full"));
+  log.error("kept too");
+  EXPECT_EQ(log.lastSequence(), 2u);
+}
+
+TEST(LogStore, TakesEntriesFromManyThreads) {
+  LogStore log(100000);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&log] {
+      for (int i = 0; i < 1000; ++i) {
+        log.info("entry");
+        if (i % 100 == 0) (void)log.entriesAfter(log.lastSequence() / 2);
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  const std::vector<LogEntry> all = log.entriesAfter(0);
+  ASSERT_EQ(all.size(), 4000u);
+  for (size_t i = 0; i < all.size(); ++i) ASSERT_EQ(all[i].sequence, i + 1);
+  for (size_t i = 1; i < all.size(); ++i) ASSERT_LE(all[i - 1].seconds, all[i].seconds);
+}
+
+}  // namespace
+}  // namespace quor
