@@ -4,16 +4,18 @@
 
 #include <volk.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <initializer_list>
 #include <span>
 #include <string_view>
 #include <vector>
 
+#include "gpu/command_buffer.h"
 #include "gpu/gpu_buffer.h"
 #include "gpu/kernel_registry.h"
+#include "gpu/stage_timer.h"
 
 namespace quor::gs {
 
@@ -54,22 +56,34 @@ class ComputeStream {
   void submit();
 
   // Start of a named stretch of the recording, for profiling: while profiling is on, submit() adds the GPU time of each
-  // stretch to a table by name (needs timestamps). Without profiling mark() costs nothing.
+  // stretch to a table by name. `stage` must live on (a literal). Where the device's timestamps cannot tell the
+  // stretches apart, mark() submits what was recorded and the host's clock measures it. Without profiling mark() costs
+  // nothing. Profiling is switched between recordings only.
   void setProfiling(bool on);
   void mark(const char* stage);
-  struct StageTime {
-    const char* stage;
-    double milliseconds;
-    uint64_t count;
-  };
-  std::vector<StageTime> takeProfile();  // and starts over
+  using StageTime = quor::gs::StageTime;
+  std::vector<StageTime> takeProfile() { return timer_.take(); }  // and starts over
+
+  // The grid of groups (x, y) that covers `groups` groups on a device with these limits; throws when none can.
+  static std::array<uint32_t, 2> grid1D(uint32_t groups, const std::array<uint32_t, 3>& limits, std::string_view name);
 
   VulkanContext& context() { return context_; }
   KernelRegistry& registry() { return registry_; }
 
  private:
+  void begin();
+  void barrier();
+  VkDescriptorSet takeSet(const Kernel& kernel);
+  void addPool();
+
   VulkanContext& context_;
   KernelRegistry& registry_;
+  CommandBuffer commands_;
+  std::vector<VkDescriptorPool> pools_;
+  size_t poolIndex_ = 0;
+  uint32_t setsInPool_ = 0;
+  bool recording_ = false;
+  StageTimer timer_;
 };
 
 }  // namespace quor::gs

@@ -20,7 +20,8 @@ enum class BufferKind : int32_t {
 class GpuBuffer {
  public:
   GpuBuffer() = default;  // no Vulkan buffer
-  // Throws std::runtime_error when it is larger than one allocation may be or when memory is out.
+  // Throws std::runtime_error when it is larger than one allocation may be or when memory is out. A size of 0 makes a
+  // buffer without a Vulkan buffer.
   GpuBuffer(VulkanContext& context, uint64_t size, BufferKind kind, std::string_view name);
   ~GpuBuffer();
   GpuBuffer(GpuBuffer&& other) noexcept;
@@ -36,6 +37,7 @@ class GpuBuffer {
   static uint64_t liveBytes();
 
  private:
+  void create(uint64_t size, BufferKind kind);
   void release() noexcept;
 
   VulkanContext* context_ = nullptr;
@@ -45,5 +47,9 @@ class GpuBuffer {
   std::string name_;
   void* mapped_ = nullptr;
 };
+
+// The first of the allowed memory types (a bit each) that has all wanted flags, else the first with the required ones.
+uint32_t chooseMemoryType(const VkPhysicalDeviceMemoryProperties& memory, uint32_t allowed,
+                          VkMemoryPropertyFlags required, VkMemoryPropertyFlags preferred);
 
 }  // namespace quor::gs

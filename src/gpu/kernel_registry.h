@@ -4,10 +4,16 @@
 #include <volk.h>
 
 #include <array>
+#include <atomic>
 #include <cstdint>
+#include <mutex>
 #include <span>
 #include <string>
 #include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "gpu/embedded_kernels.h"
 
 namespace quor::gs {
 
@@ -44,7 +50,25 @@ class KernelRegistry {
   // The variant of the backward rasterizer that this device runs.
   std::string backwardKernelName() const;
 
-  // (private parts are the implementation's)
+ private:
+  // One embedded module. Its own lock lets different kernels be built side by side and each only once.
+  struct Slot {
+    std::mutex building;
+    std::atomic<bool> built = false;
+    Kernel kernel;
+  };
+
+  size_t indexOf(std::string_view name) const;
+  const Kernel& getAt(size_t index);
+  Kernel build(const EmbeddedKernel& module) const;
+  void createLayouts(Kernel& kernel) const;
+  void createPipeline(Kernel& kernel, const EmbeddedKernel& module) const;
+  void destroy(const Kernel& kernel) const noexcept;
+
+  VulkanContext& context_;
+  VkPipelineCache cache_ = VK_NULL_HANDLE;
+  std::unordered_map<std::string_view, size_t> index_;  // never changes after construction
+  std::vector<Slot> slots_;
 };
 
 }  // namespace quor::gs

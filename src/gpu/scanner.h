@@ -20,8 +20,11 @@ class Scanner {
   void scan(ComputeStream& stream, const GpuBuffer& data, uint32_t count);
 
  private:
+  void scanLevel(ComputeStream& stream, const GpuBuffer& data, uint32_t count, size_t level);
+
   VulkanContext& context_;
-  std::vector<GpuBuffer> levels_;
+  std::vector<GpuBuffer>
+      levels_;  // level k holds the totals of the 1024-item blocks of level k - 1, level 0 the data's
 };
 
 }  // namespace quor::gs

@@ -2,11 +2,11 @@
 // own.
 #pragma once
 
-#include <volk.h>
-
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 
+#include "gpu/command_buffer.h"
 #include "gpu/gpu_buffer.h"
 
 namespace quor::gs {
@@ -15,21 +15,20 @@ class VulkanContext;
 
 class Transfer {
  public:
-  explicit Transfer(VulkanContext& context);
-  ~Transfer();
-  Transfer(const Transfer&) = delete;
-  Transfer& operator=(const Transfer&) = delete;
+  explicit Transfer(VulkanContext& context) : context_(context), commands_(context) {}
 
   // Offsets and sizes in bytes; a size of 0 does nothing. Past the end: std::runtime_error.
+  // fill takes offsets in multiples of 4 and rounds its size up to one.
   void upload(GpuBuffer& dst, const void* src, size_t offset, size_t size);
   void download(const GpuBuffer& src, void* dst, size_t offset, size_t size);
   void fill(GpuBuffer& dst, uint32_t value, size_t offset, size_t size);
 
  private:
+  void growStaging(size_t size);
+  void run(const std::function<void(VkCommandBuffer)>& record);
+
   VulkanContext& context_;
-  VkCommandPool pool_ = VK_NULL_HANDLE;
-  VkCommandBuffer commands_ = VK_NULL_HANDLE;
-  VkFence fence_ = VK_NULL_HANDLE;
+  CommandBuffer commands_;
   GpuBuffer staging_;
 };
 

@@ -11,6 +11,9 @@
 #include <string>
 #include <vector>
 
+#include "gpu/device_choice.h"
+#include "gpu/vulkan_instance.h"
+
 namespace quor::gs {
 
 struct ContextOptions {
@@ -37,14 +40,19 @@ struct DeviceInfo {
   float timestampPeriod = 0;  // nanoseconds a tick; 0 when the compute queue has no timestamps
 };
 
+// The options as the environment changes them: QUOR_VALIDATION and QUOR_FORCE_FALLBACKS turn theirs on, QUOR_DEVICE
+// replaces the index. A variable that holds no number changes nothing.
+ContextOptions withEnvironment(ContextOptions options);
+
 class VulkanContext {
  public:
-  explicit VulkanContext(const ContextOptions& options);  // throws std::runtime_error with a whole sentence
+  // Applies the environment to the options. Throws std::runtime_error with a whole sentence.
+  explicit VulkanContext(const ContextOptions& options);
   ~VulkanContext();
   VulkanContext(const VulkanContext&) = delete;
   VulkanContext& operator=(const VulkanContext&) = delete;
 
-  VkInstance instance() const { return instance_; }
+  VkInstance instance() const { return instance_.handle(); }
   VkPhysicalDevice physicalDevice() const { return physicalDevice_; }
   VkDevice device() const { return device_; }
   VkQueue mainQueue() const { return mainQueue_; }
@@ -58,22 +66,26 @@ class VulkanContext {
   std::mutex& computeLock() { return *computeLock_; }  // the main lock itself when there is one queue
   bool sharedQueue() const { return computeLock_ == &mainLock_; }
 
+  // Meaningful low bits of a timestamp of the compute queue; 0 when it has none.
+  uint32_t timestampBits() const { return timestampBits_; }
+
   // Bytes of device-local memory that this process may still take: from the memory budget where the device reports one,
   // else the largest device-local heap less what GpuBuffers hold.
   uint64_t freeMemory() const;
 
   // Messages of the validation layer (warnings and errors) since the context was made.
-  uint64_t validationMessages() const;
+  uint64_t validationMessages() const { return instance_.messages(); }
 
  private:
-  VkInstance instance_ = VK_NULL_HANDLE;
-  VkDebugUtilsMessengerEXT messenger_ = VK_NULL_HANDLE;
+  ContextOptions options_;
+  VulkanInstance instance_;
   VkPhysicalDevice physicalDevice_ = VK_NULL_HANDLE;
   VkDevice device_ = VK_NULL_HANDLE;
   VkQueue mainQueue_ = VK_NULL_HANDLE;
   VkQueue computeQueue_ = VK_NULL_HANDLE;
   uint32_t computeFamily_ = 0;
   uint32_t mainFamily_ = 0;
+  uint32_t timestampBits_ = 0;
   DeviceInfo info_;
   VkPhysicalDeviceMemoryProperties memoryProperties_ = {};
   std::mutex mainLock_;
@@ -83,6 +95,9 @@ class VulkanContext {
 
 DeviceInfo queryDevice(VkPhysicalDevice device, bool forceFallbacks);
 int32_t findComputeFamily(VkPhysicalDevice device, bool needGraphics);
+std::vector<VkQueueFamilyProperties> queueFamilies(VkPhysicalDevice device);
+bool hasDeviceExtension(VkPhysicalDevice device, const char* name);
+// One line for a person: "NAME — Vulkan 1.3.280, 8192 MB VRAM, subgroup 32, float atomics native, subgroup reduce yes".
 std::string describe(const DeviceInfo& info);
 
 // The devices in the order of the `devices` command; makes and destroys an instance of its own.

@@ -2,6 +2,7 @@
 // resolution and freed of lens distortion, with the pinhole camera that belongs to the pixels that are left.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <filesystem>
@@ -27,7 +28,8 @@ struct SceneGeometry {
   std::array<double, 3> centre = {0, 0, 0};  // mean of the camera centres
   double radius = 1;                         // largest distance of a camera centre from it; 1 when that is not > 1e-6
   double extent = 1.1;                       // 1.1 * radius
-  std::array<double, 3> up = {0, -1, 0};     // mean of the cameras' up vectors; (0, -1, 0) when they disagree
+  // The mean of the cameras' up vectors, normalised; (0, -1, 0) when they disagree (the mean is shorter than 0.5).
+  std::array<double, 3> up = {0, -1, 0};
 };
 
 SceneGeometry sceneGeometry(const std::vector<Camera>& cameras);
@@ -37,6 +39,10 @@ struct DatasetOptions {
   int resolution = 0;            // longest edge of the images in pixels; 0 = their own size
   bool evalMode = false;         // hold views out
   int testEvery = 8;             // every N-th view in name order, when evalMode is on and N > 0
+
+  // Where the two lie apart from each other; empty = found from `folder`.
+  std::filesystem::path imagesFolder;
+  std::filesystem::path modelFolder;
 };
 
 struct Dataset {
@@ -55,9 +61,14 @@ struct ViewSplit {
 };
 ViewSplit splitViews(size_t count, bool evalMode, int testEvery);
 
+// The view at 1 / 2^level of its size, each edge rounded and at least 1; safe on any thread.
+View viewAtLevel(const View& view, int level);
+
 // Reads the model, then decodes the photographs on worker threads. `progress` (may be empty) is called with (done,
 // total), never from two threads at once; when `cancel` becomes true the load ends with std::runtime_error "Cancelled".
-// Images that cannot be read are skipped with a warning in `log`. Throws std::runtime_error with a whole sentence.
+// Images that cannot be read, or whose names lead out of the images folder, are skipped with a warning in `log`; views
+// are in name order, and when the split would leave none to train on, none is held out. Throws std::runtime_error with
+// a whole sentence: no model, no images, a camera or a pose that is none, an image that is not its camera's shape.
 Dataset loadDataset(const DatasetOptions& options, LogStore& log, const std::atomic<bool>& cancel,
                     const std::function<void(size_t, size_t)>& progress = {});
 

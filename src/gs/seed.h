@@ -11,15 +11,17 @@
 namespace quor::gs {
 
 struct SeedSettings {
-  uint64_t count = 0;    // splats to create (N)
+  uint64_t count = 0;    // splats to create; 0 = one a point, 10000 when seeded at random
   float opacity = 0.1f;  // initial, activated
   float scaleMultiplier = 1.0f;
-  bool randomWhenSparse = true;              // fewer than 100 points: random splats within the scene's extent instead
-  std::array<double, 3> centre = {0, 0, 0};  // of those random splats
-  double extent = 1.0;                       // scene extent, floored at 0.001
+  bool randomWhenSparse = true;              // fewer than 100 points: at most 10000 random ones take their place
+  std::array<double, 3> centre = {0, 0, 0};  // of those random points
+  double extent = 1.0;                       // their largest offset along an axis, floored at 0.001
 };
 
-// `positions` and `colours` hold three values a point. `random` advances.
+// `positions` (finite) and `colours` hold three values a point. Each splat is as large as its point's neighbours are
+// distant. More splats than points scatter around points drawn at random; fewer are a random subset. Without any point
+// the points are random, whatever the settings say. `random` advances.
 GaussianSet seedFromPoints(std::span<const float> positions, std::span<const uint8_t> colours,
                            const SeedSettings& settings, SplitMix64& random);
 

@@ -1,9 +1,11 @@
 // Runs the stages of one project on a worker thread: frames, camera solve, training. Every front end drives this class
-// and reads the same status snapshots.
+// and reads the same status snapshots. open(), close() and start() belong to one controlling thread; everything else
+// may be called from any thread.
 #pragma once
 
 #include <array>
 #include <atomic>
+#include <condition_variable>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -12,12 +14,13 @@
 #include <vector>
 
 #include "base/log_store.h"
-#include "gs/engine.h"
+#include "gs/training_service.h"
 #include "project/project.h"
 
 namespace quor {
 
 enum class Stage : int32_t { Frames = 0, Sparse = 1, Train = 2 };
+inline constexpr size_t kStageCount = 3;
 const char* stageName(Stage stage);
 
 enum class StageState : int32_t { NotRun = 0, Running = 1, Done = 2, Failed = 3 };
@@ -28,31 +31,65 @@ struct StageStatus {
   float fraction = -1;  // 0..1, -1 when unknown
 };
 
+// The result text of a run that was cancelled, and the message of the stage it was cancelled in.
+inline constexpr const char* kCancelled = "Cancelled";
+
 class Pipeline {
  public:
+  // `result` is "Done", "Cancelled" or the sentence of the stage that failed.
   using Completion = std::function<void(bool success, const std::string& result)>;
 
-  Pipeline(gs::Engine& engine, LogStore& log);
+  Pipeline(gs::TrainingService& trainer, LogStore& log);
   ~Pipeline();  // cancels and joins
+  Pipeline(const Pipeline&) = delete;
+  Pipeline& operator=(const Pipeline&) = delete;
 
   // Both throw std::runtime_error "Finish or cancel the running stage first." while busy.
   void open(const Project& project);
   void close();
 
-  // false when there is no project or a run is under way. `completion` is called on the worker.
+  // false when there is no project or a run is under way. `completion` is called on the worker just before busy() turns
+  // false, when all records are final; it must not call open(), close() or start().
   bool start(Stage from, Stage to, Completion completion = {});
   void cancel();
   void requestStop();  // training ends after the current step and still exports; earlier stages are cancelled
   bool busy() const { return busy_.load(); }
 
+  // The stage that runs now or ran last.
+  Stage currentStage() const;
   StageStatus status(Stage stage) const;
-  std::vector<std::string> summary() const;  // one line a stage
+  // One line a stage, from what lies in the project folder.
+  std::vector<std::string> summary() const;
+  // Of the last run; nothing when it did not get as far as a scene.
   std::optional<gs::TrainResult> trainResult() const;
 
  private:
-  gs::Engine& engine_;
+  void resetLocked();
+  void requireIdle();
+  void runStages(Stage from, Stage to, const Completion& completion);
+  bool runStage(Stage stage, std::string& result);
+  std::string runBody(Stage stage, const Project& project);
+  std::string runFrames(const Project& project);
+  std::string runSparse(const Project& project);
+  std::string runTrain(const Project& project);
+  void followTraining();
+  void report(Stage stage, StageState state, const std::string& message, float fraction);
+
+  gs::TrainingService& trainer_;
   LogStore& log_;
+
+  mutable std::mutex mutex_;  // guards everything up to `trainResult_`
+  std::condition_variable wake_;
+  std::optional<Project> project_;
+  std::array<StageStatus, kStageCount> stages_;
+  Stage current_ = Stage::Frames;
+  bool inStage_ = false;
+  std::optional<gs::TrainResult> trainResult_;
+
   std::atomic<bool> busy_ = false;
+  std::atomic<bool> cancel_ = false;
+  std::atomic<bool> stop_ = false;
+  std::thread worker_;
 };
 
 // What the trainer is asked for by a project's settings.

@@ -1,7 +1,35 @@
 # The kernels in the order of the embedded table: "name" or "name|source|defines".
 set(OMBRELUX_KERNELS
+  activate
+  preprocess_forward
+  preprocess_backward
+  bin_count
+  bin_write
+  depth_keys
+  tile_ranges
+  rasterize_forward
+  "rasterize_backward:SG=1,NATIVE_ATOMIC=1|rasterize_backward|SG=1 NATIVE_ATOMIC=1"
+  "rasterize_backward:SG=1,NATIVE_ATOMIC=0|rasterize_backward|SG=1 NATIVE_ATOMIC=0"
+  "rasterize_backward:SG=0,NATIVE_ATOMIC=1|rasterize_backward|SG=0 NATIVE_ATOMIC=1"
+  "rasterize_backward:SG=0,NATIVE_ATOMIC=0|rasterize_backward|SG=0 NATIVE_ATOMIC=0"
   scan_block
   scan_add
   radix_hist
   radix_scatter
+  u8_to_f32
+  composite_background
+  ssim_stack_blur_h
+  ssim_blur15
+  ssim_tail_forward
+  ssim_tail_backward
+  ssim_chain_backward
+  loss_grad
+  loss_partials
+  activation_backward
+  adam
+  grad_stats
+  add_noise
+
+  # Beyond the fixed part of the table.
+  gather_rows
 )

@@ -1,0 +1,136 @@
+#include "app/command_line.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <new>
+
+#include "app/commands.h"
+#include "app/drive.h"
+#include "base/paths.h"
+#include "base/terminal.h"
+#include "gpu/vulkan_context.h"
+#include "pipeline/guidance.h"
+
+namespace quor {
+
+namespace {
+
+int fail(const std::string& message) {
+  std::fprintf(stderr, "error: %s\n", message.c_str());
+  return kExitFailure;
+}
+
+int failUsage(const std::string& message, FrontEnd frontEnd) {
+  std::fprintf(stderr, "error: %s\n\n%s", message.c_str(), usageText(frontEnd).c_str());
+  return kExitUsage;
+}
+
+int printOut(const std::string& text) {
+  if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0) return kExitSuccess;
+  return fail("could not write to standard output");
+}
+
+int devicesCommand(const Options&) {
+  std::string lines;
+  try {
+    const std::vector<gs::DeviceInfo> devices = gs::listDevices();
+    for (size_t i = 0; i < devices.size(); ++i) lines += "[" + std::to_string(i) + "] " + devices[i].name + "\n";
+    if (devices.empty()) throw std::runtime_error("No Vulkan GPU found. Update the graphics driver.");
+  } catch (const std::exception& error) {
+    return fail(std::string("Could not list Vulkan devices: ") + error.what());
+  }
+  return printOut(lines);
+}
+
+int instructionsCommand(const Options& options) {
+  if (options.paths.empty()) return printOut(guidanceText());
+  const std::string& path = options.paths[0];
+  std::ofstream file(fromUtf8(path), std::ios::binary);
+  file << guidanceText();
+  file.close();
+  return file ? kExitSuccess : fail("could not write " + path);
+}
+
+int batchCommand(const Options&) {
+  return fail(
+      "Running a batch is not part of this version yet; train its captures one by one with `train` or `import`.");
+}
+
+int mcpCommand(const Options&) {
+  return fail("Serving AI assistants is not part of this version yet; they can use the commands listed by `help`.");
+}
+
+struct Command {
+  const char* name;
+  size_t leastPaths;
+  size_t mostPaths;
+  int (*run)(const Options&);
+};
+
+constexpr size_t kAny = SIZE_MAX;
+constexpr Command kCommands[] = {
+    {"run", 1, kAny, runMediaCommand},
+    {"train", 1, 1, trainCommand},
+    {"import", 1, 1, importCommand},
+    {"batch", 1, 1, batchCommand},
+    {"devices", 0, 0, devicesCommand},
+    {"mcp", 0, 0, mcpCommand},
+    {"instructions", 0, 1, instructionsCommand},
+};
+
+int runCommand(const Command& command, std::span<const std::string> arguments) {
+  const Options options = parseOptions(arguments);
+  const std::string name = command.name;
+  if (options.paths.size() < command.leastPaths) throw UsageError(name + " needs a path");
+  if (options.paths.size() > command.mostPaths) {
+    throw UsageError(name + (command.mostPaths == 0 ? " takes no path" : " takes one path") + ", not '" +
+                     options.paths[command.mostPaths] + "' as well");
+  }
+  if (options.from && name != "train") throw UsageError("--from is an option of train only");
+  return command.run(options);
+}
+
+// Neither a command nor anything that could be meant for the window ends in the usage text.
+int runUnknown(const std::vector<std::string>& arguments, FrontEnd frontEnd) {
+  if (arguments.empty() && frontEnd == FrontEnd::CommandLineOnly) {
+    std::fputs(usageText(frontEnd).c_str(), stderr);
+    return kExitUsage;
+  }
+  if (!arguments.empty() && arguments[0].starts_with("-")) throw UsageError("unknown option " + arguments[0]);
+  if (frontEnd == FrontEnd::Desktop && arguments.size() <= 1) {
+    return fail(
+        "The window is not part of this version yet; train a COLMAP dataset or a project with "
+        "`Ombrelux train PATH` (see `Ombrelux help`).");
+  }
+  throw UsageError("unknown command '" + arguments[0] + "'");
+}
+
+int dispatch(const std::vector<std::string>& arguments, FrontEnd frontEnd) {
+  const std::string name = arguments.empty() ? "" : arguments[0];
+  if (name == "help" || name == "--help" || name == "-h") return printOut(usageText(frontEnd));
+  if (name == "version" || name == "--version") return printOut(std::string("Ombrelux ") + kVersion + " (Vulkan)\n");
+  for (const Command& command : kCommands) {
+    if (name == command.name) return runCommand(command, std::span(arguments).subspan(1));
+  }
+  return runUnknown(arguments, frontEnd);
+}
+
+}  // namespace
+
+int runCommandLine(const std::vector<std::string>& arguments, FrontEnd frontEnd) {
+  try {
+    countInterrupts();
+    return dispatch(arguments, frontEnd);
+  } catch (const UsageError& error) {
+    return failUsage(error.what(), frontEnd);
+  } catch (const std::filesystem::filesystem_error& error) {
+    return fail("Cannot access " + toUtf8(error.path1()) + ": " + error.code().message() + ".");
+  } catch (const std::bad_alloc&) {
+    return fail("The computer's memory is not enough for this.");
+  } catch (const std::exception& error) {
+    return fail(error.what());
+  }
+}
+
+}  // namespace quor

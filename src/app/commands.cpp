@@ -1,0 +1,135 @@
+#include "app/commands.h"
+
+#include <algorithm>
+
+#include "app/console.h"
+#include "app/drive.h"
+#include "base/paths.h"
+#include "colmap/model.h"
+#include "gpu/vulkan_context.h"
+#include "gs/engine.h"
+#include "project/classify.h"
+
+namespace quor {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr size_t kLogCapacity = 5000;
+
+// Paths in project.json and in results must not depend on where the command was started, and a project is named after
+// its input's last component: "." and "capture/" have to name the folder itself.
+fs::path absolutePath(const std::string& path) {
+  fs::path absolute = fs::absolute(fromUtf8(path));
+  const bool hasParents = std::find(absolute.begin(), absolute.end(), "..") != absolute.end();
+  absolute = hasParents ? fs::weakly_canonical(absolute) : absolute.lexically_normal();
+  return absolute.has_filename() || !absolute.has_relative_path() ? absolute : absolute.parent_path();
+}
+
+Classification classifyExisting(const std::string& path) {
+  Classification found;
+  found.type = PathClass::Missing;
+  if (!path.empty()) found = classifyPath(absolutePath(path));
+  if (found.type == PathClass::Missing) throw std::runtime_error("No such file or folder: " + path);
+  return found;
+}
+
+// A folder with a model but without the photographs is the likeliest mistake, so it gets advice instead of a bare no.
+void refuseModelWithoutImages(const std::string& path) {
+  const fs::path folder = absolutePath(path);
+  std::error_code ignored;
+  if (gs::colmap::findModelDir(folder).empty() || fs::is_directory(folder / "images", ignored)) return;
+  throw std::runtime_error("Found a model in " + path +
+                           " but no images/ beside it. Pass the folder that holds both images/ and the sparse model, "
+                           "not the model folder itself.");
+}
+
+// The run of a command on one project: its log, its voice, and the device once it is needed.
+class Session {
+ public:
+  explicit Session(const Options& options) : options_(options), log_(kLogCapacity), console_(log_, options.quiet) {}
+
+  void announce(const Project& project) { console_.message("Project: " + toUtf8(project.root)); }
+
+  void openDevice() {
+    gs::ContextOptions context;
+    context.deviceIndex = options_.device;
+    context_ = std::make_unique<gs::VulkanContext>(context);
+    const gs::DeviceInfo& info = context_->info();
+    log_.info(gs::describe(info) + (info.driver.empty() ? "" : " · driver " + info.driver));
+  }
+
+  int drive(const Project& project, Stage from) {
+    gs::Engine engine(*context_, log_);
+    Pipeline pipeline(engine, log_);
+    return quor::drive(pipeline, engine, console_, project, from, options_.json);
+  }
+
+ private:
+  const Options& options_;
+  LogStore log_;
+  Console console_;
+  std::unique_ptr<gs::VulkanContext> context_;
+};
+
+int trainDataset(const Options& options) {
+  Session session(options);
+  Project project = Project::fromDataset(absolutePath(options.paths[0]), fromUtf8(options.out));
+  options.applyTo(project);
+  project.save();
+  session.announce(project);
+  session.openDevice();
+  return session.drive(project, Stage::Train);
+}
+
+int trainProject(const Options& options) {
+  Session session(options);
+  Project project = Project::load(absolutePath(options.paths[0]));
+  options.applyTo(project);
+  session.announce(project);
+  session.openDevice();  // before saving: a device that cannot be had leaves the project as it was
+  project.ensureLayout();
+  project.save();
+  return session.drive(project, options.from.value_or(Stage::Train));
+}
+
+}  // namespace
+
+int trainCommand(const Options& options) {
+  const std::string& path = options.paths[0];
+  const Classification found = classifyExisting(path);
+  if (found.type == PathClass::Project) return trainProject(options);
+  if (found.type == PathClass::Dataset) {
+    if (options.from) throw std::runtime_error("--from needs a Ombrelux project, not a dataset.");
+    return trainDataset(options);
+  }
+  refuseModelWithoutImages(path);
+  throw std::runtime_error(path + " is neither a Ombrelux project nor a COLMAP dataset (images/ + sparse/0).");
+}
+
+int importCommand(const Options& options) {
+  classifyExisting(options.paths[0]);
+  refuseModelWithoutImages(options.paths[0]);
+  return trainDataset(options);
+}
+
+int runMediaCommand(const Options& options) {
+  for (const std::string& path : options.paths) {
+    switch (classifyExisting(path).type) {
+      case PathClass::Project:
+        throw std::runtime_error(path + " is already a Ombrelux project — use `train` to train it again.");
+      case PathClass::Dataset:
+        throw std::runtime_error(path + " holds a COLMAP reconstruction — use `import` for it.");
+      case PathClass::Media:
+        break;
+      default:
+        throw std::runtime_error("No images or videos in " + path);
+    }
+  }
+  throw std::runtime_error(
+      "Building a project from media is not part of this version yet; train an existing COLMAP reconstruction with "
+      "`train` or `import`.");
+}
+
+}  // namespace quor

@@ -1,0 +1,51 @@
+// What a command says on standard error while it works. It is the only writer there, so that log entries, messages and
+// the live line of a terminal never run into one another; log entries are therefore printed from here instead of by the
+// store's own echo.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <vector>
+
+#include "base/log_store.h"
+
+namespace quor {
+
+class Console {
+ public:
+  Console(const LogStore& log, bool quiet);
+  ~Console();
+  Console(const Console&) = delete;
+  Console& operator=(const Console&) = delete;
+
+  bool isTerminal() const { return terminal_; }
+
+  // A line of its own. Left out under --quiet, and when the log has just said `inLog` (if not empty).
+  void message(const std::string& text, const std::string& inLog = {});
+  // Progress: on a terminal it replaces the last live text; call it only there.
+  void live(const std::string& text);
+
+  // Prints what was logged since the last call (under --quiet without information). Errors are held back until
+  // finishLog(), because the failure that ends a run is printed by the run itself.
+  void printLog();
+  // Prints the errors that were held back, all but those that say the same as `failure` (may be empty).
+  void finishLog(const std::string& failure);
+
+  // "error: TEXT".
+  void error(const std::string& text);
+
+ private:
+  void print(const std::string& line);
+  void printEntry(const LogEntry& entry);
+
+  const LogStore& log_;
+  const bool quiet_;
+  const bool terminal_;
+  bool liveShown_ = false;
+  uint64_t lastSequence_ = 0;
+  std::vector<LogEntry> held_;
+  std::deque<std::string> recent_;  // texts of the last entries printed
+};
+
+}  // namespace quor

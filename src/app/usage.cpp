@@ -1,0 +1,58 @@
+#include "app/usage.h"
+
+#include "app/options.h"
+
+namespace quor {
+
+namespace {
+
+constexpr const char* kCommands = R"(Commands:
+  train <project|dataset> [options] [--from frames|sparse]
+      train an existing project in place, reusing its frames and cameras, or a
+      COLMAP dataset: a folder that holds images/ and sparse/0
+  import <dataset> [--out DIR] [options]
+      wrap a COLMAP dataset in a new project and train it
+  run <media>... [--out DIR] [options]
+      build a new project from images and videos: extract frames, solve cameras,
+      train; a folder brings everything under it (not in this version yet)
+  batch <batch.json|folder>
+      run a queue of captures, finished ones skipped (not in this version yet)
+  devices
+      list the Vulkan GPUs, one line each with its index
+  mcp
+      serve AI assistants on standard input and output (not in this version yet)
+  instructions [FILE]
+      print what an assistant, or a newcomer, should know, or write it to FILE
+  help, --help
+      print this text
+  version, --version
+      print the version
+)";
+
+constexpr const char* kResult = R"(
+A new project is a folder named after its input plus _ombrelux. Settings are kept
+in its project.json: an option that is not given leaves them as they are.
+
+Progress and messages go to standard error. Standard output carries only the path
+of scene.ply or, with --json, one JSON object. Ctrl-C during training stops it and
+still writes the scene and the checkpoint; pressed again it cancels.
+
+Exit codes: 0 success, 1 failure, 2 usage error, 130 cancelled.
+)";
+
+}  // namespace
+
+std::string usageText(FrontEnd frontEnd) {
+  const bool desktop = frontEnd == FrontEnd::Desktop;
+  const std::string program = desktop ? "Ombrelux" : "OmbreluxCLI";
+  std::string text = std::string("Ombrelux ") + kVersion + ": 3D Gaussian splat scenes from photographs and video\n\n";
+  text += "Usage: " + program + " <command> [arguments] [options]\n";
+  if (desktop) text += "       Ombrelux [project|scene.ply|media]    open the window (not in this version yet)\n";
+  text += "\n" + std::string(kCommands) + "\n" + optionsHelp() + kResult;
+  text += "\nExamples:\n";
+  text += "  " + program + " import ~/captures/garden --resolution 1600 --iterations 15000\n";
+  text += "  " + program + " train ~/captures/garden_ombrelux --resume --iterations 30000 --json\n";
+  return text;
+}
+
+}  // namespace quor

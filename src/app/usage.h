@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+
+namespace quor {
+
+inline constexpr const char* kVersion = "1.1.3";
+
+// OmbreluxCLI, or Ombrelux, which also has (will have) a window.
+enum class FrontEnd { CommandLineOnly, Desktop };
+
+// All commands, options, exit codes and two examples; ends in a line feed.
+std::string usageText(FrontEnd frontEnd);
+
+}  // namespace quor

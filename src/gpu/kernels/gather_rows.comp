@@ -1,0 +1,30 @@
+#version 450
+// Builds an array of rows from another: row i of the result is row source[i] of the input, or zeros where the row is
+// marked fresh and the array is optimiser state. Used when splats are added, removed, moved or reordered.
+//
+// binding | name   | element | shape        | access
+//       0 | source | uint    | rows         | read, bit 31 marks a fresh row
+//       1 | from   | float   | rows x width | read
+//       2 | to     | float   | rows x width | write
+// Push: values (rows x width), width, whether fresh rows become zero. One invocation a value, no races.
+#extension GL_GOOGLE_include_directive : require
+#include "item_index.glsl"
+
+layout(local_size_x = 256) in;
+layout(binding = 0) readonly buffer Source { uint source[]; };
+layout(binding = 1) readonly buffer From { float from[]; };
+layout(binding = 2) writeonly buffer To { float to[]; };
+layout(push_constant) uniform Push {
+  uint count;
+  uint width;
+  uint zeroFresh;
+};
+
+void main() {
+  const uint i = itemIndex();
+  if (i >= count) return;
+  const uint row = i / width;
+  const uint s = source[row];
+  const bool zero = zeroFresh != 0u && (s & 0x80000000u) != 0u;
+  to[i] = zero ? 0.0 : from[(s & 0x7FFFFFFFu) * width + (i - row * width)];
+}

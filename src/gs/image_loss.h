@@ -1,0 +1,71 @@
+// Compares a rendered image with its photograph on the GPU: L1, SSIM (Wang et al. 2004) and the gradient of both.
+// Images are interleaved RGB floats, height x width x 3; photographs are packed bytes of the same order.
+#pragma once
+
+#include <cstdint>
+
+#include "gpu/compute_stream.h"
+#include "gpu/gpu_buffer.h"
+
+namespace quor::gs {
+
+// target, two sets of 15 planes, SSIM gradient or map, image gradient, opacity gradient
+inline constexpr uint64_t kLossBytesPerPixel = (3 + 15 + 15 + 3 + 3 + 1) * 4;
+
+// Factors of the summed terms: for L = (1 - w) mean L1 + w (1 - mean SSIM) over P pixels these are (1 - w) / (3 P) and
+// -w / (3 P).
+struct LossScales {
+  float l1 = 0;
+  float ssim = 0;
+};
+LossScales lossScales(float ssimWeight, int width, int height);
+
+// Means over all pixels and channels.
+struct ImageScores {
+  double l1 = 0;
+  double mse = 0;  // of the image clamped to 0..1
+  double ssim = 0;
+  double psnr() const;  // dB, at most 100
+};
+
+class ImageLoss {
+ public:
+  explicit ImageLoss(VulkanContext& context) : context_(context) {}
+
+  void reserve(uint64_t pixels);
+
+  struct Frame {
+    const GpuBuffer& image;
+    const GpuBuffer& accumulated;
+    int width;
+    int height;
+  };
+
+  // Records the gradient of the scaled terms into imageGradient() and accumulatedGradient(). `composited` says whether
+  // a background colour lies behind the image. With `withScore` the sums are recorded too, for finishScore().
+  void backward(ComputeStream& stream, const Frame& frame, const GpuBuffer& photo, const LossScales& scales,
+                const float background[3], bool composited, bool withScore);
+
+  // Records the sums, submits and reads them.
+  ImageScores score(ComputeStream& stream, const Frame& frame, const GpuBuffer& photo);
+
+  // The sums that backward() recorded, after the submit.
+  ImageScores finishScore(int width, int height) const;
+
+  const GpuBuffer& imageGradient() const { return dImage_; }
+  const GpuBuffer& accumulatedGradient() const { return dAccumulated_; }
+
+ private:
+  void recordStatistics(ComputeStream& stream, const Frame& frame, const GpuBuffer& photo);
+  void recordScore(ComputeStream& stream, const Frame& frame);
+
+  VulkanContext& context_;
+  uint64_t pixelRoom_ = 0;
+  GpuBuffer target_;
+  GpuBuffer planes_, planesPartner_;
+  GpuBuffer dSsim_;  // the SSIM map for scores
+  GpuBuffer dImage_, dAccumulated_;
+  GpuBuffer partials_, partialsOnHost_;
+};
+
+}  // namespace quor::gs

@@ -1,0 +1,235 @@
+#include "gs/renderer.h"
+
+#include <algorithm>
+#include <bit>
+#include <stdexcept>
+
+#include "gpu/kernels/include/shared_constants.h"
+#include "gpu/vulkan_context.h"
+
+namespace quor::gs {
+namespace {
+
+constexpr uint32_t kTile = TILE_SIZE;
+
+uint32_t tilesOf(int pixels) {
+  return (static_cast<uint32_t>(pixels) + kTile - 1) / kTile;
+}
+
+struct RangesPush {
+  uint32_t instances, tiles;
+};
+struct RasterPush {
+  uint32_t width, height, tilesX, reserved;
+};
+struct BackgroundPush {
+  float red, green, blue;
+  uint32_t pixels;
+};
+struct ActivationPush {
+  uint32_t count;
+  float opacityWeight, scaleWeight;
+};
+static_assert(sizeof(RasterPush) == 16 && sizeof(BackgroundPush) == 16 && sizeof(ActivationPush) == 12);
+
+}  // namespace
+
+Renderer::Renderer(VulkanContext& context, KernelRegistry& registry, Mode mode)
+    : context_(context),
+      mode_(mode),
+      forwardKernel_("rasterize_forward"),
+      backwardKernel_(registry.backwardKernelName()),
+      sorter_(context),
+      scanner_(context),
+      loss_(context),
+      total_(context, sizeof(uint32_t), BufferKind::Readback, "instance count") {}
+
+std::vector<std::string> Renderer::kernelNames() const {
+  std::vector<std::string> names = {"activate",      "preprocess_forward", "depth_keys",   "radix_hist",
+                                    "radix_scatter", "scan_block",         "scan_add",     "bin_count",
+                                    "bin_write",     "tile_ranges",        forwardKernel_, "composite_background"};
+  if (mode_ == Mode::Training) {
+    for (const char* name :
+         {"u8_to_f32", "ssim_stack_blur_h", "ssim_blur15", "ssim_tail_forward", "loss_partials", "ssim_tail_backward",
+          "ssim_chain_backward", "loss_grad", "preprocess_backward", "activation_backward"}) {
+      names.emplace_back(name);
+    }
+    names.push_back(backwardKernel_);
+  }
+  return names;
+}
+
+void Renderer::reserve(uint32_t splats, int width, int height) {
+  const auto make = [&](uint64_t words, const char* name) {
+    return GpuBuffer(context_, std::max<uint64_t>(words, 1) * 4, BufferKind::Device, name);
+  };
+  if (splats > splatRoom_) {
+    const uint64_t n = splatRoom_ = splats;
+    scale_ = make(3 * n, "activated scales");
+    opacity_ = make(n, "activated opacities");
+    mean_ = make(2 * n, "screen means");
+    conic_ = make(3 * n, "conics");
+    colour_ = make(3 * n, "colours");
+    depth_ = make(n, "depths");
+    halfExtent_ = make(2 * n, "half-extents");
+    visible_ = make(n, "visibility");
+    depthKey_ = make(n, "depth keys");
+    depthKeyPartner_ = make(n, "depth keys partner");
+    order_ = make(n, "depth order");
+    orderPartner_ = make(n, "depth order partner");
+    tileCount_ = make(n + 1, "tile counts");
+    sorter_.reserve(n);
+    scanner_.reserve(n + 1);
+    if (mode_ == Mode::Training) {
+      dMean_ = make(2 * n, "screen mean gradient");
+      dConic_ = make(3 * n, "conic gradient");
+      dOpacity_ = make(n, "opacity gradient");
+      dColour_ = make(3 * n, "colour gradient");
+    }
+  }
+  const uint64_t pixels = static_cast<uint64_t>(width) * static_cast<uint64_t>(height);
+  if (pixels > pixelRoom_) {
+    pixelRoom_ = pixels;
+    image_ = make(3 * pixels, "image");
+    accumulated_ = make(pixels, "accumulated opacity");
+    transmittance_ = make(pixels, "transmittance");
+    walked_ = make(pixels, "walked");
+  }
+  const uint32_t tiles = tilesOf(width) * tilesOf(height);
+  if (tiles > tileRoom_) {
+    tileRoom_ = tiles;
+    tileStart_ = make(tiles + 1, "tile starts");
+  }
+  if (mode_ == Mode::Training) loss_.reserve(pixels);
+}
+
+void Renderer::reserveInstances(uint32_t instances) {
+  if (instances <= instanceRoom_) return;
+  instanceRoom_ = static_cast<uint32_t>(std::min<uint64_t>(instances + instances / 2ull + 4096, UINT32_MAX / 4));
+  if (instances > instanceRoom_) throw std::runtime_error("The scene lists too many splats in one view.");
+  for (GpuBuffer* buffer : {&tileKey_, &tileKeyPartner_, &splatId_, &splatIdPartner_}) {
+    *buffer = GpuBuffer();
+    *buffer = GpuBuffer(context_, instanceRoom_ * sizeof(uint32_t), BufferKind::Device, "tile instances");
+  }
+  sorter_.reserve(instanceRoom_);
+}
+
+void Renderer::project(ComputeStream& stream, const SplatStore& splats, const Camera& camera, int shDegree,
+                       float nearPlane) {
+  const uint32_t n = splats.count();
+  if (n > splatRoom_) throw std::logic_error("Renderer::project beyond reserved gaussians");
+  width_ = camera.width;
+  height_ = camera.height;
+  tilesX_ = tilesOf(width_);
+  tilesY_ = tilesOf(height_);
+  if (static_cast<uint64_t>(width_) * static_cast<uint64_t>(height_) > pixelRoom_ || tilesX_ * tilesY_ > tileRoom_) {
+    throw std::logic_error("Renderer: image too large");
+  }
+
+  const auto centre = camera.centre();
+  float* rows[3] = {camera_.row0, camera_.row1, camera_.row2};
+  for (size_t r = 0; r < 3; ++r) {
+    for (size_t c = 0; c < 3; ++c) rows[r][c] = static_cast<float>(camera.rotation[3 * r + c]);
+    rows[r][3] = static_cast<float>(camera.translation[r]);
+    camera_.centre[r] = static_cast<float>(centre[r]);
+  }
+  const double intrinsics[4] = {camera.fx, camera.fy, camera.cx, camera.cy};
+  for (size_t k = 0; k < 4; ++k) camera_.intrinsics[k] = static_cast<float>(intrinsics[k]);
+  camera_.range[0] = nearPlane;
+  const uint32_t w = static_cast<uint32_t>(width_), h = static_cast<uint32_t>(height_);
+  const uint32_t size[4] = {n, w, h, static_cast<uint32_t>(std::clamp(shDegree, 0, 3))};
+  std::copy(std::begin(size), std::end(size), camera_.size);
+  bin_ = {n, w, h, kTile, tilesX_, tilesY_, {0, 0}};
+
+  stream.mark("projection");
+  stream.dispatch1D("activate", {&splats.value(kScales), &splats.value(kOpacities), &scale_, &opacity_}, n, n);
+  stream.dispatch1D("preprocess_forward",
+                    {&splats.value(kPositions), &scale_, &splats.value(kRotations), &opacity_, &splats.value(kShDc),
+                     &splats.value(kShRest), &mean_, &conic_, &colour_, &depth_, &halfExtent_, &visible_},
+                    camera_, n);
+  stream.mark("depth sort");
+  stream.dispatch1D("depth_keys", {&depth_, &visible_, &depthKey_, &order_}, n, n);
+  orderInPartner_ = sorter_.sort(stream, depthKey_, order_, depthKeyPartner_, orderPartner_, n, 32);
+
+  stream.mark("tile lists");
+  const GpuBuffer& order = orderInPartner_ ? orderPartner_ : order_;
+  stream.dispatch1D("bin_count", {&order, &mean_, &conic_, &opacity_, &halfExtent_, &visible_, &tileCount_}, bin_, n);
+  stream.fill(tileCount_, 0, sizeof(uint32_t), n * sizeof(uint32_t));
+  scanner_.scan(stream, tileCount_, n + 1);
+  stream.copy(tileCount_, total_, sizeof(uint32_t), n * sizeof(uint32_t));
+  stream.submit();
+  instances_ = *static_cast<const uint32_t*>(total_.mapped());
+  reserveInstances(instances_);
+}
+
+void Renderer::rasterize(ComputeStream& stream, const std::array<float, 3>& background) {
+  background_ = background;
+  const uint32_t tiles = tilesX_ * tilesY_;
+  if (!tileKey_) reserveInstances(1);
+  stream.mark("tile lists");
+  const GpuBuffer& order = orderInPartner_ ? orderPartner_ : order_;
+  stream.dispatch1D("bin_write",
+                    {&order, &mean_, &conic_, &opacity_, &halfExtent_, &visible_, &tileCount_, &tileKey_, &splatId_},
+                    bin_, bin_.count);
+  stream.mark("tile sort");
+  const uint32_t bits = static_cast<uint32_t>(std::bit_width(std::max(tiles, 2u) - 1));
+  if (sorter_.sort(stream, tileKey_, splatId_, tileKeyPartner_, splatIdPartner_, instances_, bits)) {
+    std::swap(tileKey_, tileKeyPartner_);
+    std::swap(splatId_, splatIdPartner_);
+  }
+  stream.dispatch1D("tile_ranges", {&tileKey_, &tileStart_}, RangesPush{instances_, tiles}, tiles + 1);
+
+  stream.mark("forward");
+  const RasterPush push = {bin_.width, bin_.height, tilesX_, 0};
+  stream.dispatch(
+      forwardKernel_,
+      {&tileStart_, &splatId_, &mean_, &conic_, &opacity_, &colour_, &image_, &accumulated_, &transmittance_, &walked_},
+      push, tilesX_, tilesY_, 1);
+  if (background != std::array<float, 3>{0, 0, 0}) {
+    const uint32_t pixels = bin_.width * bin_.height;
+    stream.dispatch1D("composite_background", {&image_, &accumulated_},
+                      BackgroundPush{background[0], background[1], background[2], pixels}, pixels);
+  }
+}
+
+void Renderer::requireTraining() const {
+  if (mode_ != Mode::Training) throw std::logic_error("lossAndBackward on a render-only Renderer");
+}
+
+void Renderer::lossAndBackward(ComputeStream& stream, const SplatStore& splats, const GpuBuffer& photo,
+                               const LossScales& scales, const Regularisers& regularisers, bool withScore) {
+  requireTraining();
+  const uint32_t n = bin_.count;
+  stream.mark("loss");
+  const bool composited = background_ != std::array<float, 3>{0, 0, 0};
+  loss_.backward(stream, {image_, accumulated_, width_, height_}, photo, scales, background_.data(), composited,
+                 withScore);
+
+  stream.mark("backward");
+  for (const auto& [buffer, width] : {std::pair(&dMean_, 2u), {&dConic_, 3u}, {&dOpacity_, 1u}, {&dColour_, 3u}}) {
+    stream.fill(*buffer, 0, static_cast<uint64_t>(n) * width * sizeof(float));
+  }
+  stream.dispatch(backwardKernel_,
+                  {&tileStart_, &splatId_, &mean_, &conic_, &opacity_, &colour_, &transmittance_, &walked_,
+                   &loss_.imageGradient(), &loss_.accumulatedGradient(), &dMean_, &dConic_, &dOpacity_, &dColour_},
+                  RasterPush{bin_.width, bin_.height, tilesX_, 0}, tilesX_, tilesY_, 1);
+
+  stream.mark("projection backward");
+  stream.dispatch1D(
+      "preprocess_backward",
+      {&splats.value(kPositions), &scale_, &splats.value(kRotations), &splats.value(kShDc), &splats.value(kShRest),
+       &visible_, &dMean_, &dConic_, &dColour_, &splats.gradient(kPositions), &splats.gradient(kScales),
+       &splats.gradient(kRotations), &splats.gradient(kShDc), &splats.gradient(kShRest)},
+      camera_, n);
+  const GpuBuffer& dScale = splats.gradient(kScales);
+  stream.dispatch1D("activation_backward",
+                    {&scale_, &opacity_, &dScale, &dOpacity_, &dScale, &splats.gradient(kOpacities)},
+                    ActivationPush{n, regularisers.opacity, regularisers.scale}, n);
+}
+
+ImageScores Renderer::score(ComputeStream& stream, const GpuBuffer& photo) {
+  requireTraining();
+  return loss_.score(stream, {image_, accumulated_, width_, height_}, photo);
+}
+
+}  // namespace quor::gs

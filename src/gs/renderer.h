@@ -1,0 +1,120 @@
+// Turns splats and one camera into an image on the GPU, and for training scores that image and carries the gradients
+// back to every parameter. Tile-based: splats are listed once for every tile of 16 x 16 pixels that they touch, the
+// list is ordered by tile and front to back, and one work group blends each tile.
+//
+// A frame is project() (records and submits: the host needs the number of instances), rasterize() and, for training,
+// lossAndBackward(); the last two only record. All sizes are made ahead by reserve(); only the instance list may still
+// grow, by half, when a view lists more than any before it.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+#include "gpu/compute_stream.h"
+#include "gpu/gpu_buffer.h"
+#include "gpu/radix_sorter.h"
+#include "gpu/scanner.h"
+#include "gs/camera.h"
+#include "gs/image_loss.h"
+#include "gs/splat_store.h"
+
+namespace quor::gs {
+
+// GPU bytes that a renderer for training takes per splat and per pixel, for budgeting.
+inline constexpr uint64_t kRendererBytesPerSplat = 30 * 4;
+inline constexpr uint64_t kRendererBytesPerPixel = 6 * 4 + kLossBytesPerPixel;
+
+class Renderer {
+ public:
+  enum class Mode { RenderOnly, Training };
+
+  Renderer(VulkanContext& context, KernelRegistry& registry, Mode mode);
+
+  // Room for that many splats and images of that size; keeps what is large enough.
+  void reserve(uint32_t splats, int width, int height);
+
+  // Steps from the parameters to the scanned tile counts; submits and reads the number of instances. shDegree is the
+  // active degree; splats nearer than nearPlane (world units, > 0) are culled.
+  void project(ComputeStream& stream, const SplatStore& splats, const Camera& camera, int shDegree, float nearPlane);
+
+  // Sorts the instances into tiles and blends them over the background, into image().
+  void rasterize(ComputeStream& stream, const std::array<float, 3>& background);
+
+  // Gradients of lossScale.l1 * sum |image - photo| + lossScale.ssim * sum SSIM (sums over pixels and channels) with
+  // respect to every parameter, into the store's gradient buffers. The regularisers are those of activation_backward.
+  // With `withScore`, loss().finishScore() has the frame's figures after the submit.
+  struct Regularisers {
+    float opacity = 0;
+    float scale = 0;
+  };
+  void lossAndBackward(ComputeStream& stream, const SplatStore& splats, const GpuBuffer& photo,
+                       const LossScales& scales, const Regularisers& regularisers, bool withScore);
+
+  // Sums of the image against the photograph, after rasterize(); submits.
+  ImageScores score(ComputeStream& stream, const GpuBuffer& photo);
+
+  int width() const { return width_; }
+  int height() const { return height_; }
+  uint32_t instances() const { return instances_; }
+  const GpuBuffer& image() const { return image_; }               // height x width x 3
+  const GpuBuffer& accumulated() const { return accumulated_; }   // height x width
+  const GpuBuffer& visible() const { return visible_; }           // int, per splat
+  const GpuBuffer& screenMeanGradient() const { return dMean_; }  // 2 per splat, per pixel
+  const GpuBuffer& activatedScales() const { return scale_; }
+  const GpuBuffer& activatedOpacities() const { return opacity_; }
+  ImageLoss& loss() { return loss_; }
+
+  // Every kernel that a frame of this mode may dispatch on this device, to build ahead.
+  std::vector<std::string> kernelNames() const;
+
+ private:
+  // The push block of the projection kernels, see kernels/include/camera_block.glsl.
+  struct CameraBlock {
+    float row0[4], row1[4], row2[4];
+    float intrinsics[4];
+    float centre[4];
+    float range[4];
+    uint32_t size[4];
+  };
+  static_assert(sizeof(CameraBlock) == 112);
+  struct BinPush {
+    uint32_t count, width, height, tileSize, tilesX, tilesY, reserved[2];
+  };
+  static_assert(sizeof(BinPush) == 32);
+
+  void reserveInstances(uint32_t instances);
+  void requireTraining() const;
+
+  VulkanContext& context_;
+  Mode mode_;
+  std::string forwardKernel_;
+  std::string backwardKernel_;
+  RadixSorter sorter_;
+  Scanner scanner_;
+  ImageLoss loss_;
+
+  uint32_t splatRoom_ = 0;
+  uint64_t pixelRoom_ = 0;
+  uint32_t tileRoom_ = 0;
+  uint32_t instanceRoom_ = 0;
+
+  // Of the frame in progress.
+  int width_ = 0, height_ = 0;
+  uint32_t tilesX_ = 0, tilesY_ = 0, instances_ = 0;
+  CameraBlock camera_ = {};
+  BinPush bin_ = {};
+  bool orderInPartner_ = false;
+  std::array<float, 3> background_ = {};
+
+  GpuBuffer scale_, opacity_;
+  GpuBuffer mean_, conic_, colour_, depth_, halfExtent_, visible_;
+  GpuBuffer depthKey_, depthKeyPartner_, order_, orderPartner_;
+  GpuBuffer tileCount_, total_;
+  GpuBuffer tileKey_, tileKeyPartner_, splatId_, splatIdPartner_;
+  GpuBuffer tileStart_;
+  GpuBuffer image_, accumulated_, transmittance_, walked_;
+  GpuBuffer dMean_, dConic_, dOpacity_, dColour_;
+};
+
+}  // namespace quor::gs

@@ -1,0 +1,109 @@
+// The stage bodies: each returns its result message or throws a whole sentence, kCancelled when it saw the cancel flag.
+#include <algorithm>
+#include <chrono>
+#include <stdexcept>
+
+#include "base/text.h"
+#include "colmap/model.h"
+#include "gs/checkpoint.h"
+#include "pipeline/pipeline.h"
+
+namespace quor {
+
+namespace {
+
+constexpr std::chrono::milliseconds kTrainingPoll{50};
+
+// A run that is told to continue must not start over by accident, nor load the dataset only to be refused.
+void checkResume(const Project& project) {
+  uint32_t step = 0;
+  try {
+    step = gs::readCheckpointHeader(project.checkpointFile()).step;
+  } catch (const std::exception&) {
+    throw std::runtime_error(
+        "Continue from checkpoint is on, but there is no readable checkpoint.quor in output/. Turn it off to train "
+        "from the start.");
+  }
+  if (static_cast<int64_t>(step) >= std::max(project.training.iterations, 1)) {
+    throw std::runtime_error(formatText(
+        "The checkpoint is already at step %u. Set more iterations than that to continue training it.", step));
+  }
+}
+
+StageStatus describeTraining(const gs::TrainStatus& status) {
+  StageStatus stage{StageState::Running, status.text, -1};
+  if (status.state == gs::TrainState::Training && status.step > 0) {
+    stage.message = formatText("Step %d of %d", status.step, status.iterations);
+    if (status.loss == status.loss) stage.message += formatText(", loss %f", static_cast<double>(status.loss));
+    if (status.iterations > 0) {
+      stage.fraction = std::min(1.0f, static_cast<float>(status.step) / static_cast<float>(status.iterations));
+    }
+  }
+  return stage;
+}
+
+std::string describeResult(const gs::TrainResult& result) {
+  if (result.stopped) return formatText("Stopped at step %d, exported", result.steps);
+  std::string text = std::to_string(result.splats) + " splats";
+  if (result.evaluation.views > 0) text += formatText(", PSNR %.2f", static_cast<double>(result.evaluation.psnr));
+  return text;
+}
+
+}  // namespace
+
+std::string Pipeline::runFrames(const Project& project) {
+  if (project.inputs.empty()) throw std::runtime_error("The project has no input media.");
+  throw std::runtime_error(
+      "Preparing frames is not part of this version yet; train an existing COLMAP reconstruction with `train` or "
+      "`import`.");
+}
+
+std::string Pipeline::runSparse(const Project&) {
+  throw std::runtime_error(
+      "Solving cameras is not part of this version yet; train an existing COLMAP reconstruction with `train` or "
+      "`import`.");
+}
+
+std::string Pipeline::runTrain(const Project& project) {
+  gs::TrainJob job = makeTrainJob(project);
+  // The trainer itself names the folder of a wrapped dataset that has lost its model.
+  if (project.externalDataset.empty() && gs::colmap::findModelDir(job.dataset).empty()) {
+    throw std::runtime_error("There is no camera solve to train from. Run Camera solve first.");
+  }
+  if (job.resume) checkResume(project);
+  report(Stage::Train, StageState::Running, formatText("%d iterations", std::max(job.iterations, 1)), -1);
+
+  trainer_.startTraining(std::move(job));
+  followTraining();
+  const std::optional<gs::TrainResult> result = trainer_.wait();
+  if (!result) {
+    const gs::TrainStatus status = trainer_.status();
+    throw std::runtime_error(status.state == gs::TrainState::Failed ? status.text : kCancelled);
+  }
+  const std::lock_guard lock(mutex_);
+  trainResult_ = result;
+  return describeResult(*result);
+}
+
+// Passes requests on to the trainer and its status on to the stage record until the job has ended.
+void Pipeline::followTraining() {
+  bool stopSent = false;
+  bool cancelSent = false;
+  const auto mustCancel = [&] { return cancel_ && !cancelSent; };
+  const auto mustStop = [&] { return stop_ && !stopSent && !cancelSent; };
+  while (trainer_.running()) {
+    if (mustCancel()) {
+      trainer_.cancel();
+      cancelSent = true;
+    } else if (mustStop()) {
+      trainer_.requestStop();
+      stopSent = true;
+    }
+    const StageStatus now = describeTraining(trainer_.status());
+    std::unique_lock lock(mutex_);
+    if (!now.message.empty()) stages_[static_cast<size_t>(Stage::Train)] = now;
+    wake_.wait_for(lock, kTrainingPoll, [&] { return mustCancel() || mustStop(); });
+  }
+}
+
+}  // namespace quor
