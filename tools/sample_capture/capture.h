@@ -36,7 +36,8 @@ struct Orbit {
 // Once around the middle of the room, rising and sinking, always looking at what stands there.
 std::vector<PinholeView> orbitViews(const Orbit& orbit);
 
-// What the camera sees, 16 rays to a pixel, on all processors. The same scene and view give the same bytes.
+// What the camera sees, antialiased with up to 16 rays to a pixel, on all processors. The same scene and view give the
+// same bytes.
 Image renderView(const Scene& scene, const PinholeView& view);
 
 struct TrueModel {

@@ -21,8 +21,8 @@ int cellOf(double x) {
 // A muted colour of any hue.
 Vec3 hue(uint32_t hash, uint32_t number = 11) {
   const double angle = 2 * std::numbers::pi * unit(hash, number);
-  const double level = 0.32 + 0.36 * unit(hash, number + 1);
-  const auto channel = [&](double phase) { return level + 0.24 * std::cos(angle + phase); };
+  const double level = 0.36 + 0.26 * unit(hash, number + 1);
+  const auto channel = [&](double phase) { return level + 0.15 * std::cos(angle + phase); };
   return {channel(0), channel(2.1), channel(4.2)};
 }
 
@@ -37,39 +37,39 @@ double insideCell(double offset, double size) {
 }
 
 Vec3 bricks(const Material& m, const SurfacePoint& p) {
-  constexpr double kWidth = 0.44, kHeight = 0.17, kJoint = 0.012;
+  constexpr double kWidth = 0.5, kHeight = 0.2, kJoint = 0.012;
   const int row = cellOf(p.v / kHeight);
   const double shifted = p.u + (row & 1) * 0.5 * kWidth;
   const int column = cellOf(shifted / kWidth);
   const uint32_t hash = hashCell(column, row, 1, m.seed);
   const double inside =
       std::min(insideCell(shifted - column * kWidth, kWidth), insideCell(p.v - row * kHeight, kHeight)) - kJoint;
-  return mix(m.accent, tinted(m.base, hash, 0.35), coverage(inside, p.footprint));
+  return mix(m.accent, tinted(m.base, hash, 0.25), coverage(inside, p.footprint));
 }
 
 Vec3 wallpaper(const Material& m, const SurfacePoint& p) {
-  constexpr double kCell = 0.36;
+  constexpr double kCell = 0.42;
   const int i = cellOf(p.u / kCell), j = cellOf(p.v / kCell);
   const uint32_t hash = hashCell(i, j, 2, m.seed);
   const double du = p.u - (i + 0.5) * kCell, dv = p.v - (j + 0.5) * kCell;
   const double stripe = coverage(0.09 - std::abs(du), p.footprint);
   Vec3 colour = mix(m.base, m.base * 0.82, stripe);
   const double diamond = 0.07 + 0.05 * unit(hash, 1) - 0.6 * (std::abs(du) + std::abs(dv));
-  colour = mix(colour, tinted(m.accent, hash, 0.5), coverage(diamond, p.footprint));
+  colour = mix(colour, tinted(m.accent, hash, 0.3), coverage(diamond, p.footprint));
   const double dot = 0.022 + 0.015 * unit(hash, 2) - std::hypot(du, dv);
   colour = mix(colour, m.base * 1.15, coverage(dot, p.footprint));
   const double corner = 0.03 - std::hypot(std::abs(du) - 0.5 * kCell, std::abs(dv) - 0.5 * kCell);
-  return mix(colour, m.accent * 0.7, coverage(corner, p.footprint));
+  return mix(colour, m.accent * 0.85, coverage(corner, p.footprint));
 }
 
 Vec3 stones(const Material& m, const SurfacePoint& p) {
-  constexpr double kSize = 0.34;
+  constexpr double kSize = 0.42;
   const Cell cell = worleyCell2(p.u / kSize, p.v / kSize, m.seed);
-  return mix(m.accent, tinted(m.base, cell.hash, 0.4), coverage(cell.border * kSize - 0.012, p.footprint));
+  return mix(m.accent, tinted(m.base, cell.hash, 0.3), coverage(cell.border * kSize - 0.012, p.footprint));
 }
 
 Vec3 planks(const Material& m, const SurfacePoint& p) {
-  constexpr double kWidth = 0.19, kLength = 1.3, kGap = 0.005;
+  constexpr double kWidth = 0.19, kLength = 1.3, kGap = 0.004;
   const int row = cellOf(p.v / kWidth);
   const double shifted = p.u + kLength * unit(hashCell(row, 0, 3, m.seed));
   const int column = cellOf(shifted / kLength);
@@ -79,32 +79,32 @@ Vec3 planks(const Material& m, const SurfacePoint& p) {
   const Vec3 wood = mix(tinted(m.base, hash, 0.25), m.accent, std::clamp(0.35 + 0.45 * grain, 0.0, 1.0));
   const double inside =
       std::min(insideCell(shifted - column * kLength, kLength), insideCell(p.v - row * kWidth, kWidth)) - kGap;
-  return mix(m.accent * 0.5, wood, coverage(inside, p.footprint));
+  return mix(m.accent * 0.7, wood, coverage(inside, p.footprint));
 }
 
 Vec3 tiles(const Material& m, const SurfacePoint& p) {
-  constexpr double kSize = 0.55, kJoint = 0.01;
+  constexpr double kSize = 0.62, kJoint = 0.008;
   const int i = cellOf(p.u / kSize), j = cellOf(p.v / kSize);
   const uint32_t hash = hashCell(i, j, 6, m.seed);
   const bool dark = ((i + j) & 1) != 0;
   const double du = p.u - (i + 0.5) * kSize, dv = p.v - (j + 0.5) * kSize;
   const double radius = std::hypot(du, dv);
-  Vec3 colour = tinted(dark ? m.base : m.accent, hash, 0.3);
-  const Vec3 inlay = tinted(dark ? m.accent : m.base, hash + 1, 0.5);
+  Vec3 colour = tinted(dark ? m.base : m.accent, hash, 0.25);
+  const Vec3 inlay = mix(colour, tinted(dark ? m.accent : m.base, hash + 1, 0.5), 0.6);
   colour = mix(colour, inlay, coverage(0.03 - std::abs(radius - 0.17 - 0.04 * unit(hash, 2)), p.footprint));
   const double centre = unit(hash, 4) < 0.5 ? 0.075 - radius : 0.085 - std::abs(du) - std::abs(dv);
-  colour = mix(colour, hue(hash), coverage(centre, p.footprint));
+  colour = mix(colour, mix(colour, hue(hash), 0.7), coverage(centre, p.footprint));
   const double inside = 0.5 * kSize - std::max(std::abs(du), std::abs(dv)) - kJoint;
-  return mix(m.base * 0.6, colour, coverage(inside, p.footprint));
+  return mix(m.base * 0.8, colour, coverage(inside, p.footprint));
 }
 
 Vec3 rug(const Material& m, const SurfacePoint& p) {
-  constexpr double kCell = 0.24;
+  constexpr double kCell = 0.3;
   const int i = cellOf(p.u / kCell), j = cellOf(p.v / kCell);
   const uint32_t hash = hashCell(i, j, 8, m.seed);
   const double du = std::abs(p.u - (i + 0.5) * kCell), dv = std::abs(p.v - (j + 0.5) * kCell);
-  Vec3 colour = mix(m.base, tinted(m.accent, hash, 0.5), coverage(0.09 - 0.7 * (du + dv), p.footprint));
-  colour = mix(colour, hue(hash), coverage(0.035 - 0.7 * (du + dv), p.footprint));
+  Vec3 colour = mix(m.base, tinted(m.accent, hash, 0.5), coverage(0.115 - 0.7 * (du + dv), p.footprint));
+  colour = mix(colour, mix(colour, hue(hash), 0.7), coverage(0.045 - 0.7 * (du + dv), p.footprint));
   const double border = 0.14 - p.edgeDistance;
   const double stripe = 0.025 - std::abs(p.edgeDistance - 0.08);
   colour = mix(colour, m.accent * 0.6, coverage(border, p.footprint));
@@ -134,7 +134,7 @@ Vec3 poster(const Material& m, const SurfacePoint& p) {
 }
 
 Vec3 books(const Material& m, const SurfacePoint& p) {
-  constexpr double kShelf = 0.36, kSpine = 0.065, kBoard = 0.025;
+  constexpr double kShelf = 0.4, kSpine = 0.1, kBoard = 0.03;
   const int shelf = cellOf(p.v / kShelf);
   const double height = p.v - shelf * kShelf;
   const int slot = cellOf(p.u / kSpine);
@@ -143,9 +143,9 @@ Vec3 books(const Material& m, const SurfacePoint& p) {
   const double top = kShelf * (0.7 + 0.2 * unit(hash, 1));
   Vec3 colour = hue(hash);
   const double label = kShelf * (0.2 + 0.35 * unit(hash, 2));
-  colour = mix(colour, hue(hash, 31) * 1.3, coverage(0.03 - std::abs(height - label), p.footprint));
+  colour = mix(colour, mix(colour, hue(hash, 31), 0.6) * 1.15, coverage(0.03 - std::abs(height - label), p.footprint));
   const double inside = std::min(insideCell(offset, kSpine) - 0.003, top - height);
-  colour = mix(m.accent * 0.45, colour, coverage(inside, p.footprint));
+  colour = mix(m.accent * 0.7, colour, coverage(inside, p.footprint));
   const double board = std::max(kBoard - height, 0.05 - p.edgeDistance);
   return mix(colour, m.base, coverage(board, p.footprint));
 }
@@ -177,7 +177,7 @@ Vec3 mosaic(const Material& m, const SurfacePoint& p) {
   constexpr double kSize = 0.15;
   const Cell cell = worleyCell3(p.local * (1 / kSize), m.seed);
   const Vec3 piece = mix(mix(m.base, m.accent, unit(cell.hash, 1)), hue(cell.hash), 0.5);
-  return mix(m.base * 0.45, piece, coverage(cell.border * kSize - 0.006, p.footprint));
+  return mix(m.base * 0.6, piece, coverage(cell.border * kSize - 0.006, p.footprint));
 }
 
 Vec3 pattern(const Material& m, const SurfacePoint& p) {
@@ -214,7 +214,7 @@ Vec3 pattern(const Material& m, const SurfacePoint& p) {
 
 Vec3 albedo(const Material& material, const SurfacePoint& point) {
   const double weathering = fractalNoise(point.local, 0.6, point.footprint, material.seed + 40);
-  return pattern(material, point) * (1 + 0.16 * weathering);
+  return pattern(material, point) * (1 + 0.2 * weathering);
 }
 
 }  // namespace quor::sample

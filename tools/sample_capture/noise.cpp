@@ -70,7 +70,7 @@ double gradientNoise(Vec3 p, uint32_t seed) {
 double fractalNoise(Vec3 p, double wavelength, double footprint, uint32_t seed) {
   double sum = 0;
   double amplitude = 1;
-  for (uint32_t octave = 0; octave < 6; ++octave) {
+  for (uint32_t octave = 0; octave < 5; ++octave) {
     const double visible = std::clamp(wavelength / footprint - 1.5, 0.0, 1.0);
     if (visible <= 0) break;
     sum += amplitude * visible * gradientNoise(p * (1.0 / wavelength), seed + octave * 0x9e3779b9U);

@@ -16,7 +16,7 @@ double unit(uint32_t hash, uint32_t number = 0);
 // Gradient noise of wavelength 1, about -1..1.
 double gradientNoise(Vec3 p, uint32_t seed);
 
-// Up to six octaves of gradient noise from `wavelength` downwards, about -1..1. Octaves finer than `footprint` (the
+// Up to five octaves of gradient noise from `wavelength` downwards, about -1..1. Octaves finer than `footprint` (the
 // size of a pixel on the surface, in the unit of p) are left out, so that nothing finer than a pixel can alias.
 double fractalNoise(Vec3 p, double wavelength, double footprint, uint32_t seed);
 

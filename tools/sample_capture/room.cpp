@@ -9,6 +9,8 @@ constexpr Vec3 kOak{0.72, 0.52, 0.32}, kDarkOak{0.38, 0.24, 0.14};
 constexpr Vec3 kCream{0.86, 0.80, 0.68}, kBrick{0.68, 0.36, 0.27}, kMortar{0.72, 0.69, 0.63};
 constexpr Vec3 kTeal{0.18, 0.48, 0.50}, kNavy{0.17, 0.23, 0.42}, kWine{0.55, 0.17, 0.22};
 constexpr Vec3 kMoss{0.38, 0.47, 0.26}, kGold{0.85, 0.66, 0.26}, kSlate{0.42, 0.45, 0.48}, kChalk{0.88, 0.87, 0.84};
+constexpr Vec3 kSand{0.78, 0.68, 0.50}, kClay{0.56, 0.42, 0.32}, kRust{0.68, 0.42, 0.30}, kAsh{0.60, 0.61, 0.60};
+constexpr Vec3 kMist{0.70, 0.76, 0.72}, kSea{0.36, 0.58, 0.58};
 
 class Furnisher {
  public:
@@ -18,19 +20,21 @@ class Furnisher {
     return {pattern, static_cast<uint32_t>(random_.next()), base, accent};
   }
   void box(Vec3 centre, Vec3 half, double yaw, Pattern pattern, Vec3 base, Vec3 accent) {
-    room_.boxes.emplace_back(centre, half, yaw, material(pattern, base, accent));
+    room_.groups.back().boxes.emplace_back(centre, half, yaw, material(pattern, base, accent));
   }
   void sphere(Vec3 centre, double radius, Pattern pattern, Vec3 base, Vec3 accent) {
-    room_.spheres.emplace_back(centre, radius, material(pattern, base, accent));
+    room_.groups.back().spheres.emplace_back(centre, radius, material(pattern, base, accent));
   }
+  // What follows stands within the ball.
+  void group(Vec3 centre, double radius) { room_.groups.push_back({{centre, radius}, {}, {}}); }
   // A little to either side, so that each seed has a room of its own.
   double wobble(double reach) { return reach * (2 * random_.uniform() - 1); }
   Room take() { return std::move(room_); }
 
   void walls() {
-    room_.walls = {material(Pattern::Bricks, kBrick, kMortar), material(Pattern::Wallpaper, kCream, kTeal),
-                   material(Pattern::Stones, kSlate, kChalk),  material(Pattern::Wallpaper, kGold, kWine),
-                   material(Pattern::Tiles, kDarkOak, kCream), material(Pattern::Planks, kChalk, kOak)};
+    room_.walls = {material(Pattern::Bricks, kBrick, kMortar), material(Pattern::Wallpaper, kMist, kSea),
+                   material(Pattern::Stones, kSlate, kAsh),    material(Pattern::Wallpaper, kSand, kRust),
+                   material(Pattern::Tiles, kClay, kSand),     material(Pattern::Planks, kChalk, kOak)};
   }
 
   void table() {
@@ -50,35 +54,42 @@ class Furnisher {
   }
 
   void middle() {
-    box({0, 0, 0.008}, {1.35, 1.05, 0.008}, 0.3 + wobble(0.3), Pattern::Rug, kWine, kGold);
+    group({0, 0, 0.6}, 1.25);
     table();
+    group({0, 0, 0.1}, 2.2);
+    box({0, 0, 0.008}, {1.35, 1.05, 0.008}, 0.3 + wobble(0.3), Pattern::Rug, kWine, kRust);
+    group({0.8, 0, 0.4}, 1.35);
     box({1.0, -0.55, 0.26}, {0.26, 0.26, 0.26}, 0.4 + wobble(0.4), Pattern::Crate, kOak, kDarkOak);
     box({1.02, -0.55, 0.66}, {0.14, 0.16, 0.14}, -0.2 + wobble(0.4), Pattern::Crate, kGold, kWine);
+    sphere({0.55, 0.95, 0.24}, 0.24, Pattern::Marble, kWine, kChalk);
+    sphere({0.98, 0.62, 0.15}, 0.15, Pattern::Mosaic, kGold, kNavy);
+    group({-0.7, 0, 0.6}, 1.5);
     box({-1.0, 0.6, 0.42}, {0.17, 0.17, 0.42}, 0.6 + wobble(0.4), Pattern::Mosaic, kSlate, kMoss);
     sphere({-1.0, 0.6, 1.03}, 0.19, Pattern::Mosaic, kTeal, kGold);
     sphere({-0.75, -0.8, 0.32}, 0.32, Pattern::Spots, kTeal, kChalk);
-    sphere({0.55, 0.95, 0.24}, 0.24, Pattern::Marble, kWine, kChalk);
-    sphere({0.98, 0.62, 0.15}, 0.15, Pattern::Mosaic, kGold, kNavy);
     box({-0.1, -1.0, 0.14}, {0.2, 0.14, 0.14}, -0.5 + wobble(0.4), Pattern::Poster, kMoss, kCream);
   }
 
   void alongTheWalls() {
+    group({-3.0, -0.1, 1.0}, 2.3);
     box({-2.98, 0.9, 0.95}, {0.22, 0.9, 0.95}, 0, Pattern::Books, kOak, kDarkOak);
     box({-2.95, -1.5, 0.4}, {0.25, 0.55, 0.4}, 0, Pattern::Crate, kDarkOak, kGold);
     sphere({-2.9, -1.6, 1.0}, 0.2, Pattern::Marble, kTeal, kCream);
+    box({-3.19, -0.75, 1.75}, {0.02, 0.5, 0.38}, 0, Pattern::Poster, kNavy, kGold);
+    group({3.0, 0.1, 1.0}, 2.3);
     box({3.0, -0.9, 0.85}, {0.2, 0.8, 0.85}, 0, Pattern::Books, kChalk, kSlate);
     box({2.9, 1.6, 0.3}, {0.26, 0.26, 0.3}, 0.2, Pattern::Mosaic, kMoss, kGold);
     sphere({2.9, 1.6, 0.83}, 0.23, Pattern::Spots, kChalk, kNavy);
+    box({3.19, 0.75, 1.7}, {0.02, 0.6, 0.42}, 0, Pattern::Poster, kCream, kWine);
+    group({0, 2.75, 1.1}, 2.3);
     box({0.9, 2.68, 0.42}, {0.9, 0.22, 0.42}, 0, Pattern::Crate, kOak, kDarkOak);
     box({1.3, 2.65, 0.95}, {0.14, 0.14, 0.11}, 0.5, Pattern::Spots, kWine, kGold);
     sphere({0.5, 2.65, 1.0}, 0.16, Pattern::Mosaic, kNavy, kChalk);
-    box({-0.6, -2.7, 0.5}, {0.5, 0.2, 0.5}, 0, Pattern::Books, kDarkOak, kCream);
-    box({1.6, -2.62, 0.35}, {0.3, 0.28, 0.35}, 0.1, Pattern::Crate, kTeal, kNavy);
-    // Pictures on the walls.
-    box({-3.19, -0.75, 1.75}, {0.02, 0.5, 0.38}, 0, Pattern::Poster, kNavy, kGold);
-    box({3.19, 0.75, 1.7}, {0.02, 0.6, 0.42}, 0, Pattern::Poster, kCream, kWine);
     box({-1.5, 2.89, 1.6}, {0.55, 0.02, 0.4}, 0, Pattern::Poster, kTeal, kCream);
     box({0.9, 2.89, 1.9}, {0.4, 0.02, 0.5}, 0, Pattern::Poster, kMoss, kNavy);
+    group({-0.1, -2.75, 1.0}, 2.4);
+    box({-0.6, -2.7, 0.5}, {0.5, 0.2, 0.5}, 0, Pattern::Books, kDarkOak, kCream);
+    box({1.6, -2.62, 0.35}, {0.3, 0.28, 0.35}, 0.1, Pattern::Crate, kTeal, kNavy);
     box({0.7, -2.89, 1.75}, {0.6, 0.02, 0.42}, 0, Pattern::Poster, kWine, kChalk);
     box({-1.9, -2.89, 1.6}, {0.4, 0.02, 0.5}, 0, Pattern::Poster, kGold, kTeal);
   }

@@ -3,15 +3,13 @@
 #include <algorithm>
 #include <cmath>
 
-#include "sample_capture/room.h"
-
 namespace quor::sample {
 namespace {
 
 constexpr Vec3 kLamp{0.9, -0.7, 2.6};
 constexpr double kLampSize = 0.7;
-constexpr double kAmbient = 0.62;
-constexpr double kDirect = 0.62;
+constexpr double kAmbient = 0.6;
+constexpr double kDirect = 0.5;
 
 Vec3 lampPoint(int sample) {
   const double i = (sample % 4 + 0.5) / 4 - 0.5, j = (sample / 4 + 0.5) / 4 - 0.5;
@@ -34,17 +32,19 @@ double exitDistance(const Ray& ray) {
 Scene::Scene(uint64_t seed) {
   Room room = furnishRoom(seed);
   walls_ = room.walls;
-  boxes_ = std::move(room.boxes);
-  spheres_ = std::move(room.spheres);
+  groups_ = std::move(room.groups);
 }
 
 Scene::Nearest Scene::nearest(const Ray& ray) const {
   Nearest found{exitDistance(ray), nullptr, nullptr};
-  for (const Box& box : boxes_) {
-    if (const auto distance = box.hit(ray, found.distance)) found = {*distance, &box, nullptr};
-  }
-  for (const Sphere& sphere : spheres_) {
-    if (const auto distance = sphere.hit(ray, found.distance)) found = {*distance, nullptr, &sphere};
+  for (const Group& group : groups_) {
+    if (!group.bounds.mayMeet(ray)) continue;
+    for (const Box& box : group.boxes) {
+      if (const auto distance = box.hit(ray, found.distance)) found = {*distance, &box, nullptr};
+    }
+    for (const Sphere& sphere : group.spheres) {
+      if (const auto distance = sphere.hit(ray, found.distance)) found = {*distance, nullptr, &sphere};
+    }
   }
   return found;
 }
@@ -74,9 +74,11 @@ bool Scene::lit(Vec3 position, Vec3 lamp) const {
   const Vec3 to = lamp - position;
   const double distance = length(to);
   const Ray ray{position, to * (1 / distance)};
-  return std::none_of(boxes_.begin(), boxes_.end(), [&](const Box& b) { return b.hit(ray, distance).has_value(); }) &&
-         std::none_of(spheres_.begin(), spheres_.end(),
-                      [&](const Sphere& s) { return s.hit(ray, distance).has_value(); });
+  const auto stops = [&](const auto& shape) { return shape.hit(ray, distance).has_value(); };
+  return std::none_of(groups_.begin(), groups_.end(), [&](const Group& group) {
+    return group.bounds.mayMeet(ray) && (std::any_of(group.boxes.begin(), group.boxes.end(), stops) ||
+                                         std::any_of(group.spheres.begin(), group.spheres.end(), stops));
+  });
 }
 
 double Scene::openness(Vec3 position, Vec3 normal) const {

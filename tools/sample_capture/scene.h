@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "sample_capture/shapes.h"
+#include "sample_capture/room.h"
 
 namespace quor::sample {
 
@@ -47,8 +47,7 @@ class Scene {
   double openness(Vec3 position, Vec3 normal) const;
 
   std::array<Material, 6> walls_;  // -x, +x, -y, +y, floor, ceiling
-  std::vector<Box> boxes_;
-  std::vector<Sphere> spheres_;
+  std::vector<Group> groups_;
 };
 
 }  // namespace quor::sample

@@ -10,15 +10,15 @@ namespace {
 constexpr double kNearest = 1e-6;
 constexpr double kNoEdge = 1e3;
 
-// Does the ray pass within a ball of squared radius r2 around `centre`?
-bool meetsBall(const Ray& ray, Vec3 centre, double r2) {
+}  // namespace
+
+bool Ball::mayMeet(const Ray& ray) const {
   const Vec3 to = centre - ray.origin;
   const double along = dot(to, ray.direction);
   const double distance2 = dot(to, to);
-  return (along > 0 || distance2 < r2) && distance2 - along * along < r2;
+  const double reach2 = radius * radius;
+  return (along > 0 || distance2 < reach2) && distance2 - along * along < reach2;
 }
-
-}  // namespace
 
 BoxFace faceOf(Vec3 local, Vec3 half) {
   const std::array<double, 3> margin = {half.x - std::abs(local.x), half.y - std::abs(local.y),
@@ -35,12 +35,7 @@ BoxFace faceOf(Vec3 local, Vec3 half) {
 }
 
 Box::Box(Vec3 centre, Vec3 half, double yaw, Material material)
-    : centre_(centre),
-      half_(half),
-      cos_(std::cos(yaw)),
-      sin_(std::sin(yaw)),
-      boundSquared_(dot(half, half)),
-      material_(material) {}
+    : bounds_{centre, length(half)}, half_(half), cos_(std::cos(yaw)), sin_(std::sin(yaw)), material_(material) {}
 
 Vec3 Box::toLocal(Vec3 d) const {
   return {cos_ * d.x + sin_ * d.y, cos_ * d.y - sin_ * d.x, d.z};
@@ -51,8 +46,8 @@ Vec3 Box::toWorld(Vec3 d) const {
 }
 
 std::optional<double> Box::hit(const Ray& ray, double limit) const {
-  if (!meetsBall(ray, centre_, boundSquared_)) return {};
-  const Vec3 origin = toLocal(ray.origin - centre_);
+  if (!bounds_.mayMeet(ray)) return {};
+  const Vec3 origin = toLocal(ray.origin - bounds_.centre);
   const Vec3 direction = toLocal(ray.direction);
   double enter = -1e30, leave = 1e30;
   const auto slab = [&](double o, double d, double half) {
@@ -69,13 +64,13 @@ std::optional<double> Box::hit(const Ray& ray, double limit) const {
 }
 
 Vec3 Box::normal(Vec3 position) const {
-  const BoxFace face = faceOf(toLocal(position - centre_), half_);
+  const BoxFace face = faceOf(toLocal(position - bounds_.centre), half_);
   const Vec3 n{face.axis == 0 ? face.side : 0, face.axis == 1 ? face.side : 0, face.axis == 2 ? face.side : 0};
   return toWorld(n);
 }
 
 SurfacePoint Box::surface(Vec3 position) const {
-  const Vec3 local = toLocal(position - centre_);
+  const Vec3 local = toLocal(position - bounds_.centre);
   const BoxFace face = faceOf(local, half_);
   // Each face takes its own piece of the pattern.
   const double shift = 3.7 * (face.axis * 2 + face.side);
@@ -83,9 +78,9 @@ SurfacePoint Box::surface(Vec3 position) const {
 }
 
 std::optional<double> Sphere::hit(const Ray& ray, double limit) const {
-  const Vec3 to = centre_ - ray.origin;
+  const Vec3 to = ball_.centre - ray.origin;
   const double along = dot(to, ray.direction);
-  const double inside = radius_ * radius_ - (dot(to, to) - along * along);
+  const double inside = ball_.radius * ball_.radius - (dot(to, to) - along * along);
   if (inside <= 0) return {};
   const double distance = along - std::sqrt(inside);
   if (distance < kNearest || distance >= limit) return {};
@@ -93,8 +88,8 @@ std::optional<double> Sphere::hit(const Ray& ray, double limit) const {
 }
 
 SurfacePoint Sphere::surface(Vec3 position) const {
-  const Vec3 local = position - centre_;
-  return {local, radius_ * std::atan2(local.y, local.x), local.z, kNoEdge, 0};
+  const Vec3 local = position - ball_.centre;
+  return {local, ball_.radius * std::atan2(local.y, local.x), local.z, kNoEdge, 0};
 }
 
 }  // namespace quor::sample

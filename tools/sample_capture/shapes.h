@@ -13,6 +13,14 @@ struct Ray {
   Vec3 direction;  // unit length
 };
 
+struct Ball {
+  Vec3 centre;
+  double radius = 0;
+
+  // Does the ray come near enough to meet what lies within?
+  bool mayMeet(const Ray& ray) const;
+};
+
 // A box turned about the vertical axis.
 class Box {
  public:
@@ -23,28 +31,30 @@ class Box {
   Vec3 normal(Vec3 position) const;
   SurfacePoint surface(Vec3 position) const;  // without the footprint
   const Material& material() const { return material_; }
+  const Ball& bounds() const { return bounds_; }
 
  private:
   Vec3 toLocal(Vec3 direction) const;
   Vec3 toWorld(Vec3 direction) const;
 
-  Vec3 centre_, half_;
-  double cos_, sin_, boundSquared_;
+  Ball bounds_;
+  Vec3 half_;
+  double cos_, sin_;
   Material material_;
 };
 
 class Sphere {
  public:
-  Sphere(Vec3 centre, double radius, Material material) : centre_(centre), radius_(radius), material_(material) {}
+  Sphere(Vec3 centre, double radius, Material material) : ball_{centre, radius}, material_(material) {}
 
   std::optional<double> hit(const Ray& ray, double limit) const;
-  Vec3 normal(Vec3 position) const { return normalized(position - centre_); }
+  Vec3 normal(Vec3 position) const { return normalized(position - ball_.centre); }
   SurfacePoint surface(Vec3 position) const;
   const Material& material() const { return material_; }
+  const Ball& bounds() const { return ball_; }
 
  private:
-  Vec3 centre_;
-  double radius_;
+  Ball ball_;
   Material material_;
 };
 
