@@ -23,6 +23,8 @@ class McmcRelocator {
   // The job must outlive the relocator.
   McmcRelocator(const TrainJob& job, uint64_t cap) : job_(job), cap_(cap) {}
 
+  void setCap(uint64_t cap) { cap_ = cap; }
+
   // One pass; with `grow` the count grows by 5 % towards `target`.
   RelocateReport refine(ComputeStream& stream, Transfer& transfer, SplatStore& splats, SplitMix64& random, bool grow,
                         uint64_t target) const;

@@ -38,8 +38,8 @@ TrainJob resolved(TrainJob job) {
 
 double positionRate(const TrainJob& job, int stepsDone, double extent) {
   const bool mcmc = job.technique == Technique::Mcmc;
-  const double start = mcmc ? job.mcmcPositionRateStart : job.positionRateStart;
-  const double end = mcmc ? job.mcmcPositionRateEnd : job.positionRateEnd;
+  const double start = static_cast<double>(mcmc ? job.mcmcPositionRateStart : job.positionRateStart);
+  const double end = static_cast<double>(mcmc ? job.mcmcPositionRateEnd : job.positionRateEnd);
   const double fraction = static_cast<double>(stepsDone) / job.iterations;
   return start * std::pow(end / std::max(start, 1e-12), fraction) * extent;
 }
@@ -63,11 +63,11 @@ bool isOpacityResetStep(const TrainJob& job, int step) {
 
 bool isMcmcRelocateStep(const TrainJob& job, int step) {
   return every(step, job.refineEvery) && step >= job.densifyFrom &&
-         step <= job.mcmcRelocateUntil * static_cast<float>(job.iterations);
+         step <= static_cast<double>(job.mcmcRelocateUntil) * job.iterations;
 }
 
 bool isMcmcGrowStep(const TrainJob& job, int step) {
-  return isMcmcRelocateStep(job, step) && step <= job.mcmcGrowUntil * static_cast<float>(job.iterations);
+  return isMcmcRelocateStep(job, step) && step <= static_cast<double>(job.mcmcGrowUntil) * job.iterations;
 }
 
 }  // namespace quor::gs

@@ -47,7 +47,7 @@ size_t SplatRows::appendCopy(size_t i) {
   appendRow(scales, 3, i);
   appendRow(rotations, 4, i);
   appendRow(opacities, 1, i);
-  sources.push_back(sources[i] | RowSource::kFresh);
+  sources.push_back(sources[i] | kFreshRow);
   return count() - 1;
 }
 
@@ -56,7 +56,7 @@ void SplatRows::copyOver(size_t i, size_t from) {
   copyRow(scales, 3, i, from);
   copyRow(rotations, 4, i, from);
   copyRow(opacities, 1, i, from);
-  sources[i] = sources[from] | RowSource::kFresh;
+  sources[i] = sources[from] | kFreshRow;
 }
 
 void SplatRows::keepOnly(const std::vector<bool>& keep) {

@@ -26,14 +26,14 @@ class SplatRows {
   size_t appendCopy(size_t i);
   // Row i becomes a copy of row `from`, afresh.
   void copyOver(size_t i, size_t from);
-  void makeFresh(size_t i) { sources[i] |= RowSource::kFresh; }
+  void makeFresh(size_t i) { sources[i] |= kFreshRow; }
   void keepOnly(const std::vector<bool>& keep);
 
   // Rearranges the store to these rows and uploads what the pass may have changed.
   void apply(ComputeStream& stream, Transfer& transfer, SplatStore& splats, uint64_t cap) const;
 
   std::vector<float> positions, scales, rotations, opacities;  // as stored: log scales, logits
-  std::vector<uint32_t> sources;                               // see RowSource
+  std::vector<uint32_t> sources;                               // see kFreshRow
 };
 
 // Puts splats right that have a parameter which is no finite number: each becomes a faint copy of a sound one. Returns

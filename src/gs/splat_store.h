@@ -13,10 +13,8 @@
 
 namespace quor::gs {
 
-// One new row: the old row that it copies, and whether its optimiser state starts afresh.
-struct RowSource {
-  static constexpr uint32_t kFresh = 0x80000000u;
-};
+// Where a row comes from: the index of an old row, with this bit set when its optimiser state starts afresh.
+inline constexpr uint32_t kFreshRow = 0x80000000u;
 
 class SplatStore {
  public:

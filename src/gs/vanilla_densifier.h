@@ -26,6 +26,8 @@ class VanillaDensifier {
   VanillaDensifier(VulkanContext& context, const TrainJob& job, double extent, uint64_t cap)
       : context_(context), job_(job), extent_(extent), cap_(cap) {}
 
+  void setCap(uint64_t cap) { cap_ = cap; }
+
   // Records this view's statistics: the length of the screen mean's gradient in normalised device units, so that the
   // threshold means the same at every image size. After lossAndBackward of the same frame.
   void accumulate(ComputeStream& stream, const SplatStore& splats, const Renderer& renderer);
