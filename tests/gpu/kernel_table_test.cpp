@@ -56,6 +56,7 @@ const std::vector<Row> kRows = {
     {"grad_stats", kLine, "ro ro rw rw", 16},
     {"add_noise", kLine, "rw ro ro ro", 20},
     {"gather_rows", kLine, "ro ro wo", 12},
+    {"radix_scatter_ranked", kLine, "ro ro wo wo ro", 12},
 };
 
 std::span<const uint32_t> wordsOf(const EmbeddedKernel& kernel) {
