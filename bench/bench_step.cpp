@@ -2,8 +2,8 @@
 //
 //   bench_step [SPLATS WIDTH HEIGHT DEGREE [plain]]
 //
-// "plain" takes the fixed kernels instead of the device's fastest. Stage times are the GPU's own timestamps; the step's is
-// the host's clock around whole steps without profiling.
+// "plain" takes the fixed kernels instead of the device's fastest. Stage times are the GPU's own timestamps; the step's
+// is the host's clock around whole steps without profiling.
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -40,8 +40,8 @@ class StepBench {
         transfer_(context),
         splats_(context, SplatStore::Use::Training),
         renderer_(context,
-                  plain ? Renderer::Blending{"rasterize_forward", registry.backwardKernelName()}
-                        : Renderer::Blending::forDevice(context, registry),
+                  plain ? Renderer::Variants{"rasterize_forward", registry.backwardKernelName(), false}
+                        : Renderer::Variants::forDevice(context, registry),
                   Renderer::Mode::Training) {
     splats_.upload(transfer_, quor::bench::benchScene(c.splats, c.width, c.instancesPerSplat));
     renderer_.reserve(splats_.count(), c.width, c.height);
@@ -105,10 +105,12 @@ class StepBench {
 int main(int argc, char** argv) {
   std::vector<Case> cases = {{7000, 315, 177, 0, 5}, {7000, 320, 180, 3, 5}, {50000, 640, 360, 3, 5}};
   const bool plain = argc > 1 && std::strcmp(argv[argc - 1], "plain") == 0;
-  if (argc >= 5) cases = {{std::strtoull(argv[1], nullptr, 10), std::atoi(argv[2]), std::atoi(argv[3]), std::atoi(argv[4]), 5}};
+  if (argc >= 5)
+    cases = {{std::strtoull(argv[1], nullptr, 10), std::atoi(argv[2]), std::atoi(argv[3]), std::atoi(argv[4]), 5}};
   VulkanContext context({});
   KernelRegistry registry(context);
   std::printf("%s\n", describe(context.info()).c_str());
-  if (context.info().deviceType != VK_PHYSICAL_DEVICE_TYPE_CPU && argc < 5) cases.push_back({1000000, 1600, 1063, 3, 5});
+  if (context.info().deviceType != VK_PHYSICAL_DEVICE_TYPE_CPU && argc < 5)
+    cases.push_back({1000000, 1600, 1063, 3, 5});
   for (const Case& c : cases) StepBench(context, registry, c, plain).run();
 }

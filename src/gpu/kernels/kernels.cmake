@@ -36,4 +36,8 @@ set(OMBRELUX_KERNELS
   radix_scatter_ranked
   rasterize_forward_wide
   rasterize_backward_wide
+  ssim_rows_wide
+  ssim_columns_wide
+  ssim_gradient_rows_wide
+  ssim_gradient_columns_wide
 )
