@@ -71,7 +71,9 @@ std::string Pipeline::runTrain(const Project& project) {
     throw std::runtime_error("There is no camera solve to train from. Run Camera solve first.");
   }
   if (job.resume) checkResume(project);
-  report(Stage::Train, StageState::Running, formatText("%d iterations", std::max(job.iterations, 1)), -1);
+  const std::string start = formatText("%d iterations", std::max(job.iterations, 1));
+  report(Stage::Train, StageState::Running, start, -1);
+  log_.info(std::string(stageName(Stage::Train)) + ": " + start);
 
   trainer_.startTraining(std::move(job));
   followTraining();

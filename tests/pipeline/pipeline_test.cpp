@@ -198,7 +198,7 @@ TEST_F(PipelineTest, CancelsTraining) {
   EXPECT_EQ(outcome_.result, "Cancelled");
   EXPECT_EQ(pipeline_.status(Stage::Train).state, StageState::Failed);
   EXPECT_EQ(pipeline_.status(Stage::Train).message, "Cancelled");
-  EXPECT_THAT(logged(), ElementsAre("warning: Train Gaussians cancelled"));
+  EXPECT_THAT(logged(), ElementsAre("Train Gaussians: 500 iterations", "warning: Train Gaussians cancelled"));
 }
 
 TEST_F(PipelineTest, AStageThatSaysCancelledWasCancelled) {
@@ -208,7 +208,7 @@ TEST_F(PipelineTest, AStageThatSaysCancelledWasCancelled) {
   trainer_.fail("Cancelled");
   waitUntilIdle();
   EXPECT_EQ(outcome_.result, "Cancelled");
-  EXPECT_THAT(logged(), ElementsAre("warning: Train Gaussians cancelled"));
+  EXPECT_THAT(logged(), ElementsAre("Train Gaussians: 500 iterations", "warning: Train Gaussians cancelled"));
 }
 
 TEST_F(PipelineTest, StopsTrainingWithAScene) {
