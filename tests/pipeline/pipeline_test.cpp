@@ -225,6 +225,21 @@ TEST_F(PipelineTest, StopsTrainingWithAScene) {
   EXPECT_EQ(pipeline_.status(Stage::Train).message, "Stopped at step 42, exported");
 }
 
+TEST_F(PipelineTest, AStopWhileLoadingKeepsAnEarlierScene) {
+  solveCameras();
+  for (const bool earlier : {false, true}) {
+    if (earlier) test::writeFile(project_.sceneFile(), "ply");
+    start(Stage::Train);
+    trainer_.waitUntilStarted();
+    gs::TrainStatus status;
+    status.state = gs::TrainState::Loading;
+    trainer_.setStatus(status);
+    pipeline_.requestStop();
+    waitUntilIdle();
+    EXPECT_EQ(outcome_.result, earlier ? "Cancelled" : "Done");
+  }
+}
+
 TEST_F(PipelineTest, GuardsTheProjectWhileBusy) {
   EXPECT_FALSE(pipeline_.start(Stage::Train, Stage::Train));  // nothing open
   solveCameras();
