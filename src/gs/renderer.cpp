@@ -35,7 +35,10 @@ static_assert(sizeof(RasterPush) == 16 && sizeof(BackgroundPush) == 16 && sizeof
 
 }  // namespace
 
-Renderer::Blending Renderer::Blending::forDevice(const VulkanContext&, const KernelRegistry& registry) {
+Renderer::Blending Renderer::Blending::forDevice(const VulkanContext& context, const KernelRegistry& registry) {
+  const DeviceInfo& device = context.info();
+  const bool wide = device.deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU && device.subgroupReduce && device.floatAtomics;
+  if (wide) return {"rasterize_forward_wide", "rasterize_backward_wide"};
   return {"rasterize_forward", registry.backwardKernelName()};
 }
 

@@ -33,4 +33,7 @@ set(OMBRELUX_KERNELS
   # Beyond the fixed part of the table.
   gather_rows
   flag_diverged
+  radix_scatter_ranked
+  rasterize_forward_wide
+  rasterize_backward_wide
 )
