@@ -84,8 +84,9 @@ int runCommand(const Command& command, std::span<const std::string> arguments) {
   const std::string name = command.name;
   if (options.paths.size() < command.leastPaths) throw UsageError(name + " needs a path");
   if (options.paths.size() > command.mostPaths) {
-    throw UsageError(name + (command.mostPaths == 0 ? " takes no path" : " takes one path") + ", not '" +
-                     options.paths[command.mostPaths] + "' as well");
+    const std::string takes =
+        command.mostPaths == 0 ? " takes no path, but was given '" : " takes one path, but was also given '";
+    throw UsageError(name + takes + options.paths[command.mostPaths] + "'");
   }
   if (options.from && name != "train") throw UsageError("--from is an option of train only");
   return command.run(options);

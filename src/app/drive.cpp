@@ -73,7 +73,7 @@ class Follower {
  private:
   void showTraining() {
     const gs::TrainStatus status = trainer_.status();
-    if (status.state != gs::TrainState::Training || !due()) return;
+    if (status.state != gs::TrainState::Training || !due(nextTrainingLine_)) return;
     const std::string line = trainingLine(status);
     if (console_.isTerminal()) {
       console_.live(line + timeLeft(status.secondsLeft));
@@ -88,7 +88,7 @@ class Follower {
     std::string& last = last_[static_cast<size_t>(stage)];
     if (status.message.empty() || status.message == last) return;
     const bool progress = status.state == StageState::Running && sameButForNumbers(status.message, last);
-    if (progress && !due()) return;
+    if (progress && !due(nextMessage_)) return;
     last = status.message;
     const std::string line = stage == Stage::Train ? "  train: " + status.message : status.message;
     if (progress && console_.isTerminal()) {
@@ -98,10 +98,10 @@ class Follower {
     }
   }
 
-  bool due() {
+  bool due(Clock::time_point& next) const {
     const Clock::time_point now = Clock::now();
-    if (now < nextProgress_) return false;
-    nextProgress_ = now + (console_.isTerminal() ? Clock::duration(kLiveInterval) : Clock::duration(kLineInterval));
+    if (now < next) return false;
+    next = now + (console_.isTerminal() ? Clock::duration(kLiveInterval) : Clock::duration(kLineInterval));
     return true;
   }
 
@@ -109,7 +109,8 @@ class Follower {
   const gs::TrainingService& trainer_;
   Console& console_;
   std::array<std::string, kStageCount> last_;
-  Clock::time_point nextProgress_{};
+  Clock::time_point nextMessage_{};
+  Clock::time_point nextTrainingLine_{};
 };
 
 // Passes interrupts on to the pipeline: the first asks training to stop, any more cancel.

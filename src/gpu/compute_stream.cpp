@@ -167,13 +167,8 @@ void ComputeStream::setProfiling(bool on) {
 
 void ComputeStream::mark(const char* stage) {
   if (!timer_.enabled()) return;
-  if (timer_.onHost()) {
-    submit();
-    timer_.markOnHost(stage);
-  } else {
-    begin();
-    timer_.mark(commands_.handle(), stage);
-  }
+  begin();
+  timer_.mark(commands_.handle(), stage);
 }
 
 void ComputeStream::addPool() {

@@ -56,9 +56,9 @@ class ComputeStream {
   void submit();
 
   // Start of a named stretch of the recording, for profiling: while profiling is on, submit() adds the GPU time of each
-  // stretch to a table by name. `stage` must live on (a literal). Where the device's timestamps cannot tell the
-  // stretches apart, mark() submits what was recorded and the host's clock measures it. Without profiling mark() costs
-  // nothing. Profiling is switched between recordings only.
+  // stretch to a table by name. `stage` must live on (a literal). Of one recording 1023 stretches are told apart.
+  // Without profiling, or on a device without timestamps, mark() costs nothing. Profiling is switched between
+  // recordings only.
   void setProfiling(bool on);
   void mark(const char* stage);
   using StageTime = quor::gs::StageTime;

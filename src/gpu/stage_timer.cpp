@@ -19,10 +19,8 @@ StageTimer::~StageTimer() {
 }
 
 void StageTimer::enable(bool on) {
-  enabled_ = on;
-  // The software drivers take a timestamp when the whole batch is through, whatever its place among the dispatches.
-  const bool meaningful = context_.timestampBits() > 0 && context_.info().deviceType != VK_PHYSICAL_DEVICE_TYPE_CPU;
-  if (!on || !meaningful || pool_ != VK_NULL_HANDLE) return;
+  enabled_ = on && context_.timestampBits() > 0;
+  if (!enabled_ || pool_ != VK_NULL_HANDLE) return;
   auto info = vulkanStruct<VkQueryPoolCreateInfo>(VK_STRUCTURE_TYPE_QUERY_POOL_CREATE_INFO);
   info.queryType = VK_QUERY_TYPE_TIMESTAMP;
   info.queryCount = kMarks + 1;
@@ -30,7 +28,8 @@ void StageTimer::enable(bool on) {
 }
 
 void StageTimer::begin(VkCommandBuffer commands) {
-  if (!onHost()) vkCmdResetQueryPool(commands, pool_, 0, kMarks + 1);
+  open_.clear();
+  vkCmdResetQueryPool(commands, pool_, 0, kMarks + 1);
 }
 
 void StageTimer::mark(VkCommandBuffer commands, const char* stage) {
@@ -40,12 +39,11 @@ void StageTimer::mark(VkCommandBuffer commands, const char* stage) {
 }
 
 void StageTimer::end(VkCommandBuffer commands) {
-  if (onHost() || open_.empty()) return;
+  if (open_.empty()) return;
   vkCmdWriteTimestamp(commands, VK_PIPELINE_STAGE_BOTTOM_OF_PIPE_BIT, pool_, static_cast<uint32_t>(open_.size()));
 }
 
 void StageTimer::finish() {
-  if (onHost()) return endOnHost();
   if (open_.empty()) return;
   std::vector<uint64_t> ticks(open_.size() + 1);
   check(vkGetQueryPoolResults(context_.device(), pool_, 0, static_cast<uint32_t>(ticks.size()),
@@ -58,18 +56,6 @@ void StageTimer::finish() {
     const auto elapsed = static_cast<double>((ticks[i + 1] - ticks[i]) & mask);
     add(open_[i], elapsed * static_cast<double>(context_.info().timestampPeriod) * 1e-6);
   }
-  open_.clear();
-}
-
-void StageTimer::markOnHost(const char* stage) {
-  endOnHost();
-  open_.push_back(stage);
-  hostStart_ = std::chrono::steady_clock::now();
-}
-
-void StageTimer::endOnHost() {
-  if (open_.empty()) return;
-  add(open_[0], std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - hostStart_).count());
   open_.clear();
 }
 

@@ -1,10 +1,9 @@
-// Times the named stretches of a stream's recordings, on the GPU's timestamps where they mean something and on the
-// host's clock elsewhere.
+// Times the named stretches of a stream's recordings with the GPU's timestamps. On a queue without timestamps it stays
+// off.
 #pragma once
 
 #include <volk.h>
 
-#include <chrono>
 #include <cstdint>
 #include <vector>
 
@@ -27,18 +26,12 @@ class StageTimer {
 
   void enable(bool on);
   bool enabled() const { return enabled_; }
-  bool onHost() const { return pool_ == VK_NULL_HANDLE; }
 
   // The calls of one recording, in this order; all but finish() record into `commands`.
   void begin(VkCommandBuffer commands);
   void mark(VkCommandBuffer commands, const char* stage);
   void end(VkCommandBuffer commands);
   void finish();  // after the GPU is done
-  void drop() { open_.clear(); }
-
-  // On the host's clock: everything before is done.
-  void markOnHost(const char* stage);
-  void endOnHost();
 
   std::vector<StageTime> take();
 
@@ -49,7 +42,6 @@ class StageTimer {
   bool enabled_ = false;
   VkQueryPool pool_ = VK_NULL_HANDLE;
   std::vector<const char*> open_;  // stages marked in this recording
-  std::chrono::steady_clock::time_point hostStart_;
   std::vector<StageTime> table_;
 };
 

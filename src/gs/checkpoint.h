@@ -2,6 +2,7 @@
 // values and its two Adam moments. Little-endian.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -10,6 +11,9 @@
 #include "gs/gaussian_set.h"
 
 namespace quor::gs {
+
+inline constexpr size_t kCheckpointHeaderSize = 112;
+using CheckpointHeaderBytes = std::array<char, kCheckpointHeaderSize>;
 
 struct CheckpointHeader {
   uint32_t version = 1;
@@ -35,9 +39,16 @@ struct Checkpoint {
   GroupArrays secondMoments;
 };
 
-// Atomic: a failed write leaves the earlier file. The header's count is taken from the set.
+// Empty when a file of `fileSize` bytes that begins with `bytes` can be read, else the reason why not, as a part of a
+// sentence without its full stop.
+std::string checkHeader(const CheckpointHeaderBytes& bytes, uint64_t fileSize);
+
+// Makes the file's folder where it is missing. Atomic: a failed write leaves the earlier file. The header's count is
+// taken from the set; std::logic_error when the arrays are not all of that many splats.
 void writeCheckpoint(const std::filesystem::path& path, const CheckpointHeader& header, const GaussianSet& set,
                      const GroupArrays& firstMoments, const GroupArrays& secondMoments);
+// Throws std::runtime_error; the set's degree is the header's. Values that no run writes (a degree above 3, an extent
+// that is not positive) are replaced by ones that a run can go on from.
 Checkpoint readCheckpoint(const std::filesystem::path& path);
 // The checked header alone; throws as readCheckpoint.
 CheckpointHeader readCheckpointHeader(const std::filesystem::path& path);

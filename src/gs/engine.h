@@ -3,44 +3,49 @@
 #pragma once
 
 #include <atomic>
-#include <filesystem>
-#include <memory>
 #include <mutex>
 #include <optional>
 #include <thread>
 
 #include "base/log_store.h"
+#include "gpu/kernel_registry.h"
 #include "gpu/vulkan_context.h"
-#include "gs/train_job.h"
+#include "gs/training_service.h"
 
 namespace quor::gs {
 
-class Engine {
+class Trainer;
+struct Dataset;
+
+class Engine : public TrainingService {
  public:
   Engine(VulkanContext& context, LogStore& log);
-  ~Engine();  // cancels and waits
+  ~Engine() override;  // cancels and waits
   Engine(const Engine&) = delete;
   Engine& operator=(const Engine&) = delete;
 
-  // Starts a job; std::logic_error while one runs. A failure of the job is in status() (state Failed, its sentence).
-  void startTraining(TrainJob job);
-
-  // End after the current step and still export. Before the first step, the scene as seeded is exported.
-  void requestStop();
-  // End at the next check without any export: state Stopped, text "Cancelled".
-  void cancel();
-
-  bool running() const { return running_.load(); }
-  TrainStatus status() const;
-  // Blocks until the job has ended; the result of a job that finished or was stopped early, nothing of one that failed
-  // or was cancelled (status() says which).
-  std::optional<TrainResult> wait();
+  void startTraining(TrainJob job) override;
+  // Before the first step, the scene as seeded is exported.
+  void requestStop() override { stop_ = true; }
+  void cancel() override { cancel_ = true; }
+  bool running() const override { return running_.load(); }
+  TrainStatus status() const override;
+  std::optional<TrainResult> wait() override;
 
  private:
-  void runTraining(TrainJob job);
-  void report(const TrainStatus& status);
+  void runTraining(const TrainJob& asked);
+  TrainResult train(const TrainJob& job, const Dataset& dataset, int& resumedFrom);
+  void trainSteps(Trainer& trainer, const TrainJob& job, TrainResult& result);
+  void exportScene(Trainer& trainer, const TrainJob& job, TrainResult& result);
+  void writeRunLog(const TrainJob& job, const TrainResult& result, int resumedFrom) const;
+
+  void report(TrainState state, std::string text);
+  template <class Change>
+  void update(Change change);
+  void throwIfCancelled() const;
 
   VulkanContext& context_;
+  KernelRegistry registry_;
   LogStore& log_;
   mutable std::mutex mutex_;
   TrainStatus status_;

@@ -29,7 +29,15 @@ class Renderer {
  public:
   enum class Mode { RenderOnly, Training };
 
+  // The blending kernels, whose variants give the same results. forDevice() names the fastest that the device runs.
+  struct Blending {
+    std::string forward;
+    std::string backward;
+    static Blending forDevice(const VulkanContext& context, const KernelRegistry& registry);
+  };
+
   Renderer(VulkanContext& context, KernelRegistry& registry, Mode mode);
+  Renderer(VulkanContext& context, Blending blending, Mode mode);
 
   // Room for that many splats and images of that size; keeps what is large enough.
   void reserve(uint32_t splats, int width, int height);
@@ -88,8 +96,7 @@ class Renderer {
 
   VulkanContext& context_;
   Mode mode_;
-  std::string forwardKernel_;
-  std::string backwardKernel_;
+  Blending blending_;
   RadixSorter sorter_;
   Scanner scanner_;
   ImageLoss loss_;

@@ -48,9 +48,7 @@ void SplatStore::upload(Transfer& transfer, const GaussianSet& set, uint32_t cap
   for (size_t i = 0; i < kGroupCount; ++i) {
     const Group g = static_cast<Group>(i);
     uploadGroup(transfer, g, set.group(g));
-    if (use_ == Use::RenderOnly) continue;
-    transfer.fill(firstMoments_[g], 0, 0, bytesOf(g, count_));
-    transfer.fill(secondMoments_[g], 0, 0, bytesOf(g, count_));
+    if (use_ == Use::Training) clearMoments(transfer, g);
   }
 }
 
@@ -80,6 +78,11 @@ void SplatStore::uploadMoments(Transfer& transfer, const GroupArrays& first, con
     transfer.upload(firstMoments_[g], first[g].data(), 0, bytesOf(g, count_));
     transfer.upload(secondMoments_[g], second[g].data(), 0, bytesOf(g, count_));
   }
+}
+
+void SplatStore::clearMoments(Transfer& transfer, Group group) {
+  transfer.fill(firstMoments_[group], 0, 0, bytesOf(group, count_));
+  transfer.fill(secondMoments_[group], 0, 0, bytesOf(group, count_));
 }
 
 void SplatStore::downloadMoments(Transfer& transfer, GroupArrays& first, GroupArrays& second) const {

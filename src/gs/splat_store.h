@@ -13,12 +13,8 @@
 
 namespace quor::gs {
 
-// One new row: the old row that it copies, and whether its optimiser state starts afresh.
-struct RowSource {
-  static constexpr uint32_t kFresh = 0x80000000u;
-  static uint32_t keep(uint32_t row) { return row; }
-  static uint32_t fresh(uint32_t row) { return row | kFresh; }
-};
+// Where a row comes from: the index of an old row, with this bit set when its optimiser state starts afresh.
+inline constexpr uint32_t kFreshRow = 0x80000000u;
 
 class SplatStore {
  public:
@@ -36,6 +32,8 @@ class SplatStore {
 
   void uploadMoments(Transfer& transfer, const GroupArrays& first, const GroupArrays& second);
   void downloadMoments(Transfer& transfer, GroupArrays& first, GroupArrays& second) const;
+
+  void clearMoments(Transfer& transfer, Group group);
 
   std::vector<float> downloadGroup(Transfer& transfer, Group group) const;
   void uploadGroup(Transfer& transfer, Group group, std::span<const float> values);

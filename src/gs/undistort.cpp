@@ -59,8 +59,9 @@ double reach(const Lens& lens, double dx, double dy, double limit) {
   return inside;
 }
 
+// How far it is from the principal point towards the photograph's edge on that side, 0 to 1.
 double sideFraction(double offset, double before, double behind) {
-  return offset / (offset < 0 ? before : behind);
+  return offset < 0 ? -offset / before : offset / behind;
 }
 
 }  // namespace
@@ -86,6 +87,7 @@ PlaneWindow visibleWindow(const Camera& camera, const Distortion& distortion) {
   for (int ray = 0; ray < kRays; ++ray) {
     const double angle = 2 * std::numbers::pi * ray / kRays;
     const double length = reach(lens, std::cos(angle), std::sin(angle), limit);
+    if (length == 0) return {};
     const double x = length * std::cos(angle);
     const double y = length * std::sin(angle);
     const auto [u, v] = lens.pixel(x, y);
@@ -100,18 +102,17 @@ PlaneWindow visibleWindow(const Camera& camera, const Distortion& distortion) {
   return window;
 }
 
-Camera windowCamera(const Camera& camera, const PlaneWindow& window, int longestEdge) {
-  const auto whole = [&](double length) {
-    // The margin keeps a window that is a whole number of pixels wide from losing one to rounding.
-    const int pixels = std::max(1, static_cast<int>(std::floor(length + 1e-6)));
-    return longestEdge > 0 ? std::min(pixels, longestEdge) : pixels;
-  };
+Camera windowCamera(const Camera& camera, const PlaneWindow& window, double scale) {
+  // The margin keeps a window that is a whole number of pixels wide from losing one to rounding.
+  const auto whole = [](double length) { return std::max(1, static_cast<int>(std::floor(length + 1e-6))); };
   Camera target = camera;
-  target.width = whole(camera.fx * (window.right - window.left));
-  target.height = whole(camera.fy * (window.bottom - window.top));
+  target.fx *= scale;
+  target.fy *= scale;
+  target.width = whole(target.fx * (window.right - window.left));
+  target.height = whole(target.fy * (window.bottom - window.top));
   // What is left of a pixel goes to both sides alike.
-  target.cx = 0.5 * (target.width - camera.fx * (window.left + window.right));
-  target.cy = 0.5 * (target.height - camera.fy * (window.top + window.bottom));
+  target.cx = 0.5 * (target.width - target.fx * (window.left + window.right));
+  target.cy = 0.5 * (target.height - target.fy * (window.top + window.bottom));
   return target;
 }
 

@@ -21,16 +21,17 @@ std::array<double, 2> distorted(const Distortion& distortion, double x, double y
 // A rectangle on the plane, around the principal axis.
 struct PlaneWindow {
   double left = 0, top = 0, right = 0, bottom = 0;
+  bool empty() const { return !(left < right && top < bottom); }
 };
 
 // The largest window all of whose points the photograph shows. It ends where the lens polynomial folds over, at 75
 // degrees from the axis and at twice the photograph's own half diagonal, whichever is nearest. Empty when the principal
-// point lies outside the photograph.
+// point lies outside the photograph, or the polynomial is too steep to see anything around it.
 PlaneWindow visibleWindow(const Camera& camera, const Distortion& distortion);
 
-// The pinhole camera of `camera`'s pose and focal lengths whose whole pixels fill `window`, at least 1x1, and no edge
-// longer than `longestEdge` if that is not 0.
-Camera windowCamera(const Camera& camera, const PlaneWindow& window, int longestEdge);
+// The pinhole camera of `camera`'s pose and `scale` times its focal lengths whose whole pixels, at least one, fill
+// `window`.
+Camera windowCamera(const Camera& camera, const PlaneWindow& window, double scale);
 
 // What `target` sees of a photograph of `source`'s size, bilinear; both have the same pose.
 Image undistort(const Image& photograph, const Camera& source, const Distortion& distortion, const Camera& target);

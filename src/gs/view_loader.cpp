@@ -71,10 +71,15 @@ View viewOf(Image photograph, const std::string& name, const SourceCamera& sourc
   }
   // It is the undistorted view that must keep within the resolution: it can be smaller or larger than the photograph.
   const PlaneWindow window = visibleWindow(camera, source.distortion);
-  const double width = camera.fx * (window.right - window.left);
-  const double height = camera.fy * (window.bottom - window.top);
-  shrink(photograph, camera, scaleTo(resolution, std::max(width, height)));
-  const Camera target = windowCamera(camera, window, resolution);
+  if (window.empty()) {
+    throw std::runtime_error("Image " + name +
+                             " cannot be undistorted: its camera in the COLMAP model has a lens "
+                             "distortion that leaves nothing to see.");
+  }
+  const double longest = std::max(camera.fx * (window.right - window.left), camera.fy * (window.bottom - window.top));
+  const double scale = scaleTo(resolution, longest);
+  const Camera target = windowCamera(camera, window, scale);
+  shrink(photograph, camera, scale);
   return {name, target, undistort(photograph, camera, source.distortion, target)};
 }
 

@@ -1,4 +1,4 @@
-// What a path given by the user is: shared by every front end.
+// What a path given by the user is: shared by every front end. Nothing here throws for what lies on the disk.
 #pragma once
 
 #include <filesystem>
@@ -9,17 +9,30 @@
 
 namespace quor {
 
+// By extension, whatever its case.
 bool isVideoFile(const std::filesystem::path& path);
 bool isImageFile(const std::filesystem::path& path);
+
+// The media under a folder, sub-folders included, each list in byte order. Entries whose name begins with a dot,
+// folders that are projects of their own, links to folders and what cannot be read are left out.
+struct MediaFiles {
+  std::vector<std::filesystem::path> images;
+  std::vector<std::filesystem::path> videos;
+};
+MediaFiles findMedia(const std::filesystem::path& folder);
 
 enum class PathClass { Missing, Scene, Checkpoint, Project, Dataset, Media, Nothing };
 
 struct Classification {
   PathClass type = PathClass::Nothing;
-  std::vector<InputSource> inputs;  // Media only: each video one, the images of a folder one together
-  size_t imageCount = 0;            // images among them, sub-folders included
+  // Media only: first the folder itself for all images under it, then each video. A media file is one input, an image
+  // too. Videos are all of kind Video: which of them are 360-degree ones shows only when they are opened.
+  std::vector<InputSource> inputs;
+  size_t imageCount = 0;  // images among them, sub-folders included
 };
 
+// A folder with a project.json is a Project, one with images/ and a COLMAP model a Dataset, one without any media
+// Nothing.
 Classification classifyPath(const std::filesystem::path& path);
 
 }  // namespace quor

@@ -13,12 +13,12 @@
 namespace quor {
 
 enum class InputKind : int32_t { Images = 0, Video = 1, Video360 = 2, DualFisheye = 3 };
-const char* kindName(InputKind kind);
-const char* kindLabel(InputKind kind);
+const char* kindName(InputKind kind);          // as written in files and on the command line
+const char* kindLabel(InputKind kind);         // as shown to the user
 InputKind parseKind(const std::string& word);  // unknown words give Images
 
 struct InputSource {
-  std::string path;  // UTF-8
+  std::string path;  // UTF-8; a media file or a folder of images
   InputKind kind = InputKind::Images;
 };
 
@@ -31,7 +31,7 @@ struct ImageGroup {
   bool usesFisheyeMask = false;
 };
 struct Extraction {
-  int lensSize = 0;
+  int lensSize = 0;  // pixels, of one square lens image of a dual-fisheye source
   std::vector<ImageGroup> groups;
 };
 
@@ -49,13 +49,17 @@ class Project {
   std::filesystem::path root;  // not stored
 
   static bool isProject(const std::filesystem::path& folder);
+  // Throws std::runtime_error "No project.json in FOLDER" or "project.json in FOLDER is damaged: reason".
   static Project load(const std::filesystem::path& folder);
-  // Both make the layout and save; outDir may be empty (beside the first input or the dataset).
+  // Both make the folder NAME_ombrelux, or reuse the one that is there, with its layout and save; outDir may be empty
+  // (beside the first input or the dataset). Relative paths are stored as absolute ones. They throw std::runtime_error
+  // with a whole sentence.
   static Project create(const std::vector<InputSource>& inputs, const std::filesystem::path& outDir);
   static Project fromDataset(const std::filesystem::path& dataset, const std::filesystem::path& outDir);
 
-  void save() const;  // atomic
-  void ensureLayout() const;
+  // Written beside project.json and moved over it. Throws std::runtime_error "Cannot write PATH".
+  void save() const;
+  void ensureLayout() const;  // existing folders are kept
 
   static std::filesystem::path projectFile(const std::filesystem::path& folder);
   std::filesystem::path framesFolder() const;

@@ -63,8 +63,12 @@ struct TrainingSettings {
   bool continueFromCheckpoint = false;
 };
 
+// Sets the keys "ingest", "sparse" and "training" of `object`; an object under one of them is replaced.
 void toJson(nlohmann::ordered_json& object, const IngestSettings& ingest, const SparseSettings& sparse,
             const TrainingSettings& training);
+// A member that is missing or null keeps its value, a number out of its field's range becomes the nearest that fits
+// (the SH degree: 0 to 3), an unknown matcher or technique keeps the value there was. Throws std::runtime_error that
+// names the member when its type is wrong. `object` must be a JSON object.
 void fromJson(const nlohmann::ordered_json& object, IngestSettings& ingest, SparseSettings& sparse,
               TrainingSettings& training);
 

@@ -121,7 +121,7 @@ TEST(Seed, FurtherSplatsScatterAroundPoints) {
 }
 
 TEST(Seed, DegenerateCloudsGiveFiniteSplats) {
-  for (const size_t count : {0, 1, 2, 3, 4}) {
+  for (size_t count = 0; count < 5; ++count) {
     const Points points = cloud(count);
     for (const bool random : {false, true}) {
       SeedSettings settings = exactly(25);

@@ -37,6 +37,7 @@ class GpuTestDevices : public testing::Environment {
   }
   GpuTestDevice& get(bool fallbacks) {
     std::unique_ptr<GpuTestDevice>& device = devices_[fallbacks ? 1 : 0];
+    applyLayerPolicy();
     if (!device) device = std::make_unique<GpuTestDevice>(fallbacks);
     return *device;
   }

@@ -23,7 +23,7 @@ inline gs::Camera testCamera(int width, int height) {
 }
 
 // Splats in front of testCamera, some of them outside the image, with all SH coefficients in use.
-inline gs::GaussianSet randomSplats(size_t count, uint64_t seed) {
+inline gs::GaussianSet randomScene(size_t count, uint64_t seed) {
   SplitMix64 random(seed);
   const auto uniform = [&](double low, double high) {
     return static_cast<float>(low + (high - low) * random.uniform());
@@ -38,7 +38,11 @@ inline gs::GaussianSet randomSplats(size_t count, uint64_t seed) {
     for (size_t k = 0; k < 3; ++k) set.scales[3 * i + k] = uniform(-3.2, -1.2);
     for (size_t k = 0; k < 4; ++k) set.rotations[4 * i + k] = uniform(-1.0, 1.0);
     set.opacities[i] = uniform(-2.0, 3.0);
-    for (size_t k = 0; k < 3; ++k) set.shDc[3 * i + k] = uniform(-0.5, 2.0);
+    if (i % 5 == 4) {  // large and beside the image: the projection's clamp is active
+      set.positions[3 * i] = z * (i % 2 == 0 ? 0.8f : -0.8f);
+      for (size_t k = 0; k < 3; ++k) set.scales[3 * i + k] += 1.0f;
+    }
+    for (size_t k = 0; k < 3; ++k) set.shDc[3 * i + k] = uniform(-2.2, 2.0);  // some channels clamp at 0
     for (size_t k = 0; k < 45; ++k) set.shRest[45 * i + k] = uniform(-0.15, 0.15);
   }
   return set;

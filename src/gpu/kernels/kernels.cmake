@@ -32,4 +32,5 @@ set(OMBRELUX_KERNELS
 
   # Beyond the fixed part of the table.
   gather_rows
+  flag_diverged
 )

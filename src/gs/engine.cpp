@@ -1,0 +1,273 @@
+#include "gs/engine.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+#include "base/paths.h"
+#include "base/text.h"
+#include "gs/checkpoint.h"
+#include "gs/dataset.h"
+#include "gs/evaluation.h"
+#include "gs/ply.h"
+#include "gs/run_log.h"
+#include "gs/schedule.h"
+#include "gs/splat_cap.h"
+#include "gs/splat_file.h"
+#include "gs/trainer.h"
+
+namespace quor::gs {
+namespace fs = std::filesystem;
+namespace {
+
+constexpr const char* kCancelled = "Cancelled";
+constexpr auto kReportEvery = std::chrono::milliseconds(100);
+// How fast the shown step time forgets.
+constexpr double kStepTimeAverage = 0.05;
+
+using Clock = std::chrono::steady_clock;
+
+double secondsSince(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+// Fails now rather than after hours of training when nothing can be written there.
+void makeWritable(const fs::path& folder) {
+  std::error_code error;
+  fs::create_directories(folder, error);
+  const fs::path probe = folder / "write_test.partial";
+  const bool written = [&] {
+    std::ofstream file(probe, std::ios::binary);
+    file << "x";
+    file.flush();
+    return file.good();
+  }();
+  fs::remove(probe, error);
+  if (!written) {
+    throw std::runtime_error("Cannot write to " + toUtf8(folder) + ". Check that the disk is not full or read-only.");
+  }
+}
+
+// The longest edge that images are loaded at (0 = their own): what was asked for, unless the device cannot hold the
+// statistics of an image that large.
+int loadResolution(const TrainJob& job, const VulkanContext& context) {
+  const double side = std::floor(std::sqrt(static_cast<double>(mostPixels(deviceLimits(context)))));
+  const int most = static_cast<int>(std::min(side, 65535.0));
+  return job.resolution == 0 ? most : std::min(job.resolution, most);
+}
+
+// Said when the device was the reason that images are smaller than asked for.
+void warnOfLimit(const TrainJob& job, const Dataset& dataset, int loaded, LogStore& log) {
+  const auto atLimit = [&](const View& v) { return std::max(v.camera.width, v.camera.height) == loaded; };
+  const bool limited =
+      loaded != job.resolution && (std::any_of(dataset.training.begin(), dataset.training.end(), atLimit));
+  if (!limited) return;
+  log.warning(formatText("This GPU can train on images of up to %d pixels: larger ones were made smaller.", loaded));
+}
+
+}  // namespace
+
+Engine::Engine(VulkanContext& context, LogStore& log) : context_(context), registry_(context), log_(log) {}
+
+Engine::~Engine() {
+  cancel();
+  if (thread_.joinable()) thread_.join();
+}
+
+template <class Change>
+void Engine::update(Change change) {
+  const std::lock_guard lock(mutex_);
+  change(status_);
+}
+
+void Engine::report(TrainState state, std::string text) {
+  update([&](TrainStatus& s) {
+    s.state = state;
+    s.text = std::move(text);
+  });
+}
+
+TrainStatus Engine::status() const {
+  const std::lock_guard lock(mutex_);
+  return status_;
+}
+
+void Engine::throwIfCancelled() const {
+  if (cancel_) throw std::runtime_error(kCancelled);
+}
+
+void Engine::startTraining(TrainJob job) {
+  if (running_) throw std::logic_error("A training job is running already");
+  if (thread_.joinable()) thread_.join();
+  {
+    const std::lock_guard lock(mutex_);
+    status_ = {};
+    status_.state = TrainState::Loading;
+    status_.text = "Loading the images";
+    result_.reset();
+  }
+  stop_ = false;
+  cancel_ = false;
+  running_ = true;
+  thread_ = std::thread([this, job = std::move(job)] {
+    runTraining(job);
+    running_ = false;
+  });
+}
+
+std::optional<TrainResult> Engine::wait() {
+  if (thread_.joinable()) thread_.join();
+  const std::lock_guard lock(mutex_);
+  return result_;
+}
+
+void Engine::runTraining(const TrainJob& asked) {
+  try {
+    TrainJob job = resolved(asked);
+    makeWritable(job.output);
+    const int resolution = loadResolution(job, context_);
+    update([&](TrainStatus& s) { s.iterations = job.iterations; });
+    const Dataset dataset = loadDataset(
+        {job.dataset, resolution, job.evalMode, job.testEvery, {}, {}}, log_, cancel_, [&](size_t done, size_t total) {
+          report(TrainState::Loading, formatText("Loading the images: %zu of %zu", done, total));
+        });
+    throwIfCancelled();
+    warnOfLimit(job, dataset, resolution, log_);
+    log_.info(formatText("%zu training views, %zu held out, %zu sparse points", dataset.training.size(),
+                         dataset.heldOut.size(), dataset.points.count()));
+    int resumedFrom = 0;
+    const TrainResult result = train(job, dataset, resumedFrom);
+    writeRunLog(job, result, resumedFrom);
+    const std::lock_guard lock(mutex_);
+    result_ = result;
+    status_.state = result.stopped ? TrainState::Stopped : TrainState::Done;
+    status_.text = result.stopped ? "Stopped early (exported)" : "Done";
+  } catch (const std::exception& e) {
+    const bool cancelled = cancel_ || std::string(e.what()) == kCancelled;
+    report(cancelled ? TrainState::Stopped : TrainState::Failed, cancelled ? kCancelled : e.what());
+  }
+}
+
+TrainResult Engine::train(const TrainJob& asked, const Dataset& dataset, int& resumedFrom) {
+  TrainJob job = asked;
+  std::optional<Checkpoint> checkpoint;
+  if (job.resume) {
+    report(TrainState::Loading, "Loading the checkpoint");
+    checkpoint = readCheckpoint(job.output / "checkpoint.quor");
+    job.seed = checkpoint->header.seed;
+    job.downscaleLevels = checkpoint->header.downscaleLevels;
+    if (checkpoint->header.stepsPerLevel != 0) job.stepsPerLevel = checkpoint->header.stepsPerLevel;
+    job = resolved(job);
+    resumedFrom = static_cast<int>(checkpoint->header.step);
+  }
+  report(TrainState::Loading, "Building the GPU kernels");
+  Trainer trainer(context_, registry_, log_, job, dataset);
+  if (checkpoint) {
+    trainer.resume(*checkpoint);
+    checkpoint.reset();
+  } else {
+    trainer.start();
+  }
+  TrainResult result;
+  trainSteps(trainer, job, result);
+  result.splats = trainer.splats();
+  result.steps = trainer.stepsDone();
+  exportScene(trainer, job, result);
+  if (!dataset.heldOut.empty()) {
+    report(TrainState::Evaluating, "Scoring the held-out views");
+    result.evaluation = trainer.evaluate(cancel_);
+    log_.info(describe(result.evaluation));
+  }
+  return result;
+}
+
+void Engine::trainSteps(Trainer& trainer, const TrainJob& job, TrainResult& result) {
+  const auto start = Clock::now();
+  auto stepStart = start;
+  auto lastReport = start - kReportEvery;
+  double stepSeconds = 0;
+  update([&](TrainStatus& s) {
+    s.state = TrainState::Training;
+    s.text = "Training";
+    s.step = trainer.stepsDone();
+    s.splats = trainer.splats();
+  });
+  while (!trainer.finished() && !stop_) {
+    throwIfCancelled();
+    trainer.step();
+    const auto now = Clock::now();
+    const double seconds = std::chrono::duration<double>(now - stepStart).count();
+    stepStart = now;
+    stepSeconds = stepSeconds == 0 ? seconds : stepSeconds + kStepTimeAverage * (seconds - stepSeconds);
+    if (now - lastReport < kReportEvery && !trainer.finished()) continue;
+    lastReport = now;
+    update([&](TrainStatus& s) {
+      s.step = trainer.stepsDone();
+      s.splats = trainer.splats();
+      s.loss = trainer.loss();
+      s.msPerStep = 1000 * stepSeconds;
+      s.secondsLeft = stepSeconds * (job.iterations - trainer.stepsDone());
+    });
+  }
+  throwIfCancelled();
+  result.seconds = secondsSince(start);
+  result.stopped = !trainer.finished();
+  update([&](TrainStatus& s) {
+    s.step = trainer.stepsDone();
+    s.splats = trainer.splats();
+    s.loss = trainer.loss();
+    s.secondsLeft = 0;
+  });
+  if (result.stopped) log_.info(formatText("Training stopped at step %d; exporting anyway.", trainer.stepsDone()));
+}
+
+void Engine::exportScene(Trainer& trainer, const TrainJob& job, TrainResult& result) {
+  report(TrainState::Exporting, "Writing the scene");
+  const GaussianSet set = trainer.download();
+  const std::string comment =
+      std::string("Ombrelux ") + techniqueWord(job.technique) + formatText(" iteration %d", trainer.stepsDone());
+  if (job.exportPly) {
+    writePly(job.output / "scene.ply", set, comment);
+    result.ply = job.output / "scene.ply";
+  }
+  if (job.exportSplat) {
+    writeSplat(job.output / "scene.splat", set);
+    result.splat = job.output / "scene.splat";
+  }
+  report(TrainState::Exporting, "Writing the checkpoint");
+  try {
+    trainer.writeCheckpoint(job.output / "checkpoint.quor");
+    result.checkpoint = job.output / "checkpoint.quor";
+  } catch (const std::exception& e) {
+    log_.warning(std::string("Could not write the checkpoint: ") + e.what());
+  }
+}
+
+void Engine::writeRunLog(const TrainJob& job, const TrainResult& result, int resumedFrom) const {
+  RunLogEntry entry;
+  entry.title = std::string("Training with ") + techniqueWord(job.technique);
+  entry.result = result.stopped ? TrainState::Stopped : TrainState::Done;
+  entry.technique = job.technique;
+  entry.steps = result.steps;
+  entry.iterations = job.iterations;
+  entry.resumedFrom = resumedFrom;
+  entry.splats = result.splats;
+  entry.budget = job.splatBudget;
+  entry.seconds = result.seconds;
+  entry.msPerStep = 1000 * result.seconds / std::max(result.steps - resumedFrom, 1);
+  entry.resolution = job.resolution;
+  entry.downscaleLevels = job.downscaleLevels;
+  entry.shDegree = job.shDegree;
+  entry.evaluation = result.evaluation;
+  entry.device = context_.info().name;
+  if (result.ply) entry.scene = toUtf8(*result.ply);
+  if (!appendRunLog(job.output / "training.log", entry)) {
+    log_.warning("Could not write " + toUtf8(job.output / "training.log"));
+  }
+}
+
+}  // namespace quor::gs

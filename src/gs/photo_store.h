@@ -1,0 +1,63 @@
+// The photographs at the size of the current level, ready for the GPU. When all of them fit the share of GPU memory
+// they stay there; otherwise they stay in host memory and each is copied over ahead of its step.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <future>
+#include <vector>
+
+#include "gpu/compute_stream.h"
+#include "gpu/gpu_buffer.h"
+#include "gpu/transfer.h"
+#include "gs/dataset.h"
+
+namespace quor::gs {
+
+class PhotoStore {
+ public:
+  // `views` must outlive the store. `gpuShare` is the most that resident photographs may take, in bytes.
+  PhotoStore(VulkanContext& context, const std::vector<View>& views, uint64_t gpuShare);
+
+  // Shrinks the photographs to 1 / 2^level on worker threads and uploads them if they fit. Does nothing when that is
+  // the level already.
+  void setLevel(Transfer& transfer, int level);
+
+  const Camera& camera(size_t view) const { return cameras_[view]; }
+  bool resident() const { return resident_; }
+  size_t count() const { return cameras_.size(); }
+
+  // Starts to bring a photograph near the GPU, on another thread.
+  void prefetch(size_t view);
+  // Records the copy into the returned buffer, valid until the next submit.
+  const GpuBuffer& fetch(ComputeStream& stream, size_t view);
+
+ private:
+  struct Place {
+    size_t chunk;
+    uint64_t offset;
+  };
+  struct Staging {
+    GpuBuffer buffer;
+    std::future<void> filled;
+    size_t view = SIZE_MAX;
+  };
+
+  const std::vector<uint8_t>& pixels(size_t view) const;
+  void makeResident(Transfer& transfer, uint64_t chunkLimit);
+
+  VulkanContext& context_;
+  const std::vector<View>& views_;
+  uint64_t gpuShare_;
+  int level_ = -1;
+  bool resident_ = false;
+  std::vector<Camera> cameras_;
+  std::vector<Image> scaled_;  // empty at level 0: the views themselves serve
+  std::vector<GpuBuffer> chunks_;
+  std::vector<Place> places_;
+  std::array<Staging, 2> staging_;
+  size_t nextStaging_ = 0;
+  GpuBuffer current_;
+};
+
+}  // namespace quor::gs

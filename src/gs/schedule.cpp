@@ -1,0 +1,73 @@
+#include "gs/schedule.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace quor::gs {
+namespace {
+
+// Beyond this an image of 16 k pixels has shrunk to 64: more levels only blur.
+constexpr int32_t kMostLevels = 8;
+
+float finiteIn(float value, float low, float high, float otherwise) {
+  return std::isfinite(value) ? std::clamp(value, low, high) : otherwise;
+}
+
+bool every(int step, int period) {
+  return period > 0 && step % period == 0;
+}
+
+}  // namespace
+
+TrainJob resolved(TrainJob job) {
+  job.iterations = std::max(job.iterations, 1);
+  job.shDegree = std::clamp(job.shDegree, 0, 3);
+  job.resolution = std::max(job.resolution, 0);
+  job.downscaleLevels = std::clamp(job.downscaleLevels, 0, kMostLevels);
+  job.refineEvery = std::max(job.refineEvery, 1);
+  job.ssimWeight = finiteIn(job.ssimWeight, 0.0f, 1.0f, 0.2f);
+  for (float& channel : job.background) channel = finiteIn(channel, 0.0f, 1.0f, 0.0f);
+  if (job.stepsPerLevel <= 0) {
+    const int third = job.iterations / 3;
+    job.stepsPerLevel = std::max(job.technique == Technique::Vanilla ? std::min(third, 3000) : third, 1);
+  }
+  if (job.densifyUntil <= 0) job.densifyUntil = std::min(std::max(job.iterations / 2, 1), 15000);
+  if (job.splatBudget > 0) job.mcmcTarget = std::min(job.mcmcTarget, job.splatBudget);
+  return job;
+}
+
+double positionRate(const TrainJob& job, int stepsDone, double extent) {
+  const bool mcmc = job.technique == Technique::Mcmc;
+  const double start = static_cast<double>(mcmc ? job.mcmcPositionRateStart : job.positionRateStart);
+  const double end = static_cast<double>(mcmc ? job.mcmcPositionRateEnd : job.positionRateEnd);
+  const double fraction = static_cast<double>(stepsDone) / job.iterations;
+  return start * std::pow(end / std::max(start, 1e-12), fraction) * extent;
+}
+
+int levelAt(const TrainJob& job, int stepsDone) {
+  return std::max(0, job.downscaleLevels - stepsDone / std::max(job.stepsPerLevel, 1));
+}
+
+int shDegreeAt(const TrainJob& job, int stepsDone) {
+  if (job.shDegreeInterval <= 0) return job.shDegree;
+  return std::min(std::max(stepsDone, 0) / job.shDegreeInterval, job.shDegree);
+}
+
+bool isVanillaRefineStep(const TrainJob& job, int step) {
+  return every(step, job.refineEvery) && step >= job.densifyFrom && step <= job.densifyUntil;
+}
+
+bool isOpacityResetStep(const TrainJob& job, int step) {
+  return every(step, job.opacityResetEvery) && step + job.opacityResetEvery / 3 <= job.densifyUntil;
+}
+
+bool isMcmcRelocateStep(const TrainJob& job, int step) {
+  return every(step, job.refineEvery) && step >= job.densifyFrom &&
+         step <= static_cast<double>(job.mcmcRelocateUntil) * job.iterations;
+}
+
+bool isMcmcGrowStep(const TrainJob& job, int step) {
+  return isMcmcRelocateStep(job, step) && step <= static_cast<double>(job.mcmcGrowUntil) * job.iterations;
+}
+
+}  // namespace quor::gs

@@ -1,0 +1,116 @@
+#include "gs/splat_rows.h"
+
+#include <algorithm>
+#include <cmath>
+#include <stdexcept>
+
+#include "gpu/vulkan_context.h"
+
+namespace quor::gs {
+namespace {
+
+void appendRow(std::vector<float>& values, size_t width, size_t i) {
+  for (size_t k = 0; k < width; ++k) values.push_back(values[i * width + k]);
+}
+
+void copyRow(std::vector<float>& values, size_t width, size_t to, size_t from) {
+  for (size_t k = 0; k < width; ++k) values[to * width + k] = values[from * width + k];
+}
+
+}  // namespace
+
+SplatRows SplatRows::download(Transfer& transfer, const SplatStore& splats) {
+  SplatRows rows;
+  rows.positions = splats.downloadGroup(transfer, kPositions);
+  rows.scales = splats.downloadGroup(transfer, kScales);
+  rows.rotations = splats.downloadGroup(transfer, kRotations);
+  rows.opacities = splats.downloadGroup(transfer, kOpacities);
+  rows.sources.resize(splats.count());
+  for (uint32_t i = 0; i < splats.count(); ++i) rows.sources[i] = i;
+  return rows;
+}
+
+float SplatRows::opacity(size_t i) const {
+  return 1.0f / (1.0f + std::exp(-opacities[i]));
+}
+
+float SplatRows::largestScale(size_t i) const {
+  return std::exp(std::max({scales[3 * i], scales[3 * i + 1], scales[3 * i + 2]}));
+}
+
+void SplatRows::setOpacity(size_t i, float opacity) {
+  opacities[i] = std::log(opacity / (1.0f - opacity));
+}
+
+size_t SplatRows::appendCopy(size_t i) {
+  appendRow(positions, 3, i);
+  appendRow(scales, 3, i);
+  appendRow(rotations, 4, i);
+  appendRow(opacities, 1, i);
+  sources.push_back(sources[i] | kFreshRow);
+  return count() - 1;
+}
+
+void SplatRows::copyOver(size_t i, size_t from) {
+  copyRow(positions, 3, i, from);
+  copyRow(scales, 3, i, from);
+  copyRow(rotations, 4, i, from);
+  copyRow(opacities, 1, i, from);
+  sources[i] = sources[from] | kFreshRow;
+}
+
+void SplatRows::keepOnly(const std::vector<bool>& keep) {
+  size_t to = 0;
+  for (size_t i = 0; i < count(); ++i) {
+    if (!keep[i]) continue;
+    copyRow(positions, 3, to, i);
+    copyRow(scales, 3, to, i);
+    copyRow(rotations, 4, to, i);
+    copyRow(opacities, 1, to, i);
+    sources[to++] = sources[i];
+  }
+  positions.resize(3 * to);
+  scales.resize(3 * to);
+  rotations.resize(4 * to);
+  opacities.resize(to);
+  sources.resize(to);
+}
+
+void SplatRows::apply(ComputeStream& stream, Transfer& transfer, SplatStore& splats, uint64_t cap) const {
+  splats.rearrange(stream, transfer, sources, grownCapacity(count(), splats.capacity(), cap));
+  splats.uploadGroup(transfer, kPositions, positions);
+  splats.uploadGroup(transfer, kScales, scales);
+  splats.uploadGroup(transfer, kOpacities, opacities);
+}
+
+uint64_t resetDiverged(ComputeStream& stream, Transfer& transfer, const SplatStore& splats, SplatRows& rows,
+                       float opacity, SplitMix64& random) {
+  const uint32_t n = splats.count();
+  GpuBuffer flags(splats.context(), n * sizeof(uint32_t), BufferKind::Device, "diverged flags");
+  stream.dispatch1D("flag_diverged",
+                    {&splats.value(kPositions), &splats.value(kScales), &splats.value(kRotations),
+                     &splats.value(kOpacities), &splats.value(kShDc), &splats.value(kShRest), &flags},
+                    n, n);
+  stream.submit();
+  std::vector<uint32_t> diverged(n);
+  transfer.download(flags, diverged.data(), 0, n * sizeof(uint32_t));
+
+  std::vector<size_t> sound;
+  for (size_t i = 0; i < n; ++i) {
+    if (diverged[i] == 0) sound.push_back(i);
+  }
+  if (sound.empty()) throw std::runtime_error("The training diverged: no splat has finite parameters any more.");
+  for (size_t i = 0; i < n; ++i) {
+    if (diverged[i] == 0) continue;
+    rows.copyOver(i, sound[random.below(sound.size())]);
+    rows.setOpacity(i, opacity);
+  }
+  return n - sound.size();
+}
+
+uint32_t grownCapacity(uint64_t needed, uint64_t current, uint64_t cap) {
+  const uint64_t wanted = std::max(needed + needed / 2, current + current / 2);
+  return static_cast<uint32_t>(std::max(std::min(wanted, cap), needed));
+}
+
+}  // namespace quor::gs

@@ -1,0 +1,47 @@
+// The set of splats as a pass that adds, moves and removes splats works on it: the groups it decides by in host memory,
+// and for every row the old row that it comes from. Colours and moments never leave the GPU; they follow by
+// SplatStore::rearrange().
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "base/split_mix64.h"
+#include "gpu/compute_stream.h"
+#include "gs/splat_store.h"
+
+namespace quor::gs {
+
+class SplatRows {
+ public:
+  static SplatRows download(Transfer& transfer, const SplatStore& splats);
+
+  size_t count() const { return sources.size(); }
+  float opacity(size_t i) const;       // activated
+  float largestScale(size_t i) const;  // activated
+  void setOpacity(size_t i, float opacity);
+
+  // Appends a copy of row i whose optimiser state starts afresh; returns its index.
+  size_t appendCopy(size_t i);
+  // Row i becomes a copy of row `from`, afresh.
+  void copyOver(size_t i, size_t from);
+  void makeFresh(size_t i) { sources[i] |= kFreshRow; }
+  void keepOnly(const std::vector<bool>& keep);
+
+  // Rearranges the store to these rows and uploads what the pass may have changed.
+  void apply(ComputeStream& stream, Transfer& transfer, SplatStore& splats, uint64_t cap) const;
+
+  std::vector<float> positions, scales, rotations, opacities;  // as stored: log scales, logits
+  std::vector<uint32_t> sources;                               // see kFreshRow
+};
+
+// Puts splats right that have a parameter which is no finite number: each becomes a faint copy of a sound one. Returns
+// their number; throws std::runtime_error when no sound splat is left.
+uint64_t resetDiverged(ComputeStream& stream, Transfer& transfer, const SplatStore& splats, SplatRows& rows,
+                       float opacity, SplitMix64& random);
+
+// Room to make when `needed` splats outgrow `current`: half more than either, at most the cap.
+uint32_t grownCapacity(uint64_t needed, uint64_t current, uint64_t cap);
+
+}  // namespace quor::gs

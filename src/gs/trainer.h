@@ -1,0 +1,89 @@
+// The training of one scene: which splats, which view, one step after the other. Owns everything on the GPU that
+// training needs. One thread's own; reports and threads are the Engine's business.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "base/log_store.h"
+#include "base/split_mix64.h"
+#include "gpu/compute_stream.h"
+#include "gpu/kernel_registry.h"
+#include "gpu/transfer.h"
+#include "gs/checkpoint.h"
+#include "gs/dataset.h"
+#include "gs/evaluation.h"
+#include "gs/mcmc_relocator.h"
+#include "gs/photo_store.h"
+#include "gs/renderer.h"
+#include "gs/splat_store.h"
+#include "gs/train_job.h"
+#include "gs/vanilla_densifier.h"
+
+namespace quor::gs {
+
+class Trainer {
+ public:
+  // `job` is resolved (gs/schedule.h); `dataset` outlives the trainer. Nothing is on the GPU before start() or
+  // resume().
+  Trainer(VulkanContext& context, KernelRegistry& registry, LogStore& log, const TrainJob& job, const Dataset& dataset);
+
+  // From the sparse points.
+  void start();
+  // From a checkpoint of the same technique below the job's iterations; throws std::runtime_error otherwise.
+  void resume(const Checkpoint& checkpoint);
+
+  bool finished() const { return step_ >= job_.iterations; }
+  // One optimisation step, and the pass on the set of splats when one is due.
+  void step();
+
+  int stepsDone() const { return step_; }
+  uint64_t splats() const { return splats_.count(); }
+  uint64_t cap() const { return cap_; }
+  // Moving average of the loss; NaN before it is known.
+  float loss() const { return loss_; }
+
+  // In the scene's own degree (shDegree = the job's).
+  GaussianSet download();
+  void writeCheckpoint(const std::filesystem::path& path);
+  EvalResult evaluate(const std::atomic<bool>& cancel);
+
+  ComputeStream& stream() { return stream_; }
+
+ private:
+  void prepare(uint64_t splatsToCome);
+  void applyLevel();
+  size_t nextView();
+  void optimise();
+  void addNoise();
+  void refine();
+  void refineVanilla();
+  void refineMcmc();
+  Renderer::Regularisers regularisers() const;
+  void updateLoss();
+
+  VulkanContext& context_;
+  LogStore& log_;
+  const TrainJob& job_;
+  const Dataset& dataset_;
+
+  ComputeStream stream_;
+  Transfer transfer_;
+  SplatStore splats_;
+  Renderer renderer_;
+  PhotoStore photos_;
+  SplitMix64 random_;
+  uint64_t cap_ = 0;
+  uint64_t mcmcTarget_ = 0;
+  VanillaDensifier vanilla_;
+  McmcRelocator mcmc_;
+
+  int step_ = 0;
+  bool opacitiesWereReset_ = false;
+  std::vector<uint32_t> order_;  // this epoch's views, the next one last
+  size_t followingView_ = 0;
+  float loss_;
+};
+
+}  // namespace quor::gs

@@ -1,0 +1,139 @@
+#include "gs/vanilla_densifier.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+#include "gpu/vulkan_context.h"
+#include "gs/splat_rows.h"
+
+namespace quor::gs {
+namespace {
+
+// A split splat's two children are this much smaller (Kerbl et al. 2023).
+constexpr float kSplitShrink = 1.6f;
+// Of the scene extent; larger splats are pruned once opacities have been reset.
+constexpr double kLargestSplat = 0.1;
+
+struct StatsPush {
+  uint32_t count;
+  uint32_t startOver;
+  float halfWidth, halfHeight;
+};
+static_assert(sizeof(StatsPush) == 16);
+
+// A draw from the splat's own distribution, as an offset from its mean: R(q) (s * n).
+std::array<float, 3> drawOffset(const SplatRows& rows, size_t i, SplitMix64& random) {
+  std::array<double, 4> q{};
+  double norm = 0;
+  for (size_t k = 0; k < 4; ++k) {
+    q[k] = static_cast<double>(rows.rotations[4 * i + k]);
+    norm += q[k] * q[k];
+  }
+  for (double& value : q) value /= std::sqrt(std::max(norm, 1e-12));
+  std::array<double, 3> v{};
+  for (size_t k = 0; k < 3; ++k) v[k] = std::exp(static_cast<double>(rows.scales[3 * i + k])) * random.normal();
+  // v + 2 w (u x v) + 2 u x (u x v), with q = (w, u)
+  const auto cross = [](const std::array<double, 3>& a, const std::array<double, 3>& b) {
+    return std::array<double, 3>{a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
+  };
+  const std::array<double, 3> u = {q[1], q[2], q[3]};
+  const auto t = cross(u, v);
+  const auto tt = cross(u, t);
+  std::array<float, 3> offset{};
+  for (size_t k = 0; k < 3; ++k) offset[k] = static_cast<float>(v[k] + 2 * q[0] * t[k] + 2 * tt[k]);
+  return offset;
+}
+
+void placeChild(SplatRows& rows, size_t child, const std::array<float, 3>& offset) {
+  for (size_t k = 0; k < 3; ++k) {
+    rows.positions[3 * child + k] += offset[k];
+    rows.scales[3 * child + k] -= std::log(kSplitShrink);
+  }
+}
+
+}  // namespace
+
+void VanillaDensifier::accumulate(ComputeStream& stream, const SplatStore& splats, const Renderer& renderer) {
+  const uint64_t bytes = splats.capacity() * sizeof(float);
+  if (sum_.size() < bytes) {
+    sum_ = GpuBuffer(context_, bytes, BufferKind::Device, "gradient sums");
+    views_ = GpuBuffer(context_, bytes, BufferKind::Device, "gradient views");
+    startOver_ = true;
+  }
+  const StatsPush push = {splats.count(), startOver_ ? 1u : 0u, 0.5f * static_cast<float>(renderer.width()),
+                          0.5f * static_cast<float>(renderer.height())};
+  stream.dispatch1D("grad_stats", {&renderer.screenMeanGradient(), &renderer.visible(), &sum_, &views_}, push,
+                    splats.count());
+  startOver_ = false;
+}
+
+std::vector<float> VanillaDensifier::statistics(Transfer& transfer, uint32_t count) const {
+  std::vector<float> mean(count, 0.0f), views(count);
+  if (startOver_) return mean;
+  transfer.download(sum_, mean.data(), 0, count * sizeof(float));
+  transfer.download(views_, views.data(), 0, count * sizeof(float));
+  for (size_t i = 0; i < count; ++i) mean[i] = views[i] > 0 ? mean[i] / views[i] : 0.0f;
+  return mean;
+}
+
+DensifyReport VanillaDensifier::refine(ComputeStream& stream, Transfer& transfer, SplatStore& splats,
+                                       SplitMix64& random, bool pruneLarge) {
+  DensifyReport report;
+  const uint32_t n = splats.count();
+  SplatRows rows = SplatRows::download(transfer, splats);
+  const std::vector<float> statistic = statistics(transfer, n);
+  report.reset = resetDiverged(stream, transfer, splats, rows, 2 * job_.pruneOpacity, random);
+
+  std::vector<bool> keep(n);
+  std::vector<size_t> candidates;
+  uint64_t kept = 0;
+  for (size_t i = 0; i < n; ++i) {
+    const bool tooLarge = pruneLarge && rows.largestScale(i) > kLargestSplat * extent_;
+    keep[i] = rows.opacity(i) >= job_.pruneOpacity && !tooLarge;
+    if (!keep[i]) continue;
+    ++kept;
+    if (statistic[i] > job_.densifyGradient) candidates.push_back(i);  // a NaN is none
+  }
+  const uint64_t room = cap_ > kept ? cap_ - kept : 0;
+  if (candidates.size() > room) {
+    const auto last = candidates.begin() + static_cast<ptrdiff_t>(room);
+    std::nth_element(candidates.begin(), last, candidates.end(),
+                     [&](size_t a, size_t b) { return statistic[a] > statistic[b]; });
+    candidates.erase(last, candidates.end());
+    std::sort(candidates.begin(), candidates.end());
+  }
+  report.pruned = n - kept;
+  if (kept == 0 && n > 0) {  // never an empty scene: the most opaque splat stays
+    const auto best = std::max_element(rows.opacities.begin(), rows.opacities.end()) - rows.opacities.begin();
+    keep[static_cast<size_t>(best)] = true;
+    --report.pruned;
+  }
+
+  for (const size_t i : candidates) {
+    if (rows.largestScale(i) <= job_.denseFraction * extent_) {
+      rows.appendCopy(i);
+      ++report.cloned;
+      continue;
+    }
+    for (int child = 0; child < 2; ++child) placeChild(rows, rows.appendCopy(i), drawOffset(rows, i, random));
+    keep[i] = false;
+    ++report.split;
+  }
+  keep.resize(rows.count(), true);
+  rows.keepOnly(keep);
+  rows.apply(stream, transfer, splats, cap_);
+  startOver_ = true;
+  return report;
+}
+
+void VanillaDensifier::resetOpacities(Transfer& transfer, SplatStore& splats) {
+  const float most = 2 * job_.pruneOpacity;
+  const float limit = std::log(most / (1.0f - most));
+  std::vector<float> opacities = splats.downloadGroup(transfer, kOpacities);
+  for (float& value : opacities) value = std::min(value, limit);
+  splats.uploadGroup(transfer, kOpacities, opacities);
+  splats.clearMoments(transfer, kOpacities);
+}
+
+}  // namespace quor::gs

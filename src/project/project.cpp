@@ -1,0 +1,167 @@
+#include "project/project.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "base/paths.h"
+#include "base/time_text.h"
+#include "colmap/model.h"
+
+namespace quor {
+namespace {
+
+namespace fs = std::filesystem;
+
+// "photos/" and "photos\" name the folder itself, not something inside it.
+fs::path withoutTrailingSeparators(std::string text) {
+  while (text.size() > 1 && (text.back() == '/' || text.back() == '\\')) text.pop_back();
+  return fromUtf8(text);
+}
+
+// Absolute and without "." and "..": a project must still find its media from another working directory. A path that is
+// absolute already stays as it is.
+fs::path absolutePath(const fs::path& path) {
+  return path.is_absolute() ? path : withoutTrailingSeparators(toUtf8(fs::absolute(path).lexically_normal()));
+}
+
+bool isFile(const InputSource& input, const fs::path& path) {
+  std::error_code ignored;
+  if (fs::is_directory(path, ignored)) return false;
+  return fs::is_regular_file(path, ignored) || input.kind != InputKind::Images;
+}
+
+Project newProject(const fs::path& source, bool sourceIsFile, const fs::path& outDir) {
+  const fs::path whole = absolutePath(withoutTrailingSeparators(toUtf8(source)));
+  const fs::path path = withoutTrailingSeparators(toUtf8(whole.lexically_normal()));
+  Project project;
+  project.name = toUtf8(sourceIsFile ? path.stem() : path.filename());
+  project.createdAt = formatUtcTime(wallClockSeconds(), "%Y-%m-%dT%H:%M:%SZ");
+  project.root = (outDir.empty() ? path.parent_path() : absolutePath(outDir)) / fromUtf8(project.name + "_ombrelux");
+  return project;
+}
+
+void makeFolder(const fs::path& folder) {
+  std::error_code error;
+  fs::create_directories(folder, error);
+  if (error) throw std::runtime_error("Cannot make the folder " + toUtf8(folder) + ": " + error.message());
+}
+
+bool allOfKind(const std::vector<InputSource>& inputs, InputKind kind) {
+  return std::ranges::all_of(inputs, [&](const InputSource& input) { return input.kind == kind; });
+}
+
+}  // namespace
+
+const char* kindName(InputKind kind) {
+  switch (kind) {
+    case InputKind::Video:
+      return "video";
+    case InputKind::Video360:
+      return "video360";
+    case InputKind::DualFisheye:
+      return "dualfisheye";
+    default:  // an unknown kind degrades to a folder of images
+      return "images";
+  }
+}
+
+const char* kindLabel(InputKind kind) {
+  switch (kind) {
+    case InputKind::Video:
+      return "Video";
+    case InputKind::Video360:
+      return "360 video";
+    case InputKind::DualFisheye:
+      return "Dual-fisheye 360°";
+    default:
+      return "Image folder";
+  }
+}
+
+InputKind parseKind(const std::string& word) {
+  for (const InputKind kind : {InputKind::Video, InputKind::Video360, InputKind::DualFisheye}) {
+    if (word == kindName(kind)) return kind;
+  }
+  return InputKind::Images;
+}
+
+Project Project::create(const std::vector<InputSource>& inputs, const fs::path& outDir) {
+  if (inputs.empty()) throw std::runtime_error("A project needs at least one input");
+  const fs::path first = fromUtf8(inputs.front().path);
+  Project project = newProject(first, isFile(inputs.front(), first), outDir);
+  for (const InputSource& input : inputs) {
+    project.inputs.push_back({toUtf8(absolutePath(fromUtf8(input.path))), input.kind});
+  }
+  project.sparse.matcher = allOfKind(inputs, InputKind::Images) ? Matcher::Exhaustive : Matcher::Sequential;
+  project.sparse.singleCamera = true;
+  if (allOfKind(inputs, InputKind::Video360)) project.sparse.cameraModel = "PINHOLE";
+  if (allOfKind(inputs, InputKind::DualFisheye)) project.sparse.cameraModel = "OPENCV_FISHEYE";
+  project.ensureLayout();
+  project.save();
+  return project;
+}
+
+Project Project::fromDataset(const fs::path& dataset, const fs::path& outDir) {
+  if (gs::colmap::findModelDir(dataset).empty()) {
+    throw std::runtime_error("No COLMAP model in " + toUtf8(dataset) +
+                             ". Choose the folder holding images/ and sparse/0 (not sparse/0 itself).");
+  }
+  std::error_code ignored;
+  if (!fs::is_directory(dataset / "images", ignored)) {
+    throw std::runtime_error("Found a model in " + toUtf8(dataset) +
+                             " but no images/ beside it. Pass the folder that holds both images/ and the sparse "
+                             "model, not the model folder itself.");
+  }
+  Project project = newProject(dataset, false, outDir);
+  project.externalDataset = toUtf8(absolutePath(dataset));
+  project.ensureLayout();
+  project.save();
+  return project;
+}
+
+void Project::ensureLayout() const {
+  for (const fs::path& folder : {root, framesFolder(), colmapFolder(), sparseFolder(), outputFolder()}) {
+    makeFolder(folder);
+  }
+}
+
+bool Project::isProject(const fs::path& folder) {
+  std::error_code ignored;
+  return fs::is_regular_file(projectFile(folder), ignored);
+}
+
+fs::path Project::projectFile(const fs::path& folder) {
+  return folder / "project.json";
+}
+fs::path Project::framesFolder() const {
+  return root / "frames";
+}
+fs::path Project::colmapFolder() const {
+  return root / "colmap";
+}
+fs::path Project::databaseFile() const {
+  return colmapFolder() / "database.db";
+}
+fs::path Project::sparseFolder() const {
+  return colmapFolder() / "sparse";
+}
+fs::path Project::outputFolder() const {
+  return root / "output";
+}
+fs::path Project::sceneFile() const {
+  return outputFolder() / "scene.ply";
+}
+fs::path Project::sceneSplatFile() const {
+  return outputFolder() / "scene.splat";
+}
+fs::path Project::checkpointFile() const {
+  return outputFolder() / "checkpoint.quor";
+}
+fs::path Project::trainingLog() const {
+  return outputFolder() / "training.log";
+}
+fs::path Project::maskFile() const {
+  return root / "masks" / "camera_mask.png";
+}
+
+}  // namespace quor

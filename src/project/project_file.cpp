@@ -1,0 +1,131 @@
+#include <fstream>
+#include <stdexcept>
+
+#include "base/paths.h"
+#include "project/json_members.h"
+#include "project/project.h"
+
+namespace quor {
+namespace {
+
+namespace fs = std::filesystem;
+
+Json toJson(const Extraction& extraction) {
+  Json groups = Json::array();
+  for (const ImageGroup& group : extraction.groups) {
+    Json object;
+    object["name"] = group.name;
+    object["images"] = group.images;
+    object["cameraModel"] = group.cameraModel;
+    object["cameraParams"] = group.cameraParams;
+    object["usesFisheyeMask"] = group.usesFisheyeMask;
+    groups.push_back(std::move(object));
+  }
+  Json json;
+  json["groups"] = std::move(groups);
+  json["lensSize"] = extraction.lensSize;
+  return json;
+}
+
+Json toJson(const Project& project) {
+  Json json;
+  toJson(json, project.ingest, project.sparse, project.training);
+  json["name"] = project.name;
+  json["createdAt"] = project.createdAt;
+  Json& inputs = json["inputs"] = Json::array();
+  for (const InputSource& input : project.inputs) {
+    Json object;
+    object["path"] = input.path;
+    object["kind"] = kindName(input.kind);
+    inputs.push_back(std::move(object));
+  }
+  if (!project.externalDataset.empty()) json["externalDataset"] = project.externalDataset;
+  if (project.knownIntrinsics) json["knownIntrinsics"] = *project.knownIntrinsics;
+  if (!project.extraction.groups.empty()) json["extraction"] = toJson(project.extraction);
+  return json;
+}
+
+void readInputs(const Json& list, std::vector<InputSource>& inputs) {
+  for (const Json& element : list) {
+    if (!element.is_object()) throwNot("inputs", "a list of objects");
+    if (!findMember(element, "path")) throw std::runtime_error("an input has no \"path\"");
+    InputSource input;
+    std::string kind;
+    readMember(element, "path", input.path);
+    readMember(element, "kind", kind);
+    input.kind = parseKind(kind);
+    inputs.push_back(std::move(input));
+  }
+}
+
+void readExtraction(const Json& json, Extraction& extraction) {
+  readMember(json, "lensSize", extraction.lensSize);
+  const Json* groups = findArray(json, "groups");
+  if (!groups) return;
+  for (const Json& element : *groups) {
+    if (!element.is_object()) throwNot("groups", "a list of objects");
+    ImageGroup& group = extraction.groups.emplace_back();
+    readMember(element, "name", group.name);
+    readMember(element, "images", group.images);
+    readMember(element, "cameraModel", group.cameraModel);
+    readMember(element, "cameraParams", group.cameraParams);
+    readMember(element, "usesFisheyeMask", group.usesFisheyeMask);
+  }
+}
+
+Project fromJson(const Json& json) {
+  if (!json.is_object()) throw std::runtime_error("it holds no JSON object");
+  Project project;
+  fromJson(json, project.ingest, project.sparse, project.training);
+  readMember(json, "name", project.name);
+  readMember(json, "createdAt", project.createdAt);
+  readMember(json, "externalDataset", project.externalDataset);
+  if (const Json* inputs = findArray(json, "inputs")) readInputs(*inputs, project.inputs);
+  const Json* intrinsics = findMember(json, "knownIntrinsics");
+  if (intrinsics && intrinsics->is_array() && intrinsics->size() == 4) {
+    std::array<double, 4>& values = project.knownIntrinsics.emplace();
+    for (size_t i = 0; i < 4; ++i) readValue((*intrinsics)[i], "knownIntrinsics", values[i]);
+  }
+  if (const Json* extraction = findObject(json, "extraction")) readExtraction(*extraction, project.extraction);
+  return project;
+}
+
+}  // namespace
+
+Project Project::load(const fs::path& folder) {
+  if (!isProject(folder)) throw std::runtime_error("No project.json in " + toUtf8(folder));
+  std::ifstream file(projectFile(folder), std::ios::binary);
+  if (!file) throw std::runtime_error("Cannot open " + toUtf8(projectFile(folder)));
+  try {
+    Project project = fromJson(Json::parse(file));
+    project.root = folder;
+    return project;
+  } catch (const std::exception& e) {
+    throw std::runtime_error("project.json in " + toUtf8(folder) + " is damaged: " + e.what());
+  }
+}
+
+void Project::save() const {
+  const fs::path target = projectFile(root);
+  const fs::path temporary = root / "project.json.tmp";
+  const std::string cannotWrite = "Cannot write " + toUtf8(temporary);
+  std::string text;
+  try {
+    text = toJson(*this).dump(2) + "\n";
+  } catch (const Json::exception&) {
+    throw std::runtime_error(cannotWrite + ": a name or path in it is not UTF-8 text");
+  }
+  std::ofstream file(temporary, std::ios::binary | std::ios::trunc);
+  file << text;
+  file.close();
+  if (!file) throw std::runtime_error(cannotWrite);
+  std::error_code error;
+  fs::rename(temporary, target, error);
+  if (!error) return;
+  std::error_code ignored;
+  if (isProject(root)) fs::remove(target, ignored);  // some file systems do not move over an existing file
+  fs::rename(temporary, target, error);
+  if (error) throw std::runtime_error("Cannot write " + toUtf8(target) + ": " + error.message());
+}
+
+}  // namespace quor

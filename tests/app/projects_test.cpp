@@ -1,0 +1,146 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "app/drive.h"
+#include "child_program.h"
+#include "small_dataset.h"
+
+namespace quor::test {
+namespace {
+
+using ::testing::HasSubstr;
+
+const std::vector<std::string> kNoDriver = {"VK_DRIVER_FILES=/nonexistent", "VK_ICD_FILENAMES=/nonexistent"};
+
+nlohmann::json readJson(const std::filesystem::path& path) {
+  return nlohmann::json::parse(readFile(path));
+}
+
+void expectFailure(const Ended& ended, const std::string& message) {
+  EXPECT_EQ(ended.exitCode, 1) << message;
+  EXPECT_EQ(ended.out, "");
+  EXPECT_EQ(ended.err, "error: " + message + "\n");
+}
+
+TEST(Projects, RefusesWhatCannotBeTrained) {
+  TempFolder folder;
+  writeSmallDataset(folder / "set");
+  writeFile(folder / "old/project.json", "{}");
+  writeFile(folder / "bad/project.json", "{]");
+  writeFile(folder / "empty/readme.txt", "");
+  writeFile(folder / "scene.ply", "ply");
+  const auto at = [&](const char* name) { return toUtf8(folder / name); };
+
+  for (const char* command : {"run", "train", "import"}) {
+    expectFailure(runCli({command, at("none")}), "No such file or folder: " + at("none"));
+  }
+  expectFailure(runCli({"run", at("old")}),
+                at("old") + " is already a Ombrelux project — use `train` to train it again.");
+  expectFailure(runCli({"run", at("set/images"), at("empty")}), "No images or videos in " + at("empty"));
+  for (const char* command : {"train", "import"}) {
+    expectFailure(runCli({command, at("set/sparse/0")}),
+                  "Found a model in " + at("set/sparse/0") +
+                      " but no images/ beside it. Pass the folder that holds both images/ and the sparse model, not "
+                      "the model folder itself.");
+  }
+  expectFailure(runCli({"train", at("set"), "--from", "sparse"}), "--from needs a Ombrelux project, not a dataset.");
+  for (const char* name : {"empty", "scene.ply", "set/images"}) {
+    expectFailure(runCli({"train", at(name)}),
+                  at(name) + " is neither a Ombrelux project nor a COLMAP dataset (images/ + sparse/0).");
+  }
+  EXPECT_THAT(runCli({"train", at("bad")}).err, HasSubstr("error: project.json in " + at("bad") + " is damaged: "));
+  EXPECT_FALSE(std::filesystem::exists(folder / "set_ombrelux"));
+}
+
+TEST(Projects, ANewProjectIsSavedBeforeADeviceIsNeeded) {
+  TempFolder folder;
+  writeSmallDataset(folder / "set");
+  const Ended ended = runCli({"import", toUtf8(folder / "set") + "/", "--out", toUtf8(folder / "made"), "--technique",
+                              "MCMC", "--iterations", "12", "--budget", "5000000000", "--sh", "1", "--splat",
+                              "--no-eval", "--mapper", "global", "--crop-bottom", ".25", "--quiet"},
+                             kNoDriver);
+  EXPECT_EQ(ended.exitCode, 1);
+  EXPECT_EQ(ended.out, "");
+  EXPECT_THAT(ended.err, ::testing::MatchesRegex("error: [^\n]*\n"));
+
+  const nlohmann::json json = readJson(folder / "made/set_ombrelux/project.json");
+  EXPECT_EQ(json["externalDataset"], toUtf8(folder / "set"));
+  EXPECT_EQ(json["training"]["technique"], "mcmc");
+  EXPECT_EQ(json["training"]["iterations"], 12);
+  EXPECT_EQ(json["training"]["splatBudget"], 5000000000);
+  EXPECT_EQ(json["training"]["shDegree"], 1);
+  EXPECT_EQ(json["training"]["exportSplat"], true);
+  EXPECT_EQ(json["training"]["evalMode"], false);
+  EXPECT_EQ(json["sparse"]["mapper"], "global");
+  EXPECT_EQ(json["ingest"]["fisheyeCropBottom"], 0.25);
+}
+
+TEST(Projects, TrainOverwritesOnlyWhatIsGiven) {
+  TempFolder folder;
+  const std::string path = toUtf8(folder / "p");
+  writeFile(folder / "p/project.json",
+            R"({"training": {"iterations": 900, "exportSplat": true, "continueFromCheckpoint": true}})");
+  const std::string before = readFile(folder / "p/project.json");
+  for (const auto& noDevice : {runCli({"train", path, "--sh", "2"}, kNoDriver),
+                               runCli({"train", path, "--sh", "2", "--device", "999"}, {"QUOR_DEVICE=999"})}) {
+    EXPECT_EQ(noDevice.exitCode, 1);
+    EXPECT_EQ(readFile(folder / "p/project.json"), before);
+  }
+
+  const Ended ended = runCli({"train", path, "--sh", "2", "--fresh"});
+  EXPECT_EQ(ended.exitCode, 1);
+  EXPECT_EQ(ended.out, "");
+  EXPECT_THAT(ended.err, HasSubstr("Project: " + path + "\n"));
+  EXPECT_THAT(ended.err, HasSubstr("\nerror: There is no camera solve to train from. Run Camera solve first.\n"));
+  const nlohmann::json training = readJson(folder / "p/project.json")["training"];
+  EXPECT_EQ(training["shDegree"], 2);
+  EXPECT_EQ(training["iterations"], 900);
+  EXPECT_EQ(training["exportSplat"], true);
+  EXPECT_EQ(training["continueFromCheckpoint"], false);
+
+  const Ended frames = runCli({"train", path, "--from", "frames", "--quiet"});
+  expectFailure(frames, "The project has no input media.");
+}
+
+TEST(Projects, DevicesAreListedOrTheReasonIsGiven) {
+  const Ended listed = runCli({"devices"});
+  EXPECT_EQ(listed.exitCode, 0);
+  EXPECT_THAT(listed.out, ::testing::StartsWith("[0] "));
+  const Ended none = runCli({"devices"}, kNoDriver);
+  EXPECT_EQ(none.exitCode, 1);
+  EXPECT_EQ(none.out, "");
+  EXPECT_THAT(none.err, ::testing::StartsWith("error: Could not list Vulkan devices: "));
+}
+
+TEST(ResultDocument, HoldsOnlyWhatThereIs) {
+  Project project;
+  project.root = fromUtf8("/captures/caf\xe9");  // Latin-1, which no JSON can hold
+  gs::TrainResult result;
+  result.splats = 12;
+  result.steps = 30;
+  result.seconds = 1.25;
+  nlohmann::json json = nlohmann::json::parse(resultDocument(project, result));
+  EXPECT_EQ(json.size(), 4u);
+  EXPECT_EQ(json["splats"], 12);
+  EXPECT_EQ(json["iterations"], 30);
+  EXPECT_EQ(json["seconds"], 1.25);
+
+  project.root = "/captures/été";
+  result.ply = project.sceneFile();
+  result.splat = project.sceneSplatFile();
+  result.checkpoint = project.checkpointFile();
+  result.evaluation = {27.125f, 0.5f, 0.1f, 2};
+  json = nlohmann::json::parse(resultDocument(project, result));
+  EXPECT_EQ(json.size(), 9u);
+  EXPECT_EQ(json["project"], "/captures/été");
+  EXPECT_EQ(json["ply"], "/captures/été/output/scene.ply");
+  EXPECT_EQ(json["splat"], "/captures/été/output/scene.splat");
+  EXPECT_EQ(json["checkpoint"], "/captures/été/output/checkpoint.quor");
+  EXPECT_EQ(json["psnr"], 27.125);
+  EXPECT_EQ(json["ssim"], 0.5);
+}
+
+}  // namespace
+}  // namespace quor::test

@@ -1,0 +1,92 @@
+// Training from end to end through the program, on whatever device there is.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "child_program.h"
+#include "small_dataset.h"
+
+namespace quor::test {
+namespace {
+
+using ::testing::HasSubstr;
+
+class TrainTest : public ::testing::Test {
+ protected:
+  TrainTest() { writeSmallDataset(folder_ / "set"); }
+
+  std::filesystem::path output() const { return folder_ / "set_ombrelux/output"; }
+
+  TempFolder folder_;
+  const std::string set_ = toUtf8(folder_ / "set");
+  const std::string project_ = toUtf8(folder_ / "set_ombrelux");
+};
+
+TEST_F(TrainTest, EndsWithAResultOnStandardOutput) {
+  const Ended json = runCli({"import", set_, "--iterations", "60", "--splat", "--json"});
+  ASSERT_EQ(json.exitCode, 0) << json.err;
+  const nlohmann::json document = nlohmann::json::parse(json.out);  // throws when there is anything beside it
+  EXPECT_EQ(document["project"], project_);
+  EXPECT_EQ(document["iterations"], 60);
+  EXPECT_GT(document["splats"], 0);
+  EXPECT_GT(document["seconds"], 0);
+  EXPECT_GT(document["psnr"], 5);
+  EXPECT_GT(document["ssim"], 0);
+  for (const char* file : {"ply", "splat", "checkpoint"}) {
+    EXPECT_GT(std::filesystem::file_size(fromUtf8(document[file].get<std::string>())), 0u) << file;
+  }
+  EXPECT_THAT(json.err, HasSubstr("Project: " + project_ + "\n"));
+  EXPECT_THAT(json.err, HasSubstr("  train: 60 iterations\n"));
+
+  const Ended path = runCli({"train", project_, "--resume", "--iterations", "80", "--no-eval", "--quiet"});
+  EXPECT_EQ(path.exitCode, 0);
+  EXPECT_EQ(path.out, toUtf8(output() / "scene.ply") + "\n");
+  EXPECT_EQ(path.err, "");
+
+  const Ended refused = runCli({"train", project_, "--json", "--quiet"});
+  EXPECT_EQ(refused.exitCode, 1);
+  EXPECT_EQ(refused.out, "");
+  EXPECT_EQ(refused.err,
+            "error: The checkpoint is already at step 80. Set more iterations than that to continue training it.\n");
+}
+
+TEST_F(TrainTest, AnInterruptStopsAndASecondCancels) {
+  ChildProgram stopped(OMBRELUX_CLI, {"import", set_, "--iterations", "1000000", "--json"});
+  ASSERT_TRUE(stopped.waitForError("  train: step "));
+  stopped.signal(SIGINT);
+  const Ended stop = stopped.wait();
+  EXPECT_EQ(stop.exitCode, 0) << stop.err;
+  const nlohmann::json document = nlohmann::json::parse(stop.out);
+  EXPECT_GT(document["iterations"], 0);
+  EXPECT_LT(document["iterations"], 1000000);
+  EXPECT_TRUE(document.contains("ply"));
+  EXPECT_TRUE(document.contains("checkpoint"));
+
+  std::filesystem::remove(output() / "scene.ply");
+  ChildProgram cancelled(OMBRELUX_CLI, {"train", project_});
+  ASSERT_TRUE(cancelled.waitForError("  train: step "));
+  cancelled.signal(SIGINT);
+  cancelled.signal(SIGTERM);
+  const Ended cancel = cancelled.wait();
+  EXPECT_EQ(cancel.exitCode, 130) << cancel.err;
+  EXPECT_EQ(cancel.out, "");
+  EXPECT_THAT(cancel.err, HasSubstr("error: Cancelled\n"));
+  EXPECT_FALSE(std::filesystem::exists(output() / "scene.ply"));
+}
+
+TEST_F(TrainTest, ADamagedDatasetIsRefusedInOneSentence) {
+  writeFile(folder_ / "set/sparse/0/cameras.txt", "1 PINEHOLE 64 48 60 60 32 24\n");
+  const Ended damaged = runCli({"import", set_, "--quiet"});
+  EXPECT_EQ(damaged.exitCode, 1);
+  EXPECT_EQ(damaged.out, "");
+  EXPECT_THAT(damaged.err, ::testing::MatchesRegex("error: [^\n]*\n"));
+
+  std::filesystem::remove_all(folder_ / "set/sparse");
+  const Ended gone = runCli({"train", project_, "--quiet"});
+  EXPECT_EQ(gone.exitCode, 1);
+  EXPECT_THAT(gone.err, ::testing::MatchesRegex("error: No COLMAP model found in [^\n]*\n"));
+}
+
+}  // namespace
+}  // namespace quor::test

@@ -1,0 +1,91 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "child_program.h"
+
+namespace quor::test {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+TEST(Usage, ErrorsNameWhatIsWrongBeforeTheUsageText) {
+  struct Case {
+    std::vector<std::string> arguments;
+    std::string message;
+  };
+  const std::vector<Case> cases = {
+      {{"run"}, "run needs a path"},
+      {{"import", "--json"}, "import needs a path"},
+      {{"train", "a", "b"}, "train takes one path, but was also given 'b'"},
+      {{"devices", "a"}, "devices takes no path, but was given 'a'"},
+      {{"run", "clip.mp4", "--frames"}, "--frames needs a value"},
+      {{"train", "--foo"}, "unknown option --foo"},
+      {{"--foo"}, "unknown option --foo"},
+      {{"trian", "a"}, "unknown command 'trian'"},
+      {{"import", "a", "--from", "sparse"}, "--from is an option of train only"},
+      {{"train", "a", "--from", "train"}, "--from takes frames or sparse, not 'train'"},
+      {{"train", "a", "--technique", "mcmc2"}, "unknown technique 'mcmc2' (vanilla or mcmc)"},
+      {{"train", "a", "--matcher", "Sequential"}, "unknown matcher 'Sequential'"},
+      {{"train", "a", "--mapper", "Global"}, "--mapper takes incremental or global"},
+      {{"run", "a", "--kind", "photo"}, "--kind takes images, video, video360 or dualfisheye, not 'photo'"},
+      {{"train", "a", "--iterations", "1e4"}, "--iterations takes a whole number from 0 up, not '1e4'"},
+      {{"train", "a", "--iterations", "99999999999"}, "--iterations takes a whole number from 0 up, not '99999999999'"},
+      {{"train", "a", "--budget", "-1"}, "--budget takes a whole number from 0 up, not '-1'"},
+      {{"train", "a", "--sh", "4"}, "--sh takes a whole number from 0 to 3, not '4'"},
+      {{"train", "a", "--crop-edges", "1.5x"}, "--crop-edges takes a fraction from 0 to below 1, not '1.5x'"},
+      {{"train", "a", "--hide-below", "nan"}, "--hide-below takes an angle from 0 to 90 degrees, not 'nan'"},
+  };
+  for (const Case& c : cases) {
+    const Ended ended = runCli(c.arguments);
+    EXPECT_EQ(ended.exitCode, 2) << c.message;
+    EXPECT_EQ(ended.out, "");
+    EXPECT_THAT(ended.err, StartsWith("error: " + c.message + "\n\nOmbrelux 1.1.3"));
+    EXPECT_THAT(ended.err, HasSubstr("Usage: OmbreluxCLI <command>"));
+  }
+}
+
+TEST(Usage, WhatIsAskedForGoesToStandardOutput) {
+  const Ended help = runCli({"--help"});
+  EXPECT_EQ(help.exitCode, 0);
+  EXPECT_EQ(help.err, "");
+  EXPECT_EQ(help.out, runCli({"help"}).out);
+  const Ended nothing = runCli({});
+  EXPECT_EQ(nothing.exitCode, 2);
+  EXPECT_EQ(nothing.out, "");
+  EXPECT_EQ(nothing.err, help.out);
+  EXPECT_EQ(runCli({"version"}).out, "Ombrelux 1.1.3 (Vulkan)\n");
+
+  TempFolder folder;
+  const Ended instructions = runCli({"instructions"});
+  EXPECT_EQ(instructions.exitCode, 0);
+  const Ended written = runCli({"instructions", toUtf8(folder / "advice.txt")});
+  EXPECT_EQ(written.exitCode, 0);
+  EXPECT_EQ(written.out, "");
+  EXPECT_EQ(readFile(folder / "advice.txt"), instructions.out);
+  const Ended refused = runCli({"instructions", toUtf8(folder / "no/advice.txt")});
+  EXPECT_EQ(refused.exitCode, 1);
+  EXPECT_EQ(refused.err, "error: could not write " + toUtf8(folder / "no/advice.txt") + "\n");
+}
+
+TEST(Usage, WhatIsNotThereYetSaysSoInOneSentence) {
+  TempFolder folder;
+  writeFile(folder / "photos/a.jpg", "");
+  const std::vector<std::vector<std::string>> cases = {
+      {OMBRELUX_CLI, "batch", "queue.json"},
+      {OMBRELUX_CLI, "mcp"},
+      {OMBRELUX_CLI, "run", toUtf8(folder / "photos")},
+      {OMBRELUX_DESKTOP},
+      {OMBRELUX_DESKTOP, toUtf8(folder / "photos")},
+  };
+  for (const auto& c : cases) {
+    const Ended ended = ChildProgram(c[0], {c.begin() + 1, c.end()}).wait();
+    EXPECT_EQ(ended.exitCode, 1);
+    EXPECT_EQ(ended.out, "");
+    EXPECT_THAT(ended.err, ::testing::MatchesRegex("error: [^\n]* not part of this version yet[^\n]*\n"));
+  }
+  EXPECT_FALSE(std::filesystem::exists(folder / "photos_ombrelux"));
+}
+
+}  // namespace
+}  // namespace quor::test

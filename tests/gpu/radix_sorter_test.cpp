@@ -1,0 +1,93 @@
+#include "gpu/radix_sorter.h"
+
+#include <algorithm>
+#include <numeric>
+#include <stdexcept>
+
+#include "base/split_mix64.h"
+#include "support/gpu_fixture.h"
+
+namespace quor::gs {
+namespace {
+
+constexpr uint32_t kUntouched = 0xDEADBEEF;
+
+class RadixSorterTest : public GpuTest {
+ protected:
+  // Sorts with a few items of room behind and compares with the standard library; values are the keys' first places.
+  void sortAndCompare(std::vector<uint32_t> keys, uint32_t keyBits) {
+    const auto count = static_cast<uint32_t>(keys.size());
+    const uint32_t passes = (keyBits + 3) / 4;
+    const uint32_t mask = passes == 8 ? UINT32_MAX : (1u << 4 * passes) - 1;
+    std::vector<uint32_t> values(count);
+    std::iota(values.begin(), values.end(), 0u);
+    std::vector<uint32_t> order = values;
+    std::stable_sort(order.begin(), order.end(),
+                     [&](uint32_t a, uint32_t b) { return (keys[a] & mask) < (keys[b] & mask); });
+    std::vector<uint32_t> sorted(count);
+    std::transform(order.begin(), order.end(), sorted.begin(), [&](uint32_t i) { return keys[i]; });
+
+    for (std::vector<uint32_t>* padded : {&keys, &values, &order, &sorted}) padded->resize(count + 7, kUntouched);
+    const GpuBuffer keysA = makeBuffer(keys), valuesA = makeBuffer(values);
+    const GpuBuffer keysB = makeBuffer(std::vector<uint32_t>(count + 7, kUntouched));
+    const GpuBuffer valuesB = makeBuffer(std::vector<uint32_t>(count + 7, kUntouched));
+    RadixSorter sorter(context);
+    sorter.reserve(count);
+    const bool inB = sorter.sort(stream, keysA, valuesA, keysB, valuesB, count, keyBits);
+    stream.submit();
+    EXPECT_EQ(inB, count >= 2 && passes % 2 == 1);
+    ASSERT_EQ(readBuffer<uint32_t>(inB ? keysB : keysA), sorted) << count << " keys of " << keyBits << " bits";
+    ASSERT_EQ(readBuffer<uint32_t>(inB ? valuesB : valuesA), order) << count << " keys of " << keyBits << " bits";
+  }
+
+  static std::vector<uint32_t> randomKeys(uint32_t count, uint32_t mask = UINT32_MAX) {
+    SplitMix64 random(count);
+    std::vector<uint32_t> keys(count);
+    for (uint32_t& key : keys) key = static_cast<uint32_t>(random.next()) & mask;
+    return keys;
+  }
+};
+
+TEST_F(RadixSorterTest, BlockBordersAndDigits) {
+  for (const uint32_t count : {0u, 1u, 2u, 3u, 1023u, 1024u, 1025u, 4095u, 4097u, 66'000u}) {
+    sortAndCompare(randomKeys(count), 32);
+    sortAndCompare(randomKeys(count, 0x3F), 6);  // many equal keys: their order must stay
+  }
+}
+
+TEST_F(RadixSorterTest, KeyBitsDecideThePasses) {
+  for (const uint32_t bits : {0u, 1u, 4u, 5u, 13u, 20u, 28u, 29u, 32u}) sortAndCompare(randomKeys(3000), bits);
+}
+
+TEST_F(RadixSorterTest, TheLargestKeyIsNoPadding) {
+  std::vector<uint32_t> keys = randomKeys(1500);
+  for (size_t i = 0; i < keys.size(); i += 3) keys[i] = UINT32_MAX;
+  sortAndCompare(keys, 32);
+  sortAndCompare(std::vector<uint32_t>(1025, UINT32_MAX), 32);
+  sortAndCompare(std::vector<uint32_t>(1030, 0), 8);
+}
+
+TEST_F(RadixSorterTest, AMillion) {
+  sortAndCompare(randomKeys(1'000'001), 32);
+}
+
+TEST_F(RadixSorterTest, BeyondTheReservedSizeIsAFault) {
+  const GpuBuffer small = makeBuffer(std::vector<uint32_t>(8, 1));
+  const auto sortError = [&](RadixSorter& sorter, uint32_t count) -> std::string {
+    try {
+      sorter.sort(stream, small, small, small, small, count, 0);
+    } catch (const std::logic_error& error) {
+      return error.what();
+    }
+    return "";
+  };
+  RadixSorter sorter(context);
+  EXPECT_EQ(sortError(sorter, 1), "");
+  EXPECT_EQ(sortError(sorter, 2), "RadixSorter used beyond its reserved size");
+  sorter.reserve(1'000'000);  // 977 blocks need less than the smallest histogram, made for 1536
+  EXPECT_EQ(sortError(sorter, 1536 * 1024), "");
+  EXPECT_EQ(sortError(sorter, 1536 * 1024 + 1), "RadixSorter used beyond its reserved size");
+}
+
+}  // namespace
+}  // namespace quor::gs

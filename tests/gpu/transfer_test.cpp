@@ -1,0 +1,121 @@
+#include "gpu/transfer.h"
+
+#include <algorithm>
+#include <array>
+#include <span>
+#include <stdexcept>
+#include <utility>
+
+#include "support/gpu_fixture.h"
+
+namespace quor::gs {
+namespace {
+
+constexpr size_t kMiB = size_t{1} << 20;
+
+template <class Call>
+std::string errorOf(Call call) {
+  try {
+    call();
+  } catch (const std::runtime_error& error) {
+    return error.what();
+  }
+  return "";
+}
+
+using GpuBufferTest = GpuTest;
+using TransferTest = GpuTest;
+
+TEST_F(GpuBufferTest, KeepsAccountAndOwnership) {
+  const uint64_t before = GpuBuffer::liveBytes();
+  {
+    GpuBuffer device(context, 1001, BufferKind::Device, "device");
+    const GpuBuffer upload(context, 10, BufferKind::Upload, "upload");
+    const GpuBuffer readback(context, 20, BufferKind::Readback, "readback");
+    EXPECT_EQ(GpuBuffer::liveBytes(), before + 1031);
+    EXPECT_EQ(device.size(), 1001u);
+    EXPECT_EQ(device.mapped(), nullptr);
+    EXPECT_NE(upload.mapped(), nullptr);
+    EXPECT_NE(readback.mapped(), nullptr);
+
+    const VkBuffer handle = device.handle();
+    GpuBuffer moved = std::move(device);
+    EXPECT_EQ(moved.handle(), handle);
+    EXPECT_EQ(moved.name(), "device");
+    moved = GpuBuffer(context, 8, BufferKind::Device, "other");
+    EXPECT_EQ(GpuBuffer::liveBytes(), before + 38);
+  }
+  EXPECT_EQ(GpuBuffer::liveBytes(), before);
+  EXPECT_FALSE(GpuBuffer(context, 0, BufferKind::Device, "nothing"));
+}
+
+TEST_F(GpuBufferTest, RefusesMoreThanOneAllocation) {
+  const uint64_t limit = context.info().maxAllocationSize;
+  const uint64_t before = GpuBuffer::liveBytes();
+  const std::string tooLarge = "Buffer 'huge' needs " + std::to_string((limit + 1) >> 20) +
+                               " MB, above this GPU's single-allocation limit of " + std::to_string(limit >> 20) +
+                               " MB";
+  EXPECT_EQ(errorOf([&] { GpuBuffer(context, limit + 1, BufferKind::Device, "huge"); }), tooLarge);
+  EXPECT_EQ(GpuBuffer::liveBytes(), before);
+
+  if (context.info().deviceType != VK_PHYSICAL_DEVICE_TYPE_CPU) return;  // takes true memory there
+  EXPECT_EQ(GpuBuffer(context, limit, BufferKind::Device, "largest").size(), limit);
+}
+
+TEST_F(TransferTest, MovesMoreThanTheStagingBufferHolds) {
+  const size_t offset = 777, size = 64 * kMiB + 12345;
+  GpuBuffer buffer(context, offset + size + 99, BufferKind::Device, "large");
+  transfer.fill(buffer, 0xABABABAB, 0, buffer.size());
+  std::vector<uint8_t> sent(size);
+  for (size_t i = 0; i < size; ++i) sent[i] = static_cast<uint8_t>(i * 31 + (i >> 16));
+  transfer.upload(buffer, sent.data(), offset, size);
+
+  const std::vector<uint8_t> result = readBuffer<uint8_t>(buffer);
+  const std::span<const uint8_t> all(result);
+  const auto untouched = [](std::span<const uint8_t> bytes) {
+    return std::all_of(bytes.begin(), bytes.end(), [](uint8_t byte) { return byte == 0xAB; });
+  };
+  EXPECT_TRUE(untouched(all.first(offset)));
+  EXPECT_TRUE(std::ranges::equal(all.subspan(offset, size), sent));
+  EXPECT_TRUE(untouched(all.subspan(offset + size)));
+
+  std::array<uint8_t, 4> part{};
+  transfer.download(buffer, part.data(), offset + size - 3, part.size());
+  EXPECT_TRUE(std::ranges::equal(all.subspan(offset + size - 3, 4), part));
+}
+
+TEST_F(TransferTest, TheStagingBufferGrowsToItsBoundAndStays) {
+  GpuBuffer buffer(context, 65 * kMiB, BufferKind::Device, "data");
+  const std::vector<uint8_t> bytes(buffer.size());
+  const uint64_t before = GpuBuffer::liveBytes();
+  const auto stagingAfter = [&](size_t size) {
+    transfer.upload(buffer, bytes.data(), 0, size);
+    return GpuBuffer::liveBytes() - before;
+  };
+  EXPECT_EQ(stagingAfter(0), 0u);
+  EXPECT_EQ(stagingAfter(10), kMiB);
+  EXPECT_EQ(stagingAfter(3 * kMiB + 1), 3 * kMiB + 1);
+  EXPECT_EQ(stagingAfter(65 * kMiB), 64 * kMiB);
+  EXPECT_EQ(stagingAfter(10), 64 * kMiB);
+}
+
+TEST_F(TransferTest, RefusesToPassTheEnd) {
+  GpuBuffer buffer(context, 100, BufferKind::Device, "small");
+  std::vector<uint8_t> bytes(200);
+  transfer.upload(buffer, bytes.data(), 60, 40);
+  transfer.upload(buffer, bytes.data(), 100, 0);
+  EXPECT_EQ(errorOf([&] { transfer.upload(buffer, bytes.data(), 60, 41); }), "upload past the end of 'small'");
+  EXPECT_EQ(errorOf([&] { transfer.download(buffer, bytes.data(), 101, 1); }), "download past the end of 'small'");
+  EXPECT_EQ(errorOf([&] { transfer.upload(buffer, bytes.data(), SIZE_MAX, 2); }), "upload past the end of 'small'");
+  EXPECT_EQ(errorOf([&] { transfer.fill(buffer, 0, 96, 8); }), "fill past the end of 'small'");
+}
+
+TEST_F(TransferTest, FillReachesTheLastOddByte) {
+  GpuBuffer buffer(context, 11, BufferKind::Device, "odd");
+  transfer.fill(buffer, 0, 0, 11);
+  transfer.fill(buffer, 0x04030201, 8, 3);
+  EXPECT_EQ(readBuffer<uint8_t>(buffer), (std::vector<uint8_t>{0, 0, 0, 0, 0, 0, 0, 0, 1, 2, 3}));
+}
+
+}  // namespace
+}  // namespace quor::gs

@@ -1,0 +1,331 @@
+#include "gs/dataset.h"
+
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <limits>
+
+#include "gs/undistort.h"
+#include "support/colmap_writer.h"
+#include "support/temp_folder.h"
+
+namespace quor::gs {
+namespace {
+
+using test::thrownText;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+// A smooth picture on the plane at depth 1, one channel each way and one across.
+std::array<double, 3> pattern(double x, double y) {
+  return {127 + 100 * std::sin(9 * x), 127 + 100 * std::cos(8 * y), 127 + 100 * std::sin(5 * (x + y))};
+}
+
+// What a camera with a lens sees of the pattern; the lens is undone by iteration.
+Image photographOf(const colmap::Camera& camera, int scaleDown = 1) {
+  double fx = 0, fy = 0, cx = 0, cy = 0;
+  Distortion lens;
+  colmap::intrinsics(camera, fx, fy, cx, cy);
+  colmap::distortion(camera, lens.k1, lens.k2, lens.p1, lens.p2);
+  Image image{static_cast<int>(camera.width) / scaleDown, static_cast<int>(camera.height) / scaleDown, {}};
+  for (int j = 0; j < image.height; ++j) {
+    for (int i = 0; i < image.width; ++i) {
+      const double u = ((i + 0.5) * scaleDown - cx) / fx;
+      const double v = ((j + 0.5) * scaleDown - cy) / fy;
+      double x = u, y = v;
+      for (int k = 0; k < 40; ++k) {
+        const auto [xd, yd] = distorted(lens, x, y);
+        x += u - xd;
+        y += v - yd;
+      }
+      for (const double value : pattern(x, y)) image.rgb.push_back(static_cast<uint8_t>(std::lround(value)));
+    }
+  }
+  return image;
+}
+
+// The largest difference between a view and the pattern as its pinhole camera sees it.
+double worstError(const View& view) {
+  double worst = 0;
+  for (int j = 0; j < view.image.height; ++j) {
+    for (int i = 0; i < view.image.width; ++i) {
+      const auto expected =
+          pattern((i + 0.5 - view.camera.cx) / view.camera.fx, (j + 0.5 - view.camera.cy) / view.camera.fy);
+      for (size_t c = 0; c < 3; ++c) {
+        const auto at = static_cast<size_t>(j * view.image.width + i) * 3 + c;
+        worst = std::max(worst, std::abs(view.image.rgb[at] - expected[c]));
+      }
+    }
+  }
+  return worst;
+}
+
+class DatasetTest : public testing::Test {
+ protected:
+  DatasetTest() {
+    options_.folder = folder_.path();
+    model_.cameras[1] = {1, 1, 120, 80, {100, 101, 61, 39}};
+  }
+
+  // Registers an image and writes its photograph.
+  colmap::Image& add(const std::string& name, uint32_t camera = 1, int scaleDown = 1) {
+    addMissing(name, camera);
+    const auto path = folder_ / "images" / fromUtf8(name);
+    std::filesystem::create_directories(path.parent_path());
+    writePng(path, photographOf(model_.cameras.at(camera), scaleDown));
+    return model_.images.back();
+  }
+
+  colmap::Image& addMissing(const std::string& name, uint32_t camera = 1) {
+    colmap::Image image;
+    image.id = static_cast<uint32_t>(model_.images.size() + 1);
+    image.cameraId = camera;
+    image.tvec = {static_cast<double>(image.id), 0, 0};
+    image.name = name;
+    model_.images.push_back(image);
+    return model_.images.back();
+  }
+
+  Dataset load() {
+    test::writeModel(folder_ / "sparse/0", model_);
+    return loadDataset(options_, log_, cancel_);
+  }
+
+  std::string failure() {
+    return thrownText([&] { load(); });
+  }
+
+  std::vector<std::string> warnings() const {
+    std::vector<std::string> texts;
+    for (const LogEntry& entry : log_.entriesAfter(0)) {
+      if (entry.level == LogLevel::Warning) texts.push_back(entry.text);
+    }
+    return texts;
+  }
+
+  test::TempFolder folder_;
+  colmap::Model model_;
+  DatasetOptions options_;
+  LogStore log_{100};
+  std::atomic<bool> cancel_ = false;
+};
+
+std::vector<std::string> names(const std::vector<View>& views) {
+  std::vector<std::string> result;
+  for (const View& view : views) result.push_back(view.name);
+  return result;
+}
+
+TEST_F(DatasetTest, ViewsComeInNameOrderFromSubFoldersAndAreSplit) {
+  for (const char* name : {"b/été 写.png", "a b.png", "c.png", "b/a.png", "d.png"}) add(name);
+  add("e.png").qvec = {0, 0, -3, 0};  // half a turn about y, not normalised
+  model_.points.positions = {1, 2, 3, NAN, 0, 0, 4, 5, INFINITY, 7, 8, 9};
+  model_.points.colors = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12};
+  options_.evalMode = true;
+  options_.testEvery = 3;
+  const Dataset dataset = load();
+  EXPECT_THAT(names(dataset.heldOut), ElementsAre("a b.png", "c.png"));
+  EXPECT_THAT(names(dataset.training), ElementsAre("b/a.png", "b/été 写.png", "d.png", "e.png"));
+  EXPECT_EQ(dataset.imageBytes(), 6u * 120u * 80u * 3u);
+  EXPECT_THAT(dataset.points.positions, ElementsAre(1, 2, 3, 7, 8, 9));
+  EXPECT_THAT(dataset.points.colors, ElementsAre(1, 2, 3, 10, 11, 12));
+  EXPECT_THAT(warnings(), ElementsAre("2 point(s) of the COLMAP model have no valid position and were dropped."));
+  EXPECT_THAT(log_.entriesAfter(0).back().text, HasSubstr("4 training views, 2 held out, 2 sparse points"));
+  EXPECT_THAT(dataset.training[3].camera.rotation, ElementsAre(-1, 0, 0, 0, 1, 0, 0, 0, -1));
+  EXPECT_THAT(dataset.training[3].camera.centre(), ElementsAre(6, 0, 0));
+  for (const View& view : dataset.training) EXPECT_LT(worstError(view), 0.51) << view.name;
+}
+
+TEST_F(DatasetTest, LensesAreUndoneAtEveryResolution) {
+  const std::vector<colmap::Camera> cameras = {{1, 2, 320, 240, {300, 163, 117, -0.15}},
+                                               {2, 3, 320, 240, {280, 158, 121, 0.1, 0.02}},
+                                               {3, 4, 240, 320, {300, 310, 118, 163, -0.12, 0.03, 0.004, -0.003}}};
+  for (const colmap::Camera& camera : cameras) {
+    model_.cameras[camera.id] = camera;
+    add(std::to_string(camera.id) + ".png", camera.id);
+    add(std::to_string(camera.id) + " half.png", camera.id, 2);
+  }
+  for (const int resolution : {0, 100}) {
+    options_.resolution = resolution;
+    const Dataset dataset = load();
+    ASSERT_EQ(dataset.training.size(), 6u);
+    for (const View& view : dataset.training) {
+      EXPECT_LT(worstError(view), resolution == 0 ? 2.5 : 5.0) << view.name << resolution;
+      EXPECT_EQ(view.image.width, view.camera.width);
+      // What the lens squeezes is gained, what it stretches is lost: the view is about as large as the photograph.
+      const int photograph = view.name == "1.png" || view.name == "2.png" || view.name == "3.png" ? 320 : 160;
+      const int longest = std::max(view.image.width, view.image.height);
+      EXPECT_NEAR(longest, resolution == 0 ? photograph : 100, resolution == 0 ? 0.15 * photograph : 0) << view.name;
+    }
+  }
+}
+
+TEST_F(DatasetTest, PhotographsMayBeUniformlyScaledButNotCropped) {
+  model_.cameras[1] = {1, 1, 121, 81, {100, 100, 60, 40}};
+  add("half.png", 1, 2);  // 60x40
+  const View view = load().training.at(0);
+  EXPECT_DOUBLE_EQ(view.camera.fx, 100 * 60.0 / 121);
+  EXPECT_DOUBLE_EQ(view.camera.cy, 40 * 40.0 / 81);
+
+  const View level = viewAtLevel(view, 2);
+  EXPECT_EQ(level.image.width, 15);
+  EXPECT_EQ(level.camera.height, 10);
+  EXPECT_DOUBLE_EQ(level.camera.fx, view.camera.fx / 4);
+  EXPECT_EQ(viewAtLevel(view, 30).image.rgb.size(), 3u);
+  EXPECT_EQ(viewAtLevel(view, 0).image.rgb, view.image.rgb);
+
+  model_.cameras[1].width = 100;
+  EXPECT_THAT(failure(), StartsWith("Image half.png has 60x40 pixels, but its camera in the COLMAP model has 100x81."));
+}
+
+TEST_F(DatasetTest, OnePixelImagesLoad) {
+  model_.cameras[1] = {1, 2, 1, 1, {1, 0.5, 0.5, 0.1}};
+  model_.cameras[2] = {2, 0, 1, 1, {1, 0.5, 0.5}};
+  add("a.png", 1);
+  add("b.png", 2);
+  options_.resolution = 1;
+  const Dataset dataset = load();
+  EXPECT_EQ(dataset.imageBytes(), 6u);
+  EXPECT_EQ(dataset.geometry.radius, 0.5);
+}
+
+TEST_F(DatasetTest, UnreadableImagesAreSkippedAndNamesThatLeadOutsideAreNotFollowed) {
+  add("fine.png");
+  addMissing("missing.png");
+  test::writeFile(folder_ / "images/broken.jpg", "\xff\xd8 not a picture");
+  addMissing("broken.jpg");
+  writePng(folder_ / "outside.png", photographOf(model_.cameras[1]));
+  addMissing("../outside.png");
+  addMissing(toUtf8(folder_ / "outside.png"));
+  addMissing("");
+  const Dataset dataset = load();
+  EXPECT_THAT(names(dataset.training), ElementsAre("fine.png"));
+  EXPECT_EQ(dataset.geometry.radius, 1.0);
+  ASSERT_EQ(warnings().size(), 1u);
+  EXPECT_THAT(warnings()[0], StartsWith("5 image(s) could not be read and were skipped (, ../outside.png, /"));
+  EXPECT_THAT(warnings()[0], EndsWith(", ...)."));
+
+  std::filesystem::remove_all(folder_ / "images");
+  std::filesystem::create_directory(folder_ / "images");
+  EXPECT_EQ(failure(), "None of the dataset's images could be read from " + toUtf8(folder_ / "images"));
+}
+
+TEST_F(DatasetTest, ASplitThatWouldLeaveNothingToTrainOnHoldsNothingOut) {
+  add("only.png");
+  options_.evalMode = true;
+  Dataset dataset = load();
+  EXPECT_EQ(dataset.training.size(), 1u);
+  EXPECT_TRUE(dataset.heldOut.empty());
+  EXPECT_THAT(warnings(), ElementsAre("Holding views out would leave none to train on, so none is held out."));
+  add("second.png");
+  options_.testEvery = 1;
+  EXPECT_EQ(load().training.size(), 2u);
+}
+
+TEST_F(DatasetTest, ModelAndImagesMayLieApart) {
+  add("a.png");
+  test::writeModel(folder_ / "elsewhere", model_);
+  std::filesystem::rename(folder_ / "images", folder_ / "pictures");
+  EXPECT_EQ(thrownText([&] { loadDataset(options_, log_, cancel_); }),
+            "No COLMAP model found in " + toUtf8(folder_.path()) + " (expected sparse/0/cameras.bin and images.bin).");
+  options_.modelFolder = folder_ / "elsewhere";
+  options_.imagesFolder = folder_ / "pictures";
+  EXPECT_EQ(loadDataset(options_, log_, cancel_).training.size(), 1u);
+  options_.modelFolder = folder_ / "pictures";
+  EXPECT_THAT(thrownText([&] { loadDataset(options_, log_, cancel_); }), StartsWith("No COLMAP model found in "));
+}
+
+TEST_F(DatasetTest, ABrokenModelIsRefusedInOneSentence) {
+  EXPECT_EQ(failure(), "The COLMAP model has no registered images.");
+  add("a.png");
+  add("b.png");
+  const colmap::Model good = model_;
+  const auto expect = [&](const std::string& text, const std::function<void()>& damage) {
+    model_ = good;
+    damage();
+    EXPECT_EQ(failure(), text);
+  };
+  const auto image = [&]() -> colmap::Image& { return model_.images[1]; };
+  const auto cameraWith = [&](std::vector<double> params, int32_t type = 1, uint64_t width = 120) {
+    return [&, params, type, width] { model_.cameras[1] = {1, type, width, 80, params}; };
+  };
+  expect("Image b.png belongs to camera 7, which the COLMAP model does not hold.", [&] { image().cameraId = 7; });
+  for (const double w : {0.0, kNaN, double{INFINITY}}) {
+    expect("Image b.png of the COLMAP model has no valid rotation.", [&] { image().qvec = {w, 0, 0, 0}; });
+  }
+  expect("Image b.png of the COLMAP model has no valid translation.", [&] { image().tvec[2] = kNaN; });
+  for (const double focal : {0.0, -100.0, kNaN, double{INFINITY}}) {
+    expect("Camera 1 of the COLMAP model has no valid focal length.", cameraWith({100, focal, 61, 39}));
+  }
+  expect("Camera 1 of the COLMAP model has no valid principal point.", cameraWith({100, 100, kNaN, 39}));
+  expect("Camera 1 of the COLMAP model has no valid lens distortion.", cameraWith({100, 61, 39, kNaN}, 2));
+  expect(
+      "Camera 1 of the COLMAP model has no valid principal point: with lens distortion it must lie inside the image.",
+      cameraWith({100, 200, 39, 0.1}, 2));
+  expect("Camera 1 of the COLMAP model has no valid image size.", cameraWith({100, 100, 61, 39}, 1, 0));
+  expect("Camera 1 of the COLMAP model has no valid image size.", cameraWith({100, 100, 61, 39}, 1, 1ULL << 63));
+  expect(
+      "Camera model OPENCV_FISHEYE cannot be trained directly. Run COLMAP's image_undistorter first (the Camera Solve "
+      "stage does this).",
+      cameraWith({100, 100, 61, 39, 0, 0, 0, 0}, 5));
+}
+
+TEST_F(DatasetTest, ProgressIsOrderedAndALoadCanBeCancelled) {
+  for (int i = 0; i < 20; ++i) add(std::to_string(i) + ".png");
+  test::writeModel(folder_ / "sparse/0", model_);
+  std::vector<size_t> seen;
+  loadDataset(options_, log_, cancel_, [&](size_t done, size_t total) {
+    EXPECT_EQ(total, 20u);
+    seen.push_back(done);
+  });
+  ASSERT_EQ(seen.size(), 20u);
+  for (size_t i = 0; i < 20; ++i) EXPECT_EQ(seen[i], i + 1);
+  const auto cancelled = [&] { loadDataset(options_, log_, cancel_, [&](size_t, size_t) { cancel_ = true; }); };
+  EXPECT_EQ(thrownText(cancelled), "Cancelled");
+}
+
+TEST(Views, TheSplitGoesByIndex) {
+  const ViewSplit split = splitViews(20, true, 8);
+  EXPECT_THAT(split.heldOut, ElementsAre(0, 8, 16));
+  EXPECT_EQ(split.training.size(), 17u);
+  EXPECT_EQ(splitViews(20, false, 8).training.size(), 20u);
+  EXPECT_EQ(splitViews(20, true, 0).training.size(), 20u);
+  EXPECT_EQ(splitViews(20, true, -8).training.size(), 20u);
+  EXPECT_TRUE(splitViews(0, true, 8).heldOut.empty());
+}
+
+// The geometry asks only for the place and the up vector, so the rest need not be a proper rotation.
+Camera cameraAt(std::array<double, 3> place, std::array<double, 3> up) {
+  Camera camera;
+  camera.rotation = {1, 0, 0, -up[0], -up[1], -up[2], 0, 0, 1};
+  const auto& r = camera.rotation;
+  for (size_t a = 0; a < 3; ++a) {
+    camera.translation[a] = -(r[3 * a] * place[0] + r[3 * a + 1] * place[1] + r[3 * a + 2] * place[2]);
+  }
+  return camera;
+}
+
+TEST(Views, GeometryIsThatOfTheCameras) {
+  SceneGeometry geometry = sceneGeometry(
+      {cameraAt({1, 0, 0}, {0, -1, 0}), cameraAt({5, 0, 0}, {0, -1, 0}), cameraAt({3, 0, 3}, {0, -1, 0})});
+  EXPECT_THAT(geometry.centre, ElementsAre(3, 0, 1));
+  EXPECT_NEAR(geometry.radius, std::sqrt(5.0), 1e-12);
+  EXPECT_NEAR(geometry.extent, 1.1 * std::sqrt(5.0), 1e-12);
+  EXPECT_THAT(geometry.up, ElementsAre(0, -1, 0));
+
+  geometry = sceneGeometry({cameraAt({2, 0, 0}, {0, 0.6, -0.8}), cameraAt({2, 0, 0}, {0, -0.6, -0.8})});
+  EXPECT_EQ(geometry.radius, 1.0);
+  EXPECT_EQ(geometry.extent, 1.1);
+  EXPECT_NEAR(geometry.up[2], -1, 1e-12);
+
+  geometry = sceneGeometry({cameraAt({0, 0, 0}, {0, 1, 0}), cameraAt({0, 0, 0}, {0, -1, 0})});
+  EXPECT_THAT(geometry.up, ElementsAre(0, -1, 0));
+  EXPECT_EQ(sceneGeometry({}).radius, 1.0);
+}
+
+}  // namespace
+}  // namespace quor::gs

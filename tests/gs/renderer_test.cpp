@@ -1,0 +1,286 @@
+// The renderer, the losses and every gradient against the double-precision reference.
+#include "gs/renderer.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "support/gpu_fixture.h"
+#include "support/random_splats.h"
+#include "support/reference_renderer.h"
+
+namespace quor::gs {
+namespace {
+
+using test::ReferenceSplats;
+
+constexpr float kNear = 0.05f;
+
+std::vector<uint32_t> packBytes(const std::vector<uint8_t>& bytes) {
+  std::vector<uint32_t> words((bytes.size() + 3) / 4);
+  for (size_t i = 0; i < bytes.size(); ++i) words[i / 4] |= static_cast<uint32_t>(bytes[i]) << (8 * (i % 4));
+  return words;
+}
+
+// A smooth, coloured photograph that no render of the random splats comes near.
+std::vector<uint8_t> testPhoto(int width, int height) {
+  std::vector<uint8_t> bytes;
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      for (int c = 0; c < 3; ++c) {
+        const double v = 0.5 + 0.3 * std::sin(0.7 * x + 1.3 * c) * std::cos(0.5 * y - c);
+        bytes.push_back(static_cast<uint8_t>(255 * v));
+      }
+    }
+  }
+  return bytes;
+}
+
+std::vector<double> asTarget(const std::vector<uint8_t>& bytes) {
+  std::vector<double> target;
+  for (const uint8_t b : bytes) target.push_back(b / 255.0);
+  return target;
+}
+
+class RendererTest : public GpuTest {
+ protected:
+  explicit RendererTest(GpuTestDevice& device = GpuTestDevice::plain()) : GpuTest(device) {}
+
+  std::vector<std::string> backwardVariants() const {
+    std::vector<std::string> names = {Renderer::Blending::forDevice(context, registry).backward};
+    for (const char* sg : {"0", "1"}) {
+      for (const char* atomic : {"0", "1"}) {
+        if ((*sg == '1' && !context.info().subgroupReduce) || (*atomic == '1' && !context.info().floatAtomics))
+          continue;
+        names.push_back(std::string("rasterize_backward:SG=") + sg + ",NATIVE_ATOMIC=" + atomic);
+      }
+    }
+    return names;
+  }
+
+  std::vector<float> render(Renderer& renderer, const GaussianSet& set, const Camera& camera, int degree,
+                            const std::array<float, 3>& background) {
+    SplatStore store(context, SplatStore::Use::RenderOnly);
+    store.upload(transfer, set);
+    renderer.reserve(store.count(), camera.width, camera.height);
+    renderer.project(stream, store, camera, degree, kNear);
+    renderer.rasterize(stream, background);
+    stream.submit();
+    auto image = readBuffer<float>(renderer.image());
+    image.resize(static_cast<size_t>(camera.width) * static_cast<size_t>(camera.height) * 3);
+    return image;
+  }
+};
+
+TEST_F(RendererTest, ForwardImagesAgreeWithTheReference) {
+  const std::array<float, 3> background = {0.2f, 0.4f, 0.1f};
+  const std::vector<std::string> forwards = {"rasterize_forward",
+                                             Renderer::Blending::forDevice(context, registry).forward};
+  for (const std::string& forward : forwards) {
+    Renderer renderer(context, {forward, registry.backwardKernelName()}, Renderer::Mode::RenderOnly);
+    for (const auto& [width, height, count] : {std::array{70, 45, 300}, {16, 16, 40}, {33, 1, 40}, {1, 1, 40}}) {
+      for (int degree = 0; degree <= 3; ++degree) {
+        const GaussianSet set = test::randomScene(static_cast<size_t>(count), 7 + static_cast<uint64_t>(degree));
+        const Camera camera = test::testCamera(width, height);
+        const auto image = render(renderer, set, camera, degree, background);
+        const auto expected = test::renderReference(ReferenceSplats(set), camera, degree, background, kNear);
+        double worst = 0;
+        for (size_t i = 0; i < image.size(); ++i) worst = std::max(worst, std::abs(image[i] - expected.rgb[i]));
+        EXPECT_LT(worst, 1e-4) << forward << " " << width << "x" << height << " degree " << degree;
+      }
+    }
+  }
+}
+
+TEST_F(RendererTest, NothingToSeeGivesTheBackground) {
+  Renderer renderer(context, registry, Renderer::Mode::RenderOnly);
+  const Camera camera = test::testCamera(20, 20);
+  GaussianSet set = test::randomScene(5, 3);
+  for (size_t i = 0; i < 5; ++i) set.positions[3 * i + 2] = -3;  // behind the camera
+  GaussianSet faint = test::randomScene(3, 3);
+  for (float& o : faint.opacities) o = -5.6f;  // under 1/255
+  GaussianSet broken = test::randomScene(2, 3);
+  broken.positions[0] = NAN;
+  broken.rotations[4] = broken.rotations[5] = broken.rotations[6] = broken.rotations[7] = 0;
+  for (const GaussianSet& nothing : {set, faint, broken, GaussianSet()}) {
+    const auto image = render(renderer, nothing, camera, 3, {0.25f, 0.5f, 0.75f});
+    EXPECT_EQ(renderer.instances(), 0u);
+    for (size_t i = 0; i < image.size(); ++i) ASSERT_EQ(image[i], 0.25f * static_cast<float>(i % 3 + 1));
+  }
+}
+
+TEST_F(RendererTest, OpaqueSplatsEndAPixelAndAreStillBlended) {
+  // Three opaque discs over the whole image: T falls to 1e-3, then under 1e-4 by the second, and the third is not seen.
+  GaussianSet set;
+  set.resize(3);
+  for (size_t i = 0; i < 3; ++i) {
+    set.positions[3 * i + 2] = 2.0f + static_cast<float>(i);
+    set.scales[3 * i] = set.scales[3 * i + 1] = set.scales[3 * i + 2] = 3.0f;
+    set.rotations[4 * i] = 1;
+    set.opacities[i] = 20;
+    set.shDc[3 * i + i] = 1;
+  }
+  Camera camera = test::testCamera(16, 16);
+  camera.rotation = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+  camera.translation = {0, 0, 0};
+  Renderer renderer(context, registry, Renderer::Mode::RenderOnly);
+  const auto image = render(renderer, set, camera, 0, {0, 0, 0});
+  const auto expected = test::renderReference(ReferenceSplats(set), camera, 0, {0, 0, 0}, kNear);
+  EXPECT_GT(image[1], image[2]) << "the second disc's green is blended, the third's blue is not";
+  for (size_t i = 0; i < image.size(); ++i) ASSERT_NEAR(image[i], expected.rgb[i], 1e-5);
+}
+
+TEST_F(RendererTest, PermutingTheSplatsChangesNothing) {
+  const GaussianSet set = test::randomScene(200, 11);
+  GaussianSet reversed = set;
+  for (size_t g = 0; g < kGroupCount; ++g) {
+    const size_t k = kGroupWidths[g];
+    for (size_t i = 0; i < set.count; ++i) {
+      const auto& from = set.group(static_cast<Group>(g));
+      std::copy_n(from.begin() + static_cast<ptrdiff_t>((set.count - 1 - i) * k), k,
+                  reversed.group(static_cast<Group>(g)).begin() + static_cast<ptrdiff_t>(i * k));
+    }
+  }
+  Renderer renderer(context, registry, Renderer::Mode::RenderOnly);
+  const Camera camera = test::testCamera(64, 40);
+  EXPECT_EQ(render(renderer, set, camera, 3, {0, 0, 0}), render(renderer, reversed, camera, 3, {0, 0, 0}));
+}
+
+TEST_F(RendererTest, MisuseIsRefused) {
+  Renderer renderer(context, registry, Renderer::Mode::RenderOnly);
+  renderer.reserve(2, 32, 32);
+  SplatStore store(context, SplatStore::Use::Training);
+  store.upload(transfer, test::randomScene(3, 1));
+  const auto refusal = [](auto&& call) -> std::string {
+    try {
+      call();
+    } catch (const std::logic_error& e) {
+      return e.what();
+    }
+    return "";
+  };
+  EXPECT_EQ(refusal([&] { renderer.project(stream, store, test::testCamera(32, 32), 0, kNear); }),
+            "Renderer::project beyond reserved gaussians");
+  renderer.reserve(3, 32, 32);
+  EXPECT_EQ(refusal([&] { renderer.project(stream, store, test::testCamera(48, 32), 0, kNear); }),
+            "Renderer: image too large");
+  EXPECT_EQ(refusal([&] { renderer.lossAndBackward(stream, store, renderer.image(), {}, {}, false); }),
+            "lossAndBackward on a render-only Renderer");
+}
+
+TEST_F(RendererTest, ScoresAgreeWithTheReference) {
+  const int width = 37, height = 22;
+  const GaussianSet set = test::randomScene(120, 5);
+  const Camera camera = test::testCamera(width, height);
+  const auto bytes = testPhoto(width, height);
+  const GpuBuffer photo = makeBuffer(packBytes(bytes));
+  Renderer renderer(context, registry, Renderer::Mode::Training);
+  render(renderer, set, camera, 2, {1.5f, 0, 0});  // some values above 1
+  const ImageScores scores = renderer.score(stream, photo);
+  const auto expected = test::renderReference(ReferenceSplats(set), camera, 2, {1.5f, 0, 0}, kNear);
+  const auto reference = test::scoreReference(expected.rgb, asTarget(bytes), width, height);
+  EXPECT_NEAR(scores.l1, reference.l1, 1e-5);
+  EXPECT_NEAR(scores.mse, reference.mse, 1e-5);
+  EXPECT_NEAR(scores.ssim, reference.ssim, 1e-5);
+}
+
+TEST_F(RendererTest, AnImageEqualToItsPhotographScoresPerfectly) {
+  const auto bytes = testPhoto(20, 13);
+  std::vector<float> values;
+  for (const uint8_t b : bytes) values.push_back(static_cast<float>(b) * 0.003921568859368563f);
+  const GpuBuffer photo = makeBuffer(packBytes(bytes)), image = makeBuffer(values);
+  const GpuBuffer accumulated = makeBuffer(std::vector<float>(260, 1.0f));
+  ImageLoss loss(context);
+  loss.reserve(260);
+  const ImageScores scores = loss.score(stream, {image, accumulated, 20, 13}, photo);
+  EXPECT_DOUBLE_EQ(scores.psnr(), 100.0);
+  EXPECT_DOUBLE_EQ(scores.ssim, 1.0);
+  EXPECT_DOUBLE_EQ(scores.l1, 0.0);
+}
+
+// Loss of the reference as the trainer weighs it, with MCMC's regularisers.
+double referenceLoss(const ReferenceSplats& splats, const Camera& camera, int degree,
+                     const std::array<float, 3>& background, const std::vector<double>& target, double ssimWeight,
+                     double opacityWeight, double scaleWeight) {
+  const auto image = test::renderReference(splats, camera, degree, background, kNear);
+  const auto scores = test::scoreReference(image.rgb, target, camera.width, camera.height);
+  double loss = (1 - ssimWeight) * scores.l1 + ssimWeight * (1 - scores.ssim);
+  for (const double logit : splats.groups[kOpacities]) loss += opacityWeight / (1 + std::exp(-logit));
+  for (const double logScale : splats.groups[kScales]) loss += scaleWeight * std::exp(logScale);
+  return loss;
+}
+
+// The 59 parameters of every splat by central differences, against the kernels' gradients for each given variant.
+void checkGradients(RendererTest& test, VulkanContext& context, Transfer& transfer, ComputeStream& stream,
+                    const std::vector<std::string>& variants, int degree, uint64_t seed) {
+  (void)test;
+  const std::array<float, 3> background = {0.3f, 0.1f, 0.6f};
+  const Camera camera = test::testCamera(40, 27);
+  const GaussianSet set = test::randomScene(28, seed);
+  const auto bytes = testPhoto(camera.width, camera.height);
+  const auto target = asTarget(bytes);
+  const double ssimWeight = 0.2, opacityWeight = 1e-3, scaleWeight = 2e-3;
+
+  std::array<std::vector<double>, kGroupCount> expected;
+  ReferenceSplats splats(set);
+  for (size_t g = 0; g < kGroupCount; ++g) {
+    for (double& value : splats.groups[g]) {
+      const double before = value, h = 1e-6;
+      double side[2];
+      for (int s = 0; s < 2; ++s) {
+        value = before + (s == 0 ? h : -h);
+        side[s] = referenceLoss(splats, camera, degree, background, target, ssimWeight, opacityWeight, scaleWeight);
+      }
+      value = before;
+      expected[g].push_back((side[0] - side[1]) / (2 * h));
+    }
+  }
+
+  const auto words = packBytes(bytes);
+  GpuBuffer photo(context, words.size() * 4, BufferKind::Device, "photo");
+  transfer.upload(photo, words.data(), 0, words.size() * 4);
+  for (const std::string& variant : variants) {
+    Renderer renderer(context, {"rasterize_forward", variant}, Renderer::Mode::Training);
+    SplatStore store(context, SplatStore::Use::Training);
+    store.upload(transfer, set);
+    renderer.reserve(store.count(), camera.width, camera.height);
+    renderer.project(stream, store, camera, degree, kNear);
+    renderer.rasterize(stream, background);
+    renderer.lossAndBackward(stream, store, photo,
+                             lossScales(static_cast<float>(ssimWeight), camera.width, camera.height),
+                             {static_cast<float>(opacityWeight), static_cast<float>(scaleWeight)}, false);
+    stream.submit();
+    for (size_t g = 0; g < kGroupCount; ++g) {
+      std::vector<float> gradient(expected[g].size());
+      transfer.download(store.gradient(static_cast<Group>(g)), gradient.data(), 0, gradient.size() * 4);
+      double difference = 0, norm = 0, largest = 0;
+      for (const double e : expected[g]) largest = std::max(largest, std::abs(e));
+      for (size_t i = 0; i < gradient.size(); ++i) {
+        const double actual = static_cast<double>(gradient[i]);
+        difference += (actual - expected[g][i]) * (actual - expected[g][i]);
+        norm += expected[g][i] * expected[g][i];
+        // Relative to the entry, with a floor at a thousandth of the group's largest.
+        EXPECT_NEAR(actual, expected[g][i], 1e-2 * std::max(std::abs(expected[g][i]), 1e-3 * largest))
+            << variant << " group " << g << " value " << i;
+      }
+      EXPECT_LT(std::sqrt(difference), 1e-3 * std::sqrt(norm)) << variant << " group " << g;
+    }
+  }
+}
+
+TEST_F(RendererTest, GradientsOfAllParametersAgreeWithFiniteDifferences) {
+  checkGradients(*this, context, transfer, stream, backwardVariants(), 3, 21);
+}
+
+class RendererFallbackTest : public RendererTest {
+ protected:
+  RendererFallbackTest() : RendererTest(GpuTestDevice::withFallbacks()) {}
+};
+
+TEST_F(RendererFallbackTest, GradientsAgreeWithoutFloatAtomicsAndSubgroups) {
+  ASSERT_EQ(backwardVariants().front(), "rasterize_backward:SG=0,NATIVE_ATOMIC=0");
+  checkGradients(*this, context, transfer, stream, backwardVariants(), 1, 22);
+}
+
+}  // namespace
+}  // namespace quor::gs

@@ -1,0 +1,83 @@
+#include "project/classify.h"
+
+#include <gtest/gtest.h>
+
+#include "support/temp_folder.h"
+
+namespace quor {
+namespace {
+
+namespace fs = std::filesystem;
+using test::TempFolder;
+using test::writeFile;
+
+TEST(Classify, FilesByTheirExtensionWhateverItsCase) {
+  const TempFolder folder;
+  const auto type = [&](const char* name) { return classifyPath(writeFile(folder / name, "")).type; };
+  EXPECT_EQ(classifyPath(folder / "none.ply").type, PathClass::Missing);
+  EXPECT_EQ(type("scene.PLY"), PathClass::Scene);
+  EXPECT_EQ(type("checkpoint.Quor"), PathClass::Checkpoint);
+  EXPECT_EQ(type("notes.txt"), PathClass::Nothing);
+  EXPECT_EQ(type("jpg"), PathClass::Nothing);
+  EXPECT_EQ(type("clip.INSV"), PathClass::Media);
+
+  const Classification video = classifyPath(folder / "clip.INSV");
+  ASSERT_EQ(video.inputs.size(), 1u);
+  EXPECT_EQ(video.inputs[0].kind, InputKind::Video);
+  EXPECT_EQ(video.imageCount, 0u);
+  const Classification image = classifyPath(writeFile(folder / "one.HEIC", ""));
+  ASSERT_EQ(image.inputs.size(), 1u);
+  EXPECT_EQ(image.inputs[0].kind, InputKind::Images);
+  EXPECT_EQ(image.imageCount, 1u);
+}
+
+TEST(Classify, ProjectsComeBeforeDatasetsAndDatasetsBeforeMedia) {
+  const TempFolder folder;
+  EXPECT_EQ(classifyPath(folder.path()).type, PathClass::Nothing);
+  writeFile(folder / "images/a.jpg", "");
+  EXPECT_EQ(classifyPath(folder.path()).type, PathClass::Media);
+  writeFile(folder / "sparse/0/cameras.txt", "");
+  writeFile(folder / "sparse/0/images.txt", "");
+  EXPECT_EQ(classifyPath(folder.path()).type, PathClass::Dataset);
+  EXPECT_EQ(classifyPath(folder / "sparse/0").type, PathClass::Nothing);
+  writeFile(folder / "project.json", "{}");
+  EXPECT_EQ(classifyPath(folder / "").type, PathClass::Project);
+  fs::create_directories(folder / "folder.ply");
+  EXPECT_EQ(classifyPath(folder / "folder.ply").type, PathClass::Nothing);
+}
+
+TEST(Classify, AFolderBringsItsImagesTogetherAndEachVideo) {
+  const TempFolder folder;
+  for (const char* name : {"trip/b.mp4", "trip/a/z.MOV", "trip/a/1.jpg", "trip/2.png", "trip/deep/er/3.TIFF",
+                           "trip/notes.txt", "trip/.hidden.jpg", "trip/.cache/4.jpg", "trip/.cache/c.mp4",
+                           "trip/old_ombrelux/project.json", "trip/old_ombrelux/frames/5.jpg", "elsewhere/6.jpg"}) {
+    writeFile(folder / name, "");
+  }
+  fs::create_directories(folder / "trip/folder.jpg");
+  fs::create_directory_symlink(folder / "trip", folder / "trip/a/loop");
+  fs::create_directory_symlink(folder / "elsewhere", folder / "trip/outside");
+  fs::create_symlink(folder / "elsewhere/6.jpg", folder / "trip/linked.jpg");
+  fs::create_symlink(folder / "gone.jpg", folder / "trip/broken.jpg");
+  fs::create_directories(folder / "trip/locked");
+  fs::permissions(folder / "trip/locked", fs::perms::none);
+
+  const Classification trip = classifyPath(folder / "trip");
+  EXPECT_EQ(trip.type, PathClass::Media);
+  EXPECT_EQ(trip.imageCount, 4u);
+  ASSERT_EQ(trip.inputs.size(), 3u);
+  EXPECT_EQ(trip.inputs[0].path, toUtf8(folder / "trip"));
+  EXPECT_EQ(trip.inputs[0].kind, InputKind::Images);
+  EXPECT_EQ(trip.inputs[1].path, toUtf8(folder / "trip/a/z.MOV"));
+  EXPECT_EQ(trip.inputs[2].path, toUtf8(folder / "trip/b.mp4"));
+  EXPECT_EQ(trip.inputs[2].kind, InputKind::Video);
+
+  const MediaFiles media = findMedia(folder / "trip");
+  fs::permissions(folder / "trip/locked", fs::perms::owner_all);
+  ASSERT_EQ(media.images.size(), 4u);
+  EXPECT_EQ(media.images[0], folder / "trip/2.png");
+  EXPECT_EQ(media.images[1], folder / "trip/a/1.jpg");
+  EXPECT_EQ(media.images[3], folder / "trip/linked.jpg");
+}
+
+}  // namespace
+}  // namespace quor

@@ -1,0 +1,194 @@
+#include "project/project.h"
+
+#include <gmock/gmock.h>
+
+#include "support/temp_folder.h"
+
+namespace quor {
+namespace {
+
+namespace fs = std::filesystem;
+using test::readFile;
+using test::TempFolder;
+using test::thrownText;
+using test::writeFile;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::StartsWith;
+
+Project loadText(const TempFolder& folder, const std::string& text) {
+  writeFile(folder / "project.json", text);
+  return Project::load(folder.path());
+}
+
+std::vector<std::string> topLevelKeys(const fs::path& folder) {
+  std::vector<std::string> keys;
+  const auto json = nlohmann::ordered_json::parse(readFile(folder / "project.json"));
+  for (const auto& [key, value] : json.items()) keys.push_back(key);
+  return keys;
+}
+
+TEST(Project, CreationMakesTheLayoutBesideTheInput) {
+  const TempFolder folder;
+  fs::create_directories(folder / "trip.2024");
+  const std::string input = toUtf8(folder / "trip.2024");
+  for (const char* ending : {"", "/", "\\", "//"}) {
+    const Project project = Project::create({{input + ending, InputKind::Images}}, {});
+    EXPECT_EQ(project.name, "trip.2024");
+    EXPECT_EQ(project.root, folder / "trip.2024_ombrelux");
+  }
+  const fs::path root = folder / "trip.2024_ombrelux";
+  for (const char* made : {"frames", "colmap/sparse", "output"}) EXPECT_TRUE(fs::is_directory(root / made)) << made;
+  EXPECT_FALSE(fs::exists(root / "project.json.tmp"));
+  EXPECT_FALSE(fs::exists(root / "masks"));
+  EXPECT_THAT(topLevelKeys(root), ElementsAre("ingest", "sparse", "training", "name", "createdAt", "inputs"));
+  EXPECT_THAT(readFile(root / "project.json"), StartsWith("{\n  \"ingest\": {\n    \"targetFrameCount\": 200,\n"));
+
+  const Project loaded = Project::load(root);
+  EXPECT_EQ(loaded.name, "trip.2024");
+  EXPECT_EQ(loaded.root, root);
+  EXPECT_THAT(loaded.createdAt, MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}Z"));
+  ASSERT_EQ(loaded.inputs.size(), 1u);
+  EXPECT_EQ(loaded.inputs[0].path, input + "//");
+
+  const auto clip = writeFile(folder / "clip.one.MP4", "");
+  const Project video = Project::create({{toUtf8(clip), InputKind::Video}}, folder / "deep/er");
+  EXPECT_EQ(video.root, folder / "deep/er/clip.one_ombrelux");
+  EXPECT_EQ(thrownText([] { Project::create({}, {}); }), "A project needs at least one input");
+}
+
+TEST(Project, RelativePathsAreStoredAbsolute) {
+  const TempFolder folder;
+  fs::create_directories(folder / "shots");
+  const fs::path before = fs::current_path();
+  fs::current_path(folder / "shots");
+  const Project dot = Project::create({{".", InputKind::Images}}, {});
+  const Project inner = Project::create({{"../shots/", InputKind::Images}}, "../out");
+  fs::current_path(before);
+  EXPECT_EQ(dot.name, "shots");
+  EXPECT_EQ(dot.root, folder / "shots_ombrelux");
+  EXPECT_EQ(inner.root, folder / "out/shots_ombrelux");
+  EXPECT_EQ(Project::load(inner.root).inputs[0].path, toUtf8(folder / "shots"));
+}
+
+TEST(Project, CameraAndMatcherFollowTheInputs) {
+  const TempFolder folder;
+  const auto create = [&](const std::vector<InputKind>& kinds) {
+    std::vector<InputSource> inputs;
+    for (const InputKind kind : kinds) inputs.push_back({toUtf8(folder / "input"), kind});
+    return Project::load(Project::create(inputs, folder.path()).root).sparse;
+  };
+  using enum InputKind;
+  EXPECT_EQ(create({Images, Images}).matcher, Matcher::Exhaustive);
+  EXPECT_EQ(create({Images, Video}).matcher, Matcher::Sequential);
+  EXPECT_EQ(create({Video360, Video360}).cameraModel, "PINHOLE");
+  EXPECT_EQ(create({Video360, Images}).cameraModel, "OPENCV");
+  EXPECT_EQ(create({DualFisheye}).cameraModel, "OPENCV_FISHEYE");
+  EXPECT_EQ(create({DualFisheye, Video360}).cameraModel, "OPENCV");
+  EXPECT_EQ(create({DualFisheye, Video360}).matcher, Matcher::Sequential);
+}
+
+TEST(Project, DatasetsNeedTheirImages) {
+  const TempFolder folder;
+  const auto dataset = folder / "scan";
+  writeFile(dataset / "sparse/0/cameras.bin", "");
+  EXPECT_EQ(thrownText([&] { Project::fromDataset(dataset, {}); }),
+            "No COLMAP model in " + toUtf8(dataset) +
+                ". Choose the folder holding images/ and sparse/0 (not sparse/0 itself).");
+  writeFile(dataset / "sparse/0/images.bin", "");
+  EXPECT_THAT(thrownText([&] { Project::fromDataset(dataset, {}); }),
+              StartsWith("Found a model in " + toUtf8(dataset) + " but no images/ beside it."));
+  fs::create_directories(dataset / "images");
+  const Project project = Project::load(Project::fromDataset(dataset, {}).root);
+  EXPECT_EQ(project.root, folder / "scan_ombrelux");
+  EXPECT_EQ(project.externalDataset, toUtf8(dataset));
+  EXPECT_TRUE(project.inputs.empty());
+  EXPECT_THAT(topLevelKeys(project.root),
+              ElementsAre("ingest", "sparse", "training", "name", "createdAt", "inputs", "externalDataset"));
+  EXPECT_TRUE(fs::is_directory(project.framesFolder()));
+}
+
+TEST(Project, EverythingTheStagesRecordSurvives) {
+  const TempFolder folder;
+  Project project;
+  project.root = folder.path();
+  project.name = "nämé \"quoted\"";
+  project.inputs = {{"/a b/写.insv", InputKind::DualFisheye}, {"/c", InputKind::Video360}};
+  project.knownIntrinsics = {{700.25, 701, 512, 511.5}};
+  project.extraction = {1920, {{"front", {"f/1.jpg", "f/2.jpg"}, "OPENCV_FISHEYE", {1.5, 2}, true}, {}}};
+  project.training.technique = gs::Technique::Mcmc;
+  project.save();
+  project.save();
+  EXPECT_FALSE(fs::exists(folder / "project.json.tmp"));
+
+  const Project loaded = Project::load(folder.path());
+  EXPECT_EQ(loaded.name, project.name);
+  ASSERT_EQ(loaded.inputs.size(), 2u);
+  EXPECT_EQ(loaded.inputs[0].path, "/a b/写.insv");
+  EXPECT_EQ(loaded.inputs[0].kind, InputKind::DualFisheye);
+  EXPECT_EQ(loaded.inputs[1].kind, InputKind::Video360);
+  EXPECT_EQ(loaded.knownIntrinsics, project.knownIntrinsics);
+  EXPECT_EQ(loaded.extraction.lensSize, 1920);
+  ASSERT_EQ(loaded.extraction.groups.size(), 2u);
+  const ImageGroup& group = loaded.extraction.groups[0];
+  EXPECT_EQ(group.name, "front");
+  EXPECT_THAT(group.images, ElementsAre("f/1.jpg", "f/2.jpg"));
+  EXPECT_EQ(group.cameraModel, "OPENCV_FISHEYE");
+  EXPECT_THAT(group.cameraParams, ElementsAre(1.5, 2));
+  EXPECT_TRUE(group.usesFisheyeMask);
+  EXPECT_EQ(loaded.training.technique, gs::Technique::Mcmc);
+}
+
+TEST(Project, ReadsWhatIsThereAndKeepsDefaults) {
+  const TempFolder folder;
+  const Project empty = loadText(folder, "{}");
+  EXPECT_TRUE(empty.inputs.empty());
+  EXPECT_FALSE(empty.knownIntrinsics);
+  EXPECT_EQ(empty.training.iterations, 7000);
+  EXPECT_EQ(loadText(folder, R"({"inputs":[{"path":"/a","kind":"foo"},{"path":"/b"}]})").inputs[1].path, "/b");
+  EXPECT_EQ(loadText(folder, R"({"inputs":[{"path":"/a","kind":"foo"}]})").inputs[0].kind, InputKind::Images);
+  for (const char* ignored : {"[1,2,3]", "[1,2,3,4,5]", "\"wide\"", "null"}) {
+    EXPECT_FALSE(loadText(folder, std::string(R"({"knownIntrinsics":)") + ignored + "}").knownIntrinsics);
+  }
+}
+
+TEST(Project, DamagedFilesSayWhereAndWhy) {
+  const TempFolder folder;
+  const std::string where = toUtf8(folder.path());
+  EXPECT_EQ(thrownText([&] { Project::load(folder.path()); }), "No project.json in " + where);
+  EXPECT_FALSE(Project::isProject(folder.path()));
+  fs::create_directories(folder / "sub/project.json");
+  EXPECT_FALSE(Project::isProject(folder / "sub"));
+
+  const std::string damaged = "project.json in " + where + " is damaged: ";
+  for (const char* text : {"", "{", "// note\n{}", "[]", "7", R"({"name":7})", R"({"inputs":{}})",
+                           R"({"inputs":[{"kind":"video"}]})", R"({"inputs":["/a"]})", R"({"ingest":3})",
+                           R"({"knownIntrinsics":[1,2,3,"x"]})", R"({"extraction":{"groups":[1]}})",
+                           R"({"extraction":{"groups":[{"cameraParams":["x"]}]}})", "{\"name\":\"\xff\"}"}) {
+    EXPECT_THAT(thrownText([&] { loadText(folder, text); }), StartsWith(damaged)) << text;
+  }
+  EXPECT_EQ(thrownText([&] { loadText(folder, R"({"training":{"iterations":"x"}})"); }),
+            damaged + "\"iterations\" is not a number");
+}
+
+TEST(Project, FailedSaveKeepsTheOldFile) {
+  const TempFolder folder;
+  Project project = loadText(folder, R"({"name":"old"})");
+  project.name = "new";
+  fs::create_symlink("/dev/full", folder / "project.json.tmp");
+  EXPECT_EQ(thrownText([&] { project.save(); }), "Cannot write " + toUtf8(folder / "project.json.tmp"));
+  EXPECT_EQ(Project::load(folder.path()).name, "old");
+  fs::remove(folder / "project.json.tmp");
+  project.name = "\xff";
+  EXPECT_THAT(thrownText([&] { project.save(); }), HasSubstr("not UTF-8"));
+  EXPECT_EQ(Project::load(folder.path()).name, "old");
+  project.name = "new";
+  project.root = folder / "gone";
+  EXPECT_EQ(thrownText([&] { project.save(); }), "Cannot write " + toUtf8(folder / "gone/project.json.tmp"));
+  project.root = folder / "project.json/below";
+  EXPECT_THAT(thrownText([&] { project.ensureLayout(); }), StartsWith("Cannot make the folder "));
+}
+
+}  // namespace
+}  // namespace quor

@@ -1,0 +1,122 @@
+#include "project/settings.h"
+
+#include <gmock/gmock.h>
+
+#include "support/temp_folder.h"
+
+namespace quor {
+namespace {
+
+using Json = nlohmann::ordered_json;
+using testing::ElementsAre;
+
+struct Records {
+  IngestSettings ingest;
+  SparseSettings sparse;
+  TrainingSettings training;
+
+  std::string text() const {
+    Json json;
+    toJson(json, ingest, sparse, training);
+    return json.dump();
+  }
+};
+
+Records read(const std::string& text, Records records = {}) {
+  fromJson(Json::parse(text), records.ingest, records.sparse, records.training);
+  return records;
+}
+
+TEST(Settings, DefaultsAreWrittenInOrderWithReadableNumbers) {
+  EXPECT_EQ(Records{}.text(),
+            R"({"ingest":{"targetFrameCount":200,"maxDimension":1920,"blurRejection":true,"blurThreshold":0.55,)"
+            R"("jpegQuality":2,"viewsPerFrame":6,"fieldOfView":90.0,"viewResolution":1400,"includePoles":false,)"
+            R"("pitchOffset":0.0,"fisheyeFieldOfView":190.0,"fisheyeMaskBelow":0.0,"fisheyeCropBottom":0.0,)"
+            R"("fisheyeEdgeMargin":0.0,"fisheyeCropEdges":0.0},)"
+            R"("sparse":{"matcher":"sequential","cameraModel":"OPENCV","singleCamera":true,"maxImageSize":2400,)"
+            R"("maxFeatures":8192,"useGPU":false,"gpuMatching":true,"mapper":"incremental","sequentialOverlap":15,)"
+            R"("vocabTreePath":""},)"
+            R"("training":{"technique":"vanilla","iterations":7000,"shDegree":3,"numDownscales":2,"ssimWeight":0.2,)"
+            R"("refineEvery":100,"evalMode":true,"testEvery":8,"exportPLY":true,"exportSplat":false,"splatBudget":0,)"
+            R"("trainingResolution":0,"background":[0.0,0.0,0.0],"visualizerEnabled":true,)"
+            R"("continueFromCheckpoint":false}})");
+}
+
+// Every member differs from its default, so one that is not read or not written shows.
+TEST(Settings, EveryMemberSurvivesTheRoundTrip) {
+  const std::string text =
+      R"({"ingest":{"targetFrameCount":1,"maxDimension":2,"blurRejection":false,"blurThreshold":0.1,)"
+      R"("jpegQuality":3,"viewsPerFrame":4,"fieldOfView":5.0,"viewResolution":6,"includePoles":true,)"
+      R"("pitchOffset":-7.5,"fisheyeFieldOfView":8.0,"fisheyeMaskBelow":9.0,"fisheyeCropBottom":0.3,)"
+      R"("fisheyeEdgeMargin":0.4,"fisheyeCropEdges":0.5},)"
+      R"("sparse":{"matcher":"vocab_tree","cameraModel":"PINHOLE","singleCamera":false,"maxImageSize":10,)"
+      R"("maxFeatures":11,"useGPU":true,"gpuMatching":false,"mapper":"global","sequentialOverlap":12,)"
+      R"("vocabTreePath":"/é/tree.bin"},)"
+      R"("training":{"technique":"mcmc","iterations":13,"shDegree":1,"numDownscales":0,"ssimWeight":0.3,)"
+      R"("refineEvery":14,"evalMode":false,"testEvery":15,"exportPLY":false,"exportSplat":true,)"
+      R"("splatBudget":18446744073709551615,"trainingResolution":16,"background":[0.1,0.2,1.0],)"
+      R"("visualizerEnabled":false,"continueFromCheckpoint":true}})";
+  EXPECT_EQ(read(text).text(), text);
+}
+
+TEST(Settings, ReadingIsAMergeOntoWhatIsThere) {
+  Records before;
+  before.training.iterations = 5;
+  before.training.background = {0.1f, 0.2f, 0.3f};
+  before.training.technique = gs::Technique::Mcmc;
+  before.sparse.matcher = Matcher::Exhaustive;
+  EXPECT_EQ(read("{}", before).text(), before.text());
+  EXPECT_EQ(read(R"({"training":null,"sparse":{"matcher":"Sequential","new key":[]},)"
+                 R"("training":{"technique":"splendid","background":[],"ssimWeight":null}})",
+                 before)
+                .text(),
+            before.text());
+  EXPECT_THAT(read(R"({"training":{"background":[1]}})", before).training.background, ElementsAre(1.f, .2f, .3f));
+  EXPECT_THAT(read(R"({"training":{"background":[1,0,0.5,7]}})", before).training.background,
+              ElementsAre(1.f, 0.f, .5f));
+}
+
+TEST(Settings, WordsOfTheEnumerations) {
+  EXPECT_EQ(read(R"({"sparse":{"mapper":"global"}})").sparse.mapper, MapperKind::Global);
+  EXPECT_EQ(read(R"({"sparse":{"mapper":"Global"}})").sparse.mapper, MapperKind::Incremental);
+  for (const char* word : {"vocabTree", "vocab", "vocab_tree"}) {
+    Matcher matcher = Matcher::Exhaustive;
+    EXPECT_TRUE(parseMatcher(word, matcher));
+    EXPECT_STREQ(matcherName(matcher), "vocab_tree");
+  }
+  EXPECT_STREQ(matcherName(static_cast<Matcher>(17)), "sequential");
+  gs::Technique technique = gs::Technique::Vanilla;
+  EXPECT_TRUE(parseTechnique("MCMC", technique));
+  EXPECT_FALSE(parseTechnique("mc mc", technique));
+  EXPECT_EQ(technique, gs::Technique::Mcmc);
+  EXPECT_TRUE(parseTechnique("ADC", technique));
+  EXPECT_EQ(technique, gs::Technique::Vanilla);
+}
+
+TEST(Settings, NumbersThatDoNotFitBecomeTheNearest) {
+  const Records records =
+      read(R"({"ingest":{"targetFrameCount":1e300,"maxDimension":-99999999999,"jpegQuality":99999999999999999999,)"
+           R"("viewsPerFrame":2.9,"viewResolution":4294967296},"training":{"shDegree":9,"splatBudget":-1,)"
+           R"("ssimWeight":1e300}})");
+  EXPECT_EQ(records.ingest.targetFrameCount, INT32_MAX);
+  EXPECT_EQ(records.ingest.maxDimension, INT32_MIN);
+  EXPECT_EQ(records.ingest.jpegQuality, INT32_MAX);
+  EXPECT_EQ(records.ingest.viewsPerFrame, 2);
+  EXPECT_EQ(records.ingest.viewResolution, INT32_MAX);
+  EXPECT_EQ(records.training.shDegree, 3);
+  EXPECT_EQ(records.training.splatBudget, 0u);
+  EXPECT_EQ(read(R"({"training":{"splatBudget":18446744073709551616.0}})").training.splatBudget, UINT64_MAX);
+}
+
+TEST(Settings, WrongTypesAreNamed) {
+  EXPECT_EQ(test::thrownText([] { read(R"({"training":{"iterations":"many"}})"); }), "\"iterations\" is not a number");
+  EXPECT_EQ(test::thrownText([] { read(R"({"training":{"iterations":true}})"); }), "\"iterations\" is not a number");
+  EXPECT_EQ(test::thrownText([] { read(R"({"training":{"evalMode":1}})"); }), "\"evalMode\" is not true or false");
+  EXPECT_EQ(test::thrownText([] { read(R"({"training":{"background":[0,"red"]}})"); }),
+            "\"background\" is not a number");
+  EXPECT_EQ(test::thrownText([] { read(R"({"sparse":{"matcher":1}})"); }), "\"matcher\" is not a text");
+  EXPECT_EQ(test::thrownText([] { read(R"({"sparse":[]})"); }), "\"sparse\" is not an object");
+}
+
+}  // namespace
+}  // namespace quor
