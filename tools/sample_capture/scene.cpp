@@ -12,7 +12,8 @@ constexpr double kAmbient = 0.6;
 constexpr double kDirect = 0.5;
 
 Vec3 lampPoint(int sample) {
-  const double i = (sample % 4 + 0.5) / 4 - 0.5, j = (sample / 4 + 0.5) / 4 - 0.5;
+  const int column = sample % 4, row = sample / 4;
+  const double i = (column + 0.5) / 4 - 0.5, j = (row + 0.5) / 4 - 0.5;
   return kLamp + Vec3{i * kLampSize, j * kLampSize, 0};
 }
 
@@ -66,7 +67,7 @@ Scene::Hit Scene::trace(const Ray& ray) const {
   const Vec3 local = position - kRoomCentre;
   const BoxFace face = faceOf(local, kRoomHalf);
   const Vec3 inwards{face.axis == 0 ? -face.side : 0, face.axis == 1 ? -face.side : 0, face.axis == 2 ? -face.side : 0};
-  const auto wall = static_cast<size_t>(face.axis * 2 + (face.side > 0 ? 1 : 0));
+  const auto wall = static_cast<size_t>(face.axis) * 2 + (face.side > 0 ? 1U : 0U);
   return {found.distance, position, inwards, {local, face.u, face.v + kRoomHalf.z, face.edge, 0}, walls_[wall]};
 }
 

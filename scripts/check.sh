@@ -1,0 +1,65 @@
+#!/usr/bin/env bash
+# Checks what the tests alone cannot see. Without arguments asan, tsan and tidy, else those named:
+#   asan     every test under AddressSanitizer, LeakSanitizer and UndefinedBehaviorSanitizer, with Vulkan validation
+#   tsan     the tests of what has threads of its own under ThreadSanitizer: the label "threads", and the engine
+#   tidy     clang-tidy over all sources
+#   changed  clang-tidy over the sources that differ from the branch main
+set -euo pipefail
+cd "$(dirname "$0")/.."
+suppressions=$PWD/scripts/suppressions
+
+build() {
+  cmake --preset "$1" >/dev/null
+  cmake --build --preset "$1"
+}
+
+check_asan() {
+  build asan
+  # Drivers and layers stay loaded, so that a report names the library of every frame and a suppression can name it, too.
+  local keep=$PWD/build/asan/keep_loaded.so
+  echo 'int dlclose(void* handle) { (void)handle; return 0; }' | cc -shared -fPIC -x c - -o "$keep"
+  QUOR_VALIDATION=1 LD_PRELOAD=$keep UBSAN_OPTIONS=print_stacktrace=1 \
+    ASAN_OPTIONS=verify_asan_link_order=0 LSAN_OPTIONS=suppressions=$suppressions/lsan.txt:print_suppressions=0 \
+    ctest --preset asan
+}
+
+check_tsan() {
+  build tsan
+  export TSAN_OPTIONS=suppressions=$suppressions/tsan.txt:halt_on_error=1:second_deadlock_stack=1
+  # ThreadSanitizer cannot map its shadow memory where the kernel spreads addresses widely.
+  setarch -R ctest --preset tsan -L threads
+  setarch -R build/tsan/bin/test_gs --gtest_filter='Engine*:*ViewLoader*'
+}
+
+tidy() {
+  [ $# -gt 0 ] || return 0
+  cmake --preset release >/dev/null
+  cmake --build --preset release --target ombrelux_gpu # for the sources that the build makes
+  printf '%s\0' "$@" | xargs -0 -n 1 -P "$(nproc)" clang-tidy-14 -p build/release --quiet
+}
+
+check_tidy() {
+  mapfile -t files < <(git ls-files -- 'src/*.cpp' 'tools/*.cpp' 'bench/*.cpp')
+  tidy "${files[@]}"
+}
+
+check_changed() {
+  mapfile -t files < <(git diff --name-only --diff-filter=d main -- 'src/*.cpp' 'tools/*.cpp' 'bench/*.cpp')
+  tidy "${files[@]}"
+}
+
+[ $# -gt 0 ] || set -- asan tsan tidy
+for name in "$@"; do
+  case $name in
+    asan | tsan | tidy | changed) ;;
+    *)
+      echo "check.sh takes asan, tsan, tidy or changed, not '$name'." >&2
+      exit 2
+      ;;
+  esac
+done
+scripts/setup.sh
+for name in "$@"; do
+  echo "== $name"
+  "check_$name"
+done
