@@ -37,7 +37,8 @@ static_assert(sizeof(RasterPush) == 16 && sizeof(BackgroundPush) == 16 && sizeof
 
 Renderer::Variants Renderer::Variants::forDevice(const VulkanContext& context, const KernelRegistry& registry) {
   const DeviceInfo& device = context.info();
-  const bool wide = device.deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU && device.subgroupReduce && device.floatAtomics;
+  const bool wide = device.deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU && device.subgroupShuffle &&
+                    device.subgroupSize == 8 && device.floatAtomics;
   if (wide) return {"rasterize_forward_wide", "rasterize_backward_wide", true};
   return {"rasterize_forward", registry.backwardKernelName(), false};
 }

@@ -3,14 +3,18 @@
 // where a pixel needs six, for dx is the same for all of it:
 //
 //   s0 = sum dq, s1 = sum dq dy, s2 = sum dq dy^2 give the conic's, the mean's and (by alpha = o G) the opacity's gradient
-// Each sum is taken over the subgroup, and neighbouring invocations add neighbouring values.
+// Eight of the nine sums over the subgroup are taken together by a butterfly that leaves each in an invocation of its own,
+// and every invocation adds the one that it holds.
 //
-// Bindings and push constants: as rasterize_backward with NATIVE_ATOMIC=1. No shared memory, no barriers.
+// Bindings and push constants: as rasterize_backward with NATIVE_ATOMIC=1. No shared memory, no barriers. Subgroups of
+// eight.
 #extension GL_GOOGLE_include_directive : require
 #extension GL_EXT_shader_atomic_float : require
 #extension GL_KHR_shader_subgroup_basic : require
 #extension GL_KHR_shader_subgroup_vote : require
 #extension GL_KHR_shader_subgroup_arithmetic : require
+#extension GL_KHR_shader_subgroup_ballot : require
+#extension GL_KHR_shader_subgroup_shuffle : require
 #include "shared_constants.h"
 
 layout(local_size_x = 32) in;
@@ -66,10 +70,9 @@ Pixels load(uvec2 top) {
 float sum4(vec4 v) { return (v.x + v.y) + (v.z + v.w); }
 float max4(vec4 v) { return max(max(v.x, v.y), max(v.z, v.w)); }
 
-void contribute(inout Pixels p, inout Sums sums, vec4 dy, float atRow0, float slope, float c, float o, vec3 splatColour,
-                float place) {
-  const vec4 q = atRow0 + dy * (slope + c * dy);
-  const vec4 raw = o * exp(-0.5 * max(q, vec4(0.0)));
+void contribute(inout Pixels p, inout Sums sums, vec4 dy, float dx, Splat s, float place) {
+  const vec4 q = s.conic.x * dx * dx + dy * (2.0 * s.conic.y * dx + s.conic.z * dy);
+  const vec4 raw = s.opacity * exp(-0.5 * max(q, vec4(0.0)));
   const vec4 capped = min(vec4(ALPHA_MAX), raw);
   const vec4 on = vec4(greaterThanEqual(p.last, vec4(place))) * vec4(greaterThanEqual(capped, vec4(ALPHA_MIN))) *
                   vec4(greaterThanEqual(q, vec4(0.0)));
@@ -77,7 +80,7 @@ void contribute(inout Pixels p, inout Sums sums, vec4 dy, float atRow0, float sl
   const vec4 inverse = 1.0 / (1.0 - alpha);
   p.T *= inverse;
   const vec4 weight = alpha * p.T;
-  const vec4 cg = splatColour.r * p.red + splatColour.g * p.green + splatColour.b * p.blue;
+  const vec4 cg = s.colour.r * p.red + s.colour.g * p.green + s.colour.b * p.blue;
   const vec4 dAlpha = p.T * cg + p.S * inverse;
   p.S -= cg * weight;
   const vec4 dq = -0.5 * alpha * dAlpha * vec4(lessThan(raw, vec4(ALPHA_MAX)));
@@ -87,54 +90,55 @@ void contribute(inout Pixels p, inout Sums sums, vec4 dy, float atRow0, float sl
   sums.colour += vec3(sum4(weight * p.red), sum4(weight * p.green), sum4(weight * p.blue));
 }
 
-void accumulate(uint i, Sums s, float dx, vec3 co, float o) {
-  const float total = subgroupAdd(s.s0);
-  const vec2 along = subgroupAdd(vec2(s.s0 * dx, s.s1));  // sum of dq dx, dq dy
-  const vec3 shape = subgroupAdd(vec3(s.s0 * dx * dx, 2.0 * s.s1 * dx, s.s2));
-  const vec3 light = subgroupAdd(s.colour);
-  const vec2 place = -2.0 * vec2(co.x * along.x + co.y * along.y, co.y * along.x + co.z * along.y);
+// One level of the butterfly: of two values a pair of invocations each keeps one, summed over the pair.
+float fold(float x, float y, uint bit) {
+  const bool upper = (gl_SubgroupInvocationID & bit) != 0u;
+  return (upper ? y : x) + subgroupShuffleXor(upper ? x : y, bit);
+}
+
+void accumulate(uint i, Sums s, float dx, Splat splat) {
+  const float dq = s.s0, dqdx = s.s0 * dx, dqdy = s.s1;
+  const vec2 place = -2.0 * vec2(splat.conic.x * dqdx + splat.conic.y * dqdy, splat.conic.y * dqdx + splat.conic.z * dqdy);
+  // Invocation k is left with the k-th of: conic 0 1 2, mean 0 1, colour 0 1 2.
+  const float c01 = fold(dqdx * dx, 2.0 * dqdy * dx, 1u), c2m0 = fold(s.s2, place.x, 1u);
+  const float m1r = fold(place.y, s.colour.r, 1u), gb = fold(s.colour.g, s.colour.b, 1u);
+  const float sum = fold(fold(c01, c2m0, 2u), fold(m1r, gb, 2u), 4u);
+  float total = dq + subgroupShuffleXor(dq, 1u);
+  total += subgroupShuffleXor(total, 2u);
+  total += subgroupShuffleXor(total, 4u);
+
   const uint lane = gl_SubgroupInvocationID;
-  for (uint k = lane; k < 3u; k += gl_SubgroupSize) {
-    atomicAdd(dConic[3u * i + k], k == 0u ? shape.x : k == 1u ? shape.y : shape.z);
-    atomicAdd(dColour[3u * i + k], k == 0u ? light.x : k == 1u ? light.y : light.z);
-    if (k < 2u) atomicAdd(dMean[2u * i + k], k == 0u ? place.x : place.y);
-    if (k == 0u) atomicAdd(dOpacity[i], -2.0 * total / o);
-  }
+  if (lane < 3u) atomicAdd(dConic[3u * i + lane], sum);
+  if (lane == 3u || lane == 4u) atomicAdd(dMean[2u * i + lane - 3u], sum);
+  if (lane > 4u) atomicAdd(dColour[3u * i + lane - 5u], sum);
+  if (lane == 0u) atomicAdd(dOpacity[i], -2.0 * total / splat.opacity);
 }
 
 void main() {
   const uint tile = gl_WorkGroupID.y * tilesX + gl_WorkGroupID.x;
   const uint first = start[tile];
-  const uvec2 top = columnTop();
+  const uvec2 corner = blockCorner();
+  const uint lane = gl_SubgroupInvocationID;
+  const uvec2 top = corner + uvec2(lane, 0u);
   const vec2 centre = vec2(top) + 0.5;
   Pixels a = load(top), b = load(top + uvec2(0u, 4u));
-  const float last = max4(max(a.last, b.last));
 
-  int k = int(subgroupMax(last));
-  while (k > 0) {
-    // Back to the next splat that reaches a pixel of this subgroup that walked that far.
-    uint i = 0u;
-    vec2 d = vec2(0.0);
-    vec3 co = vec3(0.0);
-    float o = 0.0;
-    bool reached = false;
-    int place = 0;
-    do {
-      place = k;
-      --k;
-      i = splatId[first + uint(k)];
-      d = centre - vec2(mean[2u * i], mean[2u * i + 1u]);
-      co = vec3(conic[3u * i], conic[3u * i + 1u], conic[3u * i + 2u]);
-      o = opacity[i];
-      reached = subgroupAny(last >= float(place) && o * exp(-0.5 * leastOnColumn(co, d)) >= ALPHA_MIN * 0.999);
-    } while (!reached && k > 0);
-    if (!reached) break;
-
-    const vec3 splatColour = vec3(colour[3u * i], colour[3u * i + 1u], colour[3u * i + 2u]);
-    const float atRow0 = co.x * d.x * d.x, slope = 2.0 * co.y * d.x;
-    Sums sums = Sums(0.0, 0.0, 0.0, vec3(0.0));
-    contribute(a, sums, d.y + kRowsA, atRow0, slope, co.z, o, splatColour, float(place));
-    contribute(b, sums, d.y + kRowsB, atRow0, slope, co.z, o, splatColour, float(place));
-    accumulate(i, sums, d.x, co, o);
+  // From the last splat that any pixel of the block walked to, eight at a time, invocation 0 the one behind.
+  for (int batch = int(subgroupMax(max4(max(a.last, b.last)))); batch > 0; batch -= int(kRows)) {
+    const int mineAt = batch - 1 - int(lane);
+    const uint id = splatId[first + uint(max(mineAt, 0))];
+    const Splat mine = loadSplat(id);
+    uint reaching = subgroupBallot(mineAt >= 0 && reachesBlock(mine, vec2(corner))).x;
+    while (reaching != 0u) {
+      const uint j = findLSB(reaching);
+      reaching &= reaching - 1u;
+      const Splat s = shuffleSplat(mine, j);
+      const vec2 d = centre - s.mean;
+      const float place = float(batch - int(j));
+      Sums sums = Sums(0.0, 0.0, 0.0, vec3(0.0));
+      contribute(a, sums, d.y + kRowsA, d.x, s, place);
+      contribute(b, sums, d.y + kRowsB, d.x, s, place);
+      accumulate(subgroupShuffle(id, j), sums, d.x, s);
+    }
   }
 }
