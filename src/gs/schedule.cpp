@@ -13,6 +13,10 @@ float finiteIn(float value, float low, float high, float otherwise) {
   return std::isfinite(value) ? std::clamp(value, low, high) : otherwise;
 }
 
+long fractionOf(const TrainJob& job, float fraction) {
+  return std::lround(static_cast<double>(fraction) * job.iterations);
+}
+
 bool every(int step, int period) {
   return period > 0 && step % period == 0;
 }
@@ -62,12 +66,11 @@ bool isOpacityResetStep(const TrainJob& job, int step) {
 }
 
 bool isMcmcRelocateStep(const TrainJob& job, int step) {
-  return every(step, job.refineEvery) && step >= job.densifyFrom &&
-         step <= static_cast<double>(job.mcmcRelocateUntil) * job.iterations;
+  return every(step, job.refineEvery) && step >= job.densifyFrom && step <= fractionOf(job, job.mcmcRelocateUntil);
 }
 
 bool isMcmcGrowStep(const TrainJob& job, int step) {
-  return isMcmcRelocateStep(job, step) && step <= static_cast<double>(job.mcmcGrowUntil) * job.iterations;
+  return isMcmcRelocateStep(job, step) && step <= fractionOf(job, job.mcmcGrowUntil);
 }
 
 }  // namespace quor::gs

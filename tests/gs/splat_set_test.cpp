@@ -1,0 +1,205 @@
+// The passes that add, move and remove splats, and that every array follows.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "gs/mcmc_relocator.h"
+#include "gs/schedule.h"
+#include "gs/splat_rows.h"
+#include "gs/vanilla_densifier.h"
+#include "support/gpu_fixture.h"
+#include "support/random_splats.h"
+
+namespace quor::gs {
+namespace {
+
+class SplatSetTest : public GpuTest {
+ protected:
+  // Every value and moment tells its row: row + group / 10 (+ 0.01 and 0.02 for the moments).
+  void fillTelling(SplatStore& store, size_t count) {
+    GaussianSet set;
+    set.resize(count);
+    GroupArrays first, second;
+    for (size_t g = 0; g < kGroupCount; ++g) {
+      const size_t k = kGroupWidths[g];
+      for (size_t i = 0; i < count * k; ++i) {
+        const float value = static_cast<float>(i / k) + static_cast<float>(g) / 10;
+        set.group(static_cast<Group>(g))[i] = value;
+        first[g].push_back(value + 0.01f);
+        second[g].push_back(value + 0.02f);
+      }
+    }
+    store.upload(transfer, set);
+    store.uploadMoments(transfer, first, second);
+  }
+
+  void expectRows(const SplatStore& store, const std::vector<uint32_t>& sources) {
+    ASSERT_EQ(store.count(), sources.size());
+    const GaussianSet set = store.download(transfer);
+    GroupArrays first, second;
+    store.downloadMoments(transfer, first, second);
+    for (size_t g = 0; g < kGroupCount; ++g) {
+      const size_t k = kGroupWidths[g];
+      for (size_t i = 0; i < sources.size() * k; ++i) {
+        const bool fresh = (sources[i / k] & kFreshRow) != 0;
+        const float value = static_cast<float>(sources[i / k] & ~kFreshRow) + static_cast<float>(g) / 10;
+        ASSERT_EQ(set.group(static_cast<Group>(g))[i], value) << "group " << g << " value " << i;
+        ASSERT_EQ(first[g][i], fresh ? 0 : value + 0.01f);
+        ASSERT_EQ(second[g][i], fresh ? 0 : value + 0.02f);
+      }
+    }
+  }
+
+  TrainJob job = resolved({});
+  SplitMix64 random{5};
+};
+
+TEST_F(SplatSetTest, RearrangingKeepsValuesAndMomentsInStep) {
+  SplatStore store(context, SplatStore::Use::Training);
+  fillTelling(store, 5);
+  store.rearrange(stream, transfer, std::vector<uint32_t>{4, 2, 0}, 0);  // shrinks and reorders in place
+  expectRows(store, {4, 2, 0});
+  EXPECT_EQ(store.capacity(), 5u);
+
+  fillTelling(store, 5);
+  const std::vector<uint32_t> grown = {0, 1, 2, 3, 4, 2 | kFreshRow, 2, 0 | kFreshRow};
+  store.rearrange(stream, transfer, grown, 12);
+  expectRows(store, grown);
+  EXPECT_EQ(store.capacity(), 12u);
+}
+
+TEST_F(SplatSetTest, SharedSplatsRenderLikeTheOneTheyReplace) {
+  // The integral of alpha over a line through the mean stays: that is what the factor of the scales is for.
+  for (const double opacity : {0.05, 0.5, 0.95}) {
+    for (const int copies : {1, 2, 5, 20, 51}) {
+      const SharedSplat shared = shareSplat(opacity, copies);
+      if (shared.opacity <= 0.005) continue;  // held up by the floor
+      double before = 0, after = 0;
+      for (double x = -8; x <= 8; x += 0.001) {
+        before += opacity * std::exp(-0.5 * x * x);
+        const double single = shared.opacity * std::exp(-0.5 * x * x / (shared.scaleFactor * shared.scaleFactor));
+        after += 1 - std::pow(1 - single, copies);
+      }
+      EXPECT_NEAR(after / before, 1, 2e-3) << opacity << " shared by " << copies;
+    }
+  }
+}
+
+TEST_F(SplatSetTest, DeadSplatsMoveOntoLivingOnesAndTheSetGrows) {
+  job.technique = Technique::Mcmc;
+  GaussianSet set = test::randomScene(100, 3);
+  for (size_t i = 0; i < 100; ++i) set.opacities[i] = i % 4 == 0 ? -7.0f : 1.0f;  // 25 dead
+  SplatStore store(context, SplatStore::Use::Training);
+  store.upload(transfer, set);
+  const McmcRelocator relocator(job, 1000);
+  const RelocateReport report = relocator.refine(stream, transfer, store, random, true, 102);
+  EXPECT_EQ(report.relocated, 25u);
+  EXPECT_EQ(report.grown, 2u) << "5 % would be five, the target allows two";
+  const GaussianSet after = store.download(transfer);
+  EXPECT_EQ(after.count, 102u);
+  for (const float o : after.opacities) EXPECT_GT(1 / (1 + std::exp(-o)), 0.005f);
+  for (size_t i = 0; i < 100; i += 4) {
+    const bool copied = [&] {
+      for (size_t j = 0; j < 100; ++j) {
+        if (j % 4 != 0 && set.positions[3 * j] == after.positions[3 * i] &&
+            set.shRest[45 * j] == after.shRest[45 * i]) {
+          return true;
+        }
+      }
+      return false;
+    }();
+    EXPECT_TRUE(copied) << "a moved splat is a copy of a living one, colours included";
+  }
+}
+
+// Gradients of the screen means as a backward pass leaves them, given by hand through a tiny renderer run.
+class DensifyTest : public SplatSetTest {
+ protected:
+  // Four splats in view: small, large, small and quiet, nearly transparent.
+  GaussianSet fourSplats() {
+    GaussianSet set;
+    set.resize(4);
+    for (size_t i = 0; i < 4; ++i) {
+      set.positions[3 * i] = -0.6f + 0.4f * static_cast<float>(i);
+      set.positions[3 * i + 2] = 2;
+      const float scale = std::log(i == 1 ? 0.2f : 0.008f);
+      set.scales[3 * i] = set.scales[3 * i + 1] = set.scales[3 * i + 2] = scale;
+      set.rotations[4 * i] = 1;
+      set.opacities[i] = i == 3 ? -6.0f : 1.0f;
+    }
+    return set;
+  }
+};
+
+TEST_F(DensifyTest, ClonesSmallSplatsSplitsLargeOnesAndPrunesFaintOnes) {
+  job.technique = Technique::Vanilla;
+  job.densifyGradient = 1e-9f;
+  const Camera camera = test::testCamera(64, 48);
+  SplatStore store(context, SplatStore::Use::Training);
+  const GaussianSet set = fourSplats();
+  store.upload(transfer, set);
+  Renderer renderer(context, registry, Renderer::Mode::Training);
+  renderer.reserve(4, 64, 48);
+  const GpuBuffer photo = makeBuffer(std::vector<uint32_t>(64 * 48 * 3 / 4, 0x40302010u));
+  const auto frame = [&](VanillaDensifier& densifier) {
+    renderer.project(stream, store, camera, 0, 0.01f);
+    renderer.rasterize(stream, {0, 0, 0});
+    renderer.lossAndBackward(stream, store, photo, lossScales(0.2f, 64, 48), {}, false);
+    densifier.accumulate(stream, store, renderer);
+    stream.submit();
+  };
+
+  VanillaDensifier densifier(context, job, 1.0, 100);
+  frame(densifier);
+  DensifyReport report = densifier.refine(stream, transfer, store, random, false);
+  EXPECT_EQ(report.pruned, 1u);
+  EXPECT_EQ(report.split, 1u);
+  EXPECT_EQ(report.cloned, 2u);
+  const GaussianSet after = store.download(transfer);
+  ASSERT_EQ(after.count, 6u);
+  int children = 0;
+  for (size_t i = 0; i < 6; ++i) {
+    if (std::abs(std::exp(after.scales[3 * i]) - 0.2f / 1.6f) < 1e-4f) ++children;
+    EXPECT_GT(std::exp(after.scales[3 * i]), 0.005f);
+    EXPECT_LT(std::exp(after.scales[3 * i]), 0.19f) << "the split splat is gone";
+  }
+  EXPECT_EQ(children, 2);
+
+  // With room for one more the largest statistic wins.
+  store.upload(transfer, set);
+  VanillaDensifier capped(context, job, 1.0, 4);
+  frame(capped);
+  report = capped.refine(stream, transfer, store, random, false);
+  EXPECT_EQ(report.cloned + report.split, 1u);
+  EXPECT_EQ(store.count(), 4u);
+
+  // Without statistics nothing is added.
+  report = capped.refine(stream, transfer, store, random, false);
+  EXPECT_EQ(report.cloned + report.split, 0u);
+}
+
+TEST_F(DensifyTest, DivergedSplatsAreResetAndOpacitiesCanBe) {
+  job.technique = Technique::Vanilla;
+  GaussianSet set = test::randomScene(50, 9);
+  set.positions[3 * 7] = NAN;
+  set.shRest[45 * 8 + 44] = INFINITY;
+  SplatStore store(context, SplatStore::Use::Training);
+  store.upload(transfer, set);
+  VanillaDensifier densifier(context, job, 1000.0, 100);
+  EXPECT_EQ(densifier.refine(stream, transfer, store, random, false).reset, 2u);
+  GaussianSet after = store.download(transfer);
+  for (size_t g = 0; g < kGroupCount; ++g) {
+    for (const float v : after.group(static_cast<Group>(g))) ASSERT_TRUE(std::isfinite(v));
+  }
+  densifier.resetOpacities(transfer, store);
+  after = store.download(transfer);
+  for (const float o : after.opacities) EXPECT_LE(1 / (1 + std::exp(-o)), 2 * job.pruneOpacity + 1e-6f);
+
+  set = test::randomScene(3, 9);
+  for (float& v : set.positions) v = NAN;
+  store.upload(transfer, set);
+  EXPECT_THROW(densifier.refine(stream, transfer, store, random, false), std::runtime_error);
+}
+
+}  // namespace
+}  // namespace quor::gs
