@@ -3,6 +3,9 @@
 
 add_library(ombrelux_options INTERFACE)
 target_compile_options(ombrelux_options INTERFACE -Wall -Wextra -Wconversion -Werror)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+  target_compile_options(ombrelux_options INTERFACE -Wno-restrict)  # false alarms on std::string (GCC bug 105651)
+endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   target_compile_options(ombrelux_options INTERFACE -Wno-implicit-int-float-conversion)
 endif()

@@ -9,6 +9,7 @@
 #include "app/drive.h"
 #include "base/paths.h"
 #include "base/terminal.h"
+#include "base/text.h"
 #include "gpu/vulkan_context.h"
 #include "pipeline/guidance.h"
 
@@ -35,7 +36,7 @@ int devicesCommand(const Options&) {
   std::string lines;
   try {
     const std::vector<gs::DeviceInfo> devices = gs::listDevices();
-    for (size_t i = 0; i < devices.size(); ++i) lines += "[" + std::to_string(i) + "] " + devices[i].name + "\n";
+    for (size_t i = 0; i < devices.size(); ++i) lines += formatText("[%zu] %s\n", i, devices[i].name.c_str());
     if (devices.empty()) throw std::runtime_error("No Vulkan GPU found. Update the graphics driver.");
   } catch (const std::exception& error) {
     return fail(std::string("Could not list Vulkan devices: ") + error.what());

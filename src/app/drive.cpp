@@ -123,7 +123,7 @@ class Interrupts {
     if (count == handled_) return;
     if (handled_ == 0 && count == 1) {
       if (pipeline_.currentStage() == Stage::Train) {
-        console_.message("Stopping and writing the scene; interrupt again to cancel without it.");
+        console_.message("Stopping; interrupt again to end without writing the scene.");
       }
       pipeline_.requestStop();
     } else {

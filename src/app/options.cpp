@@ -254,7 +254,7 @@ std::string optionsHelp() {
   std::string help;
   for (const OptionSpec& spec : optionSpecs()) {
     if (!spec.name) {
-      help += (help.empty() ? "" : "\n") + std::string(spec.help) + ":\n";
+      help += formatText("%s%s:\n", help.empty() ? "" : "\n", spec.help);
       continue;
     }
     help += formatText("  %-*s  ", static_cast<int>(width), left(spec).c_str());

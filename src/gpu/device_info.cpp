@@ -58,6 +58,8 @@ void queryProperties2(VkPhysicalDevice device, DeviceInfo& info) {
   info.maxAllocationSize = maintenance.maxMemoryAllocationSize;
   info.subgroupSize = subgroup.subgroupSize;
   info.subgroupReduce = canReduceInSubgroups(subgroup);
+  constexpr VkSubgroupFeatureFlags kShuffle = VK_SUBGROUP_FEATURE_BALLOT_BIT | VK_SUBGROUP_FEATURE_SHUFFLE_BIT;
+  info.subgroupShuffle = info.subgroupReduce && (subgroup.supportedOperations & kShuffle) == kShuffle;
   info.floatAtomics = hasFloatAtomics(device);
 }
 
@@ -106,7 +108,7 @@ DeviceInfo queryDevice(VkPhysicalDevice device, bool forceFallbacks) {
   if (family >= 0 && families[static_cast<size_t>(family)].timestampValidBits > 0) {
     info.timestampPeriod = properties.limits.timestampPeriod;
   }
-  if (forceFallbacks) info.floatAtomics = info.subgroupReduce = false;
+  if (forceFallbacks) info.floatAtomics = info.subgroupReduce = info.subgroupShuffle = false;
   return info;
 }
 

@@ -36,6 +36,7 @@ struct DeviceInfo {
   uint32_t subgroupSize = 128;
   bool floatAtomics = false;
   bool subgroupReduce = false;
+  bool subgroupShuffle = false;  // subgroupReduce, ballots and shuffles
   bool memoryBudget = false;
   float timestampPeriod = 0;  // nanoseconds a tick; 0 when the compute queue has no timestamps
 };

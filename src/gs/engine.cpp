@@ -137,8 +137,6 @@ void Engine::runTraining(const TrainJob& asked) {
         });
     throwIfCancelled();
     warnOfLimit(job, dataset, resolution, log_);
-    log_.info(formatText("%zu training views, %zu held out, %zu sparse points", dataset.training.size(),
-                         dataset.heldOut.size(), dataset.points.count()));
     int resumedFrom = 0;
     const TrainResult result = train(job, dataset, resumedFrom);
     writeRunLog(job, result, resumedFrom);

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <vector>
 
 #include "gpu/compute_stream.h"
 #include "gpu/gpu_buffer.h"
@@ -30,7 +32,10 @@ struct ImageScores {
 
 class ImageLoss {
  public:
-  explicit ImageLoss(VulkanContext& context) : context_(context) {}
+  // `wide` takes the kernels that blur eight pixels an invocation; both ways give the same results.
+  ImageLoss(VulkanContext& context, bool wide) : context_(context), wide_(wide) {}
+
+  std::vector<std::string> kernelNames() const;
 
   void reserve(uint64_t pixels);
 
@@ -56,10 +61,13 @@ class ImageLoss {
   const GpuBuffer& accumulatedGradient() const { return dAccumulated_; }
 
  private:
-  void recordStatistics(ComputeStream& stream, const Frame& frame, const GpuBuffer& photo);
-  void recordScore(ComputeStream& stream, const Frame& frame);
+  // The statistics of SSIM and what follows from them pixel by pixel, for a gradient of that scale.
+  void recordStatistics(ComputeStream& stream, const Frame& frame, const GpuBuffer& photo, float ssimScale);
+  void recordPartials(ComputeStream& stream, const Frame& frame);
+  void recordSsimGradient(ComputeStream& stream, const Frame& frame, float ssimScale);
 
   VulkanContext& context_;
+  bool wide_;
   uint64_t pixelRoom_ = 0;
   GpuBuffer target_;
   GpuBuffer planes_, planesPartner_;

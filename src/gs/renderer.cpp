@@ -35,33 +35,34 @@ static_assert(sizeof(RasterPush) == 16 && sizeof(BackgroundPush) == 16 && sizeof
 
 }  // namespace
 
-Renderer::Blending Renderer::Blending::forDevice(const VulkanContext&, const KernelRegistry& registry) {
-  return {"rasterize_forward", registry.backwardKernelName()};
+Renderer::Variants Renderer::Variants::forDevice(const VulkanContext& context, const KernelRegistry& registry) {
+  const DeviceInfo& device = context.info();
+  const bool wide = device.deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU && device.subgroupShuffle &&
+                    device.subgroupSize == 8 && device.floatAtomics;
+  if (wide) return {"rasterize_forward_wide", "rasterize_backward_wide", true};
+  return {"rasterize_forward", registry.backwardKernelName(), false};
 }
 
 Renderer::Renderer(VulkanContext& context, KernelRegistry& registry, Mode mode)
-    : Renderer(context, Blending::forDevice(context, registry), mode) {}
+    : Renderer(context, Variants::forDevice(context, registry), mode) {}
 
-Renderer::Renderer(VulkanContext& context, Blending blending, Mode mode)
+Renderer::Renderer(VulkanContext& context, Variants variants, Mode mode)
     : context_(context),
       mode_(mode),
-      blending_(std::move(blending)),
+      variants_(std::move(variants)),
       sorter_(context),
       scanner_(context),
-      loss_(context),
+      loss_(context, variants_.wideLoss),
       total_(context, sizeof(uint32_t), BufferKind::Readback, "instance count") {}
 
 std::vector<std::string> Renderer::kernelNames() const {
   std::vector<std::string> names = {"activate",      "preprocess_forward", "depth_keys",      "radix_hist",
                                     "radix_scatter", "scan_block",         "scan_add",        "bin_count",
-                                    "bin_write",     "tile_ranges",        blending_.forward, "composite_background"};
+                                    "bin_write",     "tile_ranges",        variants_.forward, "composite_background"};
   if (mode_ == Mode::Training) {
-    for (const char* name :
-         {"u8_to_f32", "ssim_stack_blur_h", "ssim_blur15", "ssim_tail_forward", "loss_partials", "ssim_tail_backward",
-          "ssim_chain_backward", "loss_grad", "preprocess_backward", "activation_backward"}) {
-      names.emplace_back(name);
-    }
-    names.push_back(blending_.backward);
+    for (std::string& name : loss_.kernelNames()) names.push_back(std::move(name));
+    names.insert(names.end(), {"preprocess_backward", "activation_backward"});
+    names.push_back(variants_.backward);
   }
   return names;
 }
@@ -189,7 +190,7 @@ void Renderer::rasterize(ComputeStream& stream, const std::array<float, 3>& back
   stream.mark("forward");
   const RasterPush push = {bin_.width, bin_.height, tilesX_, 0};
   stream.dispatch(
-      blending_.forward,
+      variants_.forward,
       {&tileStart_, &splatId_, &mean_, &conic_, &opacity_, &colour_, &image_, &accumulated_, &transmittance_, &walked_},
       push, tilesX_, tilesY_, 1);
   if (background != std::array<float, 3>{0, 0, 0}) {
@@ -216,7 +217,7 @@ void Renderer::lossAndBackward(ComputeStream& stream, const SplatStore& splats, 
   for (const auto& [buffer, width] : {std::pair(&dMean_, 2u), {&dConic_, 3u}, {&dOpacity_, 1u}, {&dColour_, 3u}}) {
     stream.fill(*buffer, 0, static_cast<uint64_t>(n) * width * sizeof(float));
   }
-  stream.dispatch(blending_.backward,
+  stream.dispatch(variants_.backward,
                   {&tileStart_, &splatId_, &mean_, &conic_, &opacity_, &colour_, &transmittance_, &walked_,
                    &loss_.imageGradient(), &loss_.accumulatedGradient(), &dMean_, &dConic_, &dOpacity_, &dColour_},
                   RasterPush{bin_.width, bin_.height, tilesX_, 0}, tilesX_, tilesY_, 1);

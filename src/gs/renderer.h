@@ -29,15 +29,17 @@ class Renderer {
  public:
   enum class Mode { RenderOnly, Training };
 
-  // The blending kernels, whose variants give the same results. forDevice() names the fastest that the device runs.
-  struct Blending {
+  // The kernels of which there are variants that give the same results. forDevice() names the fastest that the device
+  // runs: on software drivers those that work on eight pixels an invocation.
+  struct Variants {
     std::string forward;
     std::string backward;
-    static Blending forDevice(const VulkanContext& context, const KernelRegistry& registry);
+    bool wideLoss = false;
+    static Variants forDevice(const VulkanContext& context, const KernelRegistry& registry);
   };
 
   Renderer(VulkanContext& context, KernelRegistry& registry, Mode mode);
-  Renderer(VulkanContext& context, Blending blending, Mode mode);
+  Renderer(VulkanContext& context, Variants variants, Mode mode);
 
   // Room for that many splats and images of that size; keeps what is large enough.
   void reserve(uint32_t splats, int width, int height);
@@ -96,7 +98,7 @@ class Renderer {
 
   VulkanContext& context_;
   Mode mode_;
-  Blending blending_;
+  Variants variants_;
   RadixSorter sorter_;
   Scanner scanner_;
   ImageLoss loss_;

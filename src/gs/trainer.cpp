@@ -17,6 +17,8 @@ namespace {
 
 // Of the scene extent: what is nearer to a camera than this is not drawn.
 constexpr double kNearPlane = 0.01;
+// A solve with fewer points than this says nothing of the scene: so many random splats start it instead.
+constexpr uint64_t kFewPoints = 100, kRandomSplats = 10000;
 constexpr float kVanillaSeedOpacity = 0.1f;
 constexpr float kMcmcSeedOpacity = 0.11920292f;  // 1 / (1 + e^2)
 constexpr double kBeta1 = 0.9, kBeta2 = 0.999;
@@ -92,11 +94,7 @@ void Trainer::start() {
   settings.centre = dataset_.geometry.centre;
   settings.extent = dataset_.geometry.extent;
   const uint64_t points = dataset_.points.count();
-  if (mcmc && job_.splatBudget > 0) {
-    settings.count = cap_;
-  } else if (points > cap_) {
-    settings.count = cap_;
-  }
+  settings.count = mcmc && job_.splatBudget > 0 ? cap_ : std::min(cap_, points < kFewPoints ? kRandomSplats : points);
   const GaussianSet seeded = seedFromPoints(dataset_.points.positions, dataset_.points.colors, settings, random_);
   const uint64_t toCome = mcmc ? std::max(seeded.count, mcmcTarget_) : grownCapacity(seeded.count, 0, cap_);
   splats_.upload(transfer_, seeded, static_cast<uint32_t>(toCome));

@@ -52,7 +52,9 @@ class Pipeline {
   // false, when all records are final; it must not call open(), close() or start().
   bool start(Stage from, Stage to, Completion completion = {});
   void cancel();
-  void requestStop();  // training ends after the current step and still exports; earlier stages are cancelled
+  // Training ends after the current step and still exports. Earlier stages are cancelled, and so is training that has
+  // not begun to step where an earlier scene would be lost.
+  void requestStop();
   bool busy() const { return busy_.load(); }
 
   // The stage that runs now or ran last.
@@ -72,7 +74,7 @@ class Pipeline {
   std::string runFrames(const Project& project);
   std::string runSparse(const Project& project);
   std::string runTrain(const Project& project);
-  void followTraining();
+  void followTraining(const Project& project);
   void report(Stage stage, StageState state, const std::string& message, float fraction);
 
   gs::TrainingService& trainer_;

@@ -71,10 +71,12 @@ std::string Pipeline::runTrain(const Project& project) {
     throw std::runtime_error("There is no camera solve to train from. Run Camera solve first.");
   }
   if (job.resume) checkResume(project);
-  report(Stage::Train, StageState::Running, formatText("%d iterations", std::max(job.iterations, 1)), -1);
+  const std::string start = formatText("%d iterations", std::max(job.iterations, 1));
+  report(Stage::Train, StageState::Running, start, -1);
+  log_.info(std::string(stageName(Stage::Train)) + ": " + start);
 
   trainer_.startTraining(std::move(job));
-  followTraining();
+  followTraining(project);
   const std::optional<gs::TrainResult> result = trainer_.wait();
   if (!result) {
     const gs::TrainStatus status = trainer_.status();
@@ -86,12 +88,16 @@ std::string Pipeline::runTrain(const Project& project) {
 }
 
 // Passes requests on to the trainer and its status on to the stage record until the job has ended.
-void Pipeline::followTraining() {
+void Pipeline::followTraining(const Project& project) {
   bool stopSent = false;
   bool cancelSent = false;
   const auto mustCancel = [&] { return cancel_ && !cancelSent; };
   const auto mustStop = [&] { return stop_ && !stopSent && !cancelSent; };
   while (trainer_.running()) {
+    // What has not been trained at all must not take the place of an earlier scene.
+    const bool untrained = trainer_.status().state == gs::TrainState::Loading;
+    std::error_code ignored;
+    if (mustStop() && untrained && std::filesystem::exists(project.sceneFile(), ignored)) cancel_ = true;
     if (mustCancel()) {
       trainer_.cancel();
       cancelSent = true;

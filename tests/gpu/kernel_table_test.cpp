@@ -24,6 +24,8 @@ struct Row {
 };
 
 // What the host code counts on, in the order of the embedded table.
+constexpr Size kColumns = {32, 1, 1};
+constexpr Size kRuns = {8, 8, 1};
 constexpr const char* kBackwardAccess = "ro ro ro ro ro ro ro ro ro ro rw rw rw rw";
 const std::vector<Row> kRows = {
     {"activate", kLine, "ro ro wo wo", 4},
@@ -56,6 +58,14 @@ const std::vector<Row> kRows = {
     {"grad_stats", kLine, "ro ro rw rw", 16},
     {"add_noise", kLine, "rw ro ro ro", 20},
     {"gather_rows", kLine, "ro ro wo", 12},
+    {"flag_diverged", kLine, "ro ro ro ro ro ro wo", 4},
+    {"radix_scatter_ranked", kLine, "ro ro wo wo ro", 12},
+    {"rasterize_forward_wide", kColumns, "ro ro ro ro ro ro wo wo wo wo", 16},
+    {"rasterize_backward_wide", kColumns, kBackwardAccess, 16},
+    {"ssim_rows_wide", kRuns, "ro ro wo", 8},
+    {"ssim_columns_wide", kRuns, "ro wo wo", 12},
+    {"ssim_gradient_rows_wide", kRuns, "ro wo", 8},
+    {"ssim_gradient_columns_wide", kRuns, "ro ro ro wo", 8},
 };
 
 std::span<const uint32_t> wordsOf(const EmbeddedKernel& kernel) {

@@ -14,8 +14,16 @@ constexpr uint32_t kUntouched = 0xDEADBEEF;
 
 class RadixSorterTest : public GpuTest {
  protected:
-  // Sorts with a few items of room behind and compares with the standard library; values are the keys' first places.
-  void sortAndCompare(std::vector<uint32_t> keys, uint32_t keyBits) {
+  // Compares each way to sort with the standard library.
+  void sortAndCompare(const std::vector<uint32_t>& keys, uint32_t keyBits) {
+    for (const char* scatter : {"radix_scatter", "radix_scatter_ranked"}) {
+      SCOPED_TRACE(scatter);
+      sortAndCompare(keys, keyBits, scatter);
+    }
+  }
+
+  // Sorts with a few items of room behind; values are the keys' first places.
+  void sortAndCompare(std::vector<uint32_t> keys, uint32_t keyBits, const char* scatter) {
     const auto count = static_cast<uint32_t>(keys.size());
     const uint32_t passes = (keyBits + 3) / 4;
     const uint32_t mask = passes == 8 ? UINT32_MAX : (1u << 4 * passes) - 1;
@@ -31,7 +39,7 @@ class RadixSorterTest : public GpuTest {
     const GpuBuffer keysA = makeBuffer(keys), valuesA = makeBuffer(values);
     const GpuBuffer keysB = makeBuffer(std::vector<uint32_t>(count + 7, kUntouched));
     const GpuBuffer valuesB = makeBuffer(std::vector<uint32_t>(count + 7, kUntouched));
-    RadixSorter sorter(context);
+    RadixSorter sorter(context, scatter);
     sorter.reserve(count);
     const bool inB = sorter.sort(stream, keysA, valuesA, keysB, valuesB, count, keyBits);
     stream.submit();

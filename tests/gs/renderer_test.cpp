@@ -47,7 +47,7 @@ class RendererTest : public GpuTest {
   explicit RendererTest(GpuTestDevice& device = GpuTestDevice::plain()) : GpuTest(device) {}
 
   std::vector<std::string> backwardVariants() const {
-    std::vector<std::string> names = {Renderer::Blending::forDevice(context, registry).backward};
+    std::vector<std::string> names = {Renderer::Variants::forDevice(context, registry).backward};
     for (const char* sg : {"0", "1"}) {
       for (const char* atomic : {"0", "1"}) {
         if ((*sg == '1' && !context.info().subgroupReduce) || (*atomic == '1' && !context.info().floatAtomics))
@@ -75,9 +75,9 @@ class RendererTest : public GpuTest {
 TEST_F(RendererTest, ForwardImagesAgreeWithTheReference) {
   const std::array<float, 3> background = {0.2f, 0.4f, 0.1f};
   const std::vector<std::string> forwards = {"rasterize_forward",
-                                             Renderer::Blending::forDevice(context, registry).forward};
+                                             Renderer::Variants::forDevice(context, registry).forward};
   for (const std::string& forward : forwards) {
-    Renderer renderer(context, {forward, registry.backwardKernelName()}, Renderer::Mode::RenderOnly);
+    Renderer renderer(context, {forward, registry.backwardKernelName(), false}, Renderer::Mode::RenderOnly);
     for (const auto& [width, height, count] : {std::array{70, 45, 300}, {16, 16, 40}, {33, 1, 40}, {1, 1, 40}}) {
       for (int degree = 0; degree <= 3; ++degree) {
         const GaussianSet set = test::randomScene(static_cast<size_t>(count), 7 + static_cast<uint64_t>(degree));
@@ -190,12 +190,14 @@ TEST_F(RendererTest, AnImageEqualToItsPhotographScoresPerfectly) {
   for (const uint8_t b : bytes) values.push_back(static_cast<float>(b) * 0.003921568859368563f);
   const GpuBuffer photo = makeBuffer(packBytes(bytes)), image = makeBuffer(values);
   const GpuBuffer accumulated = makeBuffer(std::vector<float>(260, 1.0f));
-  ImageLoss loss(context);
-  loss.reserve(260);
-  const ImageScores scores = loss.score(stream, {image, accumulated, 20, 13}, photo);
-  EXPECT_DOUBLE_EQ(scores.psnr(), 100.0);
-  EXPECT_DOUBLE_EQ(scores.ssim, 1.0);
-  EXPECT_DOUBLE_EQ(scores.l1, 0.0);
+  for (const bool wide : {false, true}) {
+    ImageLoss loss(context, wide);
+    loss.reserve(260);
+    const ImageScores scores = loss.score(stream, {image, accumulated, 20, 13}, photo);
+    EXPECT_DOUBLE_EQ(scores.psnr(), 100.0);
+    EXPECT_DOUBLE_EQ(scores.ssim, 1.0);
+    EXPECT_DOUBLE_EQ(scores.l1, 0.0);
+  }
 }
 
 // Loss of the reference as the trainer weighs it, with MCMC's regularisers.
@@ -240,7 +242,8 @@ void checkGradients(RendererTest& test, VulkanContext& context, Transfer& transf
   GpuBuffer photo(context, words.size() * 4, BufferKind::Device, "photo");
   transfer.upload(photo, words.data(), 0, words.size() * 4);
   for (const std::string& variant : variants) {
-    Renderer renderer(context, {"rasterize_forward", variant}, Renderer::Mode::Training);
+    const bool wide = variant.ends_with("wide");
+    Renderer renderer(context, {"rasterize_forward", variant, wide}, Renderer::Mode::Training);
     SplatStore store(context, SplatStore::Use::Training);
     store.upload(transfer, set);
     renderer.reserve(store.count(), camera.width, camera.height);

@@ -198,7 +198,7 @@ TEST_F(PipelineTest, CancelsTraining) {
   EXPECT_EQ(outcome_.result, "Cancelled");
   EXPECT_EQ(pipeline_.status(Stage::Train).state, StageState::Failed);
   EXPECT_EQ(pipeline_.status(Stage::Train).message, "Cancelled");
-  EXPECT_THAT(logged(), ElementsAre("warning: Train Gaussians cancelled"));
+  EXPECT_THAT(logged(), ElementsAre("Train Gaussians: 500 iterations", "warning: Train Gaussians cancelled"));
 }
 
 TEST_F(PipelineTest, AStageThatSaysCancelledWasCancelled) {
@@ -208,7 +208,7 @@ TEST_F(PipelineTest, AStageThatSaysCancelledWasCancelled) {
   trainer_.fail("Cancelled");
   waitUntilIdle();
   EXPECT_EQ(outcome_.result, "Cancelled");
-  EXPECT_THAT(logged(), ElementsAre("warning: Train Gaussians cancelled"));
+  EXPECT_THAT(logged(), ElementsAre("Train Gaussians: 500 iterations", "warning: Train Gaussians cancelled"));
 }
 
 TEST_F(PipelineTest, StopsTrainingWithAScene) {
@@ -223,6 +223,21 @@ TEST_F(PipelineTest, StopsTrainingWithAScene) {
   waitUntilIdle();
   EXPECT_TRUE(outcome_.success);
   EXPECT_EQ(pipeline_.status(Stage::Train).message, "Stopped at step 42, exported");
+}
+
+TEST_F(PipelineTest, AStopWhileLoadingKeepsAnEarlierScene) {
+  solveCameras();
+  for (const bool earlier : {false, true}) {
+    if (earlier) test::writeFile(project_.sceneFile(), "ply");
+    start(Stage::Train);
+    trainer_.waitUntilStarted();
+    gs::TrainStatus status;
+    status.state = gs::TrainState::Loading;
+    trainer_.setStatus(status);
+    pipeline_.requestStop();
+    waitUntilIdle();
+    EXPECT_EQ(outcome_.result, earlier ? "Cancelled" : "Done");
+  }
 }
 
 TEST_F(PipelineTest, GuardsTheProjectWhileBusy) {

@@ -15,6 +15,7 @@
 #include "gpu/kernel_registry.h"
 #include "gpu/transfer.h"
 #include "gpu/vulkan_context.h"
+#include "support/driver_leaks.h"
 
 namespace quor::gs {
 

@@ -33,4 +33,11 @@ set(OMBRELUX_KERNELS
   # Beyond the fixed part of the table.
   gather_rows
   flag_diverged
+  radix_scatter_ranked
+  rasterize_forward_wide
+  rasterize_backward_wide
+  ssim_rows_wide
+  ssim_columns_wide
+  ssim_gradient_rows_wide
+  ssim_gradient_columns_wide
 )

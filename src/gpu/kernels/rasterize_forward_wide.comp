@@ -1,0 +1,97 @@
+#version 450
+// rasterize_forward with eight pixels an invocation, for devices on which a load costs as much as many multiplications and
+// shared memory more than a load. Same bindings, same results.
+//
+// Bindings and push constants: as rasterize_forward. No shared memory, no barriers. Subgroups of eight.
+#extension GL_GOOGLE_include_directive : require
+#extension GL_KHR_shader_subgroup_basic : require
+#extension GL_KHR_shader_subgroup_vote : require
+#extension GL_KHR_shader_subgroup_ballot : require
+#extension GL_KHR_shader_subgroup_shuffle : require
+#include "shared_constants.h"
+
+layout(local_size_x = 32) in;
+layout(binding = 0) readonly buffer Start { uint start[]; };
+layout(binding = 1) readonly buffer SplatId { uint splatId[]; };
+layout(binding = 2) readonly buffer Mean { float mean[]; };
+layout(binding = 3) readonly buffer Conic { float conic[]; };
+layout(binding = 4) readonly buffer Opacity { float opacity[]; };
+layout(binding = 5) readonly buffer Colour { float colour[]; };
+layout(binding = 6) writeonly buffer Img { float image[]; };
+layout(binding = 7) writeonly buffer Accumulated { float accumulated[]; };
+layout(binding = 8) writeonly buffer Transmittance { float transmittance[]; };
+layout(binding = 9) writeonly buffer Walked { int walked[]; };
+layout(push_constant) uniform Push {
+  uint width;
+  uint height;
+  uint tilesX;
+  uint reserved;
+};
+#include "pixel_columns.glsl"
+
+struct Pixels {  // four rows of a column
+  vec4 T;
+  vec4 red, green, blue;
+  vec4 last;
+};
+
+void blend(inout Pixels p, vec4 dy, float dx, Splat s, float place) {
+  const vec4 q = s.conic.x * dx * dx + dy * (2.0 * s.conic.y * dx + s.conic.z * dy);
+  const vec4 alpha = min(vec4(ALPHA_MAX), s.opacity * exp(-0.5 * q));
+  const bvec4 unfinished = greaterThanEqual(p.T, vec4(TRANSMITTANCE_MIN));
+  const bvec4 seen = greaterThanEqual(alpha, vec4(ALPHA_MIN));
+  const bvec4 sane = greaterThanEqual(q, vec4(0.0));
+  const vec4 on = vec4(unfinished) * vec4(seen) * vec4(sane);
+  const vec4 weight = on * alpha * p.T;
+  p.red += weight * s.colour.r;
+  p.green += weight * s.colour.g;
+  p.blue += weight * s.colour.b;
+  p.T -= weight;
+  p.last = mix(p.last, vec4(place), on);
+}
+
+void store(Pixels p, uvec2 top) {
+  for (uint k = 0u; k < 4u; ++k) {
+    if (top.x >= width || top.y + k >= height) continue;
+    const uint i = (top.y + k) * width + top.x;
+    image[3u * i] = p.red[k];
+    image[3u * i + 1u] = p.green[k];
+    image[3u * i + 2u] = p.blue[k];
+    accumulated[i] = 1.0 - p.T[k];
+    transmittance[i] = p.T[k];
+    walked[i] = int(p.last[k]);
+  }
+}
+
+void main() {
+  const uint tile = gl_WorkGroupID.y * tilesX + gl_WorkGroupID.x;
+  const uint first = start[tile], end = start[tile + 1u];
+  const uvec2 corner = blockCorner();
+  const uint lane = gl_SubgroupInvocationID;
+  const uvec2 top = corner + uvec2(lane, 0u);
+  const vec2 centre = vec2(top) + 0.5;
+
+  // Pixels outside the image are finished before they begin.
+  const float inside = top.x < width ? 1.0 : 0.0;
+  Pixels a = Pixels(inside * vec4(lessThan(vec4(top.y) + kRowsA, vec4(height))), vec4(0.0), vec4(0.0), vec4(0.0), vec4(0.0));
+  Pixels b = Pixels(inside * vec4(lessThan(vec4(top.y) + kRowsB, vec4(height))), vec4(0.0), vec4(0.0), vec4(0.0), vec4(0.0));
+  bool unfinished = inside > 0.0 && top.y < height;
+
+  for (uint batch = first; batch < end && subgroupAny(unfinished); batch += kRows) {
+    const Splat mine = loadSplat(splatId[min(batch + lane, end - 1u)]);
+    uint reaching = subgroupBallot(batch + lane < end && reachesBlock(mine, vec2(corner))).x;
+    while (reaching != 0u) {
+      const uint j = findLSB(reaching);
+      reaching &= reaching - 1u;
+      const Splat s = shuffleSplat(mine, j);
+      const vec2 d = centre - s.mean;
+      const float place = float(batch - first + j + 1u);
+      blend(a, d.y + kRowsA, d.x, s, place);
+      blend(b, d.y + kRowsB, d.x, s, place);
+    }
+    const vec4 most = max(a.T, b.T);
+    unfinished = max(max(most.x, most.y), max(most.z, most.w)) >= TRANSMITTANCE_MIN;
+  }
+  store(a, top);
+  store(b, top + uvec2(0u, 4u));
+}
