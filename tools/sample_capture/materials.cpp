@@ -22,7 +22,7 @@ int cellOf(double x) {
 Vec3 hue(uint32_t hash, uint32_t number = 11) {
   const double angle = 2 * std::numbers::pi * unit(hash, number);
   const double level = 0.36 + 0.26 * unit(hash, number + 1);
-  const auto channel = [&](double phase) { return level + 0.15 * std::cos(angle + phase); };
+  const auto channel = [&](double phase) { return level + 0.12 * std::cos(angle + phase); };
   return {channel(0), channel(2.1), channel(4.2)};
 }
 
@@ -37,7 +37,7 @@ double insideCell(double offset, double size) {
 }
 
 Vec3 bricks(const Material& m, const SurfacePoint& p) {
-  constexpr double kWidth = 0.5, kHeight = 0.2, kJoint = 0.012;
+  constexpr double kWidth = 0.56, kHeight = 0.24, kJoint = 0.012;
   const int row = cellOf(p.v / kHeight);
   const double shifted = p.u + (row & 1) * 0.5 * kWidth;
   const int column = cellOf(shifted / kWidth);
@@ -76,10 +76,10 @@ Vec3 planks(const Material& m, const SurfacePoint& p) {
   const uint32_t hash = hashCell(column, row, 4, m.seed);
   const Vec3 stretched{p.u * 0.22, p.v, unit(hash, 3) * 50};
   const double grain = fractalNoise(stretched, 0.09, p.footprint, m.seed + 5);
-  const Vec3 wood = mix(tinted(m.base, hash, 0.25), m.accent, std::clamp(0.35 + 0.45 * grain, 0.0, 1.0));
+  const Vec3 wood = mix(tinted(m.base, hash, 0.25), m.accent, std::clamp(0.3 + 0.35 * grain, 0.0, 1.0));
   const double inside =
       std::min(insideCell(shifted - column * kLength, kLength), insideCell(p.v - row * kWidth, kWidth)) - kGap;
-  return mix(m.accent * 0.7, wood, coverage(inside, p.footprint));
+  return mix(m.accent * 0.85, wood, coverage(inside, p.footprint));
 }
 
 Vec3 tiles(const Material& m, const SurfacePoint& p) {
@@ -128,13 +128,13 @@ Vec3 scatter(Vec3 colour, const SurfacePoint& p, double size, uint32_t seed) {
 Vec3 poster(const Material& m, const SurfacePoint& p) {
   const double sky = fractalNoise(p.local, 0.5, p.footprint, m.seed + 10);
   Vec3 colour = mix(m.base, m.accent, std::clamp(0.5 + 0.6 * sky, 0.0, 1.0));
-  colour = scatter(colour, p, 0.27, m.seed + 11);
-  colour = scatter(colour, p, 0.15, m.seed + 12);
-  return mix(Vec3{0.24, 0.17, 0.12}, colour, coverage(p.edgeDistance - 0.045, p.footprint));
+  colour = scatter(colour, p, 0.36, m.seed + 11);
+  colour = scatter(colour, p, 0.21, m.seed + 12);
+  return mix(Vec3{0.42, 0.31, 0.22}, colour, coverage(p.edgeDistance - 0.045, p.footprint));
 }
 
 Vec3 books(const Material& m, const SurfacePoint& p) {
-  constexpr double kShelf = 0.4, kSpine = 0.1, kBoard = 0.03;
+  constexpr double kShelf = 0.4, kSpine = 0.13, kBoard = 0.03;
   const int shelf = cellOf(p.v / kShelf);
   const double height = p.v - shelf * kShelf;
   const int slot = cellOf(p.u / kSpine);
@@ -145,7 +145,7 @@ Vec3 books(const Material& m, const SurfacePoint& p) {
   const double label = kShelf * (0.2 + 0.35 * unit(hash, 2));
   colour = mix(colour, mix(colour, hue(hash, 31), 0.6) * 1.15, coverage(0.03 - std::abs(height - label), p.footprint));
   const double inside = std::min(insideCell(offset, kSpine) - 0.003, top - height);
-  colour = mix(m.accent * 0.7, colour, coverage(inside, p.footprint));
+  colour = mix(m.accent, colour, coverage(inside, p.footprint));
   const double board = std::max(kBoard - height, 0.05 - p.edgeDistance);
   return mix(colour, m.base, coverage(board, p.footprint));
 }
@@ -161,7 +161,7 @@ Vec3 crate(const Material& m, const SurfacePoint& p) {
 Vec3 marble(const Material& m, const SurfacePoint& p) {
   const double bend = fractalNoise(p.local, 0.3, p.footprint, m.seed + 16);
   const double wave = std::sin(14 * (p.local.x + 0.6 * p.local.z) + 5 * bend);
-  return mix(m.base, m.accent, std::clamp(0.5 + 0.7 * wave, 0.0, 1.0));
+  return mix(m.base, m.accent, std::clamp(0.5 + 0.45 * wave, 0.0, 1.0));
 }
 
 Vec3 spots(const Material& m, const SurfacePoint& p) {
@@ -174,10 +174,10 @@ Vec3 spots(const Material& m, const SurfacePoint& p) {
 }
 
 Vec3 mosaic(const Material& m, const SurfacePoint& p) {
-  constexpr double kSize = 0.15;
+  constexpr double kSize = 0.17;
   const Cell cell = worleyCell3(p.local * (1 / kSize), m.seed);
   const Vec3 piece = mix(mix(m.base, m.accent, unit(cell.hash, 1)), hue(cell.hash), 0.5);
-  return mix(m.base * 0.6, piece, coverage(cell.border * kSize - 0.006, p.footprint));
+  return mix(m.base * 0.8, piece, coverage(cell.border * kSize - 0.006, p.footprint));
 }
 
 Vec3 pattern(const Material& m, const SurfacePoint& p) {

@@ -103,7 +103,7 @@ const char* usageText() {
          "  --seed N         another seed is another room and another orbit (1)\n"
          "  --model          also write the true cameras and surface points as a binary COLMAP model\n"
          "  --model-text     the same in COLMAP's text encoding\n"
-         "  --points N       number of surface points in the model (3000)\n"
+         "  --points N       number of surface points in the model (6000)\n"
          "  --out FOLDER     the same as FOLDER alone\n"
          "  --help           this text\n";
 }

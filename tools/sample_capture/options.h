@@ -17,7 +17,7 @@ struct UsageError : std::runtime_error {
 struct Options {
   std::filesystem::path out;
   Orbit orbit;
-  size_t points = 3000;
+  size_t points = 6000;
   bool binaryModel = false;
   bool textModel = false;
   bool help = false;

@@ -5,10 +5,10 @@
 namespace quor::sample {
 namespace {
 
-constexpr Vec3 kOak{0.72, 0.52, 0.32}, kDarkOak{0.38, 0.24, 0.14};
-constexpr Vec3 kCream{0.86, 0.80, 0.68}, kBrick{0.68, 0.36, 0.27}, kMortar{0.72, 0.69, 0.63};
-constexpr Vec3 kTeal{0.18, 0.48, 0.50}, kNavy{0.17, 0.23, 0.42}, kWine{0.55, 0.17, 0.22};
-constexpr Vec3 kMoss{0.38, 0.47, 0.26}, kGold{0.85, 0.66, 0.26}, kSlate{0.42, 0.45, 0.48}, kChalk{0.88, 0.87, 0.84};
+constexpr Vec3 kOak{0.72, 0.52, 0.32}, kDarkOak{0.46, 0.31, 0.19};
+constexpr Vec3 kCream{0.80, 0.74, 0.63}, kBrick{0.68, 0.36, 0.27}, kMortar{0.66, 0.53, 0.46};
+constexpr Vec3 kTeal{0.26, 0.50, 0.52}, kNavy{0.25, 0.32, 0.50}, kWine{0.56, 0.25, 0.26};
+constexpr Vec3 kMoss{0.38, 0.47, 0.26}, kGold{0.80, 0.64, 0.34}, kSlate{0.46, 0.49, 0.51}, kChalk{0.80, 0.79, 0.76};
 constexpr Vec3 kSand{0.78, 0.68, 0.50}, kClay{0.56, 0.42, 0.32}, kRust{0.68, 0.42, 0.30}, kAsh{0.60, 0.61, 0.60};
 constexpr Vec3 kMist{0.70, 0.76, 0.72}, kSea{0.36, 0.58, 0.58};
 
