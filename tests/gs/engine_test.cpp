@@ -8,8 +8,8 @@
 
 #include "gs/checkpoint.h"
 #include "gs/ply.h"
-#include "sample_capture/options.h"
 #include "support/gpu_fixture.h"
+#include "support/small_capture.h"
 #include "support/temp_folder.h"
 
 namespace quor::gs {
@@ -23,13 +23,8 @@ class EngineTest : public GpuTest {
   static const std::filesystem::path& capture() {
     static const TempFolder folder;
     static const std::filesystem::path path = [] {
-      sample::Options options;
-      options.out = folder / "room";
-      options.orbit = {10, {48, 32}, 1};
-      options.points = 300;
-      options.binaryModel = true;
-      sample::writeCapture(options);
-      return options.out;
+      test::writeSmallCapture(folder / "room");
+      return folder / "room";
     }();
     return path;
   }
