@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # Checks what the tests alone cannot see. Without arguments asan, tsan and tidy, else those named:
 #   asan     every test under AddressSanitizer, LeakSanitizer and UndefinedBehaviorSanitizer, with Vulkan validation
-#   tsan     the tests of what has threads of its own under ThreadSanitizer: the label "threads", and the engine
+#   tsan     the tests of what has threads of its own under ThreadSanitizer:
+#            the label "threads", and of `gs` the dataset, the engine and the trainer
 #   tidy     clang-tidy over all sources
 #   changed  clang-tidy over the sources that differ from the branch main
 set -euo pipefail
 cd "$(dirname "$0")/.."
-suppressions=$PWD/scripts/suppressions
 
 build() {
   cmake --preset "$1" >/dev/null
@@ -19,16 +19,15 @@ check_asan() {
   local keep=$PWD/build/asan/keep_loaded.so
   echo 'int dlclose(void* handle) { (void)handle; return 0; }' | cc -shared -fPIC -x c - -o "$keep"
   QUOR_VALIDATION=1 LD_PRELOAD=$keep UBSAN_OPTIONS=print_stacktrace=1 \
-    ASAN_OPTIONS=verify_asan_link_order=0 LSAN_OPTIONS=suppressions=$suppressions/lsan.txt:print_suppressions=0 \
+    ASAN_OPTIONS=verify_asan_link_order=0 LSAN_OPTIONS=suppressions=$PWD/scripts/lsan_suppressions.txt:print_suppressions=0 \
     ctest --preset asan
 }
 
 check_tsan() {
   build tsan
-  export TSAN_OPTIONS=suppressions=$suppressions/tsan.txt:halt_on_error=1:second_deadlock_stack=1
   # ThreadSanitizer cannot map its shadow memory where the kernel spreads addresses widely.
   setarch -R ctest --preset tsan -L threads
-  setarch -R build/tsan/bin/test_gs --gtest_filter='Engine*:*ViewLoader*'
+  setarch -R build/tsan/bin/test_gs --gtest_filter='Dataset*:Engine*:Trainer*'
 }
 
 tidy() {

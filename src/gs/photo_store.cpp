@@ -49,8 +49,8 @@ const std::vector<uint8_t>& PhotoStore::pixels(size_t view) const {
   return scaled_.empty() ? views_[view].image.rgb : scaled_[view].rgb;
 }
 
-void PhotoStore::setLevel(Transfer& transfer, int level) {
-  if (level == level_) return;
+bool PhotoStore::setLevel(Transfer& transfer, int level) {
+  if (level == level_) return false;
   level_ = level;
   for (Staging& staging : staging_) {
     if (staging.filled.valid()) staging.filled.get();
@@ -87,6 +87,7 @@ void PhotoStore::setLevel(Transfer& transfer, int level) {
       }
     }
   }
+  return true;
 }
 
 void PhotoStore::makeResident(Transfer& transfer, uint64_t chunkLimit) {
