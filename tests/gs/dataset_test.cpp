@@ -123,7 +123,7 @@ std::vector<std::string> names(const std::vector<View>& views) {
 TEST_F(DatasetTest, ViewsComeInNameOrderFromSubFoldersAndAreSplit) {
   for (const char* name : {"b/été 写.png", "a b.png", "c.png", "b/a.png", "d.png"}) add(name);
   add("e.png").qvec = {0, 0, -3, 0};  // half a turn about y, not normalised
-  model_.points.positions = {1, 2, 3, NAN, 0, 0, 4, 5, INFINITY, 7, 8, 9};
+  model_.points.positions = {1, 2, 3, NAN, 0, 0, 4, 5, 1e30f, 7, 8, 9};
   model_.points.colors = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12};
   options_.evalMode = true;
   options_.testEvery = 3;
@@ -180,6 +180,8 @@ TEST_F(DatasetTest, PhotographsMayBeUniformlyScaledButNotCropped) {
 
   model_.cameras[1].width = 100;
   EXPECT_THAT(failure(), StartsWith("Image half.png has 60x40 pixels, but its camera in the COLMAP model has 100x81."));
+  writePng(folder_ / "images/half.png", Image{1, 1, {0, 0, 0}});  // scaled uniformly, but a placeholder
+  EXPECT_THAT(failure(), StartsWith("Image half.png has 1x1 pixels, but its camera in the COLMAP model has 100x81."));
 }
 
 TEST_F(DatasetTest, OnePixelImagesLoad) {
@@ -257,8 +259,10 @@ TEST_F(DatasetTest, ABrokenModelIsRefusedInOneSentence) {
   for (const double w : {0.0, kNaN, double{INFINITY}}) {
     expect("Image b.png of the COLMAP model has no valid rotation.", [&] { image().qvec = {w, 0, 0, 0}; });
   }
-  expect("Image b.png of the COLMAP model has no valid translation.", [&] { image().tvec[2] = kNaN; });
-  for (const double focal : {0.0, -100.0, kNaN, double{INFINITY}}) {
+  for (const double z : {kNaN, 1e30}) {
+    expect("Image b.png of the COLMAP model has no valid translation.", [&] { image().tvec[2] = z; });
+  }
+  for (const double focal : {0.0, -100.0, kNaN, double{INFINITY}, 1e-30, 1e30}) {
     expect("Camera 1 of the COLMAP model has no valid focal length.", cameraWith({100, focal, 61, 39}));
   }
   expect("Camera 1 of the COLMAP model has no valid principal point.", cameraWith({100, 100, kNaN, 39}));
