@@ -35,7 +35,7 @@ in its project.json: an option that is not given leaves them as they are.
 
 Progress and messages go to standard error. Standard output carries only the path
 of scene.ply or, with --json, one JSON object. Ctrl-C during training stops it and
-still writes the scene and the checkpoint; pressed again it cancels.
+still writes the scene and the checkpoint; before that, or pressed again, it cancels.
 
 Exit codes: 0 success, 1 failure, 2 usage error, 130 cancelled.
 )";

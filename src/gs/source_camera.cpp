@@ -34,8 +34,8 @@ void setIntrinsics(const colmap::Camera& from, SourceCamera& source) {
   const double edge = std::max(camera.width, camera.height);
   const auto focal = [&](double f) { return f >= kShortestFocal * edge && f <= kLongestFocal * edge; };
   require(focal(camera.fx) && focal(camera.fy), "focal length");
-  const auto near = [&](double c) { return std::abs(c) <= kLongestFocal * edge; };
-  require(near(camera.cx) && near(camera.cy), "principal point");
+  const auto inReach = [&](double c) { return std::abs(c) <= kLongestFocal * edge; };
+  require(inReach(camera.cx) && inReach(camera.cy), "principal point");
 
   Distortion& d = source.distortion;
   colmap::distortion(from, d.k1, d.k2, d.p1, d.p2);
