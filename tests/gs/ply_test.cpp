@@ -72,7 +72,7 @@ TEST_F(PlyTest, WritesTheLayoutOtherProgramsRead) {
   std::memcpy(record, file.data() + body + 248, sizeof(record));
   EXPECT_EQ(record[2], set.positions[5]);
   EXPECT_EQ(record[4], 0.0f);
-  EXPECT_EQ(record[9 + 1 * 15 + 7], set.shRest[45 + 7 * 3 + 1]);
+  EXPECT_EQ(record[9 + 1 * 15 + 3], set.shRest[45 + 3 * 3 + 1]);
   EXPECT_EQ(record[58], set.rotations[4]);
 }
 
