@@ -5,7 +5,7 @@
 
 #include "app/drive.h"
 #include "child_program.h"
-#include "small_dataset.h"
+#include "support/small_capture.h"
 
 namespace quor::test {
 namespace {
@@ -26,7 +26,7 @@ void expectFailure(const Ended& ended, const std::string& message) {
 
 TEST(Projects, RefusesWhatCannotBeTrained) {
   TempFolder folder;
-  writeSmallDataset(folder / "set");
+  writeSmallCapture(folder / "set");
   writeFile(folder / "old/project.json", "{}");
   writeFile(folder / "bad/project.json", "{]");
   writeFile(folder / "empty/readme.txt", "");
@@ -56,7 +56,7 @@ TEST(Projects, RefusesWhatCannotBeTrained) {
 
 TEST(Projects, ANewProjectIsSavedBeforeADeviceIsNeeded) {
   TempFolder folder;
-  writeSmallDataset(folder / "set");
+  writeSmallCapture(folder / "set");
   const Ended ended = runCli({"import", toUtf8(folder / "set") + "/", "--out", toUtf8(folder / "made"), "--technique",
                               "MCMC", "--iterations", "12", "--budget", "5000000000", "--sh", "1", "--splat",
                               "--no-eval", "--mapper", "global", "--crop-bottom", ".25", "--quiet"},

@@ -5,7 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "child_program.h"
-#include "small_dataset.h"
+#include "support/small_capture.h"
 
 namespace quor::test {
 namespace {
@@ -14,7 +14,7 @@ using ::testing::HasSubstr;
 
 class TrainTest : public ::testing::Test {
  protected:
-  TrainTest() { writeSmallDataset(folder_ / "set"); }
+  TrainTest() { writeSmallCapture(folder_ / "set"); }
 
   std::filesystem::path output() const { return folder_ / "set_ombrelux/output"; }
 

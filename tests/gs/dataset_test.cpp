@@ -5,8 +5,8 @@
 #include <cmath>
 #include <limits>
 
+#include "colmap/model_writer.h"
 #include "gs/undistort.h"
-#include "support/colmap_writer.h"
 #include "support/temp_folder.h"
 
 namespace quor::gs {
@@ -91,7 +91,7 @@ class DatasetTest : public testing::Test {
   }
 
   Dataset load() {
-    test::writeModel(folder_ / "sparse/0", model_);
+    colmap::writeModel(folder_ / "sparse/0", model_, {}, colmap::Encoding::Binary);
     return loadDataset(options_, log_, cancel_);
   }
 
@@ -228,7 +228,7 @@ TEST_F(DatasetTest, ASplitThatWouldLeaveNothingToTrainOnHoldsNothingOut) {
 
 TEST_F(DatasetTest, ModelAndImagesMayLieApart) {
   add("a.png");
-  test::writeModel(folder_ / "elsewhere", model_);
+  colmap::writeModel(folder_ / "elsewhere", model_, {}, colmap::Encoding::Binary);
   std::filesystem::rename(folder_ / "images", folder_ / "pictures");
   EXPECT_EQ(thrownText([&] { loadDataset(options_, log_, cancel_); }),
             "No COLMAP model found in " + toUtf8(folder_.path()) + " (expected sparse/0/cameras.bin and images.bin).");
@@ -276,7 +276,7 @@ TEST_F(DatasetTest, ABrokenModelIsRefusedInOneSentence) {
 
 TEST_F(DatasetTest, ProgressIsOrderedAndALoadCanBeCancelled) {
   for (int i = 0; i < 20; ++i) add(std::to_string(i) + ".png");
-  test::writeModel(folder_ / "sparse/0", model_);
+  colmap::writeModel(folder_ / "sparse/0", model_, {}, colmap::Encoding::Binary);
   std::vector<size_t> seen;
   loadDataset(options_, log_, cancel_, [&](size_t done, size_t total) {
     EXPECT_EQ(total, 20u);
