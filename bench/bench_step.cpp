@@ -1,116 +1,97 @@
-// Times one training step, stage by stage, on the chosen device (QUOR_DEVICE) at several scene sizes.
+// Times the trainer's own steps on the chosen device, whole and stage by stage, and says what they take of its memory.
 //
-//   bench_step [SPLATS WIDTH HEIGHT DEGREE [plain]]
+//   bench_step [SPLATS WIDTH HEIGHT [DEGREE]]
 //
-// "plain" takes the fixed kernels instead of the device's fastest. Stage times are the GPU's own timestamps; the step's
-// is the host's clock around whole steps without profiling.
+// The step's time is the host's clock around whole steps without profiling; stage times are the GPU's own timestamps.
+// QUOR_FORCE_FALLBACKS=1 measures the kernels of a device that has neither float atomics nor subgroup operations.
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <vector>
+#include <climits>
 
 #include "bench_common.h"
-#include "gpu/compute_stream.h"
-#include "gpu/transfer.h"
-#include "gpu/vulkan_context.h"
-#include "gs/renderer.h"
+#include "gs/schedule.h"
+#include "gs/trainer.h"
 
 namespace {
 
 using namespace quor::gs;
+using quor::bench::Size;
 
-struct Case {
-  uint64_t splats;
-  int width, height, degree;
-  double instancesPerSplat;
-};
+// The default technique's steps, with every learning rate zero and no pass on the set of splats: the work of a step,
+// and the scene stays as it is.
+TrainJob steadyJob(const Size& size) {
+  TrainJob job;
+  job.technique = Technique::Mcmc;
+  job.iterations = 30000;
+  job.shDegree = size.degree;
+  job.shDegreeInterval = 0;
+  job.downscaleLevels = 0;
+  job.densifyFrom = INT_MAX;
+  job.splatBudget = job.mcmcTarget = size.splats;
+  job.mcmcPositionRateStart = job.mcmcPositionRateEnd = job.mcmcOpacityRate = 0;
+  job.scaleRate = job.rotationRate = job.shDcRate = 0;
+  return resolved(job);
+}
 
-struct AdamPush {
-  uint32_t count;
-  float rate, beta1, beta2, epsilon, correction1, rootCorrection2;
-};
+Dataset oneView(const Size& size) {
+  Dataset dataset;
+  const size_t bytes = 3 * static_cast<size_t>(size.width) * static_cast<size_t>(size.height);
+  dataset.training.push_back({"view", quor::bench::benchCamera(size), {size.width, size.height, {}}});
+  dataset.training[0].image.rgb.assign(bytes, 0x60);
+  return dataset;
+}
 
-class StepBench {
- public:
-  StepBench(VulkanContext& context, KernelRegistry& registry, const Case& c, bool plain)
-      : case_(c),
-        camera_(quor::bench::benchCamera(c.width, c.height)),
-        stream_(context, registry),
-        transfer_(context),
-        splats_(context, SplatStore::Use::Training),
-        renderer_(context,
-                  plain ? Renderer::Variants{"rasterize_forward", registry.backwardKernelName(), false}
-                        : Renderer::Variants::forDevice(context, registry),
-                  Renderer::Mode::Training) {
-    splats_.upload(transfer_, quor::bench::benchScene(c.splats, c.width, c.instancesPerSplat));
-    renderer_.reserve(splats_.count(), c.width, c.height);
-    const size_t bytes = static_cast<size_t>(c.width) * static_cast<size_t>(c.height) * 3;
-    photo_ = GpuBuffer(context, (bytes + 3) / 4 * 4, BufferKind::Device, "photograph");
-    transfer_.fill(photo_, 0x80604020u, 0, photo_.size());
+// A run of this technique that has come to these splats and knows no moments yet.
+Checkpoint checkpointOf(const TrainJob& job, GaussianSet set) {
+  Checkpoint checkpoint;
+  checkpoint.header.technique = job.technique;
+  checkpoint.header.count = checkpoint.header.mcmcTarget = set.count;
+  for (size_t g = 0; g < kGroupCount; ++g) {
+    checkpoint.firstMoments[g].resize(set.count * kGroupWidths[g]);
+    checkpoint.secondMoments[g].resize(set.count * kGroupWidths[g]);
+  }
+  checkpoint.set = std::move(set);
+  return checkpoint;
+}
+
+void run(VulkanContext& context, KernelRegistry& registry, const Size& size) {
+  const TrainJob job = steadyJob(size);
+  const Dataset dataset = oneView(size);
+  GaussianSet scene = quor::bench::benchScene(size);
+  const auto figures = quor::bench::measureScene(context, registry, scene, dataset.training[0].camera);
+  std::printf("%u splats, %dx%d, degree %d: %u instances\n", size.splats, size.width, size.height, size.degree,
+              figures.instances);
+
+  quor::LogStore log(100);
+  Trainer trainer(context, registry, log, job, dataset);
+  trainer.resume(checkpointOf(job, std::move(scene)));
+  for (int i = 0; i < 2; ++i) trainer.step();
+  const auto timing = quor::bench::measure(
+      [&] {
+        const auto start = std::chrono::steady_clock::now();
+        trainer.step();
+        return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+      },
+      2000, 50);
+  std::printf("  step %.2f ms (median of %zu; least %.2f)\n", timing.median, timing.runs, timing.least);
+
+  constexpr int kProfiled = 10;  // one of them reads the loss
+  trainer.stream().setProfiling(true);
+  for (int i = 0; i < kProfiled; ++i) trainer.step();
+  for (const StageTime& stage : trainer.stream().takeProfile()) {
+    std::printf("    %-20s %9.3f ms\n", stage.stage, stage.milliseconds / kProfiled);
   }
 
-  void step() {
-    renderer_.project(stream_, splats_, camera_, case_.degree, 0.05f);
-    renderer_.rasterize(stream_, {0, 0, 0});
-    renderer_.lossAndBackward(stream_, splats_, photo_, lossScales(0.2f, case_.width, case_.height), {}, false);
-    stream_.mark("optimiser");
-    for (size_t i = 0; i < kGroupCount; ++i) {
-      const Group g = static_cast<Group>(i);
-      if (g == kShRest && case_.degree == 0) continue;
-      const uint32_t count = splats_.count() * static_cast<uint32_t>(kGroupWidths[g]);
-      // A rate of zero: the work of a step, and the scene stays as it is.
-      stream_.dispatch1D("adam",
-                         {&splats_.value(g), &splats_.firstMoment(g), &splats_.secondMoment(g), &splats_.gradient(g)},
-                         AdamPush{count, 0.0f, 0.9f, 0.999f, 1e-15f, 0.5f, 0.5f}, count);
-    }
-    stream_.submit();
-  }
-
-  void run() {
-    step();
-    step();
-    std::vector<double> times;
-    for (double total = 0; times.size() < 5 || (total < 2000 && times.size() < 50); total += times.back()) {
-      const auto start = std::chrono::steady_clock::now();
-      step();
-      times.push_back(std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
-    }
-    std::sort(times.begin(), times.end());
-    std::printf("%llu splats, %dx%d, degree %d: %u instances\n", static_cast<unsigned long long>(case_.splats),
-                case_.width, case_.height, case_.degree, renderer_.instances());
-    std::printf("  step %.2f ms (median of %zu; least %.2f)\n", times[times.size() / 2], times.size(), times.front());
-
-    constexpr int kProfiled = 5;
-    stream_.setProfiling(true);
-    for (int i = 0; i < kProfiled; ++i) step();
-    for (const StageTime& stage : stream_.takeProfile()) {
-      std::printf("    %-20s %9.3f ms\n", stage.stage, stage.milliseconds / kProfiled);
-    }
-    stream_.setProfiling(false);
-  }
-
- private:
-  Case case_;
-  Camera camera_;
-  ComputeStream stream_;
-  Transfer transfer_;
-  SplatStore splats_;
-  Renderer renderer_;
-  GpuBuffer photo_;
-};
+  const auto perSplat = [&](uint64_t bytes) { return static_cast<double>(bytes) / size.splats; };
+  const uint64_t all = GpuBuffer::liveBytes();
+  std::printf("  memory: splats, gradients and moments %.0f bytes a splat; all buffers %.1f MB, %.0f bytes a splat\n",
+              perSplat(figures.storeBytes), static_cast<double>(all) * 1e-6, perSplat(all));
+}
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::vector<Case> cases = {{7000, 315, 177, 0, 5}, {7000, 320, 180, 3, 5}, {50000, 640, 360, 3, 5}};
-  const bool plain = argc > 1 && std::strcmp(argv[argc - 1], "plain") == 0;
-  if (argc >= 5)
-    cases = {{std::strtoull(argv[1], nullptr, 10), std::atoi(argv[2]), std::atoi(argv[3]), std::atoi(argv[4]), 5}};
-  VulkanContext context({});
-  KernelRegistry registry(context);
-  std::printf("%s\n", describe(context.info()).c_str());
-  if (context.info().deviceType != VK_PHYSICAL_DEVICE_TYPE_CPU && argc < 5)
-    cases.push_back({1000000, 1600, 1063, 3, 5});
-  for (const Case& c : cases) StepBench(context, registry, c, plain).run();
+  const std::vector<Size> small = {{7000, 315, 177, 0}, {7000, 320, 180, 3}, {50000, 640, 360, 3}};
+  std::vector<Size> all = small;
+  all.push_back({1000000, 1600, 1063, 3});
+  return quor::bench::benchMain(argc, argv, small, all, run);
 }

@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
-# Builds the benches and runs each in turn. Arguments go to every bench.
+# Builds the benches and runs each in turn on the device that QUOR_DEVICE names. Arguments go to both of them: none, or
+# SPLATS WIDTH HEIGHT [DEGREE].
 set -euo pipefail
 cd "$(dirname "$0")/.."
+benches=(bench_step bench_kernels)
 scripts/setup.sh
 cmake --preset release >/dev/null
-cmake --build --preset release
-for bench in build/release/bin/bench_*; do
-  [ -x "$bench" ] || { echo "There are no benches." >&2; exit 1; }
-  echo "== $(basename "$bench")"
-  "$bench" "$@"
+cmake --build --preset release --target "${benches[@]}"
+for bench in "${benches[@]}"; do
+  echo "== $bench"
+  "build/release/bin/$bench" "$@"
 done

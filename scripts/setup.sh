@@ -5,9 +5,9 @@ set -euo pipefail
 packages=(
   build-essential cmake ninja-build git ca-certificates
   nlohmann-json3-dev libstb-dev libnanoflann-dev
-  libvulkan-dev libvulkan-volk-dev libvulkan1 glslc spirv-tools
+  libvulkan-dev libvulkan-volk-dev libvulkan1 glslc
   mesa-vulkan-drivers vulkan-validationlayers
-  libgtest-dev libgmock-dev libbenchmark-dev
+  libgtest-dev libgmock-dev
   clang clang-format clang-tidy libclang-rt-14-dev
 )
 

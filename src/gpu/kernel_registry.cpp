@@ -1,10 +1,9 @@
 #include "gpu/kernel_registry.h"
 
 #include <algorithm>
-#include <exception>
 #include <stdexcept>
-#include <thread>
 
+#include "base/parallel.h"
 #include "gpu/vulkan_context.h"
 #include "gpu/vulkan_struct.h"
 
@@ -76,26 +75,7 @@ void KernelRegistry::prepare(std::span<const std::string> names) {
     const size_t index = indexOf(name);
     if (!slots_[index].built.load(std::memory_order_acquire)) missing.push_back(index);
   }
-  std::atomic<size_t> next = 0;
-  std::mutex failing;
-  std::exception_ptr failure;
-  const auto work = [&] {
-    for (size_t i = next++; i < missing.size(); i = next++) {
-      try {
-        getAt(missing[i]);
-      } catch (...) {
-        const std::lock_guard lock(failing);
-        if (!failure) failure = std::current_exception();
-      }
-    }
-  };
-  {
-    const size_t threads = std::min<size_t>(missing.size(), std::max(1u, std::thread::hardware_concurrency()));
-    std::vector<std::jthread> helpers;
-    for (size_t i = 1; i < threads; ++i) helpers.emplace_back(work);
-    work();
-  }
-  if (failure) std::rethrow_exception(failure);
+  parallelFor(missing.size(), [&](size_t i) { getAt(missing[i]); });
 }
 
 std::string KernelRegistry::backwardKernelName() const {

@@ -2,13 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
-#include <exception>
 #include <mutex>
 #include <new>
 #include <optional>
 #include <stdexcept>
-#include <thread>
 
+#include "base/parallel.h"
 #include "base/paths.h"
 #include "gs/source_camera.h"
 #include "gs/view_loader.h"
@@ -43,8 +42,7 @@ colmap::Model readModel(const DatasetOptions& options, LogStore& log) {
   return model;
 }
 
-// Reads the photographs on worker threads. The images are handed out in order, so when one is refused all before it
-// have been handed out, too, and the first refusal in order is the one that is reported whatever the threads' timing.
+// Reads the photographs on worker threads; the first refusal in order is the one that is reported.
 class PhotographLoader {
  public:
   PhotographLoader(const colmap::Model& model, std::filesystem::path folder, int resolution,
@@ -54,52 +52,30 @@ class PhotographLoader {
         resolution_(resolution),
         cancel_(cancel),
         progress_(progress),
-        views_(images_.size()),
-        failures_(images_.size()) {
+        views_(images_.size()) {
     for (const colmap::Image& image : images_) sources_.push_back(sourceCamera(model, image));
   }
 
   // One entry an image, empty where it could not be read.
   std::vector<std::optional<View>> load() {
-    {
-      const size_t count = std::clamp<size_t>(std::thread::hardware_concurrency(), 1, images_.size());
-      std::vector<std::jthread> workers;
-      for (size_t i = 0; i < count; ++i) workers.emplace_back([this] { work(); });
-    }
-    for (const std::exception_ptr& failure : failures_) {
-      if (failure) std::rethrow_exception(failure);
-    }
+    parallelFor(images_.size(), [this](size_t i) { loadOne(i); });
     if (cancel_) throw std::runtime_error("Cancelled");
     return std::move(views_);
   }
 
  private:
-  void work() {
-    while (!cancel_ && !failed_) {
-      const size_t i = next_++;
-      if (i >= images_.size()) return;
-      try {
-        loadOne(i);
-      } catch (const std::bad_alloc&) {
-        fail(i, std::make_exception_ptr(std::runtime_error("There is not enough memory for the dataset's images.")));
-      } catch (...) {
-        fail(i, std::current_exception());
-      }
-    }
-  }
-
   void loadOne(size_t i) {
-    if (std::optional<Image> photograph = readPhotograph(folder_, images_[i].name)) {
-      views_[i] = viewOf(std::move(*photograph), images_[i].name, sources_[i], resolution_);
+    if (cancel_) return;
+    try {
+      if (std::optional<Image> photograph = readPhotograph(folder_, images_[i].name)) {
+        views_[i] = viewOf(std::move(*photograph), images_[i].name, sources_[i], resolution_);
+      }
+    } catch (const std::bad_alloc&) {
+      throw std::runtime_error("There is not enough memory for the dataset's images.");
     }
     const std::lock_guard lock(progressMutex_);
     ++done_;
     if (progress_) progress_(done_, images_.size());
-  }
-
-  void fail(size_t i, std::exception_ptr failure) {
-    failures_[i] = std::move(failure);
-    failed_ = true;
   }
 
   const std::vector<colmap::Image>& images_;
@@ -109,9 +85,6 @@ class PhotographLoader {
   const std::function<void(size_t, size_t)>& progress_;
   std::vector<SourceCamera> sources_;
   std::vector<std::optional<View>> views_;
-  std::vector<std::exception_ptr> failures_;
-  std::atomic<size_t> next_ = 0;
-  std::atomic<bool> failed_ = false;
   std::mutex progressMutex_;
   size_t done_ = 0;
 };

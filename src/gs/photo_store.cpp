@@ -1,11 +1,9 @@
 #include "gs/photo_store.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstring>
-#include <exception>
-#include <thread>
 
+#include "base/parallel.h"
 #include "gpu/vulkan_context.h"
 
 namespace quor::gs {
@@ -17,29 +15,6 @@ uint64_t roundUp4(uint64_t bytes) {
   return (bytes + 3) / 4 * 4;
 }
 
-void forEachOnWorkers(size_t count, const std::function<void(size_t)>& work) {
-  std::atomic<size_t> next = 0;
-  std::exception_ptr failure;
-  std::mutex failureLock;
-  const auto loop = [&] {
-    for (size_t i = next++; i < count; i = next++) {
-      try {
-        work(i);
-      } catch (...) {
-        const std::lock_guard lock(failureLock);
-        failure = std::current_exception();
-      }
-    }
-  };
-  {
-    std::vector<std::jthread> workers;
-    const size_t threads = std::min<size_t>(std::max(std::thread::hardware_concurrency(), 1u), count);
-    for (size_t t = 1; t < threads; ++t) workers.emplace_back(loop);
-    loop();
-  }
-  if (failure) std::rethrow_exception(failure);
-}
-
 }  // namespace
 
 PhotoStore::PhotoStore(VulkanContext& context, const std::vector<View>& views, uint64_t gpuShare)
@@ -49,8 +24,8 @@ const std::vector<uint8_t>& PhotoStore::pixels(size_t view) const {
   return scaled_.empty() ? views_[view].image.rgb : scaled_[view].rgb;
 }
 
-void PhotoStore::setLevel(Transfer& transfer, int level) {
-  if (level == level_) return;
+bool PhotoStore::setLevel(Transfer& transfer, int level) {
+  if (level == level_) return false;
   level_ = level;
   for (Staging& staging : staging_) {
     if (staging.filled.valid()) staging.filled.get();
@@ -59,7 +34,7 @@ void PhotoStore::setLevel(Transfer& transfer, int level) {
   scaled_.clear();
   if (level > 0) {
     scaled_.resize(views_.size());
-    forEachOnWorkers(views_.size(), [&](size_t i) {
+    parallelFor(views_.size(), [&](size_t i) {
       View view = viewAtLevel(views_[i], level);
       cameras_[i] = view.camera;
       scaled_[i] = std::move(view.image);
@@ -87,6 +62,7 @@ void PhotoStore::setLevel(Transfer& transfer, int level) {
       }
     }
   }
+  return true;
 }
 
 void PhotoStore::makeResident(Transfer& transfer, uint64_t chunkLimit) {

@@ -19,9 +19,9 @@ class PhotoStore {
   // `views` must outlive the store. `gpuShare` is the most that resident photographs may take, in bytes.
   PhotoStore(VulkanContext& context, const std::vector<View>& views, uint64_t gpuShare);
 
-  // Shrinks the photographs to 1 / 2^level on worker threads and uploads them if they fit. Does nothing when that is
-  // the level already.
-  void setLevel(Transfer& transfer, int level);
+  // Shrinks the photographs to 1 / 2^level on worker threads and uploads them if they fit. Does nothing and returns
+  // false when that is the level already.
+  bool setLevel(Transfer& transfer, int level);
 
   const Camera& camera(size_t view) const { return cameras_[view]; }
   bool resident() const { return resident_; }

@@ -98,7 +98,7 @@ void Trainer::start() {
   const GaussianSet seeded = seedFromPoints(dataset_.points.positions, dataset_.points.colors, settings, random_);
   const uint64_t toCome = mcmc ? std::max(seeded.count, mcmcTarget_) : grownCapacity(seeded.count, 0, cap_);
   splats_.upload(transfer_, seeded, static_cast<uint32_t>(toCome));
-  prepare(toCome);
+  prepare();
 }
 
 void Trainer::resume(const Checkpoint& checkpoint) {
@@ -123,20 +123,20 @@ void Trainer::resume(const Checkpoint& checkpoint) {
       job_.technique == Technique::Mcmc ? std::max(header.count, mcmcTarget_) : header.count + header.count / 2;
   splats_.upload(transfer_, checkpoint.set, static_cast<uint32_t>(toCome));
   splats_.uploadMoments(transfer_, checkpoint.firstMoments, checkpoint.secondMoments);
-  prepare(toCome);
+  prepare();
   log_.info(formatText("Continuing from the checkpoint at step %u (%llu splats) towards %d", header.step,
                        static_cast<unsigned long long>(header.count), job_.iterations));
 }
 
-void Trainer::prepare(uint64_t splatsToCome) {
-  renderer_.reserve(static_cast<uint32_t>(splatsToCome), 1, 1);
+void Trainer::prepare() {
+  renderer_.reserve(splats_.capacity(), 1, 1);
   applyLevel();
   followingView_ = nextView();
 }
 
 // Photographs and buffers for the level of the next step.
 void Trainer::applyLevel() {
-  photos_.setLevel(transfer_, levelAt(job_, step_));
+  if (!photos_.setLevel(transfer_, levelAt(job_, step_))) return;
   for (size_t i = 0; i < photos_.count(); ++i) {
     renderer_.reserve(splats_.count(), photos_.camera(i).width, photos_.camera(i).height);
   }
@@ -238,7 +238,7 @@ void Trainer::refine() {
   } else {
     refineMcmc();
   }
-  renderer_.reserve(splats_.count() <= splats_.capacity() ? splats_.capacity() : splats_.count(), 1, 1);
+  renderer_.reserve(splats_.capacity(), 1, 1);
 }
 
 void Trainer::refineVanilla() {

@@ -52,7 +52,7 @@ class Trainer {
   ComputeStream& stream() { return stream_; }
 
  private:
-  void prepare(uint64_t splatsToCome);
+  void prepare();
   void applyLevel();
   size_t nextView();
   void optimise();

@@ -66,20 +66,14 @@ void writeBinary(const std::filesystem::path& dir, const std::string& cameras, c
 void expectTheModel(const Model& model) {
   ASSERT_EQ(model.cameras.size(), 2u);
   const Camera& camera = model.cameras.at(3);
-  EXPECT_EQ(camera.id, 3u);
-  EXPECT_EQ(camera.model, 4);
-  EXPECT_EQ(camera.width, 640u);
-  EXPECT_EQ(camera.height, 480u);
+  EXPECT_EQ(std::tuple(camera.id, camera.model, camera.width, camera.height), std::tuple(3u, 4, 640u, 480u));
   EXPECT_THAT(camera.params, ElementsAre(500, 510, 320, 240, .1, .2, .3, .4));
-  EXPECT_EQ(model.cameras.at(7).params.size(), 4u);
 
   ASSERT_EQ(model.images.size(), 3u);
   EXPECT_EQ(model.images[0].name, "left cam/f00001");
   EXPECT_EQ(model.images[1].name, "left cam/f00001.jpg");
   const Image& image = model.images[2];
-  EXPECT_EQ(image.name, "left cam/f00002.jpg");
-  EXPECT_EQ(image.id, 1u);
-  EXPECT_EQ(image.cameraId, 7u);
+  EXPECT_EQ(std::tuple(image.name, image.id, image.cameraId), std::tuple("left cam/f00002.jpg", 1u, 7u));
   EXPECT_THAT(image.qvec, ElementsAre(0.5, -0.5, 0.25, 0.125));
   EXPECT_THAT(image.tvec, ElementsAre(1, 2, 3));
 
@@ -104,25 +98,18 @@ TEST(ColmapModel, BothEncodingsGiveTheSameModel) {
   }
 }
 
-TEST(ColmapModel, EncodingsAreNeverMixed) {
+TEST(ColmapModel, IsFoundInTheOrderOfTheSearchAndNeverInMixedEncodings) {
   const TempFolder folder;
   writeFile(folder / "cameras.bin", kCameras);
   writeFile(folder / "images.txt", kImagesText);
-  EXPECT_FALSE(hasModel(folder.path()));
+  EXPECT_TRUE(findModelDir(folder.path()).empty());
   EXPECT_EQ(thrownText([&] { (void)loadModel(folder.path(), true); }),
             "No COLMAP model (cameras + images) in " + toUtf8(folder.path()));
-  writeFile(folder / "cameras.txt", kCamerasText);
-  EXPECT_EQ(loadModel(folder.path(), true).images.size(), 3u);
-}
-
-TEST(ColmapModel, IsFoundInTheOrderOfTheSearch) {
-  const TempFolder folder;
-  EXPECT_TRUE(findModelDir(folder.path()).empty());
-  EXPECT_EQ(imagesDir(folder.path()), folder.path());
   for (const char* dir : {"colmap/sparse/0", "", "sparse", "sparse/0"}) {
     writeBinary(folder / dir, kCameras, kImages, kPoints);
     EXPECT_TRUE(std::filesystem::equivalent(findModelDir(folder.path()), folder / dir)) << dir;
   }
+  EXPECT_EQ(imagesDir(folder.path()), folder.path());
   std::filesystem::create_directories(folder / "images");
   EXPECT_EQ(imagesDir(folder.path()), folder / "images");
 }
@@ -136,14 +123,9 @@ TEST(ColmapModel, SkipsObservationsAndTracksAcrossItsBuffer) {
   for (uint64_t i = 0; i < 30000; ++i) points += binaryPoint(i, static_cast<double>(i), i % 11);
   writeBinary(folder.path(), kCameras, images, points);
   const Model model = loadModel(folder.path(), true);
-  ASSERT_EQ(model.images.size(), 3u);
-  EXPECT_EQ(model.images[0].id, 3u);
+  EXPECT_EQ(model.images.at(0).id, 3u);
   ASSERT_EQ(model.points.count(), 30000u);
   for (size_t i = 0; i < 30000; ++i) ASSERT_EQ(model.points.positions[3 * i], static_cast<float>(i));
-  EXPECT_THAT(std::vector<uint8_t>(model.points.colors.end() - 3, model.points.colors.end()), ElementsAre(10, 20, 255));
-
-  writeFile(folder / "points3D.bin", points.substr(0, points.size() - 1));
-  EXPECT_THAT(thrownText([&] { (void)loadModel(folder.path(), true); }), StartsWith("Truncated COLMAP file: "));
 }
 
 TEST(ColmapModel, TruncationAtEveryByteIsNoticed) {
@@ -176,6 +158,10 @@ TEST(ColmapModel, DamagedFilesAreRefusedWithoutGreed) {
   writeFile(folder / "images.bin", bytes(uint64_t{1}) + image.substr(0, image.size() - 8) + bytes(uint64_t{1} << 61));
   EXPECT_THAT(thrownText(load), StartsWith("Truncated COLMAP file: "));
 
+  writeFile(folder / "text/images.txt", kImagesText);
+  writeFile(folder / "text/cameras.txt", "1 pinhole 640 480 500 510 320 240\n");
+  EXPECT_EQ(thrownText([&] { (void)loadModel(folder / "text", false); }), "Unknown COLMAP camera model pinhole");
+
   std::mt19937 random(7);
   for (int round = 0; round < 300; ++round) {
     std::string noise(random() % 400, '\0');
@@ -193,13 +179,6 @@ TEST(ColmapModel, DamagedFilesAreRefusedWithoutGreed) {
   EXPECT_EQ(thrownText(load), "Cannot open " + toUtf8(folder / "images.bin"));
 }
 
-TEST(ColmapModel, TextCameraNamesAreExact) {
-  const TempFolder folder;
-  writeFile(folder / "images.txt", kImagesText);
-  writeFile(folder / "cameras.txt", "1 pinhole 640 480 500 510 320 240\n");
-  EXPECT_EQ(thrownText([&] { (void)loadModel(folder.path(), false); }), "Unknown COLMAP camera model pinhole");
-}
-
 TEST(ColmapModel, CamerasGiveTheirIntrinsicsAndDistortion) {
   Camera camera;
   for (int i = 1; i <= 12; ++i) camera.params.push_back(i);
@@ -214,8 +193,7 @@ TEST(ColmapModel, CamerasGiveTheirIntrinsicsAndDistortion) {
   for (const int model : {1, 5, 7, 10}) EXPECT_THAT(numbers(model), ElementsAre(1, 2, 3, 4, 0, 0, 0, 0)) << model;
   EXPECT_THAT(numbers(2), ElementsAre(1, 1, 2, 3, 4, 0, 0, 0));
   EXPECT_THAT(numbers(3), ElementsAre(1, 1, 2, 3, 4, 5, 0, 0));
-  EXPECT_THAT(numbers(4), ElementsAre(1, 2, 3, 4, 5, 6, 7, 8));
-  EXPECT_THAT(numbers(6), ElementsAre(1, 2, 3, 4, 5, 6, 7, 8));
+  for (const int model : {4, 6}) EXPECT_THAT(numbers(model), ElementsAre(1, 2, 3, 4, 5, 6, 7, 8)) << model;
 
   double n[4] = {-1, -1, -1, -1};
   camera.model = 12;
@@ -224,13 +202,7 @@ TEST(ColmapModel, CamerasGiveTheirIntrinsicsAndDistortion) {
   camera.params.resize(3);
   EXPECT_FALSE(intrinsics(camera, n[0], n[1], n[2], n[3]));
   EXPECT_THAT(n, Each(-1));
-  EXPECT_EQ(modelName(10), "THIN_PRISM_FISHEYE");
-  EXPECT_EQ(modelName(11), "UNKNOWN");
-  EXPECT_EQ(modelName(-1), "UNKNOWN");
-  for (int model = -1; model <= 12; ++model) {
-    camera.model = model;
-    EXPECT_EQ(isSupported(camera), model >= 0 && model <= 4);
-  }
+  for (const int model : {-1, 11}) EXPECT_EQ(modelName(model), "UNKNOWN");
 }
 
 }  // namespace

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <numeric>
-#include <stdexcept>
 
 #include "base/split_mix64.h"
 #include "support/gpu_fixture.h"
+#include "support/temp_folder.h"
 
 namespace quor::gs {
 namespace {
@@ -72,7 +72,6 @@ TEST_F(RadixSorterTest, TheLargestKeyIsNoPadding) {
   for (size_t i = 0; i < keys.size(); i += 3) keys[i] = UINT32_MAX;
   sortAndCompare(keys, 32);
   sortAndCompare(std::vector<uint32_t>(1025, UINT32_MAX), 32);
-  sortAndCompare(std::vector<uint32_t>(1030, 0), 8);
 }
 
 TEST_F(RadixSorterTest, AMillion) {
@@ -81,19 +80,14 @@ TEST_F(RadixSorterTest, AMillion) {
 
 TEST_F(RadixSorterTest, BeyondTheReservedSizeIsAFault) {
   const GpuBuffer small = makeBuffer(std::vector<uint32_t>(8, 1));
-  const auto sortError = [&](RadixSorter& sorter, uint32_t count) -> std::string {
-    try {
-      sorter.sort(stream, small, small, small, small, count, 0);
-    } catch (const std::logic_error& error) {
-      return error.what();
-    }
-    return "";
+  const auto sortError = [&](RadixSorter& sorter, uint32_t count) {
+    return test::thrownText([&] { sorter.sort(stream, small, small, small, small, count, 0); });
   };
   RadixSorter sorter(context);
-  EXPECT_EQ(sortError(sorter, 1), "");
+  EXPECT_EQ(sortError(sorter, 1), "no exception");
   EXPECT_EQ(sortError(sorter, 2), "RadixSorter used beyond its reserved size");
   sorter.reserve(1'000'000);  // 977 blocks need less than the smallest histogram, made for 1536
-  EXPECT_EQ(sortError(sorter, 1536 * 1024), "");
+  EXPECT_EQ(sortError(sorter, 1536 * 1024), "no exception");
   EXPECT_EQ(sortError(sorter, 1536 * 1024 + 1), "RadixSorter used beyond its reserved size");
 }
 

@@ -24,28 +24,14 @@ class FakeTrainer : public gs::TrainingService {
     changed_.notify_all();
   }
   void requestStop() override {
-    end([this] {
-      gs::TrainResult result;
-      result.steps = status_.step;
-      result.stopped = true;
-      result_ = result;
-      status_.state = gs::TrainState::Stopped;
-    });
+    gs::TrainResult result;
+    result.steps = status().step;
+    result.stopped = true;
+    end(gs::TrainState::Stopped, result);
   }
-  void cancel() override {
-    end([this] {
-      status_.state = gs::TrainState::Stopped;
-      status_.text = "Cancelled";
-    });
-  }
-  bool running() const override {
-    const std::lock_guard lock(mutex_);
-    return running_;
-  }
-  gs::TrainStatus status() const override {
-    const std::lock_guard lock(mutex_);
-    return status_;
-  }
+  void cancel() override { end(gs::TrainState::Stopped, {}, "Cancelled"); }
+  bool running() const override { return locked(running_); }
+  gs::TrainStatus status() const override { return locked(status_); }
   std::optional<gs::TrainResult> wait() override {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [this] { return !running_; });
@@ -61,35 +47,23 @@ class FakeTrainer : public gs::TrainingService {
     const std::lock_guard lock(mutex_);
     status_ = status;
   }
-  void finish(const gs::TrainResult& result) {
-    end([&] {
-      result_ = result;
-      status_.state = gs::TrainState::Done;
-    });
-  }
-  void fail(const std::string& sentence) {
-    end([&] {
-      status_.state = gs::TrainState::Failed;
-      status_.text = sentence;
-    });
-  }
-  gs::TrainJob job() const {
-    const std::lock_guard lock(mutex_);
-    return job_;
-  }
-  int starts() const {
-    const std::lock_guard lock(mutex_);
-    return starts_;
-  }
-
- private:
-  template <class Change>
-  void end(Change change) {
+  void end(gs::TrainState state, const std::optional<gs::TrainResult>& result, const std::string& text = {}) {
     const std::lock_guard lock(mutex_);
     if (!running_) return;
-    change();
+    status_.state = state;
+    status_.text = text;
+    result_ = result;
     running_ = false;
     changed_.notify_all();
+  }
+  gs::TrainJob job() const { return locked(job_); }
+  int starts() const { return locked(starts_); }
+
+ private:
+  template <class T>
+  T locked(const T& member) const {
+    const std::lock_guard lock(mutex_);
+    return member;
   }
 
   mutable std::mutex mutex_;

@@ -13,10 +13,8 @@ namespace quor {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 
 struct Outcome {
-  bool called = false;
   bool success = false;
   std::string result;
 };
@@ -51,11 +49,28 @@ class PipelineTest : public ::testing::Test {
   }
 
   Pipeline::Completion completion() {
-    return [this](bool success, const std::string& result) { outcome_ = {true, success, result}; };
+    return [this](bool success, const std::string& result) { outcome_ = {success, result}; };
   }
-  void start(Stage from, Stage to = Stage::Train) {
+  void start(Stage from) {
     pipeline_.open(project_);
-    ASSERT_TRUE(pipeline_.start(from, to, completion()));
+    ASSERT_TRUE(pipeline_.start(from, Stage::Train, completion()));
+  }
+  void startTraining() {
+    solveCameras();
+    start(Stage::Train);
+    trainer_.waitUntilStarted();
+  }
+  void finish(gs::TrainState state, const std::optional<gs::TrainResult>& result, const std::string& text = {}) {
+    trainer_.end(state, result, text);
+    waitUntilIdle();
+  }
+  void report(gs::TrainState state, int step) {
+    gs::TrainStatus status;
+    status.state = state;
+    status.step = static_cast<decltype(status.step)>(step);
+    status.iterations = 500;
+    status.loss = 0.25f;
+    trainer_.setStatus(status);
   }
   void waitUntilIdle() {
     while (pipeline_.busy()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -91,25 +106,16 @@ class PipelineTest : public ::testing::Test {
 };
 
 TEST_F(PipelineTest, TrainsAndReportsTheResult) {
-  solveCameras();
-  start(Stage::Train);
-  trainer_.waitUntilStarted();
+  startTraining();
   waitForMessage("500 iterations");
-
-  gs::TrainStatus status;
-  status.state = gs::TrainState::Training;
-  status.step = 125;
-  status.iterations = 500;
-  status.loss = 0.25f;
-  trainer_.setStatus(status);
+  report(gs::TrainState::Training, 125);
   waitForMessage("Step 125 of 500, loss 0.250000");
   EXPECT_FLOAT_EQ(pipeline_.status(Stage::Train).fraction, 0.25f);
 
   gs::TrainResult result;
   result.splats = 1234;
   result.evaluation = {27.5f, 0.9f, 0.01f, 3};
-  trainer_.finish(result);
-  waitUntilIdle();
+  finish(gs::TrainState::Done, result);
   EXPECT_TRUE(outcome_.success);
   EXPECT_EQ(outcome_.result, "Done");
   EXPECT_EQ(pipeline_.status(Stage::Train).state, StageState::Done);
@@ -118,23 +124,31 @@ TEST_F(PipelineTest, TrainsAndReportsTheResult) {
   EXPECT_EQ(pipeline_.trainResult()->splats, 1234u);
 }
 
-TEST_F(PipelineTest, WrappedDatasetTrainsOnly) {
+TEST_F(PipelineTest, AWrappedDatasetIsSummarisedAndOnlyTrained) {
+  for (const char* name : {"f00001.jpg", "s02/f00001.jpg", "notes.txt"}) {
+    test::writeFile(project_.framesFolder() / name, "");
+  }
+  solveCameras();
+  test::writeFile(project_.sceneFile(), "ply");
+  pipeline_.open(project_);
+  EXPECT_THAT(pipeline_.summary(), ElementsAre("2 frames", "2 images registered", "scene.ply exported"));
+
   solveCameras(folder_ / "set");
   project_.externalDataset = toUtf8(folder_ / "set");
   project_.inputs.clear();
   start(Stage::Frames);
+  EXPECT_THAT(pipeline_.summary(),
+              ElementsAre("Using an existing reconstruction", "2 cameras (imported)", "scene.ply exported"));
   trainer_.waitUntilStarted();
   EXPECT_EQ(trainer_.job().dataset, folder_ / "set");
   EXPECT_EQ(trainer_.job().output, project_.outputFolder());
   EXPECT_EQ(pipeline_.status(Stage::Frames).state, StageState::NotRun);
   EXPECT_EQ(pipeline_.status(Stage::Sparse).state, StageState::NotRun);
-  trainer_.finish({});
-  waitUntilIdle();
+  finish(gs::TrainState::Done, gs::TrainResult{});
   EXPECT_TRUE(outcome_.success);
 }
 
 TEST_F(PipelineTest, AFailedStageEndsTheRun) {
-  solveCameras();
   start(Stage::Frames);
   waitUntilIdle();
   EXPECT_FALSE(outcome_.success);
@@ -149,28 +163,20 @@ TEST_F(PipelineTest, AFailedStageEndsTheRun) {
   EXPECT_EQ(outcome_.result, "The project has no input media.");
 }
 
-TEST_F(PipelineTest, PassesTheTrainersFailureOn) {
-  solveCameras();
-  start(Stage::Train);
-  trainer_.waitUntilStarted();
-  trainer_.fail("The COLMAP model has no registered images.");
-  waitUntilIdle();
+TEST_F(PipelineTest, PassesTheTrainersFailureOnAndCanTrainAgain) {
+  startTraining();
+  finish(gs::TrainState::Failed, {}, "The COLMAP model has no registered images.");
   EXPECT_FALSE(outcome_.success);
   EXPECT_EQ(outcome_.result, "The COLMAP model has no registered images.");
   EXPECT_FALSE(pipeline_.trainResult());
-  // The project stays open and can be trained again.
   ASSERT_TRUE(pipeline_.start(Stage::Train, Stage::Train, completion()));
   trainer_.waitUntilStarted();
-  trainer_.finish({});
-  waitUntilIdle();
+  finish(gs::TrainState::Done, gs::TrainResult{});
   EXPECT_TRUE(outcome_.success);
 }
 
-TEST_F(PipelineTest, RefusesToTrainWithoutCameras) {
+TEST_F(PipelineTest, TrainsOnlyWithCamerasAndContinuesOnlyFromACheckpointWithStepsLeft) {
   EXPECT_EQ(refusal(), "There is no camera solve to train from. Run Camera solve first.");
-}
-
-TEST_F(PipelineTest, ContinuesOnlyFromACheckpointWithStepsLeft) {
   solveCameras();
   project_.training.continueFromCheckpoint = true;
   const std::string unreadable =
@@ -183,68 +189,41 @@ TEST_F(PipelineTest, ContinuesOnlyFromACheckpointWithStepsLeft) {
   EXPECT_EQ(refusal(), "The checkpoint is already at step 500. Set more iterations than that to continue training it.");
 
   writeCheckpoint(499);
-  start(Stage::Train);
-  trainer_.waitUntilStarted();
+  startTraining();
   EXPECT_TRUE(trainer_.job().resume);
 }
 
-TEST_F(PipelineTest, CancelsTraining) {
-  solveCameras();
-  start(Stage::Train);
-  trainer_.waitUntilStarted();
-  pipeline_.cancel();
-  waitUntilIdle();
-  EXPECT_FALSE(outcome_.success);
-  EXPECT_EQ(outcome_.result, "Cancelled");
-  EXPECT_EQ(pipeline_.status(Stage::Train).state, StageState::Failed);
-  EXPECT_EQ(pipeline_.status(Stage::Train).message, "Cancelled");
-  EXPECT_THAT(logged(), ElementsAre("Train Gaussians: 500 iterations", "warning: Train Gaussians cancelled"));
+TEST_F(PipelineTest, CancelledByTheUserOrByTheStageItself) {
+  for (const bool byUser : {true, false}) {
+    startTraining();
+    byUser ? pipeline_.cancel() : trainer_.end(gs::TrainState::Failed, {}, "Cancelled");
+    waitUntilIdle();
+    EXPECT_FALSE(outcome_.success);
+    EXPECT_EQ(outcome_.result, "Cancelled");
+    EXPECT_EQ(pipeline_.status(Stage::Train).state, StageState::Failed);
+    EXPECT_EQ(pipeline_.status(Stage::Train).message, "Cancelled");
+    EXPECT_EQ(logged().back(), "warning: Train Gaussians cancelled");
+  }
 }
 
-TEST_F(PipelineTest, AStageThatSaysCancelledWasCancelled) {
-  solveCameras();
-  start(Stage::Train);
-  trainer_.waitUntilStarted();
-  trainer_.fail("Cancelled");
-  waitUntilIdle();
-  EXPECT_EQ(outcome_.result, "Cancelled");
-  EXPECT_THAT(logged(), ElementsAre("Train Gaussians: 500 iterations", "warning: Train Gaussians cancelled"));
-}
-
-TEST_F(PipelineTest, StopsTrainingWithAScene) {
-  solveCameras();
-  start(Stage::Train);
-  trainer_.waitUntilStarted();
-  gs::TrainStatus status;
-  status.state = gs::TrainState::Training;
-  status.step = 42;
-  trainer_.setStatus(status);
-  pipeline_.requestStop();
-  waitUntilIdle();
-  EXPECT_TRUE(outcome_.success);
-  EXPECT_EQ(pipeline_.status(Stage::Train).message, "Stopped at step 42, exported");
-}
-
-TEST_F(PipelineTest, AStopWhileLoadingKeepsAnEarlierScene) {
-  solveCameras();
-  for (const bool earlier : {false, true}) {
-    if (earlier) test::writeFile(project_.sceneFile(), "ply");
-    start(Stage::Train);
-    trainer_.waitUntilStarted();
-    gs::TrainStatus status;
-    status.state = gs::TrainState::Loading;
-    trainer_.setStatus(status);
+TEST_F(PipelineTest, AStopExportsTheSceneButWhileLoadingKeepsAnEarlierOne) {
+  const auto stopDuring = [this](gs::TrainState state) {
+    startTraining();
+    report(state, 42);
     pipeline_.requestStop();
     waitUntilIdle();
-    EXPECT_EQ(outcome_.result, earlier ? "Cancelled" : "Done");
-  }
+    return outcome_.result;
+  };
+  EXPECT_EQ(stopDuring(gs::TrainState::Training), "Done");
+  EXPECT_EQ(pipeline_.status(Stage::Train).message, "Stopped at step 42, exported");
+  EXPECT_EQ(stopDuring(gs::TrainState::Loading), "Done");
+  test::writeFile(project_.sceneFile(), "ply");
+  EXPECT_EQ(stopDuring(gs::TrainState::Loading), "Cancelled");
 }
 
 TEST_F(PipelineTest, GuardsTheProjectWhileBusy) {
   EXPECT_FALSE(pipeline_.start(Stage::Train, Stage::Train));  // nothing open
-  solveCameras();
-  start(Stage::Train);
-  trainer_.waitUntilStarted();
+  startTraining();
   const std::string busy = "Finish or cancel the running stage first.";
   EXPECT_EQ(test::thrownText([&] { pipeline_.open(project_); }), busy);
   EXPECT_EQ(test::thrownText([&] { pipeline_.close(); }), busy);
@@ -258,76 +237,32 @@ TEST_F(PipelineTest, GuardsTheProjectWhileBusy) {
 
 TEST_F(PipelineTest, EndsARunningJobWhenItGoes) {
   solveCameras();
-  Outcome outcome;
   {
     Pipeline pipeline(trainer_, log_);
     pipeline.open(project_);
-    ASSERT_TRUE(pipeline.start(Stage::Train, Stage::Train, [&](bool success, const std::string& result) {
-      outcome = {true, success, result};
-    }));
+    ASSERT_TRUE(pipeline.start(Stage::Train, Stage::Train, completion()));
   }
-  EXPECT_TRUE(outcome.called);
-  EXPECT_EQ(outcome.result, "Cancelled");
+  EXPECT_EQ(outcome_.result, "Cancelled");
   EXPECT_FALSE(trainer_.running());
-}
-
-TEST_F(PipelineTest, SummarisesWhatLiesInTheProject) {
-  pipeline_.open(project_);
-  EXPECT_THAT(pipeline_.summary(), ElementsAre("Not run", "Not run", "Not run"));
-
-  for (const char* name : {"f00001.jpg", "s02/f00001.jpg", "notes.txt"}) {
-    test::writeFile(project_.framesFolder() / name, "");
-  }
-  solveCameras();
-  test::writeFile(project_.sceneFile(), "ply");
-  EXPECT_THAT(pipeline_.summary(), ElementsAre("2 frames", "2 images registered", "scene.ply exported"));
-
-  solveCameras(folder_ / "set");
-  project_.externalDataset = toUtf8(folder_ / "set");
-  pipeline_.open(project_);
-  EXPECT_THAT(pipeline_.summary(),
-              ElementsAre("Using an existing reconstruction", "2 cameras (imported)", "scene.ply exported"));
 }
 
 TEST(MakeTrainJob, TheProjectsSettingsDecide) {
   Project project;
   project.root = "/p";
-  TrainingSettings& settings = project.training;
-  settings.technique = gs::Technique::Mcmc;
-  settings.iterations = 11;
-  settings.shDegree = 1;
-  settings.numDownscales = 4;
-  settings.ssimWeight = 0.5f;
-  settings.refineEvery = 13;
-  settings.evalMode = false;
-  settings.testEvery = 5;
-  settings.exportPLY = false;
-  settings.exportSplat = true;
-  settings.splatBudget = 17;
-  settings.trainingResolution = 19;
-  settings.background = {0.1f, 0.2f, 0.3f};
-  settings.continueFromCheckpoint = true;
-
+  const auto json = nlohmann::ordered_json::parse(
+      R"({"training":{"technique":"mcmc","iterations":11,"shDegree":1,"numDownscales":4,"ssimWeight":0.5,)"
+      R"("refineEvery":13,"evalMode":false,"testEvery":5,"exportPLY":false,"exportSplat":true,"splatBudget":17,)"
+      R"("trainingResolution":19,"background":[0.1,0.2,0.3],"continueFromCheckpoint":true}})");
+  fromJson(json, project.ingest, project.sparse, project.training);
   const gs::TrainJob job = makeTrainJob(project);
-  EXPECT_EQ(job.dataset, "/p");
-  EXPECT_EQ(job.output, "/p/output");
-  EXPECT_EQ(job.technique, gs::Technique::Mcmc);
-  EXPECT_EQ(job.iterations, 11);
-  EXPECT_EQ(job.shDegree, 1);
-  EXPECT_EQ(job.downscaleLevels, 4);
-  EXPECT_EQ(job.ssimWeight, 0.5f);
-  EXPECT_EQ(job.refineEvery, 13);
-  EXPECT_FALSE(job.evalMode);
-  EXPECT_EQ(job.testEvery, 5);
-  EXPECT_FALSE(job.exportPly);
-  EXPECT_TRUE(job.exportSplat);
-  EXPECT_EQ(job.splatBudget, 17u);
-  EXPECT_EQ(job.resolution, 19);
-  EXPECT_EQ(job.background, settings.background);
-  EXPECT_TRUE(job.resume);
+  EXPECT_EQ(std::tuple(job.dataset, job.output, job.technique, job.background),
+            std::tuple("/p", "/p/output", gs::Technique::Mcmc, project.training.background));
+  EXPECT_EQ(std::tuple(job.iterations, job.shDegree, job.downscaleLevels, job.ssimWeight, job.refineEvery,
+                       job.testEvery, job.splatBudget, job.resolution),
+            std::tuple(11, 1, 4, 0.5f, 13, 5, 17u, 19));
+  EXPECT_EQ(std::tuple(job.evalMode, job.exportPly, job.exportSplat, job.resume), std::tuple(false, false, true, true));
   // A project that keeps its defaults trains at the images' own size, whatever a bare job would do.
   EXPECT_EQ(makeTrainJob(Project{}).resolution, 0);
-  EXPECT_EQ(makeTrainJob(Project{}).technique, gs::Technique::Vanilla);
 }
 
 }  // namespace

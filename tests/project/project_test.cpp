@@ -40,17 +40,12 @@ TEST(Project, CreationMakesTheLayoutBesideTheInput) {
   }
   const fs::path root = folder / "trip.2024_ombrelux";
   for (const char* made : {"frames", "colmap/sparse", "output"}) EXPECT_TRUE(fs::is_directory(root / made)) << made;
-  EXPECT_FALSE(fs::exists(root / "project.json.tmp"));
-  EXPECT_FALSE(fs::exists(root / "masks"));
   EXPECT_THAT(topLevelKeys(root), ElementsAre("ingest", "sparse", "training", "name", "createdAt", "inputs"));
   EXPECT_THAT(readFile(root / "project.json"), StartsWith("{\n  \"ingest\": {\n    \"targetFrameCount\": 200,\n"));
 
   const Project loaded = Project::load(root);
-  EXPECT_EQ(loaded.name, "trip.2024");
-  EXPECT_EQ(loaded.root, root);
   EXPECT_THAT(loaded.createdAt, MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}Z"));
-  ASSERT_EQ(loaded.inputs.size(), 1u);
-  EXPECT_EQ(loaded.inputs[0].path, input + "//");
+  EXPECT_EQ(loaded.inputs.at(0).path, input + "//");
 
   const auto clip = writeFile(folder / "clip.one.MP4", "");
   const Project video = Project::create({{toUtf8(clip), InputKind::Video}}, folder / "deep/er");
@@ -77,16 +72,17 @@ TEST(Project, CameraAndMatcherFollowTheInputs) {
   const auto create = [&](const std::vector<InputKind>& kinds) {
     std::vector<InputSource> inputs;
     for (const InputKind kind : kinds) inputs.push_back({toUtf8(folder / "input"), kind});
-    return Project::load(Project::create(inputs, folder.path()).root).sparse;
+    const SparseSettings sparse = Project::load(Project::create(inputs, folder.path()).root).sparse;
+    return std::pair(sparse.cameraModel, sparse.matcher);
   };
   using enum InputKind;
-  EXPECT_EQ(create({Images, Images}).matcher, Matcher::Exhaustive);
-  EXPECT_EQ(create({Images, Video}).matcher, Matcher::Sequential);
-  EXPECT_EQ(create({Video360, Video360}).cameraModel, "PINHOLE");
-  EXPECT_EQ(create({Video360, Images}).cameraModel, "OPENCV");
-  EXPECT_EQ(create({DualFisheye}).cameraModel, "OPENCV_FISHEYE");
-  EXPECT_EQ(create({DualFisheye, Video360}).cameraModel, "OPENCV");
-  EXPECT_EQ(create({DualFisheye, Video360}).matcher, Matcher::Sequential);
+  const auto sequential = Matcher::Sequential;
+  EXPECT_EQ(create({Images, Images}), std::pair(std::string("OPENCV"), Matcher::Exhaustive));
+  EXPECT_EQ(create({Images, Video}), std::pair(std::string("OPENCV"), sequential));
+  EXPECT_EQ(create({Video360, Video360}), std::pair(std::string("PINHOLE"), sequential));
+  EXPECT_EQ(create({Video360, Images}), std::pair(std::string("OPENCV"), sequential));
+  EXPECT_EQ(create({DualFisheye}), std::pair(std::string("OPENCV_FISHEYE"), sequential));
+  EXPECT_EQ(create({DualFisheye, Video360}), std::pair(std::string("OPENCV"), sequential));
 }
 
 TEST(Project, DatasetsNeedTheirImages) {
@@ -103,10 +99,7 @@ TEST(Project, DatasetsNeedTheirImages) {
   const Project project = Project::load(Project::fromDataset(dataset, {}).root);
   EXPECT_EQ(project.root, folder / "scan_ombrelux");
   EXPECT_EQ(project.externalDataset, toUtf8(dataset));
-  EXPECT_TRUE(project.inputs.empty());
-  EXPECT_THAT(topLevelKeys(project.root),
-              ElementsAre("ingest", "sparse", "training", "name", "createdAt", "inputs", "externalDataset"));
-  EXPECT_TRUE(fs::is_directory(project.framesFolder()));
+  EXPECT_EQ(topLevelKeys(project.root).back(), "externalDataset");
 }
 
 TEST(Project, EverythingTheStagesRecordSurvives) {
@@ -117,17 +110,14 @@ TEST(Project, EverythingTheStagesRecordSurvives) {
   project.inputs = {{"/a b/写.insv", InputKind::DualFisheye}, {"/c", InputKind::Video360}};
   project.knownIntrinsics = {{700.25, 701, 512, 511.5}};
   project.extraction = {1920, {{"front", {"f/1.jpg", "f/2.jpg"}, "OPENCV_FISHEYE", {1.5, 2}, true}, {}}};
-  project.training.technique = gs::Technique::Mcmc;
-  project.save();
   project.save();
   EXPECT_FALSE(fs::exists(folder / "project.json.tmp"));
 
   const Project loaded = Project::load(folder.path());
   EXPECT_EQ(loaded.name, project.name);
-  ASSERT_EQ(loaded.inputs.size(), 2u);
-  EXPECT_EQ(loaded.inputs[0].path, "/a b/写.insv");
+  EXPECT_EQ(loaded.inputs.at(0).path, "/a b/写.insv");
   EXPECT_EQ(loaded.inputs[0].kind, InputKind::DualFisheye);
-  EXPECT_EQ(loaded.inputs[1].kind, InputKind::Video360);
+  EXPECT_EQ(loaded.inputs.at(1).kind, InputKind::Video360);
   EXPECT_EQ(loaded.knownIntrinsics, project.knownIntrinsics);
   EXPECT_EQ(loaded.extraction.lensSize, 1920);
   ASSERT_EQ(loaded.extraction.groups.size(), 2u);
@@ -137,17 +127,14 @@ TEST(Project, EverythingTheStagesRecordSurvives) {
   EXPECT_EQ(group.cameraModel, "OPENCV_FISHEYE");
   EXPECT_THAT(group.cameraParams, ElementsAre(1.5, 2));
   EXPECT_TRUE(group.usesFisheyeMask);
-  EXPECT_EQ(loaded.training.technique, gs::Technique::Mcmc);
 }
 
 TEST(Project, ReadsWhatIsThereAndKeepsDefaults) {
   const TempFolder folder;
-  const Project empty = loadText(folder, "{}");
-  EXPECT_TRUE(empty.inputs.empty());
-  EXPECT_FALSE(empty.knownIntrinsics);
-  EXPECT_EQ(empty.training.iterations, 7000);
-  EXPECT_EQ(loadText(folder, R"({"inputs":[{"path":"/a","kind":"foo"},{"path":"/b"}]})").inputs[1].path, "/b");
-  EXPECT_EQ(loadText(folder, R"({"inputs":[{"path":"/a","kind":"foo"}]})").inputs[0].kind, InputKind::Images);
+  EXPECT_EQ(loadText(folder, "{}").training.iterations, 7000);
+  const Project project = loadText(folder, R"({"inputs":[{"path":"/a","kind":"foo"},{"path":"/b"}]})");
+  EXPECT_EQ(project.inputs.at(0).kind, InputKind::Images);
+  EXPECT_EQ(project.inputs.at(1).path, "/b");
   for (const char* ignored : {"[1,2,3]", "[1,2,3,4,5]", "\"wide\"", "null"}) {
     EXPECT_FALSE(loadText(folder, std::string(R"({"knownIntrinsics":)") + ignored + "}").knownIntrinsics);
   }

@@ -26,13 +26,10 @@ class SpirvReader {
   // Of the bindings 0, 1, ... of set 0 in order: "ro", "wo" or "rw" and a blank; "?" for a gap or another set.
   std::string access() const {
     std::string text;
-    for (uint32_t binding = 0, seen = 0; seen < bindings_.size(); ++binding) {
-      if (binding > 64) return text + "?";
-      const auto found = bindings_.find(binding);
-      const bool inSetZero = found != bindings_.end() && sets_.at(found->second) == 0;
-      seen += found != bindings_.end() ? 1 : 0;
+    for (const auto& [binding, variable] : bindings_) {  // by rising binding
       if (!text.empty()) text += ' ';
-      text += inSetZero ? accessOf(found->second) : "?";
+      const bool expected = binding == (text.size() + 1) / 3 && sets_.at(variable) == 0;
+      text += expected ? accessOf(variable) : "?";
     }
     return text;
   }

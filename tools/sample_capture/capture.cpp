@@ -1,11 +1,10 @@
 #include "sample_capture/capture.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 #include <stdexcept>
-#include <thread>
 
+#include "base/parallel.h"
 #include "base/split_mix64.h"
 #include "base/text.h"
 
@@ -128,16 +127,8 @@ Image renderView(const Scene& scene, const PinholeView& view) {
   Image image{view.width, view.height, {}};
   const size_t stride = static_cast<size_t>(view.width) * 3;
   image.rgb.resize(stride * static_cast<size_t>(view.height));
-  std::atomic<int> next = 0;
-  const auto work = [&] {
-    for (int y = next++; y < view.height; y = next++) {
-      renderRow(scene, view, y, image.rgb.data() + static_cast<size_t>(y) * stride);
-    }
-  };
-  std::vector<std::jthread> helpers;
-  for (unsigned i = 1; i < std::thread::hardware_concurrency(); ++i) helpers.emplace_back(work);
-  work();
-  helpers.clear();
+  parallelFor(static_cast<size_t>(view.height),
+              [&](size_t y) { renderRow(scene, view, static_cast<int>(y), image.rgb.data() + y * stride); });
   return image;
 }
 
