@@ -4,9 +4,11 @@
 #include <filesystem>
 #include <fstream>
 #include <new>
+#include <system_error>
 
 #include "app/commands.h"
 #include "app/drive.h"
+#include "base/atomic_file.h"
 #include "base/paths.h"
 #include "base/terminal.h"
 #include "base/text.h"
@@ -18,12 +20,12 @@ namespace quor {
 namespace {
 
 int fail(const std::string& message) {
-  std::fprintf(stderr, "error: %s\n", message.c_str());
+  std::fprintf(stderr, "error: %s\n", withoutControls(message).c_str());
   return kExitFailure;
 }
 
 int failUsage(const std::string& message, FrontEnd frontEnd) {
-  std::fprintf(stderr, "error: %s\n\n%s", message.c_str(), usageText(frontEnd).c_str());
+  std::fprintf(stderr, "error: %s\n\n%s", withoutControls(message).c_str(), usageText(frontEnd).c_str());
   return kExitUsage;
 }
 
@@ -44,13 +46,29 @@ int devicesCommand(const Options&) {
   return printOut(lines);
 }
 
+// A device or a pipe is written as it is; a file is replaced only by one that is whole.
+bool writeText(const std::filesystem::path& path, const std::string& text) {
+  std::error_code ignored;
+  if (std::filesystem::exists(path, ignored) && !std::filesystem::is_regular_file(path, ignored)) {
+    std::ofstream device(path, std::ios::binary);
+    device << text;
+    device.close();
+    return device.good();
+  }
+  try {
+    AtomicFile file(std::filesystem::weakly_canonical(path));  // a link stays one
+    file.stream() << text;
+    file.commit();
+    return true;
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
 int instructionsCommand(const Options& options) {
   if (options.paths.empty()) return printOut(guidanceText());
   const std::string& path = options.paths[0];
-  std::ofstream file(fromUtf8(path), std::ios::binary);
-  file << guidanceText();
-  file.close();
-  return file ? kExitSuccess : fail("could not write " + path);
+  return writeText(fromUtf8(path), guidanceText()) ? kExitSuccess : fail("could not write " + path);
 }
 
 int batchCommand(const Options&) {
@@ -122,12 +140,15 @@ int dispatch(const std::vector<std::string>& arguments, FrontEnd frontEnd) {
 
 int runCommandLine(const std::vector<std::string>& arguments, FrontEnd frontEnd) {
   try {
+    occupyClosedStreams();
     countInterrupts();
     return dispatch(arguments, frontEnd);
   } catch (const UsageError& error) {
     return failUsage(error.what(), frontEnd);
   } catch (const std::filesystem::filesystem_error& error) {
     return fail("Cannot access " + toUtf8(error.path1()) + ": " + error.code().message() + ".");
+  } catch (const std::system_error& error) {
+    return fail("The system has nothing left to give to this program: " + error.code().message() + ".");
   } catch (const std::bad_alloc&) {
     return fail("The computer's memory is not enough for this.");
   } catch (const std::exception& error) {

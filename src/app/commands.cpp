@@ -52,6 +52,11 @@ class Session {
 
   void announce(const Project& project) { console_.message("Project: " + toUtf8(project.root)); }
 
+  void warn(const std::string& text) {
+    log_.warning(text);
+    console_.printLog();
+  }
+
   void openDevice() {
     gs::ContextOptions context;
     context.deviceIndex = options_.device;
@@ -73,10 +78,45 @@ class Session {
   std::unique_ptr<gs::VulkanContext> context_;
 };
 
+// Two captures of the same name must not end in one project.
+void refuseAnothersProject(const Project& project) {
+  Project earlier;
+  try {
+    earlier = Project::load(project.root);
+  } catch (const std::exception&) {
+    return;  // nothing there that could be lost
+  }
+  std::string source = earlier.externalDataset;
+  if (source.empty() && !earlier.inputs.empty()) source = earlier.inputs.front().path;
+  std::error_code ignored;
+  const bool gone = source.empty() || !fs::exists(fromUtf8(source), ignored);
+  if (gone || fs::equivalent(fromUtf8(source), fromUtf8(project.externalDataset), ignored)) return;
+  throw std::runtime_error(toUtf8(project.root) + " is the project of another capture, " + source +
+                           ". Choose another folder with --out.");
+}
+
+// A project that is there already gets its new settings only once they have come to a scene.
+int trainDatasetAgain(const Project& project, Session& session) {
+  refuseAnothersProject(project);
+  session.announce(project);
+  session.openDevice();
+  project.ensureLayout();
+  const int code = session.drive(project, Stage::Train);
+  if (code != kExitSuccess) return code;
+  try {
+    project.save();
+  } catch (const std::exception& error) {
+    session.warn(std::string("The settings of this run were not kept: ") + error.what());
+  }
+  return code;
+}
+
 int trainDataset(const Options& options) {
   Session session(options);
-  Project project = Project::fromDataset(absolutePath(options.paths[0]), fromUtf8(options.out));
+  Project project = Project::describeDataset(absolutePath(options.paths[0]), fromUtf8(options.out));
   options.applyTo(project);
+  if (Project::isProject(project.root)) return trainDatasetAgain(project, session);
+  project.ensureLayout();
   project.save();
   session.announce(project);
   session.openDevice();
@@ -90,7 +130,7 @@ int trainProject(const Options& options) {
   session.announce(project);
   session.openDevice();  // before saving: a device that cannot be had leaves the project as it was
   project.ensureLayout();
-  project.save();
+  if (!options.settings.empty()) project.save();
   return session.drive(project, options.from.value_or(Stage::Train));
 }
 

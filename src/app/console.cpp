@@ -26,20 +26,22 @@ Console::~Console() {
 }
 
 void Console::print(const std::string& line) {
-  const std::string text = (liveShown_ ? kClearLine : "") + line + "\n";
+  const std::string text = (liveShown_ ? kClearLine : "") + withoutControls(line) + "\n";
   liveShown_ = false;
   std::fwrite(text.data(), 1, text.size(), stderr);
 }
 
 void Console::message(const std::string& text, const std::string& inLog) {
   if (quiet_) return;
-  if (!inLog.empty() && std::find(recent_.begin(), recent_.end(), inLog) != recent_.end()) return;
+  const auto says = [&](const std::string& entry) { return entry.ends_with(inLog); };
+  if (!inLog.empty() && std::any_of(recent_.begin(), recent_.end(), says)) return;
   print(text);
 }
 
 void Console::live(const std::string& text) {
   if (quiet_) return;
-  const std::string line = kClearLine + text;
+  // A line that wraps cannot be cleared.
+  const std::string line = kClearLine + text.substr(0, terminalWidth() - 1);
   std::fwrite(line.data(), 1, line.size(), stderr);
   liveShown_ = true;
 }

@@ -116,15 +116,14 @@ class Follower {
 // Passes interrupts on to the pipeline: the first asks training to stop, any more cancel.
 class Interrupts {
  public:
-  Interrupts(Pipeline& pipeline, Console& console) : pipeline_(pipeline), console_(console) {}
+  Interrupts(Pipeline& pipeline, const gs::TrainingService& trainer, Console& console)
+      : pipeline_(pipeline), trainer_(trainer), console_(console) {}
 
   void update() {
     const int count = interruptCount();
     if (count == handled_) return;
     if (handled_ == 0 && count == 1) {
-      if (pipeline_.currentStage() == Stage::Train) {
-        console_.message("Stopping; interrupt again to end without writing the scene.");
-      }
+      if (pipeline_.currentStage() == Stage::Train) announceStop();
       pipeline_.requestStop();
     } else {
       pipeline_.cancel();
@@ -133,7 +132,17 @@ class Interrupts {
   }
 
  private:
+  void announceStop() {
+    const gs::TrainState state = trainer_.status().state;
+    if (state == gs::TrainState::Training) {
+      console_.message("Stopping; interrupt again to end without writing the scene.");
+    } else if (state == gs::TrainState::Exporting || state == gs::TrainState::Evaluating) {
+      console_.message("Training is over, finishing; interrupt again to end at once.");
+    }
+  }
+
   Pipeline& pipeline_;
+  const gs::TrainingService& trainer_;
   Console& console_;
   int handled_ = 0;
 };
@@ -192,7 +201,7 @@ int drive(Pipeline& pipeline, const gs::TrainingService& trainer, Console& conso
   }
 
   Follower follower(pipeline, trainer, console);
-  Interrupts interrupts(pipeline, console);
+  Interrupts interrupts(pipeline, trainer, console);
   while (pipeline.busy()) {
     interrupts.update();
     follower.update();

@@ -172,7 +172,7 @@ const std::vector<OptionSpec>& optionSpecs() {
       {"--resolution", "N", "longest edge of the training images in pixels (default 0: their own size)",
        integer(&Training::trainingResolution, 0)},
       {"--sh", "N", "spherical-harmonics degree, 0-3 (default 3)", integer(&Training::shDegree, 0, 3)},
-      {"--downscales", "N", "coarse-to-fine levels, 0-10 (default 2)", integer(&Training::numDownscales, 0, 10)},
+      {"--downscales", "N", "coarse-to-fine levels, 0-8 (default 2)", integer(&Training::numDownscales, 0, 8)},
       {"--splat", nullptr, "also export scene.splat", set(&Training::exportSplat, true)},
       {"--no-eval", nullptr, "train on every view and skip the held-out evaluation", set(&Training::evalMode, false)},
       {"--resume", nullptr, "train: continue from output/checkpoint.quor (every run writes one) up to --iterations",

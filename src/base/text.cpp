@@ -24,4 +24,11 @@ std::string toLower(std::string text) {
   return text;
 }
 
+std::string withoutControls(std::string text) {
+  for (char& c : text) {
+    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = '?';
+  }
+  return text;
+}
+
 }  // namespace quor

@@ -9,4 +9,7 @@ namespace quor {
 
 std::string toLower(std::string text);  // ASCII only
 
+// File names and damaged files may hold line feeds and terminal commands: each control character becomes "?".
+std::string withoutControls(std::string text);
+
 }  // namespace quor

@@ -49,9 +49,11 @@ std::optional<int32_t> cameraModelId(std::string_view name) {
 }
 
 std::ifstream openModelFile(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
   std::error_code ignored;
-  if (!file || fs::is_directory(path, ignored)) throw std::runtime_error("Cannot open " + toUtf8(path));
+  std::ifstream file;
+  // Opening a pipe would wait for somebody to write into it.
+  if (fs::is_regular_file(path, ignored)) file.open(path, std::ios::binary);
+  if (!file.is_open()) throw std::runtime_error("Cannot open " + toUtf8(path));
   return file;
 }
 

@@ -1,7 +1,6 @@
 #include "gs/dataset.h"
 
 #include <algorithm>
-#include <cmath>
 #include <mutex>
 #include <new>
 #include <optional>
@@ -30,7 +29,7 @@ colmap::Model readModel(const DatasetOptions& options, LogStore& log) {
   for (size_t i = 0; i < points.count(); ++i) {
     const auto position = points.positions.begin() + static_cast<std::ptrdiff_t>(3 * i);
     const auto colour = points.colors.begin() + static_cast<std::ptrdiff_t>(3 * i);
-    if (!std::all_of(position, position + 3, [](float p) { return std::isfinite(p); })) continue;
+    if (!std::all_of(position, position + 3, isCoordinate)) continue;
     finite.positions.insert(finite.positions.end(), position, position + 3);
     finite.colors.insert(finite.colors.end(), colour, colour + 3);
   }

@@ -6,6 +6,7 @@
 #include <exception>
 #include <filesystem>
 #include <fstream>
+#include <new>
 #include <stdexcept>
 
 #include "base/paths.h"
@@ -69,6 +70,21 @@ void warnOfLimit(const TrainJob& job, const Dataset& dataset, int loaded, LogSto
   log.warning(formatText("This GPU can train on images of up to %d pixels: larger ones were made smaller.", loaded));
 }
 
+// Settings come from a file that people edit.
+void warnOfChanges(const TrainJob& asked, const TrainJob& used, LogStore& log) {
+  const auto compare = [&](const char* name, double before, double now) {
+    if (before != now) log.warning(formatText("The setting %s cannot be %g: %g is used.", name, before, now));
+  };
+  compare("iterations", asked.iterations, used.iterations);
+  compare("trainingResolution", asked.resolution, used.resolution);
+  compare("numDownscales", asked.downscaleLevels, used.downscaleLevels);
+  compare("refineEvery", asked.refineEvery, used.refineEvery);
+  compare("ssimWeight", static_cast<double>(asked.ssimWeight), static_cast<double>(used.ssimWeight));
+  for (size_t c = 0; c < 3; ++c) {
+    compare("background", static_cast<double>(asked.background[c]), static_cast<double>(used.background[c]));
+  }
+}
+
 }  // namespace
 
 Engine::Engine(VulkanContext& context, LogStore& log) : context_(context), registry_(context), log_(log) {}
@@ -128,6 +144,7 @@ std::optional<TrainResult> Engine::wait() {
 void Engine::runTraining(const TrainJob& asked) {
   try {
     TrainJob job = resolved(asked);
+    warnOfChanges(asked, job, log_);
     makeWritable(job.output);
     const int resolution = loadResolution(job, context_);
     update([&](TrainStatus& s) { s.iterations = job.iterations; });
@@ -144,6 +161,9 @@ void Engine::runTraining(const TrainJob& asked) {
     result_ = result;
     status_.state = result.stopped ? TrainState::Stopped : TrainState::Done;
     status_.text = result.stopped ? "Stopped early (exported)" : "Done";
+  } catch (const std::bad_alloc&) {
+    report(TrainState::Failed,
+           "The computer's memory is not enough. Lower the training resolution or the splat budget.");
   } catch (const std::exception& e) {
     const bool cancelled = cancel_ || std::string(e.what()) == kCancelled;
     report(cancelled ? TrainState::Stopped : TrainState::Failed, cancelled ? kCancelled : e.what());
@@ -171,7 +191,12 @@ TrainResult Engine::train(const TrainJob& asked, const Dataset& dataset, int& re
     trainer.start();
   }
   TrainResult result;
-  trainSteps(trainer, job, result);
+  try {
+    trainSteps(trainer, job, result);
+  } catch (const std::exception& e) {
+    if (cancel_) throw;
+    throw std::runtime_error(std::string("Training failed: ") + e.what());
+  }
   result.splats = trainer.splats();
   result.steps = trainer.stepsDone();
   exportScene(trainer, job, result);
@@ -194,7 +219,8 @@ void Engine::trainSteps(Trainer& trainer, const TrainJob& job, TrainResult& resu
     s.step = trainer.stepsDone();
     s.splats = trainer.splats();
   });
-  while (!trainer.finished() && !stop_) {
+  // A stop before the first step must not put an untrained scene in the place of an earlier one.
+  do {
     throwIfCancelled();
     trainer.step();
     const auto now = Clock::now();
@@ -210,7 +236,7 @@ void Engine::trainSteps(Trainer& trainer, const TrainJob& job, TrainResult& resu
       s.msPerStep = 1000 * stepSeconds;
       s.secondsLeft = stepSeconds * (job.iterations - trainer.stepsDone());
     });
-  }
+  } while (!trainer.finished() && !stop_);
   throwIfCancelled();
   result.seconds = secondsSince(start);
   result.stopped = !trainer.finished();

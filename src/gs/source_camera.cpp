@@ -9,6 +9,8 @@ namespace quor::gs {
 namespace {
 
 constexpr uint64_t kLongestEdge = 1 << 20;
+// Between a lens that sees everything and one that sees nothing, in image edges.
+constexpr double kShortestFocal = 1e-3, kLongestFocal = 1e6;
 
 void setIntrinsics(const colmap::Camera& from, SourceCamera& source) {
   const auto require = [&](bool valid, const char* what) {
@@ -29,9 +31,11 @@ void setIntrinsics(const colmap::Camera& from, SourceCamera& source) {
   camera.width = static_cast<int>(from.width);
   camera.height = static_cast<int>(from.height);
   colmap::intrinsics(from, camera.fx, camera.fy, camera.cx, camera.cy);
-  const auto focal = [](double f) { return std::isfinite(f) && f > 0; };
+  const double edge = std::max(camera.width, camera.height);
+  const auto focal = [&](double f) { return f >= kShortestFocal * edge && f <= kLongestFocal * edge; };
   require(focal(camera.fx) && focal(camera.fy), "focal length");
-  require(std::isfinite(camera.cx) && std::isfinite(camera.cy), "principal point");
+  const auto near = [&](double c) { return std::abs(c) <= kLongestFocal * edge; };
+  require(near(camera.cx) && near(camera.cy), "principal point");
 
   Distortion& d = source.distortion;
   colmap::distortion(from, d.k1, d.k2, d.p1, d.p2);
@@ -54,7 +58,7 @@ void setPose(const colmap::Image& image, Camera& camera) {
   if (!std::isfinite(length) || length < 1e-12) {
     throw std::runtime_error("Image " + image.name + " of the COLMAP model has no valid rotation.");
   }
-  if (!std::all_of(image.tvec.begin(), image.tvec.end(), [](double t) { return std::isfinite(t); })) {
+  if (!std::all_of(image.tvec.begin(), image.tvec.end(), isCoordinate)) {
     throw std::runtime_error("Image " + image.name + " of the COLMAP model has no valid translation.");
   }
   camera.rotation = rotationOf(q[0] / length, q[1] / length, q[2] / length, q[3] / length);
@@ -62,6 +66,10 @@ void setPose(const colmap::Image& image, Camera& camera) {
 }
 
 }  // namespace
+
+bool isCoordinate(double value) {
+  return std::abs(value) <= 1e12;
+}
 
 SourceCamera sourceCamera(const colmap::Model& model, const colmap::Image& image) {
   const auto camera = model.cameras.find(image.cameraId);

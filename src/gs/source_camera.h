@@ -12,6 +12,10 @@ struct SourceCamera {
   Distortion distortion;
 };
 
+// Whether float arithmetic can be done with a position or a translation: damaged files also hold numbers that are
+// finite but whose squares are not.
+bool isCoordinate(double value);
+
 // Throws std::runtime_error with a sentence that names the image or the camera: a camera that is missing, of a model
 // that cannot be trained on or with values that are none, a pose that is none.
 SourceCamera sourceCamera(const colmap::Model& model, const colmap::Image& image);

@@ -94,6 +94,10 @@ void Trainer::start() {
   settings.centre = dataset_.geometry.centre;
   settings.extent = dataset_.geometry.extent;
   const uint64_t points = dataset_.points.count();
+  if (points < kFewPoints) {
+    log_.warning(formatText("The COLMAP model has too few points to start from (%llu): splats start at random places.",
+                            static_cast<unsigned long long>(points)));
+  }
   settings.count = mcmc && job_.splatBudget > 0 ? cap_ : std::min(cap_, points < kFewPoints ? kRandomSplats : points);
   const GaussianSet seeded = seedFromPoints(dataset_.points.positions, dataset_.points.colors, settings, random_);
   const uint64_t toCome = mcmc ? std::max(seeded.count, mcmcTarget_) : grownCapacity(seeded.count, 0, cap_);

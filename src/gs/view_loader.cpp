@@ -11,12 +11,16 @@
 namespace quor::gs {
 namespace {
 
+constexpr int kFewPixels = 8;
+
 bool staysInside(const std::filesystem::path& path) {
   return !path.empty() && !path.has_root_path() && std::find(path.begin(), path.end(), "..") == path.end();
 }
 
-// Each edge may have been rounded to a whole pixel.
+// Each edge may have been rounded to a whole pixel, so a scaled image of very few pixels would pass for any shape.
 bool uniformlyScaled(const Camera& camera, int width, int height) {
+  if (width == camera.width && height == camera.height) return true;
+  if (std::min(width, height) < kFewPixels) return false;
   const int64_t difference = int64_t{width} * camera.height - int64_t{height} * camera.width;
   return std::abs(difference) <= std::max(camera.width, camera.height);
 }

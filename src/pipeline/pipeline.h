@@ -53,7 +53,7 @@ class Pipeline {
   bool start(Stage from, Stage to, Completion completion = {});
   void cancel();
   // Training ends after the current step and still exports. Earlier stages are cancelled, and so is training that has
-  // not begun to step where an earlier scene would be lost.
+  // not begun to step.
   void requestStop();
   bool busy() const { return busy_.load(); }
 
@@ -74,7 +74,7 @@ class Pipeline {
   std::string runFrames(const Project& project);
   std::string runSparse(const Project& project);
   std::string runTrain(const Project& project);
-  void followTraining(const Project& project);
+  void followTraining();
   void report(Stage stage, StageState state, const std::string& message, float fraction);
 
   gs::TrainingService& trainer_;

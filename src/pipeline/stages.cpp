@@ -66,6 +66,11 @@ std::string Pipeline::runSparse(const Project&) {
 
 std::string Pipeline::runTrain(const Project& project) {
   gs::TrainJob job = makeTrainJob(project);
+  std::error_code ignored;
+  if (!project.externalDataset.empty() && !std::filesystem::exists(job.dataset, ignored)) {
+    throw std::runtime_error("The dataset of this project, " + project.externalDataset +
+                             ", is no longer there. Move it back, or import it from where it is now.");
+  }
   // The trainer itself names the folder of a wrapped dataset that has lost its model.
   if (project.externalDataset.empty() && gs::colmap::findModelDir(job.dataset).empty()) {
     throw std::runtime_error("There is no camera solve to train from. Run Camera solve first.");
@@ -76,7 +81,7 @@ std::string Pipeline::runTrain(const Project& project) {
   log_.info(std::string(stageName(Stage::Train)) + ": " + start);
 
   trainer_.startTraining(std::move(job));
-  followTraining(project);
+  followTraining();
   const std::optional<gs::TrainResult> result = trainer_.wait();
   if (!result) {
     const gs::TrainStatus status = trainer_.status();
@@ -88,16 +93,14 @@ std::string Pipeline::runTrain(const Project& project) {
 }
 
 // Passes requests on to the trainer and its status on to the stage record until the job has ended.
-void Pipeline::followTraining(const Project& project) {
+void Pipeline::followTraining() {
   bool stopSent = false;
   bool cancelSent = false;
   const auto mustCancel = [&] { return cancel_ && !cancelSent; };
   const auto mustStop = [&] { return stop_ && !stopSent && !cancelSent; };
   while (trainer_.running()) {
-    // What has not been trained at all must not take the place of an earlier scene.
-    const bool untrained = trainer_.status().state == gs::TrainState::Loading;
-    std::error_code ignored;
-    if (mustStop() && untrained && std::filesystem::exists(project.sceneFile(), ignored)) cancel_ = true;
+    // What has not been trained at all is no scene, and must not take the place of an earlier one.
+    if (mustStop() && trainer_.status().state == gs::TrainState::Loading) cancel_ = true;
     if (mustCancel()) {
       trainer_.cancel();
       cancelSent = true;

@@ -102,6 +102,13 @@ Project Project::create(const std::vector<InputSource>& inputs, const fs::path& 
 }
 
 Project Project::fromDataset(const fs::path& dataset, const fs::path& outDir) {
+  Project project = describeDataset(dataset, outDir);
+  project.ensureLayout();
+  project.save();
+  return project;
+}
+
+Project Project::describeDataset(const fs::path& dataset, const fs::path& outDir) {
   if (gs::colmap::findModelDir(dataset).empty()) {
     throw std::runtime_error("No COLMAP model in " + toUtf8(dataset) +
                              ". Choose the folder holding images/ and sparse/0 (not sparse/0 itself).");
@@ -114,8 +121,6 @@ Project Project::fromDataset(const fs::path& dataset, const fs::path& outDir) {
   }
   Project project = newProject(dataset, false, outDir);
   project.externalDataset = toUtf8(absolutePath(dataset));
-  project.ensureLayout();
-  project.save();
   return project;
 }
 

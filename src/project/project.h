@@ -56,6 +56,8 @@ class Project {
   // with a whole sentence.
   static Project create(const std::vector<InputSource>& inputs, const std::filesystem::path& outDir);
   static Project fromDataset(const std::filesystem::path& dataset, const std::filesystem::path& outDir);
+  // What fromDataset() makes, before anything is written.
+  static Project describeDataset(const std::filesystem::path& dataset, const std::filesystem::path& outDir);
 
   // Written beside project.json and moved over it. Throws std::runtime_error "Cannot write PATH".
   void save() const;

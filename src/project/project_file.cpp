@@ -116,16 +116,23 @@ void Project::save() const {
     throw std::runtime_error(cannotWrite + ": a name or path in it is not UTF-8 text");
   }
   std::ofstream file(temporary, std::ios::binary | std::ios::trunc);
+  const bool opened = file.is_open();
   file << text;
   file.close();
-  if (!file) throw std::runtime_error(cannotWrite);
+  std::error_code ignored;
+  if (!file) {
+    if (opened) fs::remove(temporary, ignored);
+    throw std::runtime_error(cannotWrite);
+  }
   std::error_code error;
   fs::rename(temporary, target, error);
   if (!error) return;
-  std::error_code ignored;
-  if (isProject(root)) fs::remove(target, ignored);  // some file systems do not move over an existing file
-  fs::rename(temporary, target, error);
-  if (error) throw std::runtime_error("Cannot write " + toUtf8(target) + ": " + error.message());
+  // Some file systems do not move over an existing file.
+  const bool removed = isProject(root) && fs::remove(target, ignored);
+  if (removed) fs::rename(temporary, target, error);
+  if (!error) return;
+  if (!removed) fs::remove(temporary, ignored);  // else it is all that is left
+  throw std::runtime_error("Cannot write " + toUtf8(target) + ": " + error.message());
 }
 
 }  // namespace quor

@@ -77,6 +77,33 @@ TEST(Projects, ANewProjectIsSavedBeforeADeviceIsNeeded) {
   EXPECT_EQ(json["ingest"]["fisheyeCropBottom"], 0.25);
 }
 
+TEST(Projects, AnEarlierProjectSurvivesAnImportThatFails) {
+  TempFolder folder;
+  writeSmallCapture(folder / "a/set");
+  const auto import = [&](const char* set, const std::vector<std::string>& environment = {}) {
+    return runCli({"import", toUtf8(folder / set), "--out", toUtf8(folder / "made"), "--quiet"}, environment);
+  };
+  const std::filesystem::path made = folder / "made/set_ombrelux";
+  import("a/set", kNoDriver);
+  const std::string earlier = readFile(made / "project.json") + "\n";  // not as an import would write it
+  writeFile(made / "project.json", earlier);
+
+  EXPECT_EQ(import("a/set", kNoDriver).exitCode, 1);
+  EXPECT_EQ(readFile(made / "project.json"), earlier);
+  std::filesystem::copy(folder / "a", folder / "b", std::filesystem::copy_options::recursive);
+  expectFailure(import("b/set"), toUtf8(made) + " is the project of another capture, " + toUtf8(folder / "a/set") +
+                                     ". Choose another folder with --out.");
+  writeFile(folder / "a/set/sparse/0/cameras.txt", "1 PINEHOLE 64 48 60 60 32 24\n");
+  expectFailure(import("a/set"), "Unknown COLMAP camera model PINEHOLE");
+  EXPECT_EQ(readFile(made / "project.json"), earlier);
+
+  std::filesystem::remove_all(folder / "a");
+  expectFailure(runCli({"train", toUtf8(made), "--quiet"}),
+                "The dataset of this project, " + toUtf8(folder / "a/set") +
+                    ", is no longer there. Move it back, or import it from where it is now.");
+  EXPECT_EQ(readFile(made / "project.json"), earlier);
+}
+
 TEST(Projects, TrainOverwritesOnlyWhatIsGiven) {
   TempFolder folder;
   const std::string path = toUtf8(folder / "p");

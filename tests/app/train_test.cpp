@@ -53,16 +53,18 @@ TEST_F(TrainTest, EndsWithAResultOnStandardOutput) {
 }
 
 TEST_F(TrainTest, AnInterruptStopsAndASecondCancels) {
-  ChildProgram stopped(OMBRELUX_CLI, {"import", set_, "--iterations", "1000000", "--json"});
-  ASSERT_TRUE(stopped.waitForError("  train: step "));
-  stopped.signal(SIGINT);
-  const Ended stop = stopped.wait();
-  EXPECT_EQ(stop.exitCode, 0) << stop.err;
-  const nlohmann::json document = nlohmann::json::parse(stop.out);
-  EXPECT_GT(document["iterations"], 0);
-  EXPECT_LT(document["iterations"], 1000000);
-  EXPECT_TRUE(document.contains("ply"));
-  EXPECT_TRUE(document.contains("checkpoint"));
+  for (const int signal : {SIGINT, SIGHUP}) {
+    ChildProgram stopped(OMBRELUX_CLI, {"import", set_, "--iterations", "1000000", "--json"});
+    ASSERT_TRUE(stopped.waitForError("  train: step "));
+    stopped.signal(signal);
+    const Ended stop = stopped.wait();
+    EXPECT_EQ(stop.exitCode, 0) << stop.err;
+    const nlohmann::json document = nlohmann::json::parse(stop.out);
+    EXPECT_GT(document["iterations"], 0);
+    EXPECT_LT(document["iterations"], 1000000);
+    EXPECT_TRUE(document.contains("ply"));
+    EXPECT_TRUE(document.contains("checkpoint"));
+  }
 
   std::filesystem::remove(output() / "scene.ply");
   ChildProgram cancelled(OMBRELUX_CLI, {"train", project_});
@@ -76,6 +78,32 @@ TEST_F(TrainTest, AnInterruptStopsAndASecondCancels) {
   EXPECT_EQ(cancel.out, "");
   EXPECT_THAT(cancel.err, HasSubstr("error: Cancelled\n"));
   EXPECT_FALSE(std::filesystem::exists(output() / "scene.ply"));
+}
+
+// Bytes of a file, in the shell's blocks of 512, beyond which writing fails as it does on a full disk.
+TEST_F(TrainTest, AFullDiskCostsNoEarlierFile) {
+  const auto trainWithin = [&](const char* blocks) {
+    const std::string script = std::string("ulimit -f ") + blocks + R"(; exec "$0" "$@")";
+    return ChildProgram("/bin/sh", {"-c", script, OMBRELUX_CLI, "train", project_, "--quiet"}).wait();
+  };
+  ASSERT_EQ(runCli({"import", set_, "--iterations", "5"}).exitCode, 0);
+  const std::string scene = readFile(output() / "scene.ply");
+  const std::string checkpoint = readFile(output() / "checkpoint.quor");
+
+  const Ended noScene = trainWithin("20");
+  EXPECT_EQ(noScene.exitCode, 1);
+  EXPECT_EQ(noScene.out, "");
+  EXPECT_EQ(noScene.err, "error: Writing " + toUtf8(output() / "scene.ply") + " failed (disk full?)\n");
+  EXPECT_EQ(readFile(output() / "scene.ply"), scene);
+
+  const Ended noCheckpoint = trainWithin("200");
+  EXPECT_EQ(noCheckpoint.exitCode, 0);
+  EXPECT_EQ(noCheckpoint.out, toUtf8(output() / "scene.ply") + "\n");
+  EXPECT_THAT(noCheckpoint.err, HasSubstr("warning: Could not write the checkpoint: "));
+  EXPECT_EQ(readFile(output() / "checkpoint.quor"), checkpoint);
+  for (const auto& entry : std::filesystem::directory_iterator(output())) {
+    EXPECT_NE(entry.path().extension(), ".partial");
+  }
 }
 
 TEST_F(TrainTest, ADamagedDatasetIsRefusedInOneSentence) {

@@ -68,6 +68,21 @@ TEST(Usage, WhatIsAskedForGoesToStandardOutput) {
   EXPECT_EQ(refused.err, "error: could not write " + toUtf8(folder / "no/advice.txt") + "\n");
 }
 
+TEST(Usage, StreamsAndFilesThatCannotBeWrittenAreSaidOnce) {
+  const auto shell = [](const char* script, const std::string& argument) {
+    return ChildProgram("/bin/sh", {"-c", script, OMBRELUX_CLI, argument}).wait();
+  };
+  const Ended closed = shell(R"(exec "$0" help >&-)", "");
+  EXPECT_EQ(closed.exitCode, 1);
+  EXPECT_EQ(closed.err, "error: could not write to standard output\n");
+
+  TempFolder folder;
+  const std::string advice = toUtf8(writeFile(folder / "advice.txt", "old"));
+  EXPECT_EQ(shell(R"(ulimit -f 1; exec "$0" instructions "$1")", advice).exitCode, 1);
+  EXPECT_EQ(readFile(folder / "advice.txt"), "old");
+  EXPECT_EQ(runCli({"train", "no\n\x1b[31mé"}).err, "error: No such file or folder: no??[31mé\n");
+}
+
 TEST(Usage, WhatIsNotThereYetSaysSoInOneSentence) {
   TempFolder folder;
   writeFile(folder / "photos/a.jpg", "");

@@ -120,7 +120,7 @@ std::vector<std::string> names(const std::vector<View>& views) {
 TEST_F(DatasetTest, ViewsComeInNameOrderFromSubFoldersAndAreSplit) {
   for (const char* name : {"b/été 写.png", "a b.png", "c.png", "b/a.png", "d.png"}) add(name);
   add("e.png").qvec = {0, 0, -3, 0};  // half a turn about y, not normalised
-  model_.points.positions = {1, 2, 3, NAN, 0, 0, 4, 5, INFINITY, 7, 8, 9};
+  model_.points.positions = {1, 2, 3, NAN, 0, 0, 4, 5, 1e30f, 7, 8, 9};
   model_.points.colors = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12};
   options_.evalMode = true;
   options_.testEvery = 3;
@@ -175,6 +175,8 @@ TEST_F(DatasetTest, PhotographsMayBeUniformlyScaledButNotCropped) {
 
   model_.cameras[1].width = 100;
   EXPECT_THAT(failure(), StartsWith("Image half.png has 60x40 pixels, but its camera in the COLMAP model has 100x81."));
+  writePng(folder_ / "images/half.png", Image{1, 1, {0, 0, 0}});  // scaled uniformly, but a placeholder
+  EXPECT_THAT(failure(), StartsWith("Image half.png has 1x1 pixels, but its camera in the COLMAP model has 100x81."));
 }
 
 TEST_F(DatasetTest, OnePixelImagesLoad) {
@@ -247,10 +249,14 @@ TEST_F(DatasetTest, ABrokenModelIsRefusedInOneSentence) {
       {"Image b.png of the COLMAP model has no valid rotation.", imageWith(qvec, Quaternion{INFINITY})},
       {"Image b.png of the COLMAP model has no valid translation.",
        imageWith(&colmap::Image::tvec, std::array{0.0, 0.0, kNaN})},
+      {"Image b.png of the COLMAP model has no valid translation.",
+       imageWith(&colmap::Image::tvec, std::array{0.0, 0.0, 1e30})},
       {"Camera 1 of the COLMAP model has no valid focal length.", cameraWith({100, 0, 61, 39})},
       {"Camera 1 of the COLMAP model has no valid focal length.", cameraWith({100, -100, 61, 39})},
       {"Camera 1 of the COLMAP model has no valid focal length.", cameraWith({100, kNaN, 61, 39})},
       {"Camera 1 of the COLMAP model has no valid focal length.", cameraWith({100, INFINITY, 61, 39})},
+      {"Camera 1 of the COLMAP model has no valid focal length.", cameraWith({100, 1e-30, 61, 39})},
+      {"Camera 1 of the COLMAP model has no valid focal length.", cameraWith({100, 1e30, 61, 39})},
       {"Camera 1 of the COLMAP model has no valid principal point.", cameraWith({100, 100, kNaN, 39})},
       {"Camera 1 of the COLMAP model has no valid principal point: with lens distortion it must lie inside the image.",
        cameraWith({100, 200, 39, 0.1}, 2)},

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -139,6 +140,10 @@ TEST_F(EngineTest, ExtremeJobsEndInAScene) {
   ASSERT_TRUE(result) << engine.status().text;
   EXPECT_EQ(result->steps, 1);
   EXPECT_EQ(result->evaluation.views, 0u);
+  const std::vector<LogEntry> said = log.entriesAfter(0);
+  EXPECT_TRUE(std::any_of(said.begin(), said.end(), [](const LogEntry& entry) {
+    return entry.text == "The setting iterations cannot be 0: 1 is used.";
+  }));
 
   j = job(Technique::Mcmc, 3);
   j.splatBudget = 1;

@@ -1,9 +1,13 @@
 #include "base/terminal.h"
 
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <atomic>
+
+#include "base/paths.h"
 
 namespace quor {
 
@@ -26,10 +30,22 @@ void handle(int signal, void (*handler)(int)) {
 
 }  // namespace
 
+void occupyClosedStreams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(stream, F_GETFD) != -1) continue;
+    // The lowest free number is this stream's. Opened the wrong way round, so that using it is an error.
+    if (open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY) == -1) return;
+  }
+}
+
 void countInterrupts() {
   handle(SIGINT, onInterrupt);
   handle(SIGTERM, onInterrupt);
   handle(SIGPIPE, SIG_IGN);
+  handle(SIGXFSZ, SIG_IGN);
+  struct sigaction hangUp = {};
+  const bool outlivesTerminal = sigaction(SIGHUP, nullptr, &hangUp) == 0 && hangUp.sa_handler == SIG_IGN;  // nohup
+  if (!outlivesTerminal) handle(SIGHUP, onInterrupt);
 }
 
 int interruptCount() {
@@ -37,7 +53,12 @@ int interruptCount() {
 }
 
 bool standardErrorIsTerminal() {
-  return isatty(STDERR_FILENO) == 1;
+  return isatty(STDERR_FILENO) == 1 && environmentVariable("TERM") != "dumb";
+}
+
+size_t terminalWidth() {
+  winsize size = {};
+  return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
 }
 
 }  // namespace quor
