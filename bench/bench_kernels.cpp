@@ -10,6 +10,7 @@
 #include <bit>
 #include <functional>
 #include <numeric>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -70,6 +71,9 @@ class KernelBench {
         scanner_(context),
         plainSorter_(context, "radix_scatter"),
         rankedSorter_(context, "radix_scatter_ranked") {
+    if (context.timestampBits() == 0) {
+      throw std::runtime_error("The device has no timestamps, so single kernels cannot be timed on it.");
+    }
     splats_.upload(transfer_, scene);
     scanner_.reserve(std::max(n_ + 1, m_));
     for (RadixSorter* sorter : {&plainSorter_, &rankedSorter_}) sorter->reserve(std::max(n_, m_));
@@ -104,22 +108,22 @@ class KernelBench {
     return buffer;
   }
 
-  Work linear(std::string_view kernel, Buffers buffers, Push push, uint32_t items) {
+  Work linear(std::string_view kernel, const Buffers& buffers, const Push& push, uint32_t items) {
     return [=, this] { stream_.dispatch1D(kernel, buffers, push.data(), push.size() * sizeof(Word), items); };
   }
-  Work grid(std::string_view kernel, Buffers buffers, Push push, uint32_t x, uint32_t y, uint32_t z) {
+  Work grid(std::string_view kernel, const Buffers& buffers, const Push& push, uint32_t x, uint32_t y, uint32_t z) {
     return [=, this] { stream_.dispatch(kernel, buffers, push.data(), push.size() * sizeof(Word), x, y, z); };
   }
   // A row of a kernel with one invocation an item.
-  void add(std::string_view kernel, double bytes, Buffers buffers, Push push, uint32_t items, Work prepare = {}) {
-    rows_.push_back({kernel, "", bytes, linear(kernel, std::move(buffers), std::move(push), items), prepare});
+  void add(std::string_view kernel, double bytes, const Buffers& buffers, const Push& push, uint32_t items,
+           Work prepare = {}) {
+    rows_.push_back({kernel, "", bytes, linear(kernel, buffers, push, items), std::move(prepare)});
   }
   // A row of a kernel with one invocation a pixel and plane.
-  void addPlanes(std::string_view kernel, std::string_view detail, double bytesPerPixel, Buffers buffers, Push push,
-                 uint32_t pixelsX, uint32_t pixelsY, uint32_t planes) {
-    rows_.push_back(
-        {kernel, detail, bytesPerPixel * p_,
-         grid(kernel, std::move(buffers), std::move(push), groupsOf(w_, pixelsX), groupsOf(h_, pixelsY), planes)});
+  void addPlanes(std::string_view kernel, std::string_view detail, double bytesPerPixel, const Buffers& buffers,
+                 const Push& push, uint32_t pixelsX, uint32_t pixelsY, uint32_t planes) {
+    rows_.push_back({kernel, detail, bytesPerPixel * p_,
+                     grid(kernel, buffers, push, groupsOf(w_, pixelsX), groupsOf(h_, pixelsY), planes)});
   }
 
   Push cameraBlock() const {
@@ -169,7 +173,7 @@ class KernelBench {
         [this] { rankedSorter_.sort(stream_, tileKey_, splatId_, tileKeyPartner_, splatIdPartner_, m_, 16); });
   }
 
-  void addBlending(std::string_view kernel, Buffers outputs, bool runs, Work prepare = {}) {
+  void addBlending(std::string_view kernel, const Buffers& outputs, bool runs, Work prepare = {}) {
     if (!runs) return;
     Buffers buffers = {&tileStart_, &splatId_, &mean_, &conic_, &opacity_, &colour_};
     buffers.insert(buffers.end(), outputs.begin(), outputs.end());
@@ -273,7 +277,7 @@ class KernelBench {
     }
     // Each pass of four bits reads the keys twice and the values once, and writes both.
     const auto sort = [&](RadixSorter& sorter, uint32_t bits, std::string_view detail) {
-      rows_.push_back({"RadixSorter", detail, 20.0 * (bits / 4) * m_,
+      rows_.push_back({"RadixSorter", detail, 5.0 * bits * m_,
                        [this, &sorter, bits] { sorter.sort(stream_, keysA_, valuesA_, keysB_, valuesB_, m_, bits); },
                        restore});
     };

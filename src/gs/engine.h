@@ -17,7 +17,7 @@ namespace quor::gs {
 class Trainer;
 struct Dataset;
 
-class Engine : public TrainingService {
+class Engine final : public TrainingService {
  public:
   Engine(VulkanContext& context, LogStore& log);
   ~Engine() override;  // cancels and waits

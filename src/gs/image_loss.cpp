@@ -136,7 +136,7 @@ void ImageLoss::recordPartials(ComputeStream& stream, const Frame& frame) {
   const uint32_t pixels = static_cast<uint32_t>(frame.width) * static_cast<uint32_t>(frame.height);
   if (!wide_) stream.dispatch1D("ssim_tail_forward", {&planesPartner_, &dSsim_}, pixels, 3 * pixels);
   stream.dispatch1D("loss_partials", {&frame.image, &target_, &dSsim_, &partials_}, 3 * pixels, 3 * pixels);
-  stream.copy(partials_, partialsOnHost_, partialGroups(3 * pixels) * 3 * sizeof(float));
+  stream.copy(partials_, partialsOnHost_, partialGroups(uint64_t{3} * pixels) * 3 * sizeof(float));
 }
 
 ImageScores ImageLoss::finishScore(int width, int height) const {

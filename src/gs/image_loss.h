@@ -12,7 +12,7 @@
 namespace quor::gs {
 
 // target, two sets of 15 planes, SSIM gradient or map, image gradient, opacity gradient
-inline constexpr uint64_t kLossBytesPerPixel = (3 + 15 + 15 + 3 + 3 + 1) * 4;
+inline constexpr uint64_t kLossBytesPerPixel = uint64_t{3 + 15 + 15 + 3 + 3 + 1} * 4;
 
 // Factors of the summed terms: for L = (1 - w) mean L1 + w (1 - mean SSIM) over P pixels these are (1 - w) / (3 P) and
 // -w / (3 P).

@@ -56,9 +56,18 @@ Renderer::Renderer(VulkanContext& context, Variants variants, Mode mode)
       total_(context, sizeof(uint32_t), BufferKind::Readback, "instance count") {}
 
 std::vector<std::string> Renderer::kernelNames() const {
-  std::vector<std::string> names = {"activate",      "preprocess_forward", "depth_keys",      "radix_hist",
-                                    "radix_scatter", "scan_block",         "scan_add",        "bin_count",
-                                    "bin_write",     "tile_ranges",        variants_.forward, "composite_background"};
+  std::vector<std::string> names = {"activate",
+                                    "preprocess_forward",
+                                    "depth_keys",
+                                    "radix_hist",
+                                    RadixSorter::scatterKernelFor(context_.info()),
+                                    "scan_block",
+                                    "scan_add",
+                                    "bin_count",
+                                    "bin_write",
+                                    "tile_ranges",
+                                    variants_.forward,
+                                    "composite_background"};
   if (mode_ == Mode::Training) {
     for (std::string& name : loss_.kernelNames()) names.push_back(std::move(name));
     names.insert(names.end(), {"preprocess_backward", "activation_backward"});

@@ -22,8 +22,8 @@
 namespace quor::gs {
 
 // GPU bytes that a renderer for training takes per splat and per pixel, for budgeting.
-inline constexpr uint64_t kRendererBytesPerSplat = 30 * 4;
-inline constexpr uint64_t kRendererBytesPerPixel = 6 * 4 + kLossBytesPerPixel;
+inline constexpr uint64_t kRendererBytesPerSplat = uint64_t{30} * 4;
+inline constexpr uint64_t kRendererBytesPerPixel = uint64_t{6} * 4 + kLossBytesPerPixel;
 
 class Renderer {
  public:

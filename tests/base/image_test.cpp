@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 
 #include <cmath>
-#include <numeric>
 
 #include "support/temp_folder.h"
 
@@ -13,7 +12,6 @@ namespace {
 using test::TempFolder;
 using test::thrownText;
 using test::writeFile;
-using testing::ElementsAre;
 using testing::StartsWith;
 
 Image gradient(int width, int height) {
@@ -26,26 +24,6 @@ Image gradient(int width, int height) {
     }
   }
   return image;
-}
-
-std::string bigEndian(uint32_t value) {
-  return {static_cast<char>(value >> 24), static_cast<char>(value >> 16), static_cast<char>(value >> 8),
-          static_cast<char>(value)};
-}
-
-std::string chunk(const std::string& type, const std::string& data) {
-  return bigEndian(static_cast<uint32_t>(data.size())) + type + data + std::string(4, '\0');
-}
-
-// One row of pixels, uncompressed; the check sums are left at 0, which the reader does not mind.
-std::string onePngRow(uint32_t width, uint32_t height, char bits, char colourType, const std::string& row,
-                      const std::string& extra = {}) {
-  const std::string raw = '\0' + row;
-  const auto length = static_cast<char>(raw.size());
-  const std::string deflated = std::string("\x78\x01\x01") + length + '\0' + static_cast<char>(~length) + '\xff' + raw;
-  return "\x89PNG\r\n\x1a\n" +
-         chunk("IHDR", bigEndian(width) + bigEndian(height) + bits + colourType + std::string(3, '\0')) + extra +
-         chunk("IDAT", deflated + std::string(4, '\0')) + chunk("IEND", "");
 }
 
 TEST(Image, PngKeepsEveryByteAndJpegNearlyAll) {
@@ -63,16 +41,6 @@ TEST(Image, PngKeepsEveryByteAndJpegNearlyAll) {
   EXPECT_EQ(readImageSize(folder / "a.jpg").width, 67);
 }
 
-TEST(Image, EveryPixelLayoutBecomesPlainRgb) {
-  const TempFolder folder;
-  const auto pixels = [&](const std::string& bytes) { return readImage(writeFile(folder / "a.png", bytes)).rgb; };
-  EXPECT_THAT(pixels(onePngRow(2, 1, 8, 0, "\x10\x20")), ElementsAre(16, 16, 16, 32, 32, 32));
-  EXPECT_THAT(pixels(onePngRow(1, 1, 8, 6, std::string("\x10\x20\x30\x00", 4))), ElementsAre(16, 32, 48));
-  EXPECT_THAT(pixels(onePngRow(1, 1, 16, 2, "\x10\x99\x20\x99\x30\x99")), ElementsAre(16, 32, 48));
-  EXPECT_THAT(pixels(onePngRow(2, 1, 8, 3, std::string("\x01\x00", 2), chunk("PLTE", "abcdef"))),
-              ElementsAre('d', 'e', 'f', 'a', 'b', 'c'));
-}
-
 TEST(Image, SaysWhichFileCannotBeReadAndWhy) {
   const TempFolder folder;
   writePng(folder / "whole.png", gradient(30, 30));
@@ -81,7 +49,8 @@ TEST(Image, SaysWhichFileCannotBeReadAndWhy) {
   writeFile(folder / "text.jpg", "This is no picture at all.");
   writeFile(folder / "cut.png", whole.substr(0, whole.size() / 2));
   writeFile(folder / "header.png", whole.substr(0, 10));
-  writeFile(folder / "huge.png", onePngRow(30000, 30000, 8, 2, ""));
+  const std::string size("\0\0\x75\x30\0\0\x75\x30", 8);  // 30000 both ways
+  writeFile(folder / "huge.png", std::string(whole).replace(16, 8, size));
   std::filesystem::create_directories(folder / "folder.png");
   for (const char* name : {"missing.png", "empty.png", "text.jpg", "cut.png", "header.png", "huge.png", "folder.png"}) {
     const auto path = folder / name;

@@ -128,14 +128,5 @@ TEST_F(KernelRegistryTest, NamesAreExact) {
   }
 }
 
-TEST_F(KernelRegistryTest, TheBackwardVariantFollowsTheDevice) {
-  KernelRegistry& fallbacks = GpuTestDevice::withFallbacks().registry;
-  EXPECT_EQ(fallbacks.backwardKernelName(), "rasterize_backward:SG=0,NATIVE_ATOMIC=0");
-  EXPECT_EQ(registry.backwardKernelName(), std::string("rasterize_backward:SG=") +
-                                               (context.info().subgroupReduce ? "1" : "0") +
-                                               ",NATIVE_ATOMIC=" + (context.info().floatAtomics ? "1" : "0"));
-  EXPECT_NE(fallbacks.get(fallbacks.backwardKernelName()).pipeline, VkPipeline{});
-}
-
 }  // namespace
 }  // namespace quor::gs

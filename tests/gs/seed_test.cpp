@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <set>
 #include <vector>
@@ -36,38 +37,30 @@ Points cloud(size_t count) {
   SplitMix64 random(9);
   Points points;
   for (size_t i = 0; i < count; ++i) {
-    const auto coordinate = [&] { return static_cast<float>(random.normal()); };
-    const float x = coordinate(), y = coordinate();
-    points.add(x, y, coordinate());
+    const auto x = static_cast<float>(random.normal()), y = static_cast<float>(random.normal());
+    points.add(x, y, static_cast<float>(random.normal()));
   }
   return points;
 }
 
 bool allFinite(const GaussianSet& set) {
-  for (size_t g = 0; g < kGroupCount; ++g) {
-    for (const float value : set.group(static_cast<Group>(g))) {
-      if (!std::isfinite(value)) return false;
-    }
-  }
-  return true;
+  const auto finite = [](float value) { return std::isfinite(value); };
+  bool all = true;
+  for (size_t g = 0; g < kGroupCount; ++g) all = all && std::ranges::all_of(set.group(static_cast<Group>(g)), finite);
+  return all;
 }
 
 // The definition, without a search structure.
 std::vector<double> referenceDistances(const Points& points) {
-  const size_t count = points.positions.size() / 3;
-  std::vector<double> distances(count);
-  for (size_t i = 0; i < count; ++i) {
+  const std::vector<double> p(points.positions.begin(), points.positions.end());
+  std::vector<double> distances;
+  for (size_t i = 0; i < p.size(); i += 3) {
     std::vector<double> squares;
-    for (size_t j = 0; j < count; ++j) {
-      if (j == i) continue;
-      double square = 0;
-      for (size_t a = 0; a < 3; ++a) {
-        square += std::pow(double(points.positions[3 * i + a]) - double(points.positions[3 * j + a]), 2);
-      }
-      squares.push_back(square);
+    for (size_t j = 0; j < p.size(); j += 3) {
+      squares.push_back(std::pow(p[i] - p[j], 2) + std::pow(p[i + 1] - p[j + 1], 2) + std::pow(p[i + 2] - p[j + 2], 2));
     }
-    std::sort(squares.begin(), squares.end());
-    distances[i] = std::sqrt((squares[0] + squares[1] + squares[2]) / 3);
+    std::sort(squares.begin(), squares.end());  // the first is the point itself
+    distances.push_back(std::sqrt((squares[1] + squares[2] + squares[3]) / 3));
   }
   return distances;
 }
@@ -76,11 +69,9 @@ TEST(Seed, EveryPointBecomesASplatOfItsNeighboursDistance) {
   Points points = cloud(200);
   points.add(100, 0, 0);  // an outlier, whose size the percentile limits
   const GaussianSet set = seed(points, exactly(201));
-  ASSERT_EQ(set.count, 201u);
-  EXPECT_EQ(set.positions, points.positions);
-  EXPECT_EQ(set.shDegree, 3);
+  ASSERT_EQ(set.positions, points.positions);
 
-  std::vector<double> distances = referenceDistances(points);
+  const std::vector<double> distances = referenceDistances(points);
   std::vector<double> sorted = distances;
   std::sort(sorted.begin(), sorted.end());
   const double limit = sorted[180];  // 0.9 * 200
@@ -90,20 +81,15 @@ TEST(Seed, EveryPointBecomesASplatOfItsNeighboursDistance) {
   EXPECT_NEAR(set.opacities[7], std::log(0.1 / 0.9), 1e-6);
   EXPECT_FLOAT_EQ(set.shDc[3 * 5 + 2], (17.0f / 255.0f - 0.5f) / 0.2820948f);
   EXPECT_EQ(set.rotations[4 * 9], 1.0f);
-  EXPECT_EQ(set.rotations[4 * 9 + 2], 0.0f);
 }
 
 TEST(Seed, FewerSplatsAreARandomSubsetWithoutRepeats) {
   const Points points = cloud(150);
   const GaussianSet set = seed(points, exactly(40));
-  ASSERT_EQ(set.count, 40u);
-  std::set<float> xs(points.positions.begin(), points.positions.end());
-  std::set<float> chosen;
-  for (size_t i = 0; i < 40; ++i) {
-    EXPECT_TRUE(xs.contains(set.positions[3 * i]));
-    chosen.insert(set.positions[3 * i]);
-  }
-  EXPECT_EQ(chosen.size(), 40u);
+  const std::set<float> all(points.positions.begin(), points.positions.end());
+  const std::set<float> chosen(set.positions.begin(), set.positions.end());
+  EXPECT_EQ(chosen.size(), 120u);
+  EXPECT_TRUE(std::ranges::includes(all, chosen));
   EXPECT_EQ(seed(points, exactly(40)).positions, set.positions);
   EXPECT_NE(seed(points, exactly(40), 1).positions, set.positions);
 }
@@ -112,7 +98,6 @@ TEST(Seed, FurtherSplatsScatterAroundPoints) {
   Points points;
   for (float x = 0; x < 10; ++x) points.add(x * 100, 0, 0);
   const GaussianSet set = seed(points, exactly(2000));
-  ASSERT_EQ(set.count, 2000u);
   EXPECT_TRUE(std::equal(points.positions.begin(), points.positions.end(), set.positions.begin()));
   // Neighbours 100, 100 and 200 away: root of the mean square is 141.4; at the ends it is larger, but limited.
   double squares = 0;
@@ -149,7 +134,7 @@ TEST(Seed, FewPointsAreReplacedByRandomOnesWithinTheScene) {
   EXPECT_EQ(set.count, 12000u);
   double mean = 0;
   for (size_t i = 0; i < 10000; ++i) {
-    EXPECT_LE(std::abs(set.positions[3 * i + 1] - 20), 2.0f);
+    ASSERT_LE(std::abs(set.positions[3 * i + 1] - 20), 2.0f);
     mean += set.positions[3 * i + 2] / 10000;
   }
   EXPECT_NEAR(mean, 30, 0.1);

@@ -9,12 +9,9 @@ namespace {
 
 Camera someCamera() {
   Camera camera;
-  camera.width = 400;
-  camera.height = 300;
-  camera.fx = 310;
-  camera.fy = 320;
-  camera.cx = 207;
-  camera.cy = 146;
+  camera.width = 400, camera.height = 300;
+  camera.fx = 310, camera.fy = 320;
+  camera.cx = 207, camera.cy = 146;
   return camera;
 }
 
@@ -84,18 +81,6 @@ TEST(Undistort, NoWindowWhereNothingCanBeSeen) {
   EXPECT_TRUE(visibleWindow(camera, {-1e300, 1e300, 0, 0}).empty());
   camera.cx = 401;
   EXPECT_TRUE(visibleWindow(camera, {0.1, 0, 0, 0}).empty());
-}
-
-TEST(Undistort, TheLeastPhotographIsOnePixel) {
-  Camera camera;
-  camera.width = camera.height = 1;
-  camera.fx = camera.fy = 0.8;
-  camera.cx = camera.cy = 0.5;
-  const Distortion lens{0.3, 0, 0, 0};
-  const Camera target = windowCamera(camera, visibleWindow(camera, lens), 1);
-  EXPECT_EQ(target.width, 1);
-  EXPECT_EQ(target.height, 1);
-  EXPECT_EQ(undistort({1, 1, {1, 2, 3}}, camera, lens, target).rgb, (std::vector<uint8_t>{1, 2, 3}));
 }
 
 }  // namespace
