@@ -61,6 +61,12 @@ SplatCap capFor(const VulkanContext& context, const TrainJob& job, const Dataset
   return splatCap(deviceLimits(context), job.splatBudget, photos + largestPixels(dataset) * kRendererBytesPerPixel);
 }
 
+// The cap's number, with its reason in the log.
+uint64_t sayCap(const SplatCap& cap, LogStore& log) {
+  log.info(cap.reason);
+  return cap.splats;
+}
+
 }  // namespace
 
 Trainer::Trainer(VulkanContext& context, KernelRegistry& registry, LogStore& log, const TrainJob& job,
@@ -75,12 +81,11 @@ Trainer::Trainer(VulkanContext& context, KernelRegistry& registry, LogStore& log
       renderer_(context, registry, Renderer::Mode::Training),
       photos_(context, dataset.training, photoShare(context)),
       random_(SplitMix64::fromSeed(job.seed)),
-      cap_(capFor(context, job, dataset).splats),
+      cap_(sayCap(capFor(context, job, dataset), log)),
       mcmcTarget_(std::min(job.mcmcTarget, cap_)),
       vanilla_(context, job_, dataset.geometry.extent, cap_),
       mcmc_(job_, cap_),
       loss_(std::numeric_limits<float>::quiet_NaN()) {
-  log_.info(capFor(context, job, dataset).reason);
   std::vector<std::string> kernels = renderer_.kernelNames();
   for (const char* name : {"adam", "gather_rows", "flag_diverged"}) kernels.emplace_back(name);
   kernels.emplace_back(job_.technique == Technique::Vanilla ? "grad_stats" : "add_noise");
