@@ -6,6 +6,8 @@ packages=(
   build-essential cmake ninja-build git ca-certificates
   nlohmann-json3-dev libstb-dev libnanoflann-dev
   libvulkan-dev libvulkan-volk-dev libvulkan1 glslc
+  pkg-config libavformat-dev libavcodec-dev libavfilter-dev libavutil-dev libswscale-dev libheif-dev
+  colmap ffmpeg
   mesa-vulkan-drivers vulkan-validationlayers
   libgtest-dev libgmock-dev
   clang clang-format clang-tidy libclang-rt-14-dev

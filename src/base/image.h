@@ -1,9 +1,11 @@
-// Photographs on the host: 8-bit RGB, rows from the top, three bytes a pixel, no padding. Reads JPEG, PNG, BMP and TGA.
-// Every function may run on several threads at once.
+// Photographs on the host: 8-bit RGB, rows from the top, three bytes a pixel, no padding. Reads JPEG, PNG, BMP and TGA,
+// and what a decoder has been registered for. Every function may run on several threads at once.
 #pragma once
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
+#include <optional>
 #include <vector>
 
 namespace quor {
@@ -26,6 +28,14 @@ Image readImage(const std::filesystem::path& path);
 
 // The pixel size from the file's header alone; throws as readImage.
 ImageSize readImageSize(const std::filesystem::path& path);
+
+// A decoder for files that this folder cannot read itself: the picture, or nothing when it does not know the format
+// either; it throws std::runtime_error with the bare reason for a damaged file of a format that it does know. Called
+// from any thread.
+using ImageDecoder = std::function<std::optional<Image>(const std::filesystem::path& path)>;
+// Asked by readImage and readImageSize when their own formats do not fit. One decoder for the whole program;
+// registering another takes its place. To be called before images are read on other threads.
+void registerImageDecoder(ImageDecoder decoder);
 
 // Averages areas when a side shrinks and interpolates linearly when it grows, in the stored (gamma-encoded) values.
 // Throws std::invalid_argument unless every side is at least 1 and the picture holds width * height * 3 bytes.

@@ -1,0 +1,9 @@
+#include "sfm/colmap_runner.h"
+
+namespace quor {
+
+std::filesystem::path solvedDataset(const Project& project) {
+  return project.colmapFolder() / "undistorted";
+}
+
+}  // namespace quor

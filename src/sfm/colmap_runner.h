@@ -1,0 +1,45 @@
+// Frames to cameras: runs COLMAP as a child process, one command a step, in a project's colmap folder.
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/log_store.h"
+#include "base/tool_finder.h"
+#include "project/project.h"
+
+namespace quor {
+
+// Fraction 0..1 of the whole solve, or -1 when unknown.
+using SolveProgress = std::function<void(const std::string& message, float fraction)>;
+
+class ColmapRunner {
+ public:
+  struct Result {
+    size_t registered = 0;           // images of the model that was kept
+    size_t images = 0;               // images given
+    std::vector<size_t> modelSizes;  // registered images of every model COLMAP made, largest first
+    size_t points = 0;
+    double reprojectionError = 0;   // mean, in pixels
+    std::filesystem::path dataset;  // holds images/ and sparse/: undistorted, ready to train
+  };
+
+  // `cancelled` is asked from the calling thread of run().
+  ColmapRunner(std::optional<ToolLocation> colmap, LogStore& log, std::function<bool()> cancelled);
+
+  // Clears what an earlier solve of the project has left, then solves. Throws std::runtime_error with a whole sentence,
+  // "Cancelled" too. What a failed solve leaves is never taken for a finished one: the dataset appears as its last act.
+  Result run(const Project& project, const SolveProgress& progress);
+
+ private:
+  LogStore& log_;
+};
+
+// Where run() leaves the undistorted images and their model.
+std::filesystem::path solvedDataset(const Project& project);
+
+}  // namespace quor
