@@ -33,7 +33,8 @@ CodecPtr openEncoder(int quality, int width, int height) {
   codec->height = height;
   codec->pix_fmt = AV_PIX_FMT_YUVJ420P;
   codec->color_range = AVCOL_RANGE_JPEG;
-  codec->time_base = {1, 25};  // required, and without a meaning for single pictures
+  codec->time_base = {1, 25};           // required, and without a meaning for single pictures
+  codec->sample_aspect_ratio = {1, 1};  // or the file gets no JFIF header
   codec->thread_count = 1;
   codec->flags |= AV_CODEC_FLAG_QSCALE | AV_CODEC_FLAG_BITEXACT;
   codec->global_quality = FF_QP2LAMBDA * quality;
