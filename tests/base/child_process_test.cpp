@@ -149,7 +149,9 @@ TEST_F(ChildProcess, EndsAllWhenTheProgramIsKilled) {
         {program, {pidFile.string()}, {}}, [](std::string_view) {}, [] { return false; });
     _exit(0);
   }
-  while (!std::filesystem::exists(pidFile)) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  for (int i = 0; i < 2000 && !std::filesystem::exists(pidFile); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
   kill(parent, SIGKILL);
   waitpid(parent, nullptr, 0);
   std::ifstream pids(pidFile);
