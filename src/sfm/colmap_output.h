@@ -12,7 +12,8 @@
 
 namespace quor {
 
-// The message of a line without the prefix that COLMAP's newer versions put before it ("I20240101 12:00:00.0 1 x.cc:2] ").
+// The message of a line without the prefix that COLMAP's newer versions put before it ("I20240101 12:00:00.0 1 x.cc:2]
+// ").
 std::string_view colmapMessage(std::string_view line);
 
 // How far a step is by its line, when it counts: "Processed file [3/9]", "Matching block [1/2, 1/2]".

@@ -39,15 +39,12 @@ std::string commandLine(const ColmapStep& step) {
   return line;
 }
 
-ColmapStep withoutGpu(ColmapStep step) {
+// The step on the CPU, when it asks for the GPU.
+std::optional<ColmapStep> withoutGpu(ColmapStep step) {
   const auto option = std::ranges::find(step.arguments, step.gpuOption);
-  if (option != step.arguments.end() && option + 1 != step.arguments.end()) *(option + 1) = "0";
+  if (option == step.arguments.end() || option + 1 == step.arguments.end() || option[1] != "1") return std::nullopt;
+  option[1] = "0";
   return step;
-}
-
-bool asksForGpu(const ColmapStep& step) {
-  const auto option = std::ranges::find(step.arguments, step.gpuOption);
-  return option != step.arguments.end() && option + 1 != step.arguments.end() && *(option + 1) == "1";
 }
 
 }  // namespace
@@ -55,8 +52,7 @@ bool asksForGpu(const ColmapStep& step) {
 ColmapProgram::ColmapProgram(fs::path executable, LogStore& log, std::function<bool()> cancelled)
     : executable_(std::move(executable)), log_(log), cancelled_(std::move(cancelled)) {}
 
-int ColmapProgram::run(const std::vector<std::string>& arguments,
-                       const std::function<void(std::string_view)>& onLine) {
+int ColmapProgram::run(const std::vector<std::string>& arguments, const std::function<void(std::string_view)>& onLine) {
   ChildCommand command;
   command.program = executable_;
   command.arguments = arguments;
@@ -114,17 +110,21 @@ int ColmapProgram::tryStep(const ColmapStep& step, ColmapOutput& output, const L
     output.take(line);
     if (const std::optional<float> fraction = parse(line)) progress(*fraction);
   });
-  if (exitCode == 0 || !output.gpuFailed() || !asksForGpu(step)) return exitCode;
+  const std::optional<ColmapStep> onCpu = withoutGpu(step);
+  if (exitCode == 0 || !output.gpuFailed() || !onCpu) return exitCode;
   log_.warning("COLMAP could not use the GPU for " + step.command + " — running it on the CPU instead.");
-  return tryStep(withoutGpu(step), output, parse, progress);
+  return tryStep(*onCpu, output, parse, progress);
+}
+
+void ColmapProgram::fail(const ColmapStep& step, ColmapOutput& output, int exitCode) {
+  output.explainFailure(exitCode);
+  throw std::runtime_error(step.command + " failed (COLMAP exit code " + std::to_string(exitCode) + ")");
 }
 
 void ColmapProgram::step(const ColmapStep& step, ColmapOutput& output, const LineParser& parse,
                          const StepProgress& progress) {
   const int exitCode = tryStep(step, output, parse, progress);
-  if (exitCode == 0) return;
-  output.explainFailure(exitCode);
-  throw std::runtime_error(step.command + " failed (COLMAP exit code " + std::to_string(exitCode) + ")");
+  if (exitCode != 0) fail(step, output, exitCode);
 }
 
 }  // namespace quor

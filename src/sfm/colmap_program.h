@@ -46,6 +46,8 @@ class ColmapProgram {
   void step(const ColmapStep& step, ColmapOutput& output, const LineParser& parse, const StepProgress& progress);
   // The same, but returns the exit code instead of throwing for it.
   int tryStep(const ColmapStep& step, ColmapOutput& output, const LineParser& parse, const StepProgress& progress);
+  // Says in the log why a step failed and throws for it.
+  [[noreturn]] static void fail(const ColmapStep& step, ColmapOutput& output, int exitCode);
 
  private:
   int run(const std::vector<std::string>& arguments, const std::function<void(std::string_view)>& onLine);
