@@ -92,6 +92,7 @@ inline std::string encoded(AVCodecID id, const AVFrame& frame) {
 // `change` may paint on the converted frame.
 inline std::string encoded(AVCodecID id, AVPixelFormat format, const Image& image,
                            const std::function<void(AVFrame&)>& change = {}) {
+  captureFfmpegLog();
   const FramePtr frame = blankFrame(image.width, image.height, format);
   SwsContext* scaler = sws_getContext(image.width, image.height, AV_PIX_FMT_RGB24, image.width, image.height, format,
                                       SWS_ACCURATE_RND, nullptr, nullptr, nullptr);
