@@ -3,7 +3,7 @@
 namespace quor {
 
 std::filesystem::path solvedDataset(const Project& project) {
-  return project.colmapFolder() / "undistorted";
+  return project.solvedFolder();
 }
 
 }  // namespace quor
