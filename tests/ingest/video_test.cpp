@@ -48,6 +48,25 @@ TEST(Video, IsSampledEvenlyIntoNumberedFrames) {
   EXPECT_THAT(extraction.logged(), HasSubstr("Sampling 5.00 fps -> ~5 frames\nExtracted 5 frames @ 5.00 fps\n"));
 }
 
+// What is left undecoded on the way changes nothing: B frames, sampled far apart, at a rate that fits no frame.
+TEST(Video, SamplesTheFramesThatFfmpegDoes) {
+  TestExtraction extraction;
+  extraction.settings.targetFrameCount = 9;
+  extraction.settings.blurRejection = false;
+  const auto clip =
+      makeClip(extraction.folder / "a.mp4",
+               {"-f", "lavfi", "-i", "color=black:size=64x48:rate=25:duration=4,geq=lum='16+2*N':cb=128:cr=128", "-c:v",
+                "libx264", "-bf", "3", "-b_strategy", "0", "-crf", "4"});
+  const ExtractionResult result = extraction.run(clip);
+  makeClip(extraction.folder / "%02d.png", {"-i", "file:" + toUtf8(clip), "-vf", "fps=2.25"});
+  ASSERT_EQ(result.frames.size(), 9u);
+  EXPECT_FALSE(std::filesystem::exists(extraction.folder / "10.png"));
+  for (size_t i = 0; i < 9; ++i) {
+    const auto expected = extraction.folder / ("0" + std::to_string(i + 1) + ".png");
+    EXPECT_LT(test::meanDifference(readImage(result.frames[i]), readImage(expected)), 1.1) << i;
+  }
+}
+
 // The colour that went in comes out, whatever matrix, range, depth and odd size the video has.
 TEST(Video, KeepsColours) {
   struct Case {
