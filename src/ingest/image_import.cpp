@@ -12,6 +12,7 @@
 #include "ingest/camera_groups.h"
 #include "ingest/frame_extractor.h"
 #include "ingest/imported_photo.h"
+#include "ingest/sampling.h"
 #include "project/classify.h"
 
 namespace quor {
@@ -138,7 +139,7 @@ ExtractionResult FrameExtractor::importImages(const fs::path& path, const Ingest
       ++result.unreadable;
       continue;
     }
-    const std::string name = formatText("f%05zu.jpg", result.frames.size() + 1);
+    const std::string name = frameName(static_cast<int64_t>(result.frames.size()) + 1, "");
     writeFrameFile(outputFolder / name, outcome.photo.jpeg);
     result.frames.push_back(outputFolder / name);
     groups.add(name, {outcome.photo.width, outcome.photo.height}, outcome.photo.info);
