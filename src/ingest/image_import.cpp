@@ -35,7 +35,11 @@ class PhotoReader {
       : paths_(paths), settings_(settings), cancelled_(cancelled) {
     const size_t threads = std::min<size_t>(paths.size(), std::max(1u, std::thread::hardware_concurrency()));
     ahead_ = 4 * threads;
-    for (size_t i = 0; i < threads; ++i) workers_.emplace_back([this] { work(); });
+    try {
+      while (workers_.size() < threads) workers_.emplace_back([this] { work(); });
+    } catch (const std::system_error&) {  // the system has no more threads to give
+      if (workers_.empty()) throw;
+    }
   }
 
   ~PhotoReader() {
