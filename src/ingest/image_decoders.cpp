@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -24,7 +25,7 @@ constexpr const char* kDamaged = "its picture data are damaged or cut off";
 
 // What get_buffer2 is told and tells through AVCodecContext::opaque.
 struct Ground {
-  uint8_t value = 0;
+  std::optional<uint8_t> value;  // that new pictures are filled with
   std::string refusal;
 };
 
@@ -37,7 +38,7 @@ void checkDecodableSize(int width, int height) {
   }
 }
 
-// Refuses too large pictures before their memory is taken, and fills the others with the ground.
+// Refuses too large pictures before their memory is taken.
 int getGround(AVCodecContext* codec, AVFrame* frame, int flags) {
   auto& ground = *static_cast<Ground*>(codec->opaque);
   try {
@@ -48,7 +49,7 @@ int getGround(AVCodecContext* codec, AVFrame* frame, int flags) {
   }
   const int error = avcodec_default_get_buffer2(codec, frame, flags);
   for (const AVBufferRef* buffer : frame->buf) {
-    if (error >= 0 && buffer) std::memset(buffer->data, ground.value, buffer->size);
+    if (error >= 0 && buffer && ground.value) std::memset(buffer->data, *ground.value, buffer->size);
   }
   return error;
 }
@@ -70,7 +71,7 @@ int receivePicture(AVCodecContext& codec, Bytes file, AVFrame& frame) {
   throw std::runtime_error(unsupported ? "files of its kind are not supported" : kDamaged);
 }
 
-FramePtr decode(AVCodecID id, Bytes file, int strictness, uint8_t groundValue) {
+FramePtr decode(AVCodecID id, Bytes file, int strictness, std::optional<uint8_t> groundValue = {}) {
   const AVCodec* decoder = avcodec_find_decoder(id);
   if (!decoder) {
     throw std::runtime_error(std::string("FFmpeg was built without its decoder for ") + avcodec_get_name(id));
@@ -122,7 +123,7 @@ Picture decodeJpeg(Bytes file) {
   const JpegFile jpeg = readJpegSegments(file);
   if (jpeg.picture.empty()) throw std::runtime_error("the file is cut off");
   checkDecodableSize(jpeg.width, jpeg.height);
-  return {decode(AV_CODEC_ID_MJPEG, jpeg.picture, AV_EF_EXPLODE, 0), parseExif(jpeg.exif)};
+  return {decode(AV_CODEC_ID_MJPEG, jpeg.picture, AV_EF_EXPLODE), parseExif(jpeg.exif)};
 }
 
 uint32_t bigEndian(Bytes file, size_t at) {
@@ -134,7 +135,7 @@ Picture decodePng(Bytes file) {
   constexpr uint32_t kLongest = 0x7fffffff;
   checkDecodableSize(static_cast<int>(std::min(bigEndian(file, 16), kLongest)),
                      static_cast<int>(std::min(bigEndian(file, 20), kLongest)));
-  return {decode(AV_CODEC_ID_PNG, file, AV_EF_EXPLODE | AV_EF_CRCCHECK, 0), parseExif(findPngExif(file))};
+  return {decode(AV_CODEC_ID_PNG, file, AV_EF_EXPLODE | AV_EF_CRCCHECK), parseExif(findPngExif(file))};
 }
 
 Picture decodeWebp(Bytes file) {

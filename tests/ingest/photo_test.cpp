@@ -7,6 +7,7 @@
 #include "base/split_mix64.h"
 #include "ingest/exif.h"
 #include "picture_files.h"
+#include "support/driver_leaks.h"
 #include "support/temp_folder.h"
 
 namespace quor {
