@@ -1,5 +1,5 @@
-// Extracts frames from a video as the frame stage does: bench_extract VIDEO KIND FRAMES MAX_DIMENSION FOLDER. For a side
-// by side comparison with the ffmpeg program see scripts/bench_extract.sh.
+// Extracts frames from a video as the frame stage does: bench_extract VIDEO KIND FRAMES MAX_DIMENSION FOLDER. For a
+// side by side comparison with the ffmpeg program see scripts/bench_extract.sh.
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
