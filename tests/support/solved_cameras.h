@@ -81,30 +81,37 @@ inline size_t sourceFrame(size_t sampled, double sourceRate, double samplingRate
   return frame;
 }
 
-// What is true of every image that is extracted from a video. `label` names the image's part after the frame's number,
-// "_lens1" for example; `turn`, row-major, leads from the camera of the table to that of the image.
+using Turn = std::array<double, 9>;  // row-major, from one camera's frame to another's
+constexpr Turn kNoTurn = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+
+inline sample::Pose turned(const sample::Pose& camera, const Turn& turn) {
+  sample::Pose pose{{}, {}};
+  for (size_t row = 0; row < 3; ++row) {
+    for (size_t k = 0; k < 3; ++k) {
+      const double share = turn[3 * row + k];
+      for (size_t column = 0; column < 3; ++column) {
+        pose.rotation[3 * row + column] += share * camera.rotation[3 * k + column];
+      }
+      pose.translation[row] += share * camera.translation[k];
+    }
+  }
+  return pose;
+}
+
+// What is true of every image that is extracted from a video at a sampling rate. `label` names the image's part after
+// the frame's number, "_lens1" for example; `turn` leads from the camera of the table to that of the image.
 inline void appendSampled(std::vector<TruePose>& truth, const TrueVideo& video, size_t lens, double samplingRate,
-                          const std::string& label, const std::array<double, 9>& turn = {1, 0, 0, 0, 1, 0, 0, 0, 1}) {
+                          const std::string& label, const Turn& turn = kNoTurn) {
   const std::vector<sample::Pose>& frames = video.lenses[lens];
   for (size_t i = 0;; ++i) {
     const size_t source = sourceFrame(i, video.rate, samplingRate);
     if (source >= frames.size()) return;
-    const sample::Pose& frame = frames[source];
-    sample::Pose pose{{}, {}};
-    for (size_t row = 0; row < 3; ++row) {
-      for (size_t k = 0; k < 3; ++k) {
-        for (size_t column = 0; column < 3; ++column) {
-          pose.rotation[3 * row + column] += turn[3 * row + k] * frame.rotation[3 * k + column];
-        }
-        pose.translation[row] += turn[3 * row + k] * frame.translation[k];
-      }
-    }
-    truth.push_back({formatText("f%05zu%s.jpg", i + 1, label.c_str()), pose});
+    truth.push_back({formatText("f%05zu%s.jpg", i + 1, label.c_str()), turned(frames[source], turn)});
   }
 }
 
 // The turn from a sphere's camera to that of a flat view cut from it, in degrees to the right and up.
-inline std::array<double, 9> viewTurn(double yaw, double pitch) {
+inline Turn viewTurn(double yaw, double pitch) {
   const double y = yaw * std::numbers::pi / 180, p = pitch * std::numbers::pi / 180;
   return {std::cos(y),
           0,
@@ -202,6 +209,21 @@ inline double angleBetween(const std::array<double, 9>& a, const std::array<doub
   return 2 * std::asin(std::min(1.0, std::sqrt(squares / 8))) * 180 / std::numbers::pi;
 }
 
+// A camera whose world is moved along by the similarity.
+inline sample::Pose moved(const sample::Pose& solved, const Similarity& similarity) {
+  const sample::Pose turn = poseOf(similarity.turn, {});
+  sample::Pose pose;
+  for (size_t row = 0; row < 9; row += 3) {
+    const auto [x, y, z] = turn.toCamera({solved.rotation[row], solved.rotation[row + 1], solved.rotation[row + 2]});
+    pose.rotation[row] = x;
+    pose.rotation[row + 1] = y;
+    pose.rotation[row + 2] = z;
+  }
+  const auto [tx, ty, tz] = pose.toCamera(similarity(solved.centre()) * -1.0);
+  pose.translation = {tx, ty, tz};
+  return pose;
+}
+
 // Compares the images that have a name in `truth`. The radius of the orbit is the true cameras' mean distance from the
 // world's z axis. Throws std::runtime_error for fewer than three.
 inline CameraErrors compareWithTruth(const gs::colmap::Model& solved, const std::vector<TruePose>& truth) {
@@ -214,8 +236,7 @@ inline CameraErrors compareWithTruth(const gs::colmap::Model& solved, const std:
   for (const gs::colmap::Image& image : solved.images) {
     const auto match = byName.find(image.name.substr(image.name.rfind('/') + 1));
     if (match == byName.end()) continue;
-    found.push_back(poseOf(image.qvec, {}));
-    found.back().translation = image.tvec;
+    found.push_back({poseOf(image.qvec, {}).rotation, image.tvec});
     meant.push_back(match->second);
     foundPlaces.push_back(found.back().centre());
     meantPlaces.push_back(match->second->centre());
@@ -225,17 +246,11 @@ inline CameraErrors compareWithTruth(const gs::colmap::Model& solved, const std:
   radius /= static_cast<double>(found.size());
 
   const Similarity similarity = alignPlaces(foundPlaces, meantPlaces);
-  const sample::Pose turn = poseOf(similarity.turn, {});
   std::vector<double> rotations, positions;
   for (size_t i = 0; i < found.size(); ++i) {
-    sample::Pose aligned;  // the solved camera, from the true world
-    for (size_t row = 0; row < 3; ++row) {
-      const size_t r = 3 * row;
-      const auto [x, y, z] = turn.toCamera({found[i].rotation[r], found[i].rotation[r + 1], found[i].rotation[r + 2]});
-      aligned.rotation[r] = x, aligned.rotation[r + 1] = y, aligned.rotation[r + 2] = z;
-    }
+    const sample::Pose aligned = moved(found[i], similarity);
     rotations.push_back(angleBetween(aligned.rotation, meant[i]->rotation));
-    positions.push_back(length(similarity(foundPlaces[i]) - meantPlaces[i]) / radius);
+    positions.push_back(length(aligned.centre() - meantPlaces[i]) / radius);
   }
   return {found.size(), median(rotations), median(positions)};
 }
