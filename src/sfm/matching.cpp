@@ -17,6 +17,12 @@ Matcher usableMatcher(const Solve& solve) {
   return Matcher::Exhaustive;
 }
 
+// Images a side of the blocks of pairs that COLMAP reports its progress by: small enough for some blocks, large enough
+// for COLMAP to keep all processors busy within one.
+size_t blockSize(size_t images) {
+  return std::clamp<size_t>(images / 6, 10, 50);
+}
+
 ColmapStep matcherStep(const Solve& solve, Matcher matcher) {
   const SparseSettings& settings = solve.project.sparse;
   ColmapStep step;
@@ -27,6 +33,7 @@ ColmapStep matcherStep(const Solve& solve, Matcher matcher) {
   switch (matcher) {
     case Matcher::Exhaustive:
       step.command = "exhaustive_matcher";
+      addOption(step, solve.colmap, {"ExhaustiveMatching.block_size"}, std::to_string(blockSize(solve.images)));
       break;
     case Matcher::Sequential:
       step.command = "sequential_matcher";

@@ -22,6 +22,8 @@ void addCrop(ColmapStep& step, const Crop& crop) {
   add("--roi_max_x", crop.maxX);
   add("--roi_min_y", crop.minY);
   add("--roi_max_y", crop.maxY);
+  // Else COLMAP widens what is left until it shows the whole frame again.
+  step.arguments.insert(step.arguments.end(), {"--max_scale", "1"});
 }
 
 // COLMAP's scripts for a dense reconstruction, which nothing here does.
