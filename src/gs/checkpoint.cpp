@@ -6,10 +6,12 @@
 #include <cstring>
 #include <fstream>
 #include <limits>
+#include <new>
 #include <stdexcept>
 
 #include "base/atomic_file.h"
 #include "base/paths.h"
+#include "gs/host_memory.h"
 
 namespace quor::gs {
 
@@ -20,7 +22,6 @@ namespace {
 constexpr char kMagic[8] = {'Q', 'U', 'O', 'R', 'C', 'K', 'P', 'T'};
 constexpr uint32_t kVersion = 1;
 constexpr uint64_t kMostSplats = uint64_t{1} << 28;
-constexpr uint64_t kBytesPerSplat = 3 * kFloatsPerSplat * sizeof(float);
 constexpr uint64_t kReadFloats = uint64_t{1} << 22;  // made room for at a time
 
 constexpr AtomicFileTexts kTexts = {"Could not write ", "Could not write ", " (disk full?)", "Could not replace "};
@@ -90,6 +91,15 @@ class Reader {
     return sanitised(decode(bytes));
   }
 
+  void requireMemory(uint64_t splats) const {
+    if (splats > availableHostMemory() / kCheckpointBytesPerSplat) refuseMemory(splats);
+  }
+  [[noreturn]] void refuseMemory(uint64_t splats) const {
+    refuse("its " + std::to_string(splats) + " splats need " +
+           std::to_string((splats * kCheckpointBytesPerSplat >> 20) + 1) +
+           " MB of memory, more than this computer has free");
+  }
+
   // Room is made block by block: where the file's size is unknown nothing has vouched for the count.
   void floats(std::vector<float>& values, uint64_t count) {
     if (fileSize_ != std::numeric_limits<uint64_t>::max()) values.reserve(count);
@@ -138,7 +148,7 @@ std::string checkHeader(const CheckpointHeaderBytes& bytes, uint64_t fileSize) {
   }
   if (header.groupCount != kGroupCount) return "its parameter layout is not one this build knows";
   if (header.count == 0 || header.count > kMostSplats) return "it holds an implausible number of splats";
-  if (fileSize < kCheckpointHeaderSize + kBytesPerSplat * header.count) {
+  if (fileSize < kCheckpointHeaderSize + kCheckpointBytesPerSplat * header.count) {
     return "it is truncated (" + std::to_string(fileSize) + " bytes)";
   }
   return "";
@@ -174,11 +184,16 @@ Checkpoint readCheckpoint(const std::filesystem::path& path) {
   GaussianSet& set = checkpoint.set;
   set.count = checkpoint.header.count;
   set.shDegree = checkpoint.header.shDegree;
-  for (size_t g = 0; g < kGroupCount; ++g) {
-    const uint64_t size = set.count * kGroupWidths[g];
-    reader.floats(set.group(static_cast<Group>(g)), size);
-    reader.floats(checkpoint.firstMoments[g], size);
-    reader.floats(checkpoint.secondMoments[g], size);
+  reader.requireMemory(set.count);
+  try {
+    for (size_t g = 0; g < kGroupCount; ++g) {
+      const uint64_t size = set.count * kGroupWidths[g];
+      reader.floats(set.group(static_cast<Group>(g)), size);
+      reader.floats(checkpoint.firstMoments[g], size);
+      reader.floats(checkpoint.secondMoments[g], size);
+    }
+  } catch (const std::bad_alloc&) {
+    reader.refuseMemory(set.count);
   }
   return checkpoint;
 }

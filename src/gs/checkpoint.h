@@ -13,6 +13,7 @@
 namespace quor::gs {
 
 inline constexpr size_t kCheckpointHeaderSize = 112;
+inline constexpr uint64_t kCheckpointBytesPerSplat = 3 * kFloatsPerSplat * sizeof(float);
 using CheckpointHeaderBytes = std::array<char, kCheckpointHeaderSize>;
 
 struct CheckpointHeader {
@@ -47,8 +48,12 @@ std::string checkHeader(const CheckpointHeaderBytes& bytes, uint64_t fileSize);
 // taken from the set; std::logic_error when the arrays are not all of that many splats.
 void writeCheckpoint(const std::filesystem::path& path, const CheckpointHeader& header, const GaussianSet& set,
                      const GroupArrays& firstMoments, const GroupArrays& secondMoments);
-// Throws std::runtime_error; the set's degree is the header's. Values that no run writes (a degree above 3, an extent
-// that is not positive) are replaced by ones that a run can go on from.
+inline void writeCheckpoint(const std::filesystem::path& path, const Checkpoint& checkpoint) {
+  writeCheckpoint(path, checkpoint.header, checkpoint.set, checkpoint.firstMoments, checkpoint.secondMoments);
+}
+
+// Throws std::runtime_error, also when memory is too small for the file; the set's degree is the header's. Values that
+// no run writes (a degree above 3, an extent that is not positive) are replaced by ones that a run can go on from.
 Checkpoint readCheckpoint(const std::filesystem::path& path);
 // The checked header alone; throws as readCheckpoint.
 CheckpointHeader readCheckpointHeader(const std::filesystem::path& path);

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
 
 #include "base/log_store.h"
 #include "base/split_mix64.h"
@@ -20,6 +19,7 @@
 #include "gs/splat_store.h"
 #include "gs/train_job.h"
 #include "gs/vanilla_densifier.h"
+#include "gs/view_order.h"
 
 namespace quor::gs {
 
@@ -31,7 +31,8 @@ class Trainer {
 
   // From the sparse points.
   void start();
-  // From a checkpoint of the same technique below the job's iterations; throws std::runtime_error otherwise.
+  // From a checkpoint that the job is the continuation of (gs/resume.h); throws std::runtime_error when it is not, or
+  // is of another scene.
   void resume(const Checkpoint& checkpoint);
 
   bool finished() const { return step_ >= job_.iterations; }
@@ -46,15 +47,18 @@ class Trainer {
 
   // In the scene's own degree (shDegree = the job's).
   GaussianSet download();
-  void writeCheckpoint(const std::filesystem::path& path);
-  EvalResult evaluate(const std::atomic<bool>& cancel);
+  // All of the state that a resumed run needs, in host memory.
+  Checkpoint checkpoint();
+  // True when a checkpoint taken now loses nothing: there are no gradient statistics that a pass will ask for.
+  bool nothingAccumulated() const;
+  // `each` as in gs/evaluation.h.
+  EvalResult evaluate(const std::atomic<bool>& cancel, const OnViewScored& each = {});
 
   ComputeStream& stream() { return stream_; }
 
  private:
   void prepare();
   void applyLevel();
-  size_t nextView();
   void optimise();
   void addNoise();
   void refine();
@@ -81,8 +85,7 @@ class Trainer {
 
   int step_ = 0;
   bool opacitiesWereReset_ = false;
-  std::vector<uint32_t> order_;  // this epoch's views, the next one last
-  size_t followingView_ = 0;
+  ViewOrder order_;
   float loss_;
 };
 

@@ -1,0 +1,124 @@
+// A run that stops and goes on is the run that never stopped.
+#include "gs/resume.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <numeric>
+
+#include "gs/trainer.h"
+#include "gs/view_order.h"
+#include "support/gpu_fixture.h"
+#include "support/scoped_environment.h"
+#include "support/small_room.h"
+#include "support/splats.h"
+#include "support/temp_folder.h"
+
+namespace quor::gs {
+namespace {
+
+using test::thrownText;
+
+TEST(ViewOrder, ShowsEveryViewOncePerEpochAndFollowsFromTheStepAlone) {
+  constexpr uint32_t kViews = 13;
+  ViewOrder order(7, kViews), other(8, kViews);
+  std::vector<std::vector<uint32_t>> epochs;
+  for (uint64_t epoch = 0; epoch < 4; ++epoch) {
+    std::vector<uint32_t> views;
+    bool seedMatters = false;
+    for (uint64_t step = epoch * kViews; step < (epoch + 1) * kViews; ++step) {
+      views.push_back(order.at(step));
+      seedMatters = seedMatters || other.at(step) != views.back();
+      EXPECT_EQ(ViewOrder(7, kViews).at(step), views.back());
+    }
+    EXPECT_TRUE(seedMatters);
+    EXPECT_THAT(epochs, testing::Not(testing::Contains(views))) << "no epoch repeats another";
+    epochs.push_back(views);
+    std::sort(views.begin(), views.end());
+    std::vector<uint32_t> all(kViews);
+    std::iota(all.begin(), all.end(), 0u);
+    EXPECT_EQ(views, all);
+  }
+  EXPECT_EQ(ViewOrder(1, 1).at(~uint64_t{0}), 0u);
+}
+
+// A device of the test's own on which the software driver does everything in one thread, so that sums are added in the
+// same order each time. On real hardware they are not.
+class ResumeTest : public testing::Test {
+ protected:
+  bool exact() const { return context_.info().deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU; }
+
+  static TrainJob job(Technique technique) {
+    TrainJob job = test::quickJob(technique, 48);
+    job.stepsPerLevel = 16;
+    job.shDegreeInterval = 20;
+    job.refineEvery = 8;
+    job.densifyFrom = 8;
+    job.densifyUntil = 40;
+    job.opacityResetEvery = 16;
+    return job;
+  }
+
+  void expectSame(const Checkpoint& a, const Checkpoint& b, const std::string& when) const {
+    EXPECT_EQ(a.header.randomState, b.header.randomState) << when;
+    EXPECT_EQ(a.header.count, b.header.count) << when;
+    if (!exact()) return;
+    EXPECT_TRUE(test::sameBits(a.set, b.set)) << when;
+    for (size_t g = 0; g < kGroupCount; ++g) {
+      EXPECT_TRUE(test::sameBits(a.firstMoments[g], b.firstMoments[g])) << when << ", group " << g;
+      EXPECT_TRUE(test::sameBits(a.secondMoments[g], b.secondMoments[g])) << when << ", group " << g;
+    }
+  }
+
+  float psnr(Trainer& trainer) const {
+    const std::atomic<bool> cancel = false;
+    return trainer.evaluate(cancel).psnr;
+  }
+
+  test::ScopedEnvironment oneThread_{"LP_NUM_THREADS", "0"};
+  VulkanContext context_{ContextOptions{.validation = true}};
+  KernelRegistry registry_{context_};
+  LogStore log_{1000};
+  test::TempFolder folder_;
+};
+
+TEST_F(ResumeTest, AResumedRunIsTheUnstoppedOne) {
+  struct Case {
+    Technique technique;
+    int stop;
+    int sameUntil;  // inclusive
+  };
+  // Stopped before the change of level (16) and of SH degree (20), and between them. Vanilla keeps no statistics of the
+  // steps since the last pass: stopped between passes it is the same run up to the next one.
+  for (const Case c : {Case{Technique::Mcmc, 13, 48}, {Technique::Vanilla, 8, 48}, {Technique::Vanilla, 18, 23}}) {
+    SCOPED_TRACE(std::string(techniqueWord(c.technique)) + " stopped at " + std::to_string(c.stop));
+    const TrainJob asked = job(c.technique);
+    Trainer unstopped(context_, registry_, log_, asked, test::smallRoom());
+    unstopped.start();
+    while (unstopped.stepsDone() < c.stop) unstopped.step();
+    EXPECT_EQ(unstopped.nothingAccumulated(), c.stop != 18);
+    writeCheckpoint(folder_ / "checkpoint.quor", unstopped.checkpoint());
+
+    const Checkpoint checkpoint = readCheckpoint(folder_ / "checkpoint.quor");
+    TrainJob other = asked;  // what the checkpoint decides
+    other.seed = 99;
+    other.downscaleLevels = 0;
+    other.stepsPerLevel = 1;
+    const TrainJob continued = continuedJob(other, checkpoint.header);
+    Trainer resumed(context_, registry_, log_, continued, test::smallRoom());
+    resumed.resume(checkpoint);
+    expectSame(resumed.checkpoint(), checkpoint, "as read");
+    while (!unstopped.finished()) {
+      unstopped.step();
+      resumed.step();
+      const int step = unstopped.stepsDone();
+      if (step == c.stop + 1 || step == c.stop + 5 || step == c.sameUntil) {
+        expectSame(resumed.checkpoint(), unstopped.checkpoint(), "step " + std::to_string(step));
+      }
+    }
+    EXPECT_NEAR(psnr(resumed), psnr(unstopped), 0.5);
+  }
+}
+
+}  // namespace
+}  // namespace quor::gs
