@@ -42,6 +42,68 @@ TEST(ViewOrder, ShowsEveryViewOncePerEpochAndFollowsFromTheStepAlone) {
   EXPECT_EQ(ViewOrder(1, 1).at(~uint64_t{0}), 0u);
 }
 
+CheckpointHeader headerOf(Technique technique, uint32_t step, int32_t iterations) {
+  CheckpointHeader header;
+  header.technique = technique;
+  header.step = step;
+  header.iterations = iterations;
+  header.count = 1000;
+  header.sceneExtent = 5.5f;
+  return header;
+}
+
+TEST(Resume, RefusesWhatTheRunCannotContinue) {
+  TrainJob job;
+  job.technique = Technique::Vanilla;
+  job.iterations = 111;
+  job = resolved(job);
+  const auto refusal = [&](const CheckpointHeader& header) { return thrownText([&] { continuedJob(job, header); }); };
+  EXPECT_EQ(refusal(headerOf(Technique::Mcmc, 5, 111)),
+            "The checkpoint was trained with MCMC; continue it with the same technique, or train from the start.");
+  EXPECT_EQ(refusal(headerOf(Technique::Vanilla, 111, 111)),
+            "The checkpoint is already at step 111. Set more iterations than that to continue training it.");
+  EXPECT_EQ(refusal(headerOf(Technique::Vanilla, 4000000000u, 111)),
+            "The checkpoint is already at step 4000000000. Set more iterations than that to continue training it.");
+  EXPECT_EQ(refusal(headerOf(Technique::Vanilla, 110, 7000)), "no exception");
+
+  const CheckpointHeader header = headerOf(Technique::Vanilla, 5, 111);
+  EXPECT_NO_THROW(requireSameScene(header, 5.5000001));
+  EXPECT_EQ(thrownText([&] { requireSameScene(header, 5.6); }),
+            "The checkpoint belongs to another dataset: its cameras span a scene of extent 5.5, this dataset's one of "
+            "5.6. Put the cameras and photographs back that it was trained on, or train from the start.");
+  EXPECT_NO_THROW(requireRoom(header, {1000 * 944, 180000, 180000}));
+  EXPECT_EQ(thrownText([&] {
+              requireRoom(header, {1000 * 944, 180000, 179999});
+            }),
+            "The checkpoint's 1000 splats do not fit this GPU, which has room for 999. Continue it on a GPU with more "
+            "memory, or train from the start.");
+  EXPECT_NE(thrownText([&] { requireRoom(header, {999 * 944, 180000, 180000}); }), "no exception");
+}
+
+TEST(Resume, TakesOverWhatTheCheckpointDecides) {
+  TrainJob job;
+  job.technique = Technique::Vanilla;
+  job.iterations = 30000;
+  job.shDegree = 1;
+  job = resolved(job);
+  CheckpointHeader header = headerOf(Technique::Vanilla, 6500, 7000);
+  header.seed = 77;
+  header.downscaleLevels = 3;
+  header.shDegree = 2;
+  TrainJob continued = continuedJob(job, header);
+  EXPECT_EQ(std::tuple(continued.seed, continued.downscaleLevels, continued.stepsPerLevel, continued.shDegree),
+            std::tuple(77u, 3, 3000, 2));
+  header.stepsPerLevel = 500;
+  EXPECT_EQ(continuedJob(job, header).stepsPerLevel, 500);
+
+  // Step 3000 had a reset only in a run that was to densify long enough after it.
+  EXPECT_FALSE(opacitiesWereReset(continued, header));
+  header.iterations = 8000;
+  EXPECT_TRUE(opacitiesWereReset(continued, header));
+  header.step = 2999;
+  EXPECT_FALSE(opacitiesWereReset(continued, header));
+}
+
 // A device of the test's own on which the software driver does everything in one thread, so that sums are added in the
 // same order each time. On real hardware they are not.
 class ResumeTest : public testing::Test {
