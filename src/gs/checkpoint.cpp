@@ -68,10 +68,9 @@ CheckpointHeader sanitised(CheckpointHeader header) {
   return header;
 }
 
-void writeFloats(AtomicFile& file, const std::vector<float>& values) {
+void writeFloats(AtomicFile& file, std::span<const float> values) {
   if (!file.good()) return;
-  file.stream().write(reinterpret_cast<const char*>(values.data()),
-                      static_cast<std::streamsize>(values.size() * sizeof(float)));
+  file.stream().write(reinterpret_cast<const char*>(values.data()), static_cast<std::streamsize>(values.size_bytes()));
 }
 
 class Reader {
@@ -129,10 +128,9 @@ std::filesystem::path parentFolder(const std::filesystem::path& path) {
   return path.has_filename() ? path.parent_path() : path.parent_path().parent_path();
 }
 
-void requireMatching(const GaussianSet& set, const GroupArrays& moments) {
+void requireMatching(uint64_t count, const CheckpointArrays::Groups& arrays) {
   for (size_t g = 0; g < kGroupCount; ++g) {
-    const uint64_t size = set.count * kGroupWidths[g];
-    if (set.group(static_cast<Group>(g)).size() != size || moments[g].size() != size) {
+    if (arrays[g].size() != count * kGroupWidths[g]) {
       throw std::logic_error("A checkpoint's arrays do not all belong to the same number of splats.");
     }
   }
@@ -154,10 +152,11 @@ std::string checkHeader(const CheckpointHeaderBytes& bytes, uint64_t fileSize) {
   return "";
 }
 
-void writeCheckpoint(const std::filesystem::path& path, const CheckpointHeader& header, const GaussianSet& set,
-                     const GroupArrays& firstMoments, const GroupArrays& secondMoments) {
-  requireMatching(set, firstMoments);
-  requireMatching(set, secondMoments);
+void writeCheckpoint(const std::filesystem::path& path, const CheckpointHeader& header,
+                     const CheckpointArrays& arrays) {
+  for (const auto* groups : {&arrays.values, &arrays.firstMoments, &arrays.secondMoments}) {
+    requireMatching(header.count, *groups);
+  }
   std::error_code ignored;  // a folder that cannot be made is a file that cannot be opened
   std::filesystem::create_directories(parentFolder(path), ignored);
   AtomicFile file(path, kTexts);
@@ -165,16 +164,28 @@ void writeCheckpoint(const std::filesystem::path& path, const CheckpointHeader& 
   CheckpointHeader written = header;
   written.version = kVersion;
   written.groupCount = kGroupCount;
-  written.count = set.count;
   written.downscaleLevels = std::max(header.downscaleLevels, 0);
   const CheckpointHeaderBytes bytes = encode(written);
   file.stream().write(bytes.data(), bytes.size());
   for (size_t g = 0; g < kGroupCount; ++g) {
-    writeFloats(file, set.group(static_cast<Group>(g)));
-    writeFloats(file, firstMoments[g]);
-    writeFloats(file, secondMoments[g]);
+    writeFloats(file, arrays.values[g]);
+    writeFloats(file, arrays.firstMoments[g]);
+    writeFloats(file, arrays.secondMoments[g]);
   }
   file.commit();
+}
+
+void writeCheckpoint(const std::filesystem::path& path, const CheckpointHeader& header, const GaussianSet& set,
+                     const GroupArrays& firstMoments, const GroupArrays& secondMoments) {
+  CheckpointHeader counted = header;
+  counted.count = set.count;
+  CheckpointArrays arrays;
+  for (size_t g = 0; g < kGroupCount; ++g) {
+    arrays.values[g] = set.group(static_cast<Group>(g));
+    arrays.firstMoments[g] = firstMoments[g];
+    arrays.secondMoments[g] = secondMoments[g];
+  }
+  writeCheckpoint(path, counted, arrays);
 }
 
 Checkpoint readCheckpoint(const std::filesystem::path& path) {

@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <filesystem>
+#include <span>
 #include <string>
 
 #include "base/technique.h"
@@ -33,6 +34,12 @@ struct CheckpointHeader {
   float sceneExtent = 1.0f;
 };
 
+// A checkpoint's body where it lies: a span a group.
+struct CheckpointArrays {
+  using Groups = std::array<std::span<const float>, kGroupCount>;
+  Groups values, firstMoments, secondMoments;
+};
+
 struct Checkpoint {
   CheckpointHeader header;
   GaussianSet set;
@@ -45,7 +52,9 @@ struct Checkpoint {
 std::string checkHeader(const CheckpointHeaderBytes& bytes, uint64_t fileSize);
 
 // Makes the file's folder where it is missing. Atomic: a failed write leaves the earlier file. The header's count is
-// taken from the set; std::logic_error when the arrays are not all of that many splats.
+// the number of splats written; std::logic_error when the arrays are not all of that many.
+void writeCheckpoint(const std::filesystem::path& path, const CheckpointHeader& header, const CheckpointArrays& arrays);
+// The same; the count is the set's.
 void writeCheckpoint(const std::filesystem::path& path, const CheckpointHeader& header, const GaussianSet& set,
                      const GroupArrays& firstMoments, const GroupArrays& secondMoments);
 inline void writeCheckpoint(const std::filesystem::path& path, const Checkpoint& checkpoint) {

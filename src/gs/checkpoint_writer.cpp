@@ -18,8 +18,8 @@ constexpr const char* kFailed = "Could not write the checkpoint: ";
 
 }  // namespace
 
-CheckpointWriter::CheckpointWriter(std::filesystem::path path, double seconds, LogStore& log)
-    : path_(std::move(path)), interval_(seconds), log_(log) {}
+CheckpointWriter::CheckpointWriter(VulkanContext& context, std::filesystem::path path, double seconds, LogStore& log)
+    : path_(std::move(path)), interval_(seconds), log_(log), copy_(context) {}
 
 bool CheckpointWriter::due(bool goodMoment) const {
   if (interval_.count() <= 0) return false;
@@ -29,6 +29,7 @@ bool CheckpointWriter::due(bool goodMoment) const {
 }
 
 bool CheckpointWriter::hasRoomFor(uint64_t splats) {
+  if (splats <= copy_.room()) return true;
   if (splats <= availableHostMemory() / kMemoryDivisor / kCheckpointBytesPerSplat) return true;
   if (!warnedOfMemory_) {
     log_.warning(kFailed + formatText("the computer's memory has no room for a copy of %llu splats. Training goes on.",
@@ -38,16 +39,13 @@ bool CheckpointWriter::hasRoomFor(uint64_t splats) {
   return false;
 }
 
-void CheckpointWriter::start(uint64_t splats, const std::function<Checkpoint()>& take) noexcept {
+void CheckpointWriter::start(uint64_t splats, const std::function<CheckpointHeader(SplatSnapshot&)>& take) noexcept {
   try {
     wait();
     last_ = Clock::now();
     if (!hasRoomFor(splats)) return;
-    // Moved out of the task, which the future keeps until the next one: the copy is large.
-    writing_ = std::async(std::launch::async, [this, held = take()]() mutable {
-      const Checkpoint taken = std::move(held);
-      write(taken);
-    });
+    const CheckpointHeader header = take(copy_);
+    writing_ = std::async(std::launch::async, [this, header] { write(header); });
   } catch (const std::exception& e) {
     log_.warning(std::string(kFailed) + e.what());
   }
@@ -57,10 +55,10 @@ void CheckpointWriter::wait() {
   if (writing_.valid()) writing_.get();
 }
 
-void CheckpointWriter::write(const Checkpoint& checkpoint) noexcept {
+void CheckpointWriter::write(const CheckpointHeader& header) noexcept {
   try {
-    writeCheckpoint(path_, checkpoint);
-    log_.info(formatText("Checkpoint written at step %u", checkpoint.header.step));
+    writeCheckpoint(path_, header, copy_.arrays());
+    log_.info(formatText("Checkpoint written at step %u", header.step));
   } catch (const std::exception& e) {
     log_.warning(std::string(kFailed) + e.what());
   }

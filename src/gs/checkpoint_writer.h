@@ -9,13 +9,14 @@
 
 #include "base/log_store.h"
 #include "gs/checkpoint.h"
+#include "gs/splat_snapshot.h"
 
 namespace quor::gs {
 
 class CheckpointWriter {
  public:
   // `seconds` from now, and from each start(), to the next one; 0 = never.
-  CheckpointWriter(std::filesystem::path path, double seconds, LogStore& log);
+  CheckpointWriter(VulkanContext& context, std::filesystem::path path, double seconds, LogStore& log);
   ~CheckpointWriter() { wait(); }
   CheckpointWriter(const CheckpointWriter&) = delete;
   CheckpointWriter& operator=(const CheckpointWriter&) = delete;
@@ -23,8 +24,8 @@ class CheckpointWriter {
   // Whether it is time and the file before is written. A better moment is waited for, but not for ever.
   bool due(bool goodMoment) const;
 
-  // Calls `take` and begins to write what it returns, unless the host's memory has no room for so many splats.
-  void start(uint64_t splats, const std::function<Checkpoint()>& take) noexcept;
+  // Lets `take` fill a copy and begins to write it, unless the host's memory has no room for so many splats.
+  void start(uint64_t splats, const std::function<CheckpointHeader(SplatSnapshot&)>& take) noexcept;
 
   // Until the file is written.
   void wait();
@@ -33,12 +34,13 @@ class CheckpointWriter {
   using Clock = std::chrono::steady_clock;
 
   bool hasRoomFor(uint64_t splats);
-  void write(const Checkpoint& checkpoint) noexcept;
+  void write(const CheckpointHeader& header) noexcept;
 
   std::filesystem::path path_;
   std::chrono::duration<double> interval_;
   LogStore& log_;
   Clock::time_point last_ = Clock::now();
+  SplatSnapshot copy_;
   bool warnedOfMemory_ = false;
   std::future<void> writing_;
 };

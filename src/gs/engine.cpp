@@ -247,7 +247,7 @@ void Engine::trainSteps(Trainer& trainer, const TrainJob& job, TrainResult& resu
   auto stepStart = start;
   auto lastReport = start - kReportEvery;
   double stepSeconds = 0;
-  CheckpointWriter writer(checkpointFile(job), job.checkpointSeconds, log_);
+  CheckpointWriter writer(context_, checkpointFile(job), job.checkpointSeconds, log_);
   update([&](TrainStatus& s) {
     s.state = TrainState::Training;
     s.text = "Training";
@@ -260,7 +260,7 @@ void Engine::trainSteps(Trainer& trainer, const TrainJob& job, TrainResult& resu
     trainer.step();
     // The last step's is written with the exports.
     if (!trainer.finished() && !stop_ && writer.due(trainer.nothingAccumulated())) {
-      writer.start(trainer.splats(), [&] { return trainer.checkpoint(); });
+      writer.start(trainer.splats(), [&](SplatSnapshot& copy) { return trainer.checkpoint(copy); });
     }
     const auto now = Clock::now();
     const double seconds = std::chrono::duration<double>(now - stepStart).count();

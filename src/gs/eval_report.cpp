@@ -89,7 +89,6 @@ void removeEvalReport(const fs::path& folder) noexcept {
       if (file.extension() == kPictureEnding || file.filename() == kScoresFile) old.push_back(file);
     }
     for (const fs::path& file : old) fs::remove(file, error);
-    fs::remove(folder, error);  // when it is empty
   } catch (const std::exception&) {
     // What cannot be removed is written over, or stays.
   }

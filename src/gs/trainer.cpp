@@ -271,9 +271,8 @@ GaussianSet Trainer::download() {
   return set;
 }
 
-Checkpoint Trainer::checkpoint() {
-  Checkpoint checkpoint;
-  CheckpointHeader& header = checkpoint.header;
+CheckpointHeader Trainer::header() const {
+  CheckpointHeader header;
   header.technique = job_.technique;
   header.step = static_cast<uint32_t>(step_);
   header.iterations = job_.iterations;
@@ -285,11 +284,20 @@ Checkpoint Trainer::checkpoint() {
   header.randomState = random_.state();
   header.seed = job_.seed;
   header.sceneExtent = static_cast<float>(dataset_.geometry.extent);
+  header.count = splats_.count();
+  return header;
+}
+
+Checkpoint Trainer::checkpoint() {
+  Checkpoint checkpoint{header(), splats_.download(transfer_), {}, {}};
+  checkpoint.set.shDegree = checkpoint.header.shDegree;
   splats_.downloadMoments(transfer_, checkpoint.firstMoments, checkpoint.secondMoments);
-  checkpoint.set = splats_.download(transfer_);
-  checkpoint.set.shDegree = header.shDegree;
-  header.count = checkpoint.set.count;
   return checkpoint;
+}
+
+CheckpointHeader Trainer::checkpoint(SplatSnapshot& copy) {
+  copy.take(stream_, splats_);
+  return header();
 }
 
 bool Trainer::nothingAccumulated() const {

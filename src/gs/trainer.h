@@ -16,6 +16,7 @@
 #include "gs/mcmc_relocator.h"
 #include "gs/photo_store.h"
 #include "gs/renderer.h"
+#include "gs/splat_snapshot.h"
 #include "gs/splat_store.h"
 #include "gs/train_job.h"
 #include "gs/vanilla_densifier.h"
@@ -47,8 +48,10 @@ class Trainer {
 
   // In the scene's own degree (shDegree = the job's).
   GaussianSet download();
-  // All of the state that a resumed run needs, in host memory.
+  // All of the state that a resumed run needs, in host memory: in one piece, or the header alone with the arrays put
+  // into `copy`, which takes less time.
   Checkpoint checkpoint();
+  CheckpointHeader checkpoint(SplatSnapshot& copy);
   // True when a checkpoint taken now loses nothing: there are no gradient statistics that a pass will ask for.
   bool nothingAccumulated() const;
   // `each` as in gs/evaluation.h.
@@ -58,6 +61,7 @@ class Trainer {
 
  private:
   void prepare();
+  CheckpointHeader header() const;
   void applyLevel();
   void optimise();
   void addNoise();
