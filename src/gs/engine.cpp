@@ -290,7 +290,13 @@ void Engine::trainSteps(Trainer& trainer, const TrainJob& job, TrainResult& resu
 
 void Engine::exportScene(Trainer& trainer, const TrainJob& job, TrainResult& result) {
   report(TrainState::Exporting, "Writing the scene");
-  writeScene(trainer, job, result);
+  // A scene that cannot be written must not cost the training as well.
+  std::exception_ptr failure;
+  try {
+    writeScene(trainer, job, result);
+  } catch (const std::exception&) {
+    failure = std::current_exception();
+  }
   report(TrainState::Exporting, "Writing the checkpoint");
   try {
     writeCheckpoint(checkpointFile(job), trainer.checkpoint());
@@ -298,6 +304,7 @@ void Engine::exportScene(Trainer& trainer, const TrainJob& job, TrainResult& res
   } catch (const std::exception& e) {
     log_.warning(std::string("Could not write the checkpoint: ") + e.what());
   }
+  if (failure) std::rethrow_exception(failure);
 }
 
 void Engine::writeRunLog(const TrainJob& job, const TrainResult& result, int resumedFrom) const {

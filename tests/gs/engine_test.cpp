@@ -221,6 +221,11 @@ TEST_F(EngineTest, FailuresAreSentencesAndLeaveFilesAlone) {
   j.output = folder_ / "file/output";  // below a file nothing can be written
   EXPECT_NE(failure(j).find("Cannot write to "), std::string::npos);
   EXPECT_EQ(test::readFile(folder_ / "output/scene.ply"), "precious");
+
+  std::filesystem::remove(folder_ / "output/scene.ply");
+  std::filesystem::create_directories(folder_ / "output/scene.ply/in the way");
+  EXPECT_NE(failure(job(Technique::Vanilla, 5)).find("scene.ply"), std::string::npos);
+  EXPECT_EQ(readCheckpoint(folder_ / "output/checkpoint.quor").header.step, 5u) << "the training is not lost";
 }
 
 TEST_F(EngineTest, ExtremeJobsEndInAScene) {
