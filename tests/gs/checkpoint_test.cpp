@@ -240,27 +240,30 @@ TEST_F(CheckpointTest, AKilledWriterLeavesAWholeFile) {
   int cutShort = 0;
   std::set<uint32_t> steps;
   for (int round = 0; round < 50; ++round) {
+    int pipeEnds[2];
+    ASSERT_EQ(pipe(pipeEnds), 0);
     const pid_t child = runBeside([&] {
       CheckpointHeader header = someHeader();
-      header.count = kSplats;
       // All arrays of a file hold its number.
-      for (header.step = static_cast<uint32_t>(1000 * round);; ++header.step) {
+      for (header.step = static_cast<uint32_t>(10000 * round);; ++header.step) {
         GaussianSet set;
         set.resize(kSplats);
         for (size_t g = 0; g < kGroupCount; ++g) {
           for (float& value : set.group(static_cast<Group>(g))) value = static_cast<float>(header.step);
         }
         writeCheckpoint(file_, header, set, arraysOf(set), arraysOf(set));
+        if (::write(pipeEnds[1], "x", 1) != 1) return 1;
       }
-      return 0;
     });
-    std::this_thread::sleep_for(std::chrono::microseconds(1000 + random.below(4000)));
+    char first = 0;
+    EXPECT_EQ(::read(pipeEnds[0], &first, 1), 1) << "the child writes";
+    std::this_thread::sleep_for(std::chrono::microseconds(random.below(3000)));
     kill(child, SIGKILL);
     exitStatus(child);
+    for (const int end : pipeEnds) close(end);
     const Checkpoint found = readCheckpoint(file_);
     ASSERT_EQ(found.set.count, kSplats);
     if (std::filesystem::exists(partial_)) ++cutShort;
-    if (found.header.step == 1234) continue;  // the first child had not got to its first file
     steps.insert(found.header.step);
     for (size_t g = 0; g < kGroupCount; ++g) {
       for (const GroupArrays& arrays : {arraysOf(found.set), found.firstMoments, found.secondMoments}) {
@@ -269,8 +272,8 @@ TEST_F(CheckpointTest, AKilledWriterLeavesAWholeFile) {
       }
     }
   }
-  EXPECT_GT(steps.size(), 5u) << "the children did write";
-  EXPECT_GT(cutShort, 0) << "and were killed while they did";
+  EXPECT_EQ(steps.size(), 50u) << "each child left a file of its own";
+  EXPECT_GT(cutShort, 0) << "and some were killed while they wrote";
   write(1);
   EXPECT_FALSE(std::filesystem::exists(partial_)) << "the next write takes what a killed one left";
 }
