@@ -72,8 +72,7 @@ uint64_t sayCap(const SplatCap& cap, LogStore& log) {
 
 Trainer::Trainer(VulkanContext& context, KernelRegistry& registry, LogStore& log, const TrainJob& job,
                  const Dataset& dataset)
-    : context_(context),
-      log_(log),
+    : log_(log),
       job_(job),
       dataset_(dataset),
       stream_(context, registry),

@@ -71,7 +71,6 @@ class Trainer {
   Renderer::Regularisers regularisers() const;
   void updateLoss();
 
-  VulkanContext& context_;
   LogStore& log_;
   const TrainJob& job_;
   const Dataset& dataset_;

@@ -203,12 +203,14 @@ TEST_F(CheckpointTest, AFailedWriteLeavesTheEarlierFile) {
 }
 
 #ifndef _WIN32
-// Runs `work` in a process of its own, which ends with the number that it returns.
+// Runs `work` in a process of its own, which ends with the number that it returns, or with 1 when it throws.
 template <typename Work>
 pid_t runBeside(Work work) {
   const pid_t child = fork();
-  if (child == 0) _exit(work());
-  return child;
+  if (child != 0) return child;
+  int number = 1;
+  thrownText([&] { number = work(); });
+  _exit(number);
 }
 int exitStatus(pid_t child) {
   int status = 0;
@@ -255,12 +257,13 @@ TEST_F(CheckpointTest, AKilledWriterLeavesAWholeFile) {
         if (::write(pipeEnds[1], "x", 1) != 1) return 1;
       }
     });
+    close(pipeEnds[1]);
     char first = 0;
     EXPECT_EQ(::read(pipeEnds[0], &first, 1), 1) << "the child writes";
     std::this_thread::sleep_for(std::chrono::microseconds(random.below(3000)));
     kill(child, SIGKILL);
     exitStatus(child);
-    for (const int end : pipeEnds) close(end);
+    close(pipeEnds[0]);
     const Checkpoint found = readCheckpoint(file_);
     ASSERT_EQ(found.set.count, kSplats);
     if (std::filesystem::exists(partial_)) ++cutShort;
