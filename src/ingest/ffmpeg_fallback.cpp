@@ -17,7 +17,16 @@ std::string outputPattern(const SamplingPlan& plan, const std::string& label) {
   return pattern + "/f%05d" + (label.empty() ? "" : "_" + label) + ".jpg";
 }
 
-std::vector<std::string> ffmpegArguments(const SamplingPlan& plan, const TrackPlan& track) {
+// The track's filters as the program needs them. It turns the picture upright before them, and leaves the colour matrix
+// as it is where it is not told that JPEG files are BT.601.
+TrackPlan programPlan(TrackPlan track) {
+  track.head = track.head.substr(0, track.head.find(',') + 1);
+  for (std::string& tail : track.tails) tail.insert(tail.rfind("format="), "scale=out_color_matrix=bt601,");
+  return track;
+}
+
+std::vector<std::string> ffmpegArguments(const SamplingPlan& plan, size_t index) {
+  const TrackPlan track = programPlan(plan.tracks[index]);
   const std::string stream = "0:v:" + std::to_string(track.videoIndex);
   const std::string quality = std::to_string(std::clamp(plan.jpegQuality, 1, 31));
   std::vector<std::string> arguments = {"-hide_banner",
@@ -32,17 +41,14 @@ std::vector<std::string> ffmpegArguments(const SamplingPlan& plan, const TrackPl
                                         "-i",
                                         ffmpegUrl(std::filesystem::absolute(plan.video))};
   const auto add = [&](std::initializer_list<std::string> more) { arguments.insert(arguments.end(), more); };
-  if (track.tails.size() == 1) {
-    // ffmpeg turns the picture upright before its filters; the plan's filters would turn it again.
-    add({"-map", stream, "-vf", track.head.substr(0, track.head.find(',') + 1) + track.tails[0]});
+  const bool views = track.tails.size() > 1;
+  if (views) {
+    add({"-filter_complex", filterGraph(track, track.videoIndex == 0 ? "0:v" : stream, "o")});
   } else {
-    const std::string input = track.videoIndex == 0 ? "0:v" : stream;
-    TrackPlan upright = track;
-    upright.head = track.head.substr(0, track.head.find(',') + 1);
-    add({"-filter_complex", filterGraph(upright, input, "o")});
+    add({"-map", stream, "-vf", track.head + track.tails[0]});
   }
   for (size_t i = 0; i < track.labels.size(); ++i) {
-    if (track.tails.size() > 1) add({"-map", "[o" + std::to_string(i) + "]"});
+    if (views) add({"-map", "[o" + std::to_string(i) + "]"});
     add({"-q:v", quality, outputPattern(plan, track.labels[i])});
   }
   return arguments;
@@ -77,8 +83,7 @@ void runFfmpeg(const SamplingPlan& plan, size_t index, const SamplingContext& co
   };
   ChildResult result;
   try {
-    result = runChildProcess({context.ffmpeg->executable, ffmpegArguments(plan, plan.tracks[index]), {}}, onLine,
-                             context.cancelled);
+    result = runChildProcess({context.ffmpeg->executable, ffmpegArguments(plan, index), {}}, onLine, context.cancelled);
   } catch (const ChildStartError& e) {
     throw IngestError(std::string("Could not run ffmpeg: ") + e.what());
   }

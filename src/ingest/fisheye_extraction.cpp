@@ -20,7 +20,7 @@ SamplingPlan lensPlan(const std::filesystem::path& path, const std::vector<Video
     plan.tracks.push_back({lens.stream,
                            lens.videoIndex,
                            headFilters(plan.rate, lens),
-                           {scaleTail(frameSize(lens, settings.maxDimension), lens)},
+                           {scaleTail(frameSize(lens, settings.maxDimension))},
                            {"lens" + std::to_string(plan.tracks.size() + 1)}});
   }
   plan.message = [](size_t track, int64_t number) {

@@ -1,7 +1,9 @@
 #include "ingest/frame_writer.h"
 
 #include <algorithm>
+#include <new>
 
+#include "ingest/color_matrix.h"
 #include "ingest/jpeg_encoder.h"
 
 namespace quor {
@@ -65,6 +67,8 @@ void FrameWriter::encodeJobs(int jpegQuality) {
       jobs_.pop_front();
     }
     changed_.notify_all();
+    if (av_frame_make_writable(job.frame.get()) < 0) throw std::bad_alloc();
+    convertToJpegMatrix(*job.frame);
     writeFrameFile(job.path, encoder.encode(*job.frame));
   }
 }

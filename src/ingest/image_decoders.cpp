@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -24,11 +25,20 @@ constexpr const char* kDamaged = "its picture data are damaged or cut off";
 
 // What get_buffer2 is told and tells through AVCodecContext::opaque.
 struct Ground {
-  uint8_t value = 0;
+  std::optional<uint8_t> value;  // that new pictures are filled with
   std::string refusal;
 };
 
-// Refuses too large pictures before their memory is taken, and fills the others with the ground.
+// FFmpeg has a limit of its own, and some decoders do not say that they have met it.
+void checkDecodableSize(int width, int height) {
+  if (width < 1 || height < 1) throw std::runtime_error(kDamaged);
+  checkImageSize(width, height);
+  if (av_image_check_size(static_cast<unsigned>(width), static_cast<unsigned>(height), 0, nullptr) < 0) {
+    throw std::runtime_error(std::to_string(width) + " x " + std::to_string(height) + " pixels are too many");
+  }
+}
+
+// Refuses too large pictures before their memory is taken.
 int getGround(AVCodecContext* codec, AVFrame* frame, int flags) {
   auto& ground = *static_cast<Ground*>(codec->opaque);
   try {
@@ -39,7 +49,7 @@ int getGround(AVCodecContext* codec, AVFrame* frame, int flags) {
   }
   const int error = avcodec_default_get_buffer2(codec, frame, flags);
   for (const AVBufferRef* buffer : frame->buf) {
-    if (error >= 0 && buffer) std::memset(buffer->data, ground.value, buffer->size);
+    if (error >= 0 && buffer && ground.value) std::memset(buffer->data, *ground.value, buffer->size);
   }
   return error;
 }
@@ -56,11 +66,12 @@ int receivePicture(AVCodecContext& codec, Bytes file, AVFrame& frame) {
 [[noreturn]] void throwUndecoded(int error, const std::string& refusal) {
   if (error == AVERROR(ENOMEM)) throw std::bad_alloc();
   if (!refusal.empty()) throw std::runtime_error(refusal);
+  if (error == AVERROR(EINVAL)) throw std::runtime_error("its size in pixels is not possible");
   const bool unsupported = error == AVERROR_PATCHWELCOME || error == AVERROR(ENOSYS);
   throw std::runtime_error(unsupported ? "files of its kind are not supported" : kDamaged);
 }
 
-FramePtr decode(AVCodecID id, Bytes file, int strictness, uint8_t groundValue) {
+FramePtr decode(AVCodecID id, Bytes file, int strictness, std::optional<uint8_t> groundValue = {}) {
   const AVCodec* decoder = avcodec_find_decoder(id);
   if (!decoder) {
     throw std::runtime_error(std::string("FFmpeg was built without its decoder for ") + avcodec_get_name(id));
@@ -111,7 +122,20 @@ bool hasAt(Bytes bytes, size_t at, std::string_view text) {
 Picture decodeJpeg(Bytes file) {
   const JpegFile jpeg = readJpegSegments(file);
   if (jpeg.picture.empty()) throw std::runtime_error("the file is cut off");
-  return {decode(AV_CODEC_ID_MJPEG, jpeg.picture, AV_EF_EXPLODE, 0), parseExif(jpeg.exif)};
+  checkDecodableSize(jpeg.width, jpeg.height);
+  return {decode(AV_CODEC_ID_MJPEG, jpeg.picture, AV_EF_EXPLODE), parseExif(jpeg.exif)};
+}
+
+uint32_t bigEndian(Bytes file, size_t at) {
+  if (at + 4 > file.size()) throw std::runtime_error("the file is cut off");
+  return uint32_t{file[at]} << 24 | uint32_t{file[at + 1]} << 16 | uint32_t{file[at + 2]} << 8 | file[at + 3];
+}
+
+Picture decodePng(Bytes file) {
+  constexpr uint32_t kLongest = 0x7fffffff;
+  checkDecodableSize(static_cast<int>(std::min(bigEndian(file, 16), kLongest)),
+                     static_cast<int>(std::min(bigEndian(file, 20), kLongest)));
+  return {decode(AV_CODEC_ID_PNG, file, AV_EF_EXPLODE | AV_EF_CRCCHECK), parseExif(findPngExif(file))};
 }
 
 Picture decodeWebp(Bytes file) {
@@ -143,7 +167,7 @@ Picture decodePicture(Bytes file) {
     case PictureFormat::Jpeg:
       return decodeJpeg(file);
     case PictureFormat::Png:
-      return {decode(AV_CODEC_ID_PNG, file, AV_EF_EXPLODE | AV_EF_CRCCHECK, 0), parseExif(findPngExif(file))};
+      return decodePng(file);
     case PictureFormat::Bmp:
       return {decodeWhole(AV_CODEC_ID_BMP, file), {}};
     case PictureFormat::Tiff:

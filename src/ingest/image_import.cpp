@@ -12,6 +12,7 @@
 #include "ingest/camera_groups.h"
 #include "ingest/frame_extractor.h"
 #include "ingest/imported_photo.h"
+#include "ingest/sampling.h"
 #include "project/classify.h"
 
 namespace quor {
@@ -34,7 +35,11 @@ class PhotoReader {
       : paths_(paths), settings_(settings), cancelled_(cancelled) {
     const size_t threads = std::min<size_t>(paths.size(), std::max(1u, std::thread::hardware_concurrency()));
     ahead_ = 4 * threads;
-    for (size_t i = 0; i < threads; ++i) workers_.emplace_back([this] { work(); });
+    try {
+      while (workers_.size() < threads) workers_.emplace_back([this] { work(); });
+    } catch (const std::system_error&) {  // the system has no more threads to give
+      if (workers_.empty()) throw;
+    }
   }
 
   ~PhotoReader() {
@@ -138,7 +143,7 @@ ExtractionResult FrameExtractor::importImages(const fs::path& path, const Ingest
       ++result.unreadable;
       continue;
     }
-    const std::string name = formatText("f%05zu.jpg", result.frames.size() + 1);
+    const std::string name = frameName(static_cast<int64_t>(result.frames.size()) + 1, "");
     writeFrameFile(outputFolder / name, outcome.photo.jpeg);
     result.frames.push_back(outputFolder / name);
     groups.add(name, {outcome.photo.width, outcome.photo.height}, outcome.photo.info);

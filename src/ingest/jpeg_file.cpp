@@ -82,6 +82,10 @@ JpegFile readJpegSegments(Bytes file) {
     }
     at = nextMarker(file, at + length);
   }
+  if (frame.size() >= 6) {
+    result.height = frame[1] << 8 | frame[2];
+    result.width = frame[3] << 8 | frame[4];
+  }
   result.common = commonFrame(frameMarker, frame, rgb);
   return result;
 }

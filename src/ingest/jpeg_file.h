@@ -12,6 +12,8 @@ struct JpegFile {
   // Empty when the end marker is missing: the file is cut off.
   std::span<const uint8_t> picture;
   std::span<const uint8_t> exif;  // its TIFF structure; empty when there is none
+  int width = 0;                  // 0 when its header is missing
+  int height = 0;
   // 8-bit grey or YCbCr, Huffman-coded: what every reader of JPEG files reads.
   bool common = false;
 };

@@ -39,10 +39,8 @@ std::string headFilters(double rate, const VideoTrack& track) {
   return formatText("fps=%.6f,", rate) + track.uprightFilters;
 }
 
-std::string scaleTail(ImageSize size, const VideoTrack& track) {
-  std::string text = "scale=" + std::to_string(size.width) + ":" + std::to_string(size.height);
-  if (track.otherMatrix) text += ":out_color_matrix=bt601";
-  return text + ":flags=lanczos,format=yuvj420p";
+std::string scaleTail(ImageSize size) {
+  return formatText("scale=%d:%d:flags=lanczos,format=yuvj420p", size.width, size.height);
 }
 
 std::string scaleTailOfUnknown(int maxDimension) {

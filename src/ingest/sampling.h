@@ -44,7 +44,7 @@ struct SamplingPlan {
 };
 
 std::string headFilters(double rate, const VideoTrack& track);
-std::string scaleTail(ImageSize size, const VideoTrack& track);
+std::string scaleTail(ImageSize size);
 // For a file that could not be probed.
 std::string scaleTailOfUnknown(int maxDimension);
 // The track's whole graph, its ends named "[INPUT]" and "[OUTPUT0]", "[OUTPUT1]", ...

@@ -1,6 +1,7 @@
 #include "ingest/track_decoder.h"
 
 #include <algorithm>
+#include <cmath>
 
 extern "C" {
 #include <libavfilter/buffersink.h>
@@ -26,7 +27,7 @@ InOutPtr graphEnd(const std::string& name, AVFilterContext* filter) {
 
 }  // namespace
 
-TrackDecoder::TrackDecoder(VideoFile& file, const TrackPlan& plan)
+TrackDecoder::TrackDecoder(VideoFile& file, const TrackPlan& plan, double rate)
     : plan_(plan), track_(*file.context().streams[plan.stream]) {
   track_.discard = AVDISCARD_DEFAULT;
   const AVCodec* decoder = avcodec_find_decoder(track_.codecpar->codec_id);
@@ -42,11 +43,25 @@ TrackDecoder::TrackDecoder(VideoFile& file, const TrackPlan& plan)
 
   const int64_t start = file.context().start_time;
   if (start != AV_NOPTS_VALUE) start_ = av_rescale_q(start, AV_TIME_BASE_Q, track_.time_base);
-  const double rate = file.tracks()[0].frameRate;
-  duration_ = std::max<int64_t>(1, static_cast<int64_t>(1 / (rate * av_q2d(track_.time_base))));
+  const double tick = av_q2d(track_.time_base);
+  duration_ = std::max<int64_t>(1, static_cast<int64_t>(1 / (file.tracks()[0].frameRate * tick)));
+  samplesPerTick_ = rate * tick;
+}
+
+// The fps filter takes the last picture before each of its instants (rounded to the nearest). A picture on which no
+// other depends need not be decoded when no instant is near.
+bool TrackDecoder::mayBeSampled(const AVPacket& packet) const {
+  if (samplesPerTick_ <= 0 || packet.pts == AV_NOPTS_VALUE || packet.duration <= 0) return true;
+  const double begin = static_cast<double>(packet.pts - start_);
+  const double end = begin + 2 * static_cast<double>(packet.duration);
+  return std::floor(end * samplesPerTick_ + 0.5) > std::floor(begin * samplesPerTick_ + 0.5);
 }
 
 void TrackDecoder::decode(const AVPacket* packet, const Sink& sink) {
+  if (packet) {
+    codec_->skip_frame = mayBeSampled(*packet) ? AVDISCARD_DEFAULT : AVDISCARD_NONREF;
+    if (packet->pts != AV_NOPTS_VALUE) packetsEnd_ = std::max(packetsEnd_, packet->pts - start_ + packet->duration);
+  }
   const int error = avcodec_send_packet(codec_.get(), packet);
   if (packet && (packet->flags & AV_PKT_FLAG_CORRUPT)) ++damaged_;
   if (error == AVERROR_INVALIDDATA) {
@@ -56,7 +71,7 @@ void TrackDecoder::decode(const AVPacket* packet, const Sink& sink) {
   }
   receive(sink);
   if (packet || !graph_) return;
-  check(av_buffersrc_close(source_, end_, AV_BUFFERSRC_FLAG_PUSH), "filter");
+  check(av_buffersrc_close(source_, std::max(end_, packetsEnd_), AV_BUFFERSRC_FLAG_PUSH), "filter");
   drain(sink);
 }
 
@@ -69,7 +84,6 @@ void TrackDecoder::receive(const Sink& sink) {
       continue;
     }
     check(error, "decoder");
-    ++decoded_;
     filter(*frame_, sink);
     av_frame_unref(frame_.get());
   }

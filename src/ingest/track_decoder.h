@@ -14,17 +14,18 @@ class TrackDecoder {
   // number were shown at the same time.
   using Sink = std::function<void(size_t output, int64_t number, FramePtr frame)>;
 
-  // Throws DecodeFailure when the codec is unknown. File and plan must outlive this.
-  TrackDecoder(VideoFile& file, const TrackPlan& plan);
+  // `rate` is the plan's, 0 when every picture is wanted. Throws DecodeFailure when the codec is unknown. File and plan
+  // must outlive this.
+  TrackDecoder(VideoFile& file, const TrackPlan& plan, double rate);
 
   // A null packet means the end: what is held back comes out. Throws DecodeFailure, and what the sink throws.
   void decode(const AVPacket* packet, const Sink& sink);
 
   int stream() const { return plan_.stream; }
   int64_t damaged() const { return damaged_; }  // packets that could not be decoded
-  int64_t decoded() const { return decoded_; }  // pictures, before sampling
 
  private:
+  bool mayBeSampled(const AVPacket& packet) const;
   void receive(const Sink& sink);
   void filter(AVFrame& frame, const Sink& sink);
   void drain(const Sink& sink);
@@ -33,9 +34,11 @@ class TrackDecoder {
 
   const TrackPlan& plan_;
   AVStream& track_;
-  int64_t start_ = 0;     // of the file, in the track's time base
-  int64_t duration_ = 0;  // of one picture, in the track's time base
-  int64_t end_ = 0;       // of the last picture
+  double samplesPerTick_ = 0;  // of the track's time base
+  int64_t start_ = 0;          // of the file, in the track's time base
+  int64_t duration_ = 0;       // of one picture, in the track's time base
+  int64_t end_ = 0;            // of the last picture decoded
+  int64_t packetsEnd_ = 0;     // of the last picture, decoded or not
   CodecPtr codec_;
   FramePtr frame_ = newFrame();
   GraphPtr graph_;
@@ -45,7 +48,6 @@ class TrackDecoder {
   int height_ = 0;
   int format_ = -1;
   int64_t damaged_ = 0;
-  int64_t decoded_ = 0;
 };
 
 }  // namespace quor

@@ -19,20 +19,19 @@ void checkSphereSettings(const IngestSettings& settings) {
                     " degrees. Set the field of view to between 30 and 150 degrees.");
 }
 
-std::string sphereTail(const SphereView& view, const IngestSettings& settings, const VideoTrack& track) {
+std::string sphereTail(const SphereView& view, const IngestSettings& settings) {
   const int size = sphereViewSize(settings);
   std::string text =
       formatText("v360=input=e:output=flat:yaw=%.*f:pitch=%.*f:roll=0:h_fov=%.*f:v_fov=%.*f:w=%d:h=%d", 4, view.yaw, 4,
                  view.pitch, 4, settings.fieldOfView, 4, settings.fieldOfView, size, size) +
       ":interp=lanczos,";
-  if (track.otherMatrix) text += "scale=out_color_matrix=bt601,";
   return text + "format=yuvj420p";
 }
 
 TrackPlan spherePlan(double rate, const IngestSettings& settings, const VideoTrack& track) {
   TrackPlan plan{track.stream, track.videoIndex, headFilters(rate, track), {}, {}};
   for (const SphereView& view : sphereViews(settings)) {
-    plan.tails.push_back(sphereTail(view, settings, track));
+    plan.tails.push_back(sphereTail(view, settings));
     plan.labels.push_back(view.name);
   }
   return plan;
@@ -107,7 +106,7 @@ ExtractionResult FrameExtractor::extractVideo(const std::filesystem::path& path,
     group.signature = formatText("sphere %d", sphereViewSize(settings));
   } else {
     const ImageSize size = frameSize(track, settings.maxDimension);
-    const std::string tail = opened.file ? scaleTail(size, track) : scaleTailOfUnknown(settings.maxDimension);
+    const std::string tail = opened.file ? scaleTail(size) : scaleTailOfUnknown(settings.maxDimension);
     plan.tracks.push_back({track.stream, track.videoIndex, headFilters(plan.rate, track), {tail}, {""}});
     plan.message = [](size_t, int64_t number) { return "Extracting frame " + std::to_string(number); };
     log_.info(sampling + " frames");

@@ -97,19 +97,6 @@ Projection projectionOf(const AVStream& stream) {
   return mapping->projection == AV_SPHERICAL_EQUIRECTANGULAR ? Projection::Equirectangular : Projection::Flat;
 }
 
-bool hasOtherMatrix(AVColorSpace space) {
-  switch (space) {
-    case AVCOL_SPC_BT709:
-    case AVCOL_SPC_FCC:
-    case AVCOL_SPC_SMPTE240M:
-    case AVCOL_SPC_BT2020_NCL:
-    case AVCOL_SPC_BT2020_CL:
-      return true;
-    default:
-      return false;
-  }
-}
-
 VideoTrack describeTrack(AVFormatContext& input, AVStream& stream, int videoIndex) {
   VideoTrack track;
   track.stream = stream.index;
@@ -122,7 +109,6 @@ VideoTrack describeTrack(AVFormatContext& input, AVStream& stream, int videoInde
   track.uprightFilters = uprightFilters(
       reinterpret_cast<const int32_t*>(av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr)));
   if (track.uprightFilters.starts_with("transpose")) std::swap(track.width, track.height);
-  track.otherMatrix = hasOtherMatrix(stream.codecpar->color_space);
   track.duration = durationOf(input, stream);
   track.frameRate = frameRateOf(stream);
   track.projection = projectionOf(stream);

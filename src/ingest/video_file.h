@@ -25,10 +25,8 @@ struct VideoTrack {
   int width = 0;       // as shown: turned upright, pixels made square
   int height = 0;
   std::string uprightFilters;  // what turns the decoded picture upright ("transpose=clock,"), empty or ending in ","
-  // JPEG files are BT.601; a picture that says that it is something else (BT.709 as a rule) is converted.
-  bool otherMatrix = false;
-  double duration = 0;   // seconds, 0 when unknown
-  double frameRate = 0;  // average, frames a second
+  double duration = 0;         // seconds, 0 when unknown
+  double frameRate = 0;        // average, frames a second
   Projection projection = Projection::Unknown;
 };
 

@@ -58,7 +58,7 @@ GreyPicture middlePicture(VideoFile& file, const VideoTrack& track) {
                        track.uprightFilters,
                        {"scale=" + std::to_string(kWidth) + ":" + std::to_string(kHeight) + ":flags=area,format=gray"},
                        {""}};
-  TrackDecoder decoder(file, plan);
+  TrackDecoder decoder(file, plan, 0);
   AVFormatContext& input = file.context();
   if (input.duration > 0) av_seek_frame(&input, -1, input.duration / 2, AVSEEK_FLAG_BACKWARD);
   GreyPicture picture;

@@ -70,7 +70,7 @@ std::vector<int64_t> sampleInProcess(VideoFile& file, const SamplingPlan& plan, 
                                      std::vector<std::filesystem::path>& written) {
   clearFfmpegLog();
   std::vector<std::unique_ptr<TrackDecoder>> decoders;
-  for (const TrackPlan& track : plan.tracks) decoders.push_back(std::make_unique<TrackDecoder>(file, track));
+  for (const TrackPlan& track : plan.tracks) decoders.push_back(std::make_unique<TrackDecoder>(file, track, plan.rate));
   FrameTally tally(plan);
   FrameWriter writer(plan.jpegQuality);
   const double total = static_cast<double>(plan.expected) * static_cast<double>(outputCount(plan));

@@ -3,14 +3,14 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <cstdlib>
 
+#include "ingest/extraction.h"
 #include "ingest/ingest_error.h"
-#include "support/temp_folder.h"
 
 namespace quor {
 namespace {
 
+using test::meanDifference;
 using test::TempFolder;
 
 // Smooth colours, so that 4:2:0 loses little.
@@ -24,12 +24,6 @@ Image colourful(int width, int height) {
     }
   }
   return image;
-}
-
-double meanDifference(const Image& a, const Image& b) {
-  double sum = 0;
-  for (size_t i = 0; i < a.rgb.size(); ++i) sum += std::abs(a.rgb[i] - b.rgb[i]);
-  return sum / static_cast<double>(a.rgb.size());
 }
 
 TEST(JpegEncoder, KeepsColoursAtEverySizeAndGetsCoarserWithTheScale) {
