@@ -14,6 +14,7 @@
 #include "base/text.h"
 #include "gpu/vulkan_context.h"
 #include "pipeline/guidance.h"
+#include "pipeline/media.h"
 
 namespace quor {
 
@@ -142,6 +143,7 @@ int runCommandLine(const std::vector<std::string>& arguments, FrontEnd frontEnd)
   try {
     occupyClosedStreams();
     countInterrupts();
+    prepareMedia();
     return dispatch(arguments, frontEnd);
   } catch (const UsageError& error) {
     return failUsage(error.what(), frontEnd);

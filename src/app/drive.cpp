@@ -39,6 +39,10 @@ std::string trainingLine(const gs::TrainStatus& status) {
   return line;
 }
 
+std::string share(float fraction) {
+  return fraction >= 0 ? formatText(", %.0f %%", static_cast<double>(fraction) * 100) : std::string();
+}
+
 std::string timeLeft(double seconds) {
   if (!(seconds >= 0 && seconds < 360000)) return {};
   const int whole = static_cast<int>(std::lround(seconds));
@@ -86,15 +90,19 @@ class Follower {
     // A failure is printed by drive() as the run's error.
     if (status.state == StageState::NotRun || status.state == StageState::Failed) return;
     std::string& last = last_[static_cast<size_t>(stage)];
-    if (status.message.empty() || status.message == last) return;
-    const bool progress = status.state == StageState::Running && sameButForNumbers(status.message, last);
+    if (status.message.empty()) return;
+    const bool running = status.state == StageState::Running;
+    const bool progress = running && sameButForNumbers(status.message, last);
+    const bool live = running && console_.isTerminal();
+    if (!live && status.message == last) return;
     if (progress && !due(nextMessage_)) return;
     last = status.message;
     const std::string line = stage == Stage::Train ? "  train: " + status.message : status.message;
-    if (progress && console_.isTerminal()) {
-      console_.live(line);
+    const std::string progressText = share(status.fraction) + timeLeft(status.secondsLeft);
+    if (live) {
+      console_.live((stage == Stage::Train ? line : std::string(stageName(stage)) + ": " + line) + progressText);
     } else {
-      console_.message(line, status.message);
+      console_.message(progress ? line + progressText : line, status.message);
     }
   }
 

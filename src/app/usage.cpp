@@ -7,14 +7,16 @@ namespace quor {
 namespace {
 
 constexpr const char* kCommands = R"(Commands:
+  run <media>... [--out DIR] [options]
+      build a new project from images and videos: extract frames, solve cameras
+      (COLMAP), train. A folder brings its images and every video under it,
+      sub-folders included; 360-degree and dual-fisheye videos are detected
   train <project|dataset> [options] [--from frames|sparse]
       train an existing project in place, reusing its frames and cameras, or a
-      COLMAP dataset: a folder that holds images/ and sparse/0
+      COLMAP dataset: a folder that holds images/ and sparse/0. --from first runs
+      the project again from that stage
   import <dataset> [--out DIR] [options]
       wrap a COLMAP dataset in a new project and train it
-  run <media>... [--out DIR] [options]
-      build a new project from images and videos: extract frames, solve cameras,
-      train; a folder brings everything under it (not in this version yet)
   batch <batch.json|folder>
       run a queue of captures, finished ones skipped (not in this version yet)
   devices
@@ -36,6 +38,7 @@ in its project.json: an option that is not given leaves them as they are.
 Progress and messages go to standard error. Standard output carries only the path
 of scene.ply or, with --json, one JSON object. Ctrl-C during training stops it and
 still writes the scene and the checkpoint; before that, or pressed again, it cancels.
+A run that was cancelled or killed goes on with `train <project> --from STAGE`.
 
 Exit codes: 0 success, 1 failure, 2 usage error, 130 cancelled.
 )";
@@ -50,6 +53,8 @@ std::string usageText(FrontEnd frontEnd) {
   if (desktop) text += "       Ombrelux [project|scene.ply|media]    open the window (not in this version yet)\n";
   text += "\n" + std::string(kCommands) + "\n" + optionsHelp() + kResult;
   text += "\nExamples:\n";
+  text += "  " + program + " run ~/videos/garden.mp4 --frames 150\n";
+  text += "  " + program + " run ~/photos/statue --resolution 1600 --iterations 15000\n";
   text += "  " + program + " import ~/captures/garden --resolution 1600 --iterations 15000\n";
   text += "  " + program + " train ~/captures/garden_ombrelux --resume --iterations 30000 --json\n";
   return text;

@@ -25,7 +25,8 @@ const char* stageName(Stage stage) {
   return "Train Gaussians";
 }
 
-Pipeline::Pipeline(gs::TrainingService& trainer, LogStore& log) : trainer_(trainer), log_(log) {}
+Pipeline::Pipeline(gs::TrainingService& trainer, LogStore& log, Tools tools)
+    : trainer_(trainer), log_(log), tools_(std::move(tools)) {}
 
 Pipeline::~Pipeline() {
   cancel();
@@ -116,7 +117,11 @@ std::optional<gs::TrainResult> Pipeline::trainResult() const {
 
 void Pipeline::report(Stage stage, StageState state, const std::string& message, float fraction) {
   const std::lock_guard lock(mutex_);
-  stages_[indexOf(stage)] = {state, message, fraction};
+  stages_[indexOf(stage)] = {state, message, fraction, std::numeric_limits<double>::quiet_NaN()};
+  if (state != StageState::Running || !(fraction > 0)) return;
+  // By the pace until now, once there is something to go by.
+  const double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - stageStart_).count();
+  if (elapsed > 2 && fraction > 0.02f) stages_[indexOf(stage)].secondsLeft = elapsed * (1.0 / double{fraction} - 1.0);
 }
 
 void Pipeline::runStages(Stage from, Stage to, const Completion& completion) {
@@ -138,7 +143,8 @@ bool Pipeline::runStage(Stage stage, std::string& result) {
       if (!skip) {
         if (cancel_) throw std::runtime_error(kCancelled);
         project = project_;
-        stages_[indexOf(stage)] = {StageState::Running, "Starting", -1};
+        stages_[indexOf(stage)] = {StageState::Running, "Starting"};
+        stageStart_ = std::chrono::steady_clock::now();
         current_ = stage;
         inStage_ = true;
       }

@@ -5,8 +5,10 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <functional>
+#include <limits>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -14,6 +16,7 @@
 #include <vector>
 
 #include "base/log_store.h"
+#include "base/tool_finder.h"
 #include "gs/training_service.h"
 #include "project/project.h"
 
@@ -28,7 +31,8 @@ enum class StageState : int32_t { NotRun = 0, Running = 1, Done = 2, Failed = 3 
 struct StageStatus {
   StageState state = StageState::NotRun;
   std::string message;
-  float fraction = -1;  // 0..1, -1 when unknown
+  float fraction = -1;                                            // 0..1, -1 when unknown
+  double secondsLeft = std::numeric_limits<double>::quiet_NaN();  // of the stage, NaN while unknown
 };
 
 // The result text of a run that was cancelled, and the message of the stage it was cancelled in.
@@ -39,7 +43,7 @@ class Pipeline {
   // `result` is "Done", "Cancelled" or the sentence of the stage that failed.
   using Completion = std::function<void(bool success, const std::string& result)>;
 
-  Pipeline(gs::TrainingService& trainer, LogStore& log);
+  Pipeline(gs::TrainingService& trainer, LogStore& log, Tools tools = {});
   ~Pipeline();  // cancels and joins
   Pipeline(const Pipeline&) = delete;
   Pipeline& operator=(const Pipeline&) = delete;
@@ -79,6 +83,7 @@ class Pipeline {
 
   gs::TrainingService& trainer_;
   LogStore& log_;
+  const Tools tools_;
 
   mutable std::mutex mutex_;  // guards everything up to `trainResult_`
   std::condition_variable wake_;
@@ -86,6 +91,7 @@ class Pipeline {
   std::array<StageStatus, kStageCount> stages_;
   Stage current_ = Stage::Frames;
   bool inStage_ = false;
+  std::chrono::steady_clock::time_point stageStart_;
   std::optional<gs::TrainResult> trainResult_;
 
   std::atomic<bool> busy_ = false;
@@ -94,7 +100,8 @@ class Pipeline {
   std::thread worker_;
 };
 
-// What the trainer is asked for by a project's settings.
+// What the trainer is asked for by a project's settings. Its dataset is the wrapped one, or the project's own camera
+// solve.
 gs::TrainJob makeTrainJob(const Project& project);
 
 }  // namespace quor

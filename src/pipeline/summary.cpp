@@ -46,7 +46,7 @@ std::vector<std::string> Pipeline::summary() const {
   std::vector<std::string> lines;
   if (project->externalDataset.empty()) {
     lines.push_back(countOrNotRun(countFrames(project->framesFolder()), " frames"));
-    lines.push_back(countOrNotRun(countCameras(project->root), " images registered"));
+    lines.push_back(countOrNotRun(countCameras(project->solvedFolder()), " images registered"));
   } else {
     lines.emplace_back("Using an existing reconstruction");
     lines.push_back(std::to_string(countCameras(fromUtf8(project->externalDataset))) + " cameras (imported)");

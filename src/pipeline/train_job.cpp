@@ -6,7 +6,7 @@ namespace quor {
 gs::TrainJob makeTrainJob(const Project& project) {
   const TrainingSettings& settings = project.training;
   gs::TrainJob job;
-  job.dataset = project.externalDataset.empty() ? project.root : fromUtf8(project.externalDataset);
+  job.dataset = project.externalDataset.empty() ? project.solvedFolder() : fromUtf8(project.externalDataset);
   job.output = project.outputFolder();
   job.resolution = settings.trainingResolution;
   job.technique = settings.technique;

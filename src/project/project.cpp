@@ -43,7 +43,7 @@ Project newProject(const fs::path& source, bool sourceIsFile, const fs::path& ou
 void makeFolder(const fs::path& folder) {
   std::error_code error;
   fs::create_directories(folder, error);
-  if (error) throw std::runtime_error("Cannot make the folder " + toUtf8(folder) + ": " + error.message());
+  if (error) throw std::runtime_error("Cannot make the folder " + toUtf8(folder) + ": " + error.message() + ".");
 }
 
 bool allOfKind(const std::vector<InputSource>& inputs, InputKind kind) {
@@ -85,7 +85,7 @@ InputKind parseKind(const std::string& word) {
   return InputKind::Images;
 }
 
-Project Project::create(const std::vector<InputSource>& inputs, const fs::path& outDir) {
+Project Project::describe(const std::vector<InputSource>& inputs, const fs::path& outDir) {
   if (inputs.empty()) throw std::runtime_error("A project needs at least one input");
   const fs::path first = fromUtf8(inputs.front().path);
   Project project = newProject(first, isFile(inputs.front(), first), outDir);
@@ -96,6 +96,11 @@ Project Project::create(const std::vector<InputSource>& inputs, const fs::path& 
   project.sparse.singleCamera = true;
   if (allOfKind(inputs, InputKind::Video360)) project.sparse.cameraModel = "PINHOLE";
   if (allOfKind(inputs, InputKind::DualFisheye)) project.sparse.cameraModel = "OPENCV_FISHEYE";
+  return project;
+}
+
+Project Project::create(const std::vector<InputSource>& inputs, const fs::path& outDir) {
+  Project project = describe(inputs, outDir);
   project.ensureLayout();
   project.save();
   return project;
@@ -149,6 +154,9 @@ fs::path Project::databaseFile() const {
 }
 fs::path Project::sparseFolder() const {
   return colmapFolder() / "sparse";
+}
+fs::path Project::solvedFolder() const {
+  return colmapFolder() / "undistorted";
 }
 fs::path Project::outputFolder() const {
   return root / "output";

@@ -56,7 +56,8 @@ class Project {
   // with a whole sentence.
   static Project create(const std::vector<InputSource>& inputs, const std::filesystem::path& outDir);
   static Project fromDataset(const std::filesystem::path& dataset, const std::filesystem::path& outDir);
-  // What fromDataset() makes, before anything is written.
+  // What create() and fromDataset() make, before anything is written.
+  static Project describe(const std::vector<InputSource>& inputs, const std::filesystem::path& outDir);
   static Project describeDataset(const std::filesystem::path& dataset, const std::filesystem::path& outDir);
 
   // Written beside project.json and moved over it. Throws std::runtime_error "Cannot write PATH".
@@ -68,6 +69,8 @@ class Project {
   std::filesystem::path colmapFolder() const;
   std::filesystem::path databaseFile() const;
   std::filesystem::path sparseFolder() const;
+  // Where the camera solve leaves what is trained: images/ without lens distortion and their model in sparse/.
+  std::filesystem::path solvedFolder() const;
   std::filesystem::path outputFolder() const;
   std::filesystem::path sceneFile() const;
   std::filesystem::path sceneSplatFile() const;

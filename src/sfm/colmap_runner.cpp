@@ -89,7 +89,7 @@ void ColmapRunner::writeMask(const Project& project) {
 }
 
 std::filesystem::path solvedDataset(const Project& project) {
-  return Workspace(project).undistorted;
+  return project.solvedFolder();
 }
 
 }  // namespace quor

@@ -4,7 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "child_program.h"
+#include "support/child_program.h"
 #include "support/small_capture.h"
 
 namespace quor::test {

@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "child_program.h"
+#include "support/child_program.h"
 
 namespace quor::test {
 namespace {

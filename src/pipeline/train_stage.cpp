@@ -1,4 +1,5 @@
-// The stage bodies: each returns its result message or throws a whole sentence, kCancelled when it saw the cancel flag.
+// The training stage. Like every stage body it returns its result message or throws a whole sentence, kCancelled when
+// it saw the cancel flag.
 #include <algorithm>
 #include <chrono>
 #include <stdexcept>
@@ -31,7 +32,7 @@ void checkResume(const Project& project) {
 }
 
 StageStatus describeTraining(const gs::TrainStatus& status) {
-  StageStatus stage{StageState::Running, status.text, -1};
+  StageStatus stage{StageState::Running, status.text, -1, status.secondsLeft};
   if (status.state == gs::TrainState::Training && status.step > 0) {
     stage.message = formatText("Step %d of %d", status.step, status.iterations);
     if (status.loss == status.loss) stage.message += formatText(", loss %f", static_cast<double>(status.loss));
@@ -50,19 +51,6 @@ std::string describeResult(const gs::TrainResult& result) {
 }
 
 }  // namespace
-
-std::string Pipeline::runFrames(const Project& project) {
-  if (project.inputs.empty()) throw std::runtime_error("The project has no input media.");
-  throw std::runtime_error(
-      "Preparing frames is not part of this version yet; train an existing COLMAP reconstruction with `train` or "
-      "`import`.");
-}
-
-std::string Pipeline::runSparse(const Project&) {
-  throw std::runtime_error(
-      "Solving cameras is not part of this version yet; train an existing COLMAP reconstruction with `train` or "
-      "`import`.");
-}
 
 std::string Pipeline::runTrain(const Project& project) {
   gs::TrainJob job = makeTrainJob(project);

@@ -1,0 +1,160 @@
+// Media to frames. Everything is extracted into frames.partial, which becomes frames/ only when it is whole: a stage
+// that was cancelled or killed never leaves frames that could be taken for a finished extraction.
+#include <cstdio>
+#include <stdexcept>
+#include <system_error>
+
+#include "base/paths.h"
+#include "base/text.h"
+#include "ingest/frame_extractor.h"
+#include "ingest/photo.h"
+#include "pipeline/media.h"
+#include "pipeline/pipeline.h"
+
+namespace quor {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+void removeFolder(const fs::path& folder) {
+  std::error_code error;
+  fs::remove_all(folder, error);
+  if (error) throw std::runtime_error("Cannot clear " + toUtf8(folder) + ": " + error.message() + ".");
+}
+
+// The folder that frames are gathered in; what is left in it when the stage ends is of no use to anybody.
+class PartialFolder {
+ public:
+  explicit PartialFolder(fs::path path) : path_(std::move(path)) { removeFolder(path_); }
+  ~PartialFolder() {
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+  }
+  PartialFolder(const PartialFolder&) = delete;
+  PartialFolder& operator=(const PartialFolder&) = delete;
+  const fs::path& path() const { return path_; }
+
+ private:
+  fs::path path_;
+};
+
+// What all inputs have given together.
+class Gathered {
+ public:
+  explicit Gathered(bool shareCameras) : shareCameras_(shareCameras) {}
+
+  // `folder` is the input's own under the frames folder, empty when there is one input only.
+  void add(const ExtractionResult& result, const std::string& folder) {
+    frames_ += result.frames.size();
+    rejected_ += result.rejected;
+    if (result.lensSize > 0) extraction_.lensSize = result.lensSize;
+    known_ = inputs_++ == 0 || known_ == result.knownIntrinsics ? result.knownIntrinsics : std::nullopt;
+    for (const CameraGroup& group : result.groups) addGroup(group, folder);
+  }
+
+  void storeIn(Project& project) const {
+    project.extraction = extraction_;
+    project.knownIntrinsics = known_;
+  }
+  size_t frames() const { return frames_; }
+  std::string summary() const {
+    std::string text = std::to_string(frames_) + " frames";
+    if (rejected_ > 0) text += " (" + std::to_string(rejected_) + " blurry rejected)";
+    return text;
+  }
+
+ private:
+  void addGroup(const CameraGroup& group, const std::string& folder) {
+    ImageGroup placed = group;
+    if (!folder.empty()) {
+      placed.name = folder + " " + group.name;
+      for (std::string& image : placed.images) image = folder + "/" + image;
+    }
+    for (size_t i = 0; shareCameras_ && i < signatures_.size(); ++i) {
+      ImageGroup& earlier = extraction_.groups[i];
+      if (signatures_[i] == group.signature && earlier.cameraModel == placed.cameraModel &&
+          earlier.cameraParams == placed.cameraParams && earlier.usesFisheyeMask == placed.usesFisheyeMask &&
+          !isLens(placed)) {
+        earlier.images.insert(earlier.images.end(), placed.images.begin(), placed.images.end());
+        return;
+      }
+    }
+    extraction_.groups.push_back(std::move(placed));
+    signatures_.push_back(group.signature);
+  }
+
+  // The two lenses of a camera start from equal parameters but are not the same glass.
+  static bool isLens(const ImageGroup& group) { return group.cameraModel == "OPENCV_FISHEYE"; }
+
+  const bool shareCameras_;
+  Extraction extraction_;
+  std::vector<std::string> signatures_;
+  std::optional<std::array<double, 4>> known_;
+  size_t inputs_ = 0, frames_ = 0, rejected_ = 0;
+};
+
+// The record is saved before the frames appear: a record without frames says that the stage has to run again, frames
+// with an older record would be solved with the wrong cameras.
+void replaceFrames(const Project& project, const fs::path& fresh) {
+  removeFolder(project.solvedFolder());  // its cameras are those of the earlier frames
+  removeFolder(project.framesFolder());
+  project.save();
+  std::error_code error;
+  fs::rename(fresh, project.framesFolder(), error);
+  if (error) {
+    throw std::runtime_error("Cannot move the frames to " + toUtf8(project.framesFolder()) + ": " + error.message());
+  }
+}
+
+}  // namespace
+
+void prepareMedia() {
+  registerImageDecoders();
+}
+
+void detectVideoKinds(std::vector<InputSource>& inputs) {
+  for (InputSource& input : inputs) {
+    if (input.kind == InputKind::Video) input.kind = detectVideoKind(fromUtf8(input.path));
+  }
+}
+
+std::string Pipeline::runFrames(const Project& opened) {
+  if (opened.inputs.empty()) throw std::runtime_error("The project has no input media.");
+  for (const InputSource& input : opened.inputs) {
+    std::error_code ignored;
+    if (!fs::exists(fromUtf8(input.path), ignored)) {
+      throw std::runtime_error("The project's input " + input.path +
+                               " is no longer there. Put it back, or start a "
+                               "new project from where it is now.");
+    }
+  }
+
+  Project project = opened;
+  project.ensureLayout();
+  const PartialFolder partial(project.root / "frames.partial");
+  FrameExtractor extractor(log_, tools_.ffmpeg, [this] { return cancel_.load(); });
+  Gathered gathered(project.sparse.singleCamera);
+  const size_t count = project.inputs.size();
+  for (size_t i = 0; i < count; ++i) {
+    const InputSource& input = project.inputs[i];
+    const std::string folder = count > 1 ? formatText("s%02zu", i + 1) : std::string();
+    const auto progress = [&](const std::string& message, float fraction) {
+      const float whole = fraction < 0 ? fraction : (static_cast<float>(i) + fraction) / static_cast<float>(count);
+      report(Stage::Frames, StageState::Running, message, whole);
+    };
+    log_.info("Preparing frames from " + input.path);
+    progress("Preparing frames from " + input.path, count > 1 ? 0.0f : -1.0f);
+    gathered.add(extractor.extract(fromUtf8(input.path), input.kind, project.ingest, partial.path() / folder, progress),
+                 folder);
+  }
+  if (cancel_) throw std::runtime_error(kCancelled);
+
+  gathered.storeIn(project);
+  replaceFrames(project, partial.path());
+  const std::lock_guard lock(mutex_);
+  project_ = project;
+  return gathered.summary();
+}
+
+}  // namespace quor

@@ -1,0 +1,31 @@
+// The stages before training in a build that leaves FFmpeg and COLMAP out.
+#include <stdexcept>
+
+#include "pipeline/media.h"
+#include "pipeline/pipeline.h"
+
+namespace quor {
+
+namespace {
+
+[[noreturn]] void refuse() {
+  throw std::runtime_error(
+      "This build of Ombrelux only trains: it was made without frame extraction and camera solving. Pass a COLMAP "
+      "dataset to `train` or `import`.");
+}
+
+}  // namespace
+
+void prepareMedia() {}
+
+void detectVideoKinds(std::vector<InputSource>&) {}
+
+std::string Pipeline::runFrames(const Project&) {
+  refuse();
+}
+
+std::string Pipeline::runSparse(const Project&) {
+  refuse();
+}
+
+}  // namespace quor
