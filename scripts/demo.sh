@@ -12,7 +12,7 @@ rm -rf "$demo"
 mkdir -p "$demo"
 echo "Photographing a room..."
 build/release/bin/sample_capture --size 320 --count 36 "$demo/room" >/dev/null
-build/release/bin/OmbreluxCLI run "$demo/room/images" --out "$demo" --resolution 320 --iterations 1500 --json >"$demo/result.json"
+build/release/bin/OmbreluxCLI run "$demo/room" --resolution 320 --iterations 1500 --json >"$demo/result.json"
 
 value() { sed -nE "s/.*\"$1\": *\"?([^\",}]*)\"?.*/\1/p" "$demo/result.json" | head -n 1; }
 echo
