@@ -143,7 +143,7 @@ void TrackDecoder::buildGraph(const AVFrame& frame) {
   check(avfilter_graph_create_filter(&source_, avfilter_get_by_name("buffer"), "in", source.c_str(), nullptr,
                                      graph_.get()),
         "filter");
-  InOutPtr inputs;  // of the graph's far side: our sinks
+  InOutPtr outputs;
   sinks_.assign(plan_.tails.size(), nullptr);
   for (size_t i = sinks_.size(); i-- > 0;) {
     const std::string name = "out" + std::to_string(i);
@@ -151,15 +151,15 @@ void TrackDecoder::buildGraph(const AVFrame& frame) {
                                        graph_.get()),
           "filter");
     InOutPtr end = graphEnd(name, sinks_[i]);
-    end->next = inputs.release();
-    inputs = std::move(end);
+    end->next = outputs.release();
+    outputs = std::move(end);
   }
-  AVFilterInOut* near = graphEnd("in", source_).release();
-  AVFilterInOut* far = inputs.release();
+  AVFilterInOut* begin = graphEnd("in", source_).release();
+  AVFilterInOut* ends = outputs.release();
   const int error =
-      avfilter_graph_parse_ptr(graph_.get(), filterGraph(plan_, "in", "out").c_str(), &far, &near, nullptr);
-  avfilter_inout_free(&near);
-  avfilter_inout_free(&far);
+      avfilter_graph_parse_ptr(graph_.get(), filterGraph(plan_, "in", "out").c_str(), &ends, &begin, nullptr);
+  avfilter_inout_free(&begin);
+  avfilter_inout_free(&ends);
   check(error, "filter");
   check(avfilter_graph_config(graph_.get(), nullptr), "filter");
   if (cancelled_()) throw IngestError("Cancelled");
