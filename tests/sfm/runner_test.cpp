@@ -34,7 +34,7 @@ TEST_F(Runner, RunsTheStepsAndLeavesADatasetToTrainOn) {
   EXPECT_EQ(result.registered, 3u);
   EXPECT_THAT(result.modelSizes, ElementsAre(3u, 1u));
   EXPECT_EQ(result.points, 2u);
-  EXPECT_EQ(result.dataset, solvedDataset(project));
+  EXPECT_EQ(result.dataset, project.solvedFolder());
   EXPECT_EQ(gs::colmap::loadModel(result.dataset / "sparse", true).images.size(), 3u);
   EXPECT_TRUE(fs::exists(result.dataset / "images" / "a.jpg"));
   for (const char* gone : {"database.db-wal", "sparse/7", "lists/group09.txt", "undistorted/old", "undistorted.partial",
@@ -143,7 +143,7 @@ TEST_F(Runner, CropsWhatItUndistorts) {
 
 TEST_F(Runner, RefusesBeforeItTouchesAnything) {
   FakeColmap colmap(folder / "tool");
-  writeFile(solvedDataset(project) / "old", "kept");
+  writeFile(project.solvedFolder() / "old", "kept");
   EXPECT_EQ(thrownText([&] { solve(colmap); }), "There are no frames to solve. Run the Frames stage first.");
   addFrame("a.jpg");
   addFrame("b.jpg");
@@ -157,7 +157,7 @@ TEST_F(Runner, RefusesBeforeItTouchesAnything) {
   EXPECT_THAT(colmap.calls(), IsEmpty());
   ::chmod(colmap.executable().c_str(), 0644);
   EXPECT_THAT(thrownText([&] { solve(colmap); }), StartsWith("Could not run COLMAP ("));
-  EXPECT_EQ(readFile(solvedDataset(project) / "old"), "kept");
+  EXPECT_EQ(readFile(project.solvedFolder() / "old"), "kept");
 }
 
 TEST_F(Runner, RunsOnTheProcessorWhatTheGpuCannot) {
@@ -206,7 +206,7 @@ TEST_F(Runner, FailsWithASentenceAndNoDataset) {
     gs::colmap::writeModel(colmap.executable().parent_path() / "empty/0", modelOf({}), {},
                            gs::colmap::Encoding::Binary);
     colmap.on(command, script);
-    writeFile(solvedDataset(project) / "old", "old");
+    writeFile(project.solvedFolder() / "old", "old");
     reached = 0;
     EXPECT_THAT(thrownText([&] { solve(colmap); }), StartsWith(text)) << name;
     EXPECT_FALSE(hasDataset()) << name;
