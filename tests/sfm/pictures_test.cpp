@@ -87,16 +87,17 @@ TEST_F(Mask, HidesTheCornersTheRimAndTheGround) {
   EXPECT_TRUE(shows(80, 270));
   EXPECT_TRUE(shows(90, 29));  // to the right, turned down by so much
   EXPECT_FALSE(shows(90, 31));
-  EXPECT_THAT(describeFisheyeMask(settings, fisheyeMask(settings, kSize)),
-              AllOf(HasSubstr("Fisheye mask: hiding "), HasSubstr("30° below the horizon"),
-                    HasSubstr("% of each lens")));
+  EXPECT_THAT(
+      describeFisheyeMask(settings, fisheyeMask(settings, kSize)),
+      AllOf(HasSubstr("Fisheye mask: hiding "), HasSubstr("30° below the horizon"), HasSubstr("% of each lens")));
 }
 
 TEST(Output, CountsInTheWordsOfAllVersions) {
   EXPECT_FLOAT_EQ(countedFraction("Processed file [3/12]").value(), 0.25f);
   EXPECT_FLOAT_EQ(countedFraction("I20260101 10:00:00.1 7 a.cc:3] Processed file [3/12]").value(), 0.25f);
   EXPECT_FLOAT_EQ(countedFraction("Matching block [2/4, 3/4] in 0.1s").value(), 0.375f);
-  for (const char* line : {"", "[", "[/]", "[3/", "[3/0]", "[4/3]", "[1/2, ", "[1/2, 3", "[99999999999999/3]", "I2] ["}) {
+  for (const char* line :
+       {"", "[", "[/]", "[3/", "[3/0]", "[4/3]", "[1/2, ", "[1/2, 3", "[99999999999999/3]", "I2] ["}) {
     EXPECT_FALSE(countedFraction(line)) << line;
   }
 }

@@ -46,19 +46,18 @@ TEST_F(Runner, RunsTheStepsAndLeavesADatasetToTrainOn) {
   const std::string environment = " [offscreen " + toUtf8(folder / "tool/plugins") + "]";
   EXPECT_THAT(
       colmap.calls(),
-      ElementsAre("feature_extractor --database_path " + root + "/colmap/database.db --image_path " + root +
-                      "/frames --image_list_path " + root + "/colmap/lists/group01.txt --ImageReader.single_camera 1 " +
-                      "--ImageReader.camera_model OPENCV --SiftExtraction.use_gpu 0 --SiftExtraction.max_image_size "
-                      "2400 --SiftExtraction.max_num_features 8192" +
-                      environment,
-                  "exhaustive_matcher --database_path " + root + "/colmap/database.db --SiftMatching.use_gpu 0" +
-                      environment,
-                  "mapper --database_path " + root + "/colmap/database.db --image_path " + root +
-                      "/frames --output_path " + root + "/colmap/sparse --Mapper.ba_global_points_ratio 1.4" +
-                      environment,
-                  "image_undistorter --image_path " + root + "/frames --input_path " + root +
-                      "/colmap/sparse/1 --output_path " + root +
-                      "/colmap/undistorted.partial --output_type COLMAP" + environment));
+      ElementsAre(
+          "feature_extractor --database_path " + root + "/colmap/database.db --image_path " + root +
+              "/frames --image_list_path " + root + "/colmap/lists/group01.txt --ImageReader.single_camera 1 " +
+              "--ImageReader.camera_model OPENCV --SiftExtraction.use_gpu 0 --SiftExtraction.max_image_size "
+              "2400 --SiftExtraction.max_num_features 8192" +
+              environment,
+          "exhaustive_matcher --database_path " + root + "/colmap/database.db --SiftMatching.use_gpu 0" + environment,
+          "mapper --database_path " + root + "/colmap/database.db --image_path " + root + "/frames --output_path " +
+              root + "/colmap/sparse --Mapper.ba_global_points_ratio 1.4" + environment,
+          "image_undistorter --image_path " + root + "/frames --input_path " + root +
+              "/colmap/sparse/1 --output_path " + root + "/colmap/undistorted.partial --output_type COLMAP" +
+              environment));
   EXPECT_EQ(readFile(project.colmapFolder() / "lists/group01.txt"), "a.jpg\nb.jpg\nc.jpg\nd.jpg\n");
 
   EXPECT_THAT(messages, ElementsAre("Extracting features (4 images)", "Matching features", "Solving cameras",
@@ -81,9 +80,9 @@ TEST_F(Runner, SpeaksTheNewerVersionsLanguage) {
             "echo 'W20260101 10:00:00.000001 77 a.cc:2] Something is odd'");
   solve(colmap);
 
-  EXPECT_THAT(colmap.call("feature_extractor"),
-              AllOf(HasSubstr(" --FeatureExtraction.use_gpu 0 "), HasSubstr(" --FeatureExtraction.max_image_size 2400 "),
-                    HasSubstr(" --SiftExtraction.max_num_features 8192 ")));
+  EXPECT_THAT(colmap.call("feature_extractor"), AllOf(HasSubstr(" --FeatureExtraction.use_gpu 0 "),
+                                                      HasSubstr(" --FeatureExtraction.max_image_size 2400 "),
+                                                      HasSubstr(" --SiftExtraction.max_num_features 8192 ")));
   EXPECT_THAT(colmap.call("exhaustive_matcher"), HasSubstr(" --FeatureMatching.use_gpu 0 "));
   EXPECT_THAT(colmap.call("view_graph_calibrator"), Not(IsEmpty()));
   EXPECT_THAT(colmap.call("global_mapper"), HasSubstr(" --GlobalMapper.track_required_tracks_per_view 50 "));
@@ -182,7 +181,8 @@ TEST_F(Runner, FailsWithASentenceAndNoDataset) {
       {"mapper", "mkdir \"$output/0\"; echo x > \"$output/0/cameras.bin\"; echo x > \"$output/0/images.bin\"", noModel,
        "warning: COLMAP left a model that cannot be read: Truncated"},
       {"image_undistorter", "true", "COLMAP ended without a model of the undistorted images", ""},
-      {"image_undistorter", "cp -r \"$input\" \"$output/sparse\"; mkdir \"$output/images\"; echo x > \"$output/images/a.jpg\"",
+      {"image_undistorter",
+       "cp -r \"$input\" \"$output/sparse\"; mkdir \"$output/images\"; echo x > \"$output/images/a.jpg\"",
        "COLMAP left out 1 of 2 images when it undistorted them. Is the disk full?", ""},
   };
   int number = 0;
