@@ -19,6 +19,10 @@ std::filesystem::path modelFolder(const Options& options) {
   return options.out / "sparse" / "0";
 }
 
+std::filesystem::path truthTable(const Options& options) {
+  return options.out / "cameras.csv";
+}
+
 void refuseUsed(const std::filesystem::path& path) {
   if (std::filesystem::exists(path) && !std::filesystem::is_empty(path)) {
     throw std::runtime_error(toUtf8(path) + " is there already and not empty. Remove it or choose another folder.");
@@ -58,7 +62,7 @@ void writeVideo(const Options& options, const Scene& scene, const std::vector<st
   if (!wantsTruth(options)) return;
   std::vector<std::vector<Pose>> poses;
   for (const std::vector<View>& views : lenses) poses.emplace_back(views.begin(), views.end());
-  writeTruthTable(options.out / "cameras.csv", poses, options.framesPerSecond);
+  writeTruthTable(truthTable(options), poses, options.framesPerSecond);
 }
 
 }  // namespace
@@ -79,6 +83,7 @@ std::filesystem::path mediaOf(Kind kind) {
 void writeCapture(const Options& options) {
   refuseUsed(options.out / mediaOf(options.kind));
   refuseUsed(modelFolder(options));
+  refuseUsed(truthTable(options));
   std::filesystem::create_directories(options.out);
 
   const Scene scene(options.orbit.seed);
