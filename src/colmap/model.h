@@ -1,5 +1,5 @@
 // COLMAP's sparse model as data: cameras, registered images and sparse points, from the binary or the text encoding
-// (https://colmap.github.io/format.html). What no reader needs (observations, tracks, errors, point ids) is not kept.
+// (https://colmap.github.io/format.html). What no reader needs (observations, tracks, point ids) is not kept.
 #pragma once
 
 #include <array>
@@ -29,6 +29,7 @@ struct Image {
 struct Points {
   std::vector<float> positions;  // 3 a point
   std::vector<uint8_t> colors;   // 3 a point
+  double meanError = -1;         // pixels, over the points that have a reprojection error; -1 when none has
   size_t count() const { return positions.size() / 3; }
 };
 

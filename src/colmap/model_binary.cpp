@@ -131,6 +131,7 @@ Points readPointsBinary(const std::filesystem::path& path) {
   constexpr uint64_t kTrackElementBytes = 8;
   Reader reader(path);
   Points points;
+  ErrorMean error;
   const auto count = reader.read<uint64_t>();
   const size_t expected = reader.atMost(count, kLeastBytes);
   points.positions.reserve(expected * 3);
@@ -139,9 +140,10 @@ Points readPointsBinary(const std::filesystem::path& path) {
     reader.skip(1, sizeof(uint64_t));  // point id
     for (int k = 0; k < 3; ++k) points.positions.push_back(static_cast<float>(reader.read<double>()));
     for (int k = 0; k < 3; ++k) points.colors.push_back(reader.read<uint8_t>());
-    reader.skip(1, sizeof(double));  // reprojection error
+    error.add(reader.read<double>());
     reader.skip(reader.read<uint64_t>(), kTrackElementBytes);
   }
+  points.meanError = error.value();
   return points;
 }
 

@@ -27,6 +27,21 @@ std::map<uint32_t, Camera> readCamerasText(const std::filesystem::path& path);
 std::vector<Image> readImagesText(const std::filesystem::path& path);
 Points readPointsText(const std::filesystem::path& path);
 
+// The mean of the reprojection errors that are there; COLMAP writes -1 where there is none.
+class ErrorMean {
+ public:
+  void add(double error) {
+    if (!(error >= 0)) return;
+    sum_ += error;
+    ++count_;
+  }
+  double value() const { return count_ == 0 ? -1 : sum_ / static_cast<double>(count_); }
+
+ private:
+  double sum_ = 0;
+  size_t count_ = 0;
+};
+
 // Throws "Cannot open PATH".
 std::ifstream openModelFile(const std::filesystem::path& path);
 

@@ -93,6 +93,7 @@ std::vector<Image> readImagesText(const std::filesystem::path& path) {
 
 Points readPointsText(const std::filesystem::path& path) {
   Points points;
+  ErrorMean mean;
   forEachLine(path, [&](std::string_view line) {
     Fields fields(line);
     uint64_t id = 0;
@@ -101,7 +102,9 @@ Points readPointsText(const std::filesystem::path& path) {
     if (!fields.numbers(id, position[0], position[1], position[2], color[0], color[1], color[2])) return;
     for (const double p : position) points.positions.push_back(static_cast<float>(p));
     for (const int c : color) points.colors.push_back(static_cast<uint8_t>(c));
+    if (double error = 0; fields.number(error)) mean.add(error);
   });
+  points.meanError = mean.value();
   return points;
 }
 

@@ -1,6 +1,92 @@
 #include "sfm/colmap_runner.h"
 
+#include <stdexcept>
+
+#include "base/time_text.h"
+#include "colmap/model.h"
+#include "sfm/camera_groups.h"
+#include "sfm/fisheye_mask.h"
+#include "sfm/solve.h"
+
 namespace quor {
+namespace {
+
+constexpr size_t kFewestImages = 3;
+
+void requireImages(size_t count) {
+  if (count == 0) throw std::runtime_error("There are no frames to solve. Run the Frames stage first.");
+  if (count < kFewestImages) throw std::runtime_error("COLMAP needs at least 3 images.");
+}
+
+size_t countImages(const std::vector<ImageGroup>& groups) {
+  size_t count = 0;
+  for (const ImageGroup& group : groups) count += group.images.size();
+  return count;
+}
+
+ColmapRunner::Result describe(const std::vector<SparseModel>& models, size_t images) {
+  const gs::colmap::Model model = gs::colmap::loadModel(models.front().folder, true);
+  ColmapRunner::Result result;
+  result.images = images;
+  result.registered = model.images.size();
+  for (const SparseModel& each : models) result.modelSizes.push_back(each.registered);
+  result.points = model.points.count();
+  result.reprojectionError = std::max(model.points.meanError, 0.0);
+  return result;
+}
+
+}  // namespace
+
+ColmapRunner::ColmapRunner(std::optional<ToolLocation> colmap, LogStore& log, std::function<bool()> cancelled)
+    : log_(log), cancelled_(std::move(cancelled)) {
+  if (colmap) colmap_.emplace(colmap->executable, log_, cancelled_);
+}
+
+ColmapRunner::Result ColmapRunner::run(const Project& project, const SolveProgress& progress) {
+  if (!colmap_) {
+    throw std::runtime_error(
+        "COLMAP was not found. Set COLMAP's folder in Settings, name it with --colmap, or put colmap on PATH.");
+  }
+  const std::vector<std::string> frames = frameNames(project);
+  requireImages(frames.size());
+  const std::vector<ImageGroup> groups = cameraGroups(project, frames, log_);
+  requireImages(countImages(groups));
+  colmap_->identify();
+
+  const Workspace files(project);
+  files.clear();
+  writeMask(project);
+  ColmapOutput output(log_, files.log);
+  output.take("==== " + formatLocalTime(wallClockSeconds(), "%Y-%m-%d %H:%M:%S") + "  " + colmap_->version());
+  SolveMeter meter(progress);
+  const Solve solve{project, files, *colmap_, output, log_, meter, countImages(groups)};
+
+  extractFeatures(solve, groups);
+  matchFeatures(solve);
+  const std::vector<SparseModel> models = mapImages(solve, hasFixedIntrinsics(groups));
+  Result result = describe(models, solve.images);
+  undistortImages(solve, models.front().folder);
+  if (cancelled_()) throw std::runtime_error(kSolveCancelled);
+  files.finish();
+  result.dataset = files.undistorted;
+  return result;
+}
+
+// The solve does without a mask that cannot be written: there will only be a few more wrong features.
+void ColmapRunner::writeMask(const Project& project) {
+  const int size = project.extraction.lensSize;
+  std::error_code ignored;
+  std::filesystem::remove(project.maskFile(), ignored);
+  if (size <= 0) return;
+  try {
+    const Image mask = fisheyeMask(project.ingest, size);
+    std::filesystem::create_directories(project.maskFile().parent_path());
+    writePng(project.maskFile(), mask);
+    log_.info(describeFisheyeMask(project.ingest, mask));
+  } catch (const std::exception&) {
+    log_.warning("Could not write the fisheye mask — continuing without it.");
+  }
+}
 
 std::filesystem::path solvedDataset(const Project& project) {
   return project.solvedFolder();

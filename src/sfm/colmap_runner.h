@@ -3,7 +3,6 @@
 
 #include <filesystem>
 #include <functional>
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -11,6 +10,7 @@
 #include "base/log_store.h"
 #include "base/tool_finder.h"
 #include "project/project.h"
+#include "sfm/colmap_program.h"
 
 namespace quor {
 
@@ -36,7 +36,11 @@ class ColmapRunner {
   Result run(const Project& project, const SolveProgress& progress);
 
  private:
+  void writeMask(const Project& project);
+
   LogStore& log_;
+  const std::function<bool()> cancelled_;
+  std::optional<ColmapProgram> colmap_;
 };
 
 // Where run() leaves the undistorted images and their model.

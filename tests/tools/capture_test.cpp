@@ -22,7 +22,9 @@ std::array<double, 9> rotationOf(const std::array<double, 4>& q) {
 }
 
 PinholeView viewOf(const gs::colmap::Camera& camera, const gs::colmap::Image& image) {
-  PinholeView view{static_cast<int>(camera.width), static_cast<int>(camera.height)};
+  PinholeView view;
+  view.width = static_cast<int>(camera.width);
+  view.height = static_cast<int>(camera.height);
   gs::colmap::intrinsics(camera, view.fx, view.fy, view.cx, view.cy);
   view.rotation = rotationOf(image.qvec);
   view.translation = image.tvec;

@@ -1,8 +1,12 @@
 #include "sample_capture/options.h"
 
+#include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
+#include <optional>
 #include <string_view>
+#include <utility>
 
 #include "base/paths.h"
 
@@ -10,7 +14,7 @@ namespace quor::sample {
 namespace {
 
 constexpr int kLargestEdge = 16384;
-constexpr int kMostPhotos = 9999;  // what four digits name in order
+constexpr int kMostPictures = 9999;  // what four digits name in order
 constexpr size_t kMostPoints = 1000000;
 
 template <typename T>
@@ -25,22 +29,44 @@ T wholeNumber(std::string_view option, std::string_view text, T least, T most) {
   return value;
 }
 
-ImageSize sizeOf(std::string_view text) {
-  const size_t cross = text.find('x');
-  if (cross == std::string_view::npos) {
-    const int edge = wholeNumber("--size", text, 1, kLargestEdge);
-    return {edge, std::max(1, static_cast<int>(std::lround(edge * 2.0 / 3.0)))};
+// A picture's shape by its kind, from its longer edge.
+ImageSize shapeOf(Kind kind, int edge) {
+  switch (kind) {
+    case Kind::Video:
+      return {edge, 2 * std::max(1, static_cast<int>(std::lround(edge / 3.0)))};
+    case Kind::Video360:
+      return {edge, edge / 2};
+    case Kind::DualFisheye:
+      return {edge, edge};
+    default:
+      return {edge, std::max(1, static_cast<int>(std::lround(edge * 2.0 / 3.0)))};
   }
-  return {wholeNumber("--size", text.substr(0, cross), 1, kLargestEdge),
-          wholeNumber("--size", text.substr(cross + 1), 1, kLargestEdge)};
 }
 
-void checkKind(std::string_view kind) {
-  if (kind == "photos") return;
-  if (kind == "video" || kind == "video360" || kind == "dualfisheye") {
-    throw UsageError("--kind " + std::string(kind) + " is not there yet; only photos can be made.");
+ImageSize sizeOf(Kind kind, std::string_view text) {
+  const size_t cross = text.find('x');
+  if (cross == std::string_view::npos) return shapeOf(kind, wholeNumber("--size", text, 1, kLargestEdge));
+  const ImageSize size{wholeNumber("--size", text.substr(0, cross), 1, kLargestEdge),
+                       wholeNumber("--size", text.substr(cross + 1), 1, kLargestEdge)};
+  const ImageSize shape = shapeOf(kind, size.width);
+  const bool free = kind == Kind::Photos || kind == Kind::Video;
+  if (!free && (size.width != shape.width || size.height != shape.height)) {
+    throw UsageError("A picture of this kind is " + std::to_string(shape.width) + "x" + std::to_string(shape.height) +
+                     " when it is " + std::to_string(size.width) + " wide, not " + std::string(text) + ".");
   }
-  throw UsageError("--kind takes photos, video, video360 or dualfisheye, not '" + std::string(kind) + "'.");
+  return size;
+}
+
+constexpr std::array<std::pair<std::string_view, Kind>, 4> kKinds = {{{"photos", Kind::Photos},
+                                                                      {"video", Kind::Video},
+                                                                      {"video360", Kind::Video360},
+                                                                      {"dualfisheye", Kind::DualFisheye}}};
+
+Kind kindOf(std::string_view word) {
+  for (const auto& [name, kind] : kKinds) {
+    if (name == word) return kind;
+  }
+  throw UsageError("--kind takes photos, video, video360 or dualfisheye, not '" + std::string(word) + "'.");
 }
 
 void setOut(Options& options, std::string_view folder) {
@@ -49,24 +75,56 @@ void setOut(Options& options, std::string_view folder) {
   options.out = fromUtf8(folder);
 }
 
-void setValue(Options& options, std::string_view option, std::string_view value) {
-  if (option == "--kind") checkKind(value);
-  if (option == "--size") options.orbit.size = sizeOf(value);
-  if (option == "--count") options.orbit.count = wholeNumber("--count", value, 1, kMostPhotos);
+// Options whose meaning hangs on others wait until all are known.
+struct Pending {
+  std::optional<std::string_view> size;
+  bool count = false;
+};
+
+void setValue(Options& options, Pending& pending, std::string_view option, std::string_view value) {
+  if (option == "--kind") options.kind = kindOf(value);
+  if (option == "--size") pending.size = value;
+  if (option == "--count") {
+    options.orbit.count = wholeNumber("--count", value, 1, kMostPictures);
+    pending.count = true;
+  }
+  if (option == "--turn") options.orbit.turn = wholeNumber("--turn", value, 1, 3600);
+  if (option == "--fps") options.framesPerSecond = wholeNumber("--fps", value, 1, 240);
   if (option == "--seed") options.orbit.seed = wholeNumber<uint64_t>("--seed", value, 0, UINT64_MAX);
   if (option == "--points") options.points = wholeNumber<size_t>("--points", value, 1, kMostPoints);
   if (option == "--out") setOut(options, value);
 }
 
 bool takesValue(std::string_view option) {
-  return option == "--kind" || option == "--size" || option == "--count" || option == "--seed" ||
-         option == "--points" || option == "--out";
+  constexpr std::array<std::string_view, 8> kOptions = {"--kind", "--size", "--count",  "--turn",
+                                                        "--fps",  "--seed", "--points", "--out"};
+  return std::find(kOptions.begin(), kOptions.end(), option) != kOptions.end();
+}
+
+void settle(Options& options, const Pending& pending) {
+  struct Defaults {
+    int count, edge;
+  };
+  constexpr std::array<Defaults, 4> kDefaults = {{{36, 320}, {120, 320}, {60, 1024}, {60, 480}}};
+  const auto [count, edge] = kDefaults[static_cast<size_t>(options.kind)];
+  if (!pending.count) options.orbit.count = count;
+  ImageSize& size = options.orbit.size;
+  size = pending.size ? sizeOf(options.kind, *pending.size) : shapeOf(options.kind, edge);
+  if (options.kind != Kind::Photos && (size.width % 2 != 0 || size.height % 2 != 0)) {
+    throw UsageError("The edges of a video are even numbers of pixels, not " + std::to_string(size.width) + "x" +
+                     std::to_string(size.height) + ".");
+  }
+  if (options.out.empty()) throw UsageError("A folder to write to is needed.");
+  if ((options.binaryModel || options.textModel) && options.orbit.count < 2) {
+    throw UsageError("A model needs at least two pictures: --count 2 or more.");
+  }
 }
 
 }  // namespace
 
 Options parseOptions(std::span<const char* const> arguments) {
   Options options;
+  Pending pending;
   for (size_t i = 0; i < arguments.size(); ++i) {
     const std::string_view argument = arguments[i];
     if (argument == "--help") {
@@ -75,7 +133,7 @@ Options parseOptions(std::span<const char* const> arguments) {
     }
     if (takesValue(argument)) {
       if (i + 1 == arguments.size()) throw UsageError(std::string(argument) + " needs a value.");
-      setValue(options, argument, arguments[++i]);
+      setValue(options, pending, argument, arguments[++i]);
     } else if (argument == "--model") {
       options.binaryModel = true;
     } else if (argument == "--model-text") {
@@ -86,22 +144,26 @@ Options parseOptions(std::span<const char* const> arguments) {
       setOut(options, argument);
     }
   }
-  if (options.out.empty()) throw UsageError("A folder to write to is needed.");
-  if ((options.binaryModel || options.textModel) && options.orbit.count < 2) {
-    throw UsageError("A model needs at least two photographs: --count 2 or more.");
-  }
+  settle(options, pending);
   return options;
 }
 
 const char* usageText() {
   return "Usage: sample_capture [options] FOLDER\n"
-         "Photographs a made-up room from an orbit within it: FOLDER/images, and with --model FOLDER/sparse/0.\n"
+         "Pictures of a made-up room, taken on an orbit within it, and on request where they were truly taken.\n"
          "\n"
-         "  --kind photos    what to make; video, video360 and dualfisheye are to come\n"
-         "  --count N        number of photographs (36)\n"
-         "  --size N | WxH   longest edge of a 3:2 photograph, or both edges, in pixels (320)\n"
+         "  --kind KIND      photos       FOLDER/images (what is made without this option)\n"
+         "                   video        FOLDER/video.mp4, along the same orbit\n"
+         "                   video360     FOLDER/video360.mp4, equirectangular\n"
+         "                   dualfisheye  FOLDER/video.insv, two square tracks of lenses back to back\n"
+         "  --count N        number of photographs (36) or frames (video 120, the others 60)\n"
+         "  --size N | WxH   longest edge in pixels: photos and video are 3:2 (320), or both edges; video360 is 2:1\n"
+         "                   (1024), dualfisheye square (480)\n"
+         "  --fps N          frames of a video in a second (10)\n"
+         "  --turn N         degrees of the orbit that the pictures are spread over (360)\n"
          "  --seed N         another seed is another room and another orbit (1)\n"
-         "  --model          also write the true cameras and surface points as a binary COLMAP model\n"
+         "  --model          also write the true cameras and, for photos and video, surface points as a binary COLMAP\n"
+         "                   model in FOLDER/sparse/0; for videos of all kinds the cameras in FOLDER/cameras.csv\n"
          "  --model-text     the same in COLMAP's text encoding\n"
          "  --points N       number of surface points in the model (6000)\n"
          "  --out FOLDER     the same as FOLDER alone\n"

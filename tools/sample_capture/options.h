@@ -14,9 +14,13 @@ struct UsageError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+enum class Kind { Photos, Video, Video360, DualFisheye };
+
 struct Options {
   std::filesystem::path out;
+  Kind kind = Kind::Photos;
   Orbit orbit;
+  int framesPerSecond = 10;
   size_t points = 6000;
   bool binaryModel = false;
   bool textModel = false;
@@ -28,8 +32,12 @@ Options parseOptions(std::span<const char* const> arguments);
 
 const char* usageText();
 
-// Renders the photographs into out/images and writes the model, if any is asked for, to out/sparse/0. A folder that
-// already holds photographs or a model is refused. Throws std::runtime_error with a sentence.
+// The file of a capture's kind, within its folder; "images" for photographs.
+std::filesystem::path mediaOf(Kind kind);
+
+// Renders the photographs or the video and writes what is asked for of the truth: the model of photographs and of a
+// video to out/sparse/0, the cameras of every frame of a video of any kind to out/cameras.csv. What is there already is
+// refused. Throws std::runtime_error with a sentence.
 void writeCapture(const Options& options);
 
 }  // namespace quor::sample

@@ -1,0 +1,53 @@
+// What the steps of one solve share, and the steps themselves in their order.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "project/project.h"
+#include "sfm/colmap_program.h"
+#include "sfm/solve_meter.h"
+#include "sfm/workspace.h"
+
+namespace quor {
+
+struct Solve {
+  const Project& project;
+  const Workspace& files;
+  ColmapProgram& colmap;
+  ColmapOutput& output;
+  LogStore& log;
+  SolveMeter& progress;
+  size_t images = 0;  // in all groups
+
+  // Runs a step and passes its progress on.
+  void run(const ColmapStep& step, const ColmapProgram::LineParser& parse) const {
+    colmap.step(step, output, parse, [this](float fraction) { progress.advance(fraction); });
+  }
+};
+
+// Features of every group into a new database, each group with a camera of its own.
+void extractFeatures(const Solve& solve, const std::vector<ImageGroup>& groups);
+
+// Matches between the images' features, verified, into the database.
+void matchFeatures(const Solve& solve);
+
+struct SparseModel {
+  std::filesystem::path folder;
+  size_t registered = 0;
+};
+// Every model that the mapper makes of the matches, largest first; at least one, none without images. Throws when there
+// is none. With fixed intrinsics the cameras stay as they are.
+std::vector<SparseModel> mapImages(const Solve& solve, bool fixedIntrinsics);
+
+// Writes the frames of a model as a pinhole camera would have taken them, with their model, to the unfinished dataset
+// and checks that they are all there.
+void undistortImages(const Solve& solve, const std::filesystem::path& model);
+
+// Appends an option and its value when the command accepts one of its spellings, given newest first.
+void addOption(ColmapStep& step, ColmapProgram& colmap, const std::vector<std::string>& spellings,
+               const std::string& value);
+// The same for the option that asks for the GPU.
+void addGpuOption(ColmapStep& step, ColmapProgram& colmap, const std::vector<std::string>& spellings, bool useGpu);
+
+}  // namespace quor

@@ -1,0 +1,124 @@
+// What is cut off and what is hidden, in pixels and in words.
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <limits>
+#include <numbers>
+
+#include "sfm/colmap_output.h"
+#include "sfm/crop.h"
+#include "sfm/fisheye_mask.h"
+#include "sfm/verdict.h"
+#include "solve_fixture.h"
+
+namespace quor::test {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::SizeIs;
+
+Crop cropOf(double edges, double bottom) {
+  IngestSettings settings;
+  settings.fisheyeCropEdges = edges;
+  settings.fisheyeCropBottom = bottom;
+  return frameCrop(settings);
+}
+
+TEST(Crop, CutsTheEdgesAndTheLowerEnd) {
+  EXPECT_TRUE(cropOf(0, 0).whole());
+  EXPECT_TRUE(cropOf(-1, std::numeric_limits<double>::quiet_NaN()).whole());
+  const Crop crop = cropOf(0.1, 0.25);
+  EXPECT_DOUBLE_EQ(crop.minX, 0.1);
+  EXPECT_DOUBLE_EQ(crop.maxX, 0.9);
+  EXPECT_DOUBLE_EQ(crop.minY, 0.1);
+  EXPECT_DOUBLE_EQ(crop.maxY, 0.75);
+  EXPECT_THAT(crop.messages, ElementsAre("Cropping 10% off every side of each undistorted frame",
+                                         "Cropping the lower 25% of each undistorted frame"));
+  EXPECT_DOUBLE_EQ(cropOf(0.2, 0.05).maxY, 0.8);
+}
+
+TEST(Crop, LeavesEnoughToTrainOn) {
+  const Crop crop = cropOf(0.3, 0.6);
+  EXPECT_NEAR(crop.minY, 0.15, 1e-12);
+  EXPECT_NEAR(crop.maxY - crop.minY, kLeastKept, 1e-12);
+  EXPECT_EQ(crop.messages[0],
+            "Edge crop reduced from 30% to 15% — with the bottom crop it would have left too little of the frame to "
+            "train on.");
+  for (const double edges : {0.0, 0.4, 0.5, 7.0}) {
+    for (const double bottom : {0.0, 0.5, 0.9, 1e300}) {
+      const Crop odd = cropOf(edges, bottom);
+      EXPECT_GE(odd.maxX - odd.minX, kLeastKept - 1e-12);
+      EXPECT_GE(odd.maxY - odd.minY, kLeastKept - 1e-12);
+      EXPECT_GE(odd.minX, 0);
+    }
+  }
+}
+
+class Mask : public ::testing::Test {
+ protected:
+  // Whether the pixel that shows a direction, in degrees from the axis and around it from the right downwards, is seen.
+  bool shows(double fromAxis, double around) const {
+    const Image mask = fisheyeMask(settings, kSize);
+    const double r = kSize / 2.0 * fromAxis / (settings.fisheyeFieldOfView / 2);
+    const double angle = around * std::numbers::pi / 180;
+    const auto x = static_cast<size_t>(kSize / 2.0 + r * std::cos(angle));
+    const auto y = static_cast<size_t>(kSize / 2.0 + r * std::sin(angle));
+    return mask.rgb[3 * (y * kSize + x)] == 255;
+  }
+
+  static constexpr int kSize = 400;
+  IngestSettings settings;
+};
+
+TEST_F(Mask, HidesTheCornersTheRimAndTheGround) {
+  EXPECT_TRUE(shows(94, 30));
+  EXPECT_FALSE(shows(96, 30));
+  EXPECT_FALSE(shows(120, 45));
+  settings.fisheyeEdgeMargin = 0.1;
+  EXPECT_TRUE(shows(85, 200));
+  EXPECT_FALSE(shows(86, 200));
+  settings.fisheyeEdgeMargin = 0;
+  settings.fisheyeMaskBelow = 30;
+  EXPECT_TRUE(shows(29, 90));  // straight down from the axis
+  EXPECT_FALSE(shows(31, 90));
+  EXPECT_TRUE(shows(80, 270));
+  EXPECT_TRUE(shows(90, 29));  // to the right, turned down by so much
+  EXPECT_FALSE(shows(90, 31));
+  EXPECT_THAT(describeFisheyeMask(settings, fisheyeMask(settings, kSize)),
+              AllOf(HasSubstr("Fisheye mask: hiding "), HasSubstr("30° below the horizon"),
+                    HasSubstr("% of each lens")));
+}
+
+TEST(Output, CountsInTheWordsOfAllVersions) {
+  EXPECT_FLOAT_EQ(countedFraction("Processed file [3/12]").value(), 0.25f);
+  EXPECT_FLOAT_EQ(countedFraction("I20260101 10:00:00.1 7 a.cc:3] Processed file [3/12]").value(), 0.25f);
+  EXPECT_FLOAT_EQ(countedFraction("Matching block [2/4, 3/4] in 0.1s").value(), 0.375f);
+  for (const char* line : {"", "[", "[/]", "[3/", "[3/0]", "[4/3]", "[1/2, ", "[1/2, 3", "[99999999999999/3]", "I2] ["}) {
+    EXPECT_FALSE(countedFraction(line)) << line;
+  }
+}
+
+TEST(Verdict, NamesWhatIsWrongAndTheRemedy) {
+  ColmapRunner::Result result;
+  result.registered = result.images = 36;
+  result.modelSizes = {36};
+  result.points = 3000;
+  result.reprojectionError = 0.512;
+  EXPECT_THAT(solveVerdict(result),
+              ElementsAre("36 of 36 images registered, 3000 points, mean reprojection error 0.51 px."));
+  result.registered = 20;
+  result.modelSizes = {20};
+  EXPECT_THAT(solveVerdict(result), ElementsAre(HasSubstr("20 of 36"), HasSubstr("16 images could not be placed")));
+  result.modelSizes = {20, 12, 3};
+  result.reprojectionError = 3;
+  result.points = 100;
+  EXPECT_THAT(solveVerdict(result),
+              ElementsAre(HasSubstr("20 of 36"), HasSubstr("3 separate models (20, 12, 3 images)"),
+                          HasSubstr("reprojection error is high"), HasSubstr("few points")));
+}
+
+}  // namespace
+}  // namespace quor::test

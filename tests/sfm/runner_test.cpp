@@ -1,0 +1,225 @@
+#include <thread>
+
+#include "colmap/model.h"
+#include "solve_fixture.h"
+
+namespace quor::test {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::AllOf;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+class Runner : public SolveTest {};
+
+TEST_F(Runner, RunsTheStepsAndLeavesADatasetToTrainOn) {
+  addFrames();
+  project.sparse.useGPU = false;
+  FakeColmap colmap(folder / "tool" / "bin");
+  colmap.mapsTo("0", {"a.jpg"});
+  colmap.mapsTo("1", {"a.jpg", "b.jpg", "c.jpg"});
+  // What earlier solves, finished and killed ones, have left.
+  for (const char* stale : {"database.db", "database.db-wal", "sparse/7/cameras.bin", "lists/group09.txt",
+                            "undistorted/old", "undistorted.partial/old"}) {
+    writeFile(project.colmapFolder() / stale, "old");
+  }
+
+  const ColmapRunner::Result result = solve(colmap);
+
+  EXPECT_EQ(result.images, 4u);
+  EXPECT_EQ(result.registered, 3u);
+  EXPECT_THAT(result.modelSizes, ElementsAre(3u, 1u));
+  EXPECT_EQ(result.points, 2u);
+  EXPECT_EQ(result.dataset, solvedDataset(project));
+  EXPECT_EQ(gs::colmap::loadModel(result.dataset / "sparse", true).images.size(), 3u);
+  EXPECT_TRUE(fs::exists(result.dataset / "images" / "a.jpg"));
+  for (const char* gone : {"database.db-wal", "sparse/7", "lists/group09.txt", "undistorted/old", "undistorted.partial",
+                           "undistorted/run-colmap-geometric.sh", "undistorted/stereo/run-colmap-photometric.sh"}) {
+    EXPECT_FALSE(fs::exists(project.colmapFolder() / gone)) << gone;
+  }
+
+  const std::string root = toUtf8(project.root);
+  const std::string environment = " [offscreen " + toUtf8(folder / "tool/plugins") + "]";
+  EXPECT_THAT(
+      colmap.calls(),
+      ElementsAre("feature_extractor --database_path " + root + "/colmap/database.db --image_path " + root +
+                      "/frames --image_list_path " + root + "/colmap/lists/group01.txt --ImageReader.single_camera 1 " +
+                      "--ImageReader.camera_model OPENCV --SiftExtraction.use_gpu 0 --SiftExtraction.max_image_size "
+                      "2400 --SiftExtraction.max_num_features 8192" +
+                      environment,
+                  "exhaustive_matcher --database_path " + root + "/colmap/database.db --SiftMatching.use_gpu 0" +
+                      environment,
+                  "mapper --database_path " + root + "/colmap/database.db --image_path " + root +
+                      "/frames --output_path " + root + "/colmap/sparse --Mapper.ba_global_points_ratio 1.4" +
+                      environment,
+                  "image_undistorter --image_path " + root + "/frames --input_path " + root +
+                      "/colmap/sparse/1 --output_path " + root +
+                      "/colmap/undistorted.partial --output_type COLMAP" + environment));
+  EXPECT_EQ(readFile(project.colmapFolder() / "lists/group01.txt"), "a.jpg\nb.jpg\nc.jpg\nd.jpg\n");
+
+  EXPECT_THAT(messages, ElementsAre("Extracting features (4 images)", "Matching features", "Solving cameras",
+                                    "Undistorting images"));
+  EXPECT_EQ(reached, 1);
+  EXPECT_THAT(logText(), AllOf(HasSubstr("$ colmap feature_extractor --database_path "),
+                               HasSubstr("Registered 3 of 4 images (largest of 2 models)"),
+                               HasSubstr(", intrinsics solved by COLMAP")));
+  EXPECT_THAT(readFile(project.colmapFolder() / "colmap.log"),
+              AllOf(HasSubstr("COLMAP 3.8 -- SfM\n"), HasSubstr("Registering image #7 (3)\n")));
+}
+
+TEST_F(Runner, SpeaksTheNewerVersionsLanguage) {
+  addFrames();
+  project.sparse.mapper = MapperKind::Global;
+  FakeColmap colmap(folder / "tool", FakeVersion::Four);
+  colmap.mapsTo("0", {"a.jpg", "b.jpg", "c.jpg"});
+  colmap.on("feature_extractor",
+            "echo 'I20260101 10:00:00.000001 77 feature_extraction.cc:2] Processed file [2/2]'; "
+            "echo 'W20260101 10:00:00.000001 77 a.cc:2] Something is odd'");
+  solve(colmap);
+
+  EXPECT_THAT(colmap.call("feature_extractor"),
+              AllOf(HasSubstr(" --FeatureExtraction.use_gpu 0 "), HasSubstr(" --FeatureExtraction.max_image_size 2400 "),
+                    HasSubstr(" --SiftExtraction.max_num_features 8192 ")));
+  EXPECT_THAT(colmap.call("exhaustive_matcher"), HasSubstr(" --FeatureMatching.use_gpu 0 "));
+  EXPECT_THAT(colmap.call("view_graph_calibrator"), Not(IsEmpty()));
+  EXPECT_THAT(colmap.call("global_mapper"), HasSubstr(" --GlobalMapper.track_required_tracks_per_view 50 "));
+  EXPECT_THAT(colmap.call("mapper"), IsEmpty());
+  EXPECT_THAT(messages, ElementsAre("Extracting features (4 images)", "Matching features", "Calibrating cameras",
+                                    "Solving cameras with the global mapper", "Undistorting images"));
+  EXPECT_THAT(logText(), HasSubstr("warning: COLMAP: Something is odd\n"));
+}
+
+TEST_F(Runner, DoesWithoutHelpWithoutATreeAndWithoutAGlobalMapper) {
+  addFrames();
+  project.sparse.mapper = MapperKind::Global;
+  project.sparse.matcher = Matcher::VocabTree;
+  FakeColmap colmap(folder / "tool", FakeVersion::Mute);
+  colmap.mapsTo("0", {"a.jpg"});
+  solve(colmap);
+  EXPECT_THAT(colmap.call("feature_extractor"), HasSubstr(" --SiftExtraction.use_gpu 0 "));
+  EXPECT_THAT(colmap.call("exhaustive_matcher"), HasSubstr(" --SiftMatching.use_gpu 0 "));
+  EXPECT_THAT(colmap.call("mapper"), Not(IsEmpty()));
+  EXPECT_THAT(logText(),
+              AllOf(HasSubstr("The vocab-tree matcher needs a vocabulary tree file (Settings); using exhaustive."),
+                    HasSubstr("This COLMAP has no global mapper (it arrived in COLMAP 4); using the incremental one."),
+                    HasSubstr("warning: Fewer than half the images registered; the capture may lack overlap.")));
+}
+
+TEST_F(Runner, FollowsTheMatcherSettings) {
+  addFrames();
+  FakeColmap colmap(folder / "tool");
+  colmap.mapsTo("0", {"a.jpg"});
+  project.sparse.matcher = Matcher::Sequential;
+  project.sparse.sequentialOverlap = 9;
+  solve(colmap);
+  EXPECT_THAT(colmap.call("sequential_matcher"),
+              AllOf(HasSubstr("--SequentialMatching.overlap 9 "), Not(HasSubstr("loop_detection"))));
+  project.sparse.vocabTreePath = "/tree";
+  reached = 0;
+  solve(colmap);
+  EXPECT_THAT(colmap.call("sequential_matcher"),
+              HasSubstr("--SequentialMatching.loop_detection 1 --SequentialMatching.vocab_tree_path /tree "));
+  project.sparse.matcher = Matcher::VocabTree;
+  reached = 0;
+  solve(colmap);
+  EXPECT_THAT(colmap.call("vocab_tree_matcher"), HasSubstr("--VocabTreeMatching.vocab_tree_path /tree "));
+}
+
+TEST_F(Runner, RefusesBeforeItTouchesAnything) {
+  FakeColmap colmap(folder / "tool");
+  writeFile(solvedDataset(project) / "old", "kept");
+  EXPECT_EQ(thrownText([&] { solve(colmap); }), "There are no frames to solve. Run the Frames stage first.");
+  addFrame("a.jpg");
+  addFrame("b.jpg");
+  EXPECT_EQ(thrownText([&] { solve(colmap); }), "COLMAP needs at least 3 images.");
+  writeFile(project.framesFolder() / "c.jpg", "no picture");
+  EXPECT_EQ(thrownText([&] { solve(colmap); }), "COLMAP needs at least 3 images.");
+  addFrame("d.jpg");
+  ColmapRunner none(std::nullopt, log, [] { return false; });
+  EXPECT_THAT(thrownText([&] { none.run(project, [](const std::string&, float) {}); }),
+              AllOf(HasSubstr("Settings"), HasSubstr("put colmap on PATH")));
+  EXPECT_THAT(colmap.calls(), IsEmpty());
+  ::chmod(colmap.executable().c_str(), 0644);
+  EXPECT_THAT(thrownText([&] { solve(colmap); }), StartsWith("Could not run COLMAP ("));
+  EXPECT_EQ(readFile(solvedDataset(project) / "old"), "kept");
+}
+
+TEST_F(Runner, RunsOnTheProcessorWhatTheGpuCannot) {
+  addFrames();
+  project.sparse.useGPU = true;
+  FakeColmap colmap(folder / "tool");
+  colmap.mapsTo("0", {"a.jpg", "b.jpg"});
+  colmap.on("exhaustive_matcher",
+            "tail -n 1 \"$here/calls\" | grep -q 'use_gpu 0' || { echo 'ERROR: Not enough GPU memory'; exit 1; }");
+  solve(colmap);
+  EXPECT_THAT(colmap.call("feature_extractor"), HasSubstr("use_gpu 1 "));
+  EXPECT_THAT(colmap.call("exhaustive_matcher"), AllOf(HasSubstr("use_gpu 1 "), HasSubstr("use_gpu 0 ")));
+  EXPECT_THAT(logText(), HasSubstr("COLMAP could not use the GPU for exhaustive_matcher — running it on the CPU "
+                                   "instead."));
+}
+
+TEST_F(Runner, FailsWithASentenceAndNoDataset) {
+  addFrames();
+  const std::string noModel =
+      "COLMAP could not reconstruct the scene: no images registered. Captures need 60-80% overlap between neighbouring "
+      "views and enough texture.";
+  const struct {
+    std::string command, script, text, logged;
+  } cases[] = {
+      {"feature_extractor", "printf 'some words\\nERROR: bad \\377 image\\n    @ 0x1 main\\nbye'; exit 3",
+       "feature_extractor failed (COLMAP exit code 3)", "warning: COLMAP: ERROR: bad \uFFFD image"},
+      {"feature_extractor", "exit 1", "feature_extractor failed (COLMAP exit code 1)", "COLMAP printed nothing"},
+      {"exhaustive_matcher", "echo busy; kill -SEGV $$", "exhaustive_matcher failed (COLMAP exit code 139)",
+       "warning: COLMAP: busy"},
+      {"mapper", "kill -KILL $$", "mapper failed (COLMAP exit code 137)", "when memory runs out"},
+      {"mapper", "echo 'ERROR: failed to create sparse model'; exit 1", noModel, "failed to create"},
+      {"mapper", "true", noModel, ""},
+      {"mapper", "cp -r \"$here/empty/0\" \"$output\"", noModel, ""},
+      {"mapper", "mkdir \"$output/0\"; echo x > \"$output/0/cameras.bin\"; echo x > \"$output/0/images.bin\"", noModel,
+       "warning: COLMAP left a model that cannot be read: Truncated"},
+      {"image_undistorter", "true", "COLMAP ended without a model of the undistorted images", ""},
+      {"image_undistorter", "cp -r \"$input\" \"$output/sparse\"; mkdir \"$output/images\"; echo x > \"$output/images/a.jpg\"",
+       "COLMAP left out 1 of 2 images when it undistorted them. Is the disk full?", ""},
+  };
+  int number = 0;
+  for (const auto& [command, script, text, logged] : cases) {
+    const std::string name = std::to_string(number++) + ": " + command;
+    FakeColmap colmap(folder / ("tool " + name));
+    colmap.mapsTo("0", {"a.jpg", "b.jpg"});
+    gs::colmap::writeModel(colmap.executable().parent_path() / "empty/0", modelOf({}), {},
+                           gs::colmap::Encoding::Binary);
+    colmap.on(command, script);
+    writeFile(solvedDataset(project) / "old", "old");
+    reached = 0;
+    EXPECT_THAT(thrownText([&] { solve(colmap); }), StartsWith(text)) << name;
+    EXPECT_FALSE(hasDataset()) << name;
+    EXPECT_THAT(logText(), HasSubstr(logged)) << name;
+  }
+}
+
+TEST_F(Runner, CancelsInEveryStepWithoutLeavingAnything) {
+  addFrames();
+  for (const char* command : {"feature_extractor", "exhaustive_matcher", "mapper", "image_undistorter"}) {
+    FakeColmap colmap(folder / (std::string("tool ") + command));
+    colmap.mapsTo("0", {"a.jpg", "b.jpg"});
+    colmap.on(command, "sleep 600 & echo $! > \"$here/child\"; mkdir -p \"$output/sparse\"; wait");
+    cancelled = false;
+    reached = 0;
+    std::jthread canceller([&] {
+      const fs::path child = colmap.executable().parent_path() / "child";
+      while (!fs::exists(child) || fs::file_size(child) == 0) std::this_thread::sleep_for(std::chrono::milliseconds(2));
+      cancelled = true;
+    });
+    EXPECT_EQ(thrownText([&] { solve(colmap); }), "Cancelled") << command;
+    EXPECT_FALSE(hasDataset()) << command;
+    const std::string child = readFile(colmap.executable().parent_path() / "child");
+    EXPECT_FALSE(fs::exists("/proc/" + child.substr(0, child.find('\n')))) << command;
+  }
+}
+
+}  // namespace
+}  // namespace quor::test

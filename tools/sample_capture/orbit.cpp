@@ -1,0 +1,118 @@
+#include "sample_capture/orbit.h"
+
+#include <cmath>
+#include <numbers>
+
+#include "base/split_mix64.h"
+
+namespace quor::sample {
+namespace {
+
+using std::numbers::pi;
+
+constexpr double kFieldOfView = 62 * pi / 180;  // along the longer edge
+constexpr double kRadius = 2.05;
+constexpr double kWideRadius = 1.8;  // of cameras that see all around, so that they keep away from the walls
+constexpr double kHeadingTurns = 3;  // of a pair of lenses, while they go around once
+
+PinholeView lensOf(const Orbit& orbit) {
+  PinholeView lens;
+  lens.width = orbit.size.width;
+  lens.height = orbit.size.height;
+  lens.fx = lens.fy = 0.5 * std::max(lens.width, lens.height) / std::tan(0.5 * kFieldOfView);
+  lens.cx = 0.5 * lens.width;
+  lens.cy = 0.5 * lens.height;
+  return lens;
+}
+
+template <typename View>
+View placed(const View& lens, const Pose& pose) {
+  View view = lens;
+  static_cast<Pose&>(view) = pose;
+  return view;
+}
+
+SplitMix64 randomOf(const Orbit& orbit) {
+  return SplitMix64::fromSeed(orbit.seed ^ 0x6f72626974ULL);
+}
+
+double startAngle(SplitMix64& random) {
+  return pi * (2 * random.uniform() - 1);
+}
+
+double turnAt(const Orbit& orbit, int i) {
+  return 2 * pi * i / orbit.count * (orbit.turn / 360);
+}
+
+Vec3 onOrbit(double radius, double angle, double height) {
+  const double x = radius * std::cos(angle), y = radius * std::sin(angle);
+  return {x, y, height};
+}
+
+std::vector<PinholeView> aroundTheMiddle(const Orbit& orbit, double unsteadiness) {
+  const PinholeView lens = lensOf(orbit);
+  SplitMix64 random = randomOf(orbit);
+  const double start = startAngle(random);
+  const auto jitter = [&](double reach) { return unsteadiness * (reach * (2 * random.uniform() - 1)); };
+  std::vector<PinholeView> views;
+  for (int i = 0; i < orbit.count; ++i) {
+    const double turn = turnAt(orbit, i);
+    const double radius = kRadius + 0.12 * std::sin(2 * turn) + jitter(0.04);
+    const Vec3 eye = onOrbit(radius, start + turn, 1.4 + 0.42 * std::sin(3 * turn) + jitter(0.06));
+    const double aimX = jitter(0.15), aimY = jitter(0.15), aimZ = 0.72 + jitter(0.1);
+    views.push_back(placed(lens, lookAlong(eye, normalized(Vec3{aimX, aimY, aimZ} - eye), jitter(0.04))));
+  }
+  return views;
+}
+
+// Upright poses on the wide orbit; `heading` turns an angle around the middle into a heading.
+template <typename Heading>
+std::vector<Pose> uprightPoses(const Orbit& orbit, Heading&& heading) {
+  SplitMix64 random = randomOf(orbit);
+  const double start = startAngle(random);
+  std::vector<Pose> poses;
+  for (int i = 0; i < orbit.count; ++i) {
+    const double turn = turnAt(orbit, i), angle = start + turn;
+    const Vec3 eye = onOrbit(kWideRadius + 0.12 * std::sin(2 * turn), angle, 1.35 + 0.3 * std::sin(3 * turn));
+    const double h = heading(angle);
+    poses.push_back(lookAlong(eye, {std::cos(h), std::sin(h), 0}, 0));
+  }
+  return poses;
+}
+
+}  // namespace
+
+std::vector<PinholeView> orbitViews(const Orbit& orbit) {
+  return aroundTheMiddle(orbit, 1);
+}
+
+std::vector<PinholeView> videoViews(const Orbit& orbit) {
+  return aroundTheMiddle(orbit, 0);
+}
+
+std::vector<EquirectangularView> equirectangularViews(const Orbit& orbit) {
+  EquirectangularView lens;
+  lens.width = orbit.size.width;
+  lens.height = orbit.size.height;
+  std::vector<EquirectangularView> views;
+  for (const Pose& pose : uprightPoses(orbit, [](double angle) { return angle + pi / 2; })) {
+    views.push_back(placed(lens, pose));
+  }
+  return views;
+}
+
+std::array<std::vector<FisheyeView>, 2> fisheyeViews(const Orbit& orbit) {
+  FisheyeView lens;
+  lens.width = orbit.size.width;
+  lens.height = orbit.size.height;
+  std::array<std::vector<FisheyeView>, 2> views;
+  for (size_t i = 0; i < views.size(); ++i) {
+    const double side = pi * static_cast<double>(i);
+    for (const Pose& pose : uprightPoses(orbit, [&](double angle) { return kHeadingTurns * angle + side; })) {
+      views[i].push_back(placed(lens, pose));
+    }
+  }
+  return views;
+}
+
+}  // namespace quor::sample
