@@ -1,19 +1,23 @@
 // Times the matching of SIFT features.
 //
-//   bench_matching            random descriptors, by kernel and by number of features
-//   bench_matching DATABASE   every pair of a COLMAP database, beside COLMAP's own matcher on the same database
+//   bench_matching [--peak N]            random descriptors, by kernel and by number of features
+//   bench_matching [--peak N] DATABASE   every pair of a COLMAP database, beside COLMAP's own matcher on the same one
 //
-// A dot product of two descriptors counts as 128 multiplications and additions. The peak is what a kernel of nothing
-// but independent multiply-adds in registers would reach; it is measured on the host's cores only for software drivers,
-// so the share is printed as the rate in billions of them a second, to be held against the device's data sheet.
-// COLMAP is told to ask for more inliers than there are features, which makes it leave out geometric verification.
+// A dot product of two descriptors is 128 multiply-adds (MAC). The share is of the device's peak: for a GPU the N
+// billion MAC a second of its data sheet; for a software driver, by processor time of all threads, what a core does
+// with multiply-adds of eight floats that stay in registers. COLMAP is told to ask for more inliers than there are
+// features, so that it leaves out geometric verification. It searches approximately, so it does less work the more
+// features there are.
 #include <sys/resource.h>
 
 #include <chrono>
 #include <filesystem>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "base/split_mix64.h"
+#include "base/text.h"
 #include "bench_common.h"
 #include "sfm/colmap_database.h"
 #include "sfm/gpu_matcher.h"
@@ -23,11 +27,9 @@ namespace {
 
 using namespace quor;
 
-double secondsSince(std::chrono::steady_clock::time_point start) {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
+constexpr double kMacsOfADot = 128;
 
-// Of this process or of the programs that it has run, on all cores.
+// Of this process or of the programs that it has run.
 double processorSeconds(int whose) {
   rusage usage = {};
   getrusage(whose, &usage);
@@ -37,86 +39,149 @@ double processorSeconds(int whose) {
   return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
-std::vector<uint8_t> randomDescriptors(uint32_t count, uint64_t seed) {
-  SplitMix64 random(seed);
-  std::vector<uint8_t> bytes(size_t{count} * SiftMatcher::kDescriptorBytes);
-  for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(random.next() % 90);
-  return bytes;
-}
+struct Span {
+  double elapsed = 0, processor = 0;  // seconds
+};
 
-void report(const char* name, double pairs, double dots, double seconds, double processorSeconds) {
-  std::printf("%-44s %10.1f %12.2f %10.1f %14.2f\n", name, pairs / seconds, dots / seconds * 1e-9,
-              128 * dots / seconds * 1e-9, 128 * dots / processorSeconds * 1e-9);
-  std::fflush(stdout);
-}
-
-void benchKernel(gs::VulkanContext& context, gs::KernelRegistry& registry, SiftMatcher::Kernel kernel, const char* name,
-                 uint32_t features) {
-  const uint32_t images = 4;
-  SiftMatcher matcher(context, registry, std::vector<uint32_t>(images, features), {}, kernel);
-  for (uint32_t i = 0; i < images; ++i) matcher.upload(i, randomDescriptors(features, i));
-  std::vector<SiftMatcher::Pair> pairs;
-  const uint64_t most = context.info().deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU ? 1u << 26 : 1u << 30;
-  const uint64_t wanted = std::max<uint64_t>(most / features / features, 1);
-  for (uint32_t i = 0; i < wanted; ++i) pairs.emplace_back(i % images, (i + 1) % images);
-  const auto chunks = matcher.plan(pairs);
-  const auto once = [&] {
-    const auto start = std::chrono::steady_clock::now();
-    for (const auto& chunk : chunks) matcher.match(std::span(pairs).subspan(chunk.first, chunk.last - chunk.first));
-    return 1e3 * secondsSince(start);
-  };
-  once();
-  const double seconds = 1e-3 * bench::measure(once, 500, 5).median;
-  const auto count = static_cast<double>(pairs.size());
-  report((std::string(name) + ", " + std::to_string(features) + " features").c_str(), count,
-         count * features * features, seconds);
-}
-
-void benchDatabase(gs::VulkanContext& context, const std::filesystem::path& database) {
-  const std::filesystem::path copy = std::filesystem::temp_directory_path() / "ombrelux_bench_matching.db";
-  std::filesystem::copy_file(database, copy, std::filesystem::copy_options::overwrite_existing);
-  ColmapDatabase(copy).clearMatches();
-  const std::vector<DatabaseImage> images = ColmapDatabase(copy).images();
-  const std::vector<ImagePair> pairs = exhaustivePairs(images);
-  double all = 0, squares = 0;
-  for (const DatabaseImage& image : images) {
-    all += image.features;
-    squares += 1.0 * image.features * image.features;
-  }
-  const double dots = (all * all - squares) / 2;
-  std::printf("%zu images, %.0f features each, %zu pairs\n", images.size(), all / static_cast<double>(images.size()),
-              pairs.size());
-
-  const MatchSummary summary = matchOnGpu(
-      context, copy, pairs, {}, [](const std::string&, float) {}, [] { return false; });
-  report("matchOnGpu", static_cast<double>(pairs.size()), dots, summary.seconds);
-  std::printf("  %s\n", describe(summary).c_str());
-
-  ColmapDatabase(copy).clearMatches();
-  const std::string command = "QT_QPA_PLATFORM=offscreen colmap exhaustive_matcher --database_path '" + copy.string() +
-                              "' --SiftMatching.use_gpu 0 --SiftMatching.min_num_inliers 1000000000 > /dev/null";
+template <class Work>
+Span timed(int whose, Work work) {
+  const double processor = processorSeconds(whose);
   const auto start = std::chrono::steady_clock::now();
-  if (std::system(command.c_str()) != 0) throw std::runtime_error("COLMAP did not run.");
-  report("COLMAP on the processor, without verification", static_cast<double>(pairs.size()), dots, secondsSince(start));
-  std::filesystem::remove(copy);
+  work();
+  return {std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(),
+          processorSeconds(whose) - processor};
 }
+
+#if defined(__x86_64__)
+using Eight [[gnu::vector_size(32)]] = float;
+
+// Twelve independent chains hide the latency of a multiply-add on every core there is.
+[[gnu::target("avx2,fma")]] float multiplyAdds(int turns) {
+  Eight sums[12] = {};
+  Eight a = {1, 2, 3, 4, 5, 6, 7, 8}, b = a * 1e-20f;
+  for (int i = 0; i < turns; ++i) {
+    for (Eight& sum : sums) sum = sum * a + b;
+    asm volatile("" : "+x"(a), "+x"(b));
+  }
+  float total = 0;
+  for (const Eight& sum : sums) total += sum[0];
+  return total;
+}
+
+std::optional<double> corePeak() {
+  if (!__builtin_cpu_supports("avx2") || !__builtin_cpu_supports("fma")) return {};
+  constexpr int kTurns = 20'000'000;
+  volatile float used = 0;
+  const Span span = timed(RUSAGE_SELF, [&] { used = multiplyAdds(kTurns); });
+  return 12.0 * 8 * kTurns / span.processor * 1e-9;
+}
+#else
+std::optional<double> corePeak() {
+  return {};
+}
+#endif
+
+class MatchingBench {
+ public:
+  explicit MatchingBench(std::optional<double> peak) : peak_(peak) {
+    std::printf("%s · driver %s\n", gs::describe(context_.info()).c_str(), context_.info().driver.c_str());
+    if (software() && !peak_) peak_ = corePeak();
+    if (peak_) std::printf("peak %.0f G MAC/s%s\n", *peak_, software() ? " a core" : "");
+    std::printf("%-48s %9s %9s %16s %6s\n", "", "pairs/s", "G MAC/s", "G MAC/s a core", "peak");
+  }
+
+  void random() {
+    for (const uint32_t features : {1000u, 4000u, 8192u}) {
+      random(SiftMatcher::Kernel::Plain, "sift_match_tiles", features);
+      if (context_.info().packedDot) random(SiftMatcher::Kernel::PackedDot, "sift_match_tiles_packed", features);
+      random(SiftMatcher::Kernel::Wide, "sift_match_tiles_wide", features);
+    }
+  }
+
+  void database(const std::filesystem::path& database) {
+    const std::filesystem::path copy = std::filesystem::temp_directory_path() / "ombrelux_bench_matching.db";
+    std::filesystem::copy_file(database, copy, std::filesystem::copy_options::overwrite_existing);
+    ColmapDatabase(copy).clearMatches();
+    const std::vector<DatabaseImage> images = ColmapDatabase(copy).images();
+    const std::vector<ImagePair> pairs = exhaustivePairs(images);
+    double all = 0, squares = 0;
+    for (const DatabaseImage& image : images) {
+      all += image.features;
+      squares += 1.0 * image.features * image.features;
+    }
+    const double dots = (all * all - squares) / 2;
+    std::printf("%zu images, %.0f features each\n", images.size(), all / static_cast<double>(images.size()));
+
+    MatchSummary summary;
+    const auto pairCount = static_cast<double>(pairs.size());
+    const auto ignore = [](const std::string&, float) {};
+    report("matchOnGpu", pairCount, dots,
+           timed(RUSAGE_SELF, [&] { summary = matchOnGpu(context_, copy, pairs, {}, ignore, [] { return false; }); }));
+    std::printf("  %s\n", describe(summary).c_str());
+
+    ColmapDatabase(copy).clearMatches();
+    const std::string command = "QT_QPA_PLATFORM=offscreen colmap exhaustive_matcher --database_path '" +
+                                copy.string() +
+                                "' --SiftMatching.use_gpu 0 --SiftMatching.min_num_inliers 1000000000 > /dev/null";
+    report("COLMAP without verification, as if it were exact", pairCount, dots, timed(RUSAGE_CHILDREN, [&] {
+             if (std::system(command.c_str()) != 0) throw std::runtime_error("COLMAP did not run.");
+           }));
+    std::filesystem::remove(copy);
+  }
+
+ private:
+  bool software() const { return context_.info().deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU; }
+
+  void random(SiftMatcher::Kernel kernel, const char* name, uint32_t features) {
+    SiftMatcher matcher(context_, registry_, {features, features}, {}, kernel);
+    SplitMix64 random(features);
+    for (uint32_t image = 0; image < 2; ++image) {
+      std::vector<uint8_t> bytes(features * SiftMatcher::kDescriptorBytes);
+      for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(random.next() % 90);
+      matcher.upload(image, bytes);
+    }
+    const uint64_t work = uint64_t{1} << (software() ? 25 : 32);
+    const std::vector<SiftMatcher::Pair> pairs(std::max<uint64_t>(work / features / features, 1), {0u, 1u});
+    const auto chunks = matcher.plan(pairs);
+    const auto all = [&] {
+      for (const auto& chunk : chunks) matcher.match(std::span(pairs).subspan(chunk.first, chunk.last - chunk.first));
+    };
+    matcher.match(std::span(pairs).first(1));  // builds the kernels
+    const auto count = static_cast<double>(pairs.size());
+    report(std::string(name) + ", " + std::to_string(features) + " features", count, count * features * features,
+           timed(RUSAGE_SELF, all));
+  }
+
+  void report(const std::string& name, double pairs, double dots, const Span& span) const {
+    const double macs = kMacsOfADot * dots * 1e-9;
+    const double rate = macs / (software() ? span.processor : span.elapsed);
+    std::printf("%-48s %9.1f %9.2f %16.2f ", name.c_str(), pairs / span.elapsed, macs / span.elapsed,
+                macs / span.processor);
+    std::printf("%s\n", peak_ ? formatText("%5.1f%%", 100 * rate / *peak_).c_str() : "");
+    std::fflush(stdout);
+  }
+
+  std::optional<double> peak_;  // billions of MAC a second, of a core where the driver is software
+  gs::VulkanContext context_{{}};
+  gs::KernelRegistry registry_{context_};
+};
 
 }  // namespace
 
 int main(int argc, char** argv) {
   try {
     gs::applyLayerPolicy();
-    gs::VulkanContext context({});
-    gs::KernelRegistry registry(context);
-    std::printf("%s · driver %s\n", gs::describe(context.info()).c_str(), context.info().driver.c_str());
-    std::printf("%-44s %10s %12s %10s\n", "", "pairs/s", "G dots/s", "G MAC/s");
-    if (argc > 1) {
-      benchDatabase(context, argv[1]);
-      return 0;
+    std::optional<double> peak;
+    int next = 1;
+    if (next + 1 < argc && std::string_view(argv[next]) == "--peak") {
+      peak = std::atof(argv[next + 1]);
+      next += 2;
     }
-    for (const uint32_t features : {1000u, 4000u, 8192u}) {
-      benchKernel(context, registry, SiftMatcher::Kernel::Plain, "sift_match_tiles", features);
-      benchKernel(context, registry, SiftMatcher::Kernel::Wide, "sift_match_tiles_wide", features);
+    MatchingBench bench(peak);
+    if (next < argc) {
+      bench.database(argv[next]);
+    } else {
+      bench.random();
     }
     return 0;
   } catch (const std::exception& e) {

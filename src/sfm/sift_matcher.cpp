@@ -10,13 +10,11 @@ namespace {
 using gs::BufferKind;
 using gs::GpuBuffer;
 
-// A tenth of a second on slow integrated graphics: no watchdog of a desktop minds, and a cancelled run ends soon.
-constexpr uint64_t kSubmissionWork = uint64_t{1} << 27;  // dot products
-constexpr uint32_t kResultCapacity = 1u << 20;           // features
-constexpr uint32_t kTile = 64;                           // descriptors a side
+constexpr uint32_t kResultCapacity = 1u << 20;  // features
+constexpr uint32_t kTile = 64;                  // descriptors a side
 constexpr uint64_t kPartialBytes = 8;
-constexpr uint32_t kSubmissionTiles = kSubmissionWork / (kTile * kTile);
-static_assert(kSubmissionTiles < 65536);  // what every device takes as one dimension of a grid
+constexpr uint64_t kTileWork = kTile * kTile;
+static_assert(SiftMatcher::kSubmissionWork / kTileWork < 65536);  // what every device takes as one dimension of a grid
 
 struct TilesPush {
   uint32_t start1, count1, start2, count2;  // descriptors
@@ -62,12 +60,13 @@ SiftMatcher::Kernel SiftMatcher::kernelFor(const gs::DeviceInfo& device) {
 }
 
 SiftMatcher::SiftMatcher(gs::VulkanContext& context, gs::KernelRegistry& registry, std::vector<uint32_t> counts,
-                         const SiftMatchOptions& options, Kernel kernel)
+                         const SiftMatchOptions& options, Kernel kernel, uint64_t submissionWork)
     : context_(context),
       stream_(context, registry),
       transfer_(context),
       options_(options),
       tilesKernel_(nameOf(kernel)),
+      submissionWork_(submissionWork),
       counts_(std::move(counts)) {
   placeImages();
   reserve();
@@ -119,7 +118,7 @@ std::vector<SiftMatcher::Chunk> SiftMatcher::plan(std::span<const Pair> pairs) c
   uint64_t work = 0, results = 0;
   for (size_t i = 0; i < pairs.size(); ++i) {
     const uint64_t count1 = counts_.at(pairs[i].first), count2 = counts_.at(pairs[i].second);
-    if (chunks.empty() || work + count1 * count2 > kSubmissionWork || results + count1 > kResultCapacity) {
+    if (chunks.empty() || work + count1 * count2 > submissionWork_ || results + count1 > kResultCapacity) {
       chunks.push_back({i, i});
       work = results = 0;
     }
@@ -170,9 +169,10 @@ void SiftMatcher::recordTiles(const Pair& pair) {
   const uint32_t count1 = counts_[pair.first], count2 = counts_[pair.second];
   TilesPush push{first.start, count1, second.start, count2, 0, tilesOf(count2)};
   const uint32_t tiles = tilesOf(count1) * push.tileColumns;
+  const auto most = static_cast<uint32_t>(std::max<uint64_t>(submissionWork_ / kTileWork, 1));
   while (push.firstTile < tiles) {
     if (push.firstTile > 0) stream_.submit();
-    const uint32_t groups = std::min(tiles - push.firstTile, kSubmissionTiles);
+    const uint32_t groups = std::min(tiles - push.firstTile, most);
     stream_.dispatch(tilesKernel_,
                      {&descriptors_[first.block], &descriptors_[second.block], &rowPartials_, &columnPartials_}, push,
                      groups, 1, 1);

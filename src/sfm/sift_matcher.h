@@ -32,6 +32,9 @@ struct FeatureMatch {
 class SiftMatcher {
  public:
   static constexpr size_t kDescriptorBytes = 128;
+  // Dot products that the GPU is given at once. A tenth of a second on slow integrated graphics: no watchdog of a
+  // desktop minds, and a cancelled run ends soon.
+  static constexpr uint64_t kSubmissionWork = uint64_t{1} << 27;
 
   enum class Kernel { Plain, PackedDot, Wide };
   static Kernel kernelFor(const gs::DeviceInfo& device);
@@ -46,7 +49,7 @@ class SiftMatcher {
   // `counts` are the images' numbers of descriptors. Throws std::runtime_error when the GPU's memory or buffer limits
   // do not hold them. Context and registry outlive the matcher.
   SiftMatcher(gs::VulkanContext& context, gs::KernelRegistry& registry, std::vector<uint32_t> counts,
-              const SiftMatchOptions& options, Kernel kernel);
+              const SiftMatchOptions& options, Kernel kernel, uint64_t submissionWork = kSubmissionWork);
 
   // counts[image] rows of 128 bytes; once for every image, before the first match().
   void upload(uint32_t image, std::span<const uint8_t> descriptors);
@@ -70,7 +73,8 @@ class SiftMatcher {
   gs::ComputeStream stream_;
   gs::Transfer transfer_;
   const SiftMatchOptions options_;
-  const char* tilesKernel_;
+  const char* const tilesKernel_;
+  const uint64_t submissionWork_;
   const std::vector<uint32_t> counts_;
   std::vector<Place> places_;
   std::vector<gs::GpuBuffer> descriptors_;
