@@ -4,6 +4,7 @@
 
 #include "app/console.h"
 #include "app/drive.h"
+#include "app/preferences.h"
 #include "base/paths.h"
 #include "colmap/model.h"
 #include "gpu/vulkan_context.h"
@@ -53,7 +54,12 @@ class Session {
       : options_(options),
         log_(kLogCapacity),
         console_(log_, options.quiet),
-        tools_{findColmap(options.colmap), findFfmpeg(options.ffmpeg)} {}
+        preferences_(Preferences::load()),
+        tools_{findColmap(chosen(options.colmap, preferences_.colmapPath)),
+               findFfmpeg(chosen(options.ffmpeg, preferences_.ffmpegPath))} {
+    warnUnlessUsed("--colmap", options.colmap, tools_.colmap);
+    warnUnlessUsed("--ffmpeg", options.ffmpeg, tools_.ffmpeg);
+  }
 
   void say(const std::string& text) { console_.message(text); }
   void announce(const Project& project) { say("Project: " + toUtf8(project.root)); }
@@ -65,7 +71,7 @@ class Session {
 
   void openDevice() {
     gs::ContextOptions context;
-    context.deviceIndex = options_.device;
+    context.deviceIndex = options_.device >= 0 ? options_.device : preferences_.deviceIndex;
     context_ = std::make_unique<gs::VulkanContext>(context);
     const gs::DeviceInfo& info = context_->info();
     log_.info(gs::describe(info) + (info.driver.empty() ? "" : " · driver " + info.driver));
@@ -83,9 +89,19 @@ class Session {
   }
 
  private:
+  static const std::string& chosen(const std::string& option, const std::string& preference) {
+    return option.empty() ? preference : option;
+  }
+  void warnUnlessUsed(const char* option, const std::string& value, const std::optional<ToolLocation>& found) {
+    if (value.empty() || (found && found->source == "settings")) return;
+    const std::string instead = found ? "; using " + toUtf8(found->executable) : std::string();
+    warn(std::string(option) + " " + value + " leads to no program" + instead + ".");
+  }
+
   const Options& options_;
   LogStore log_;
   Console console_;
+  const Preferences preferences_;
   const Tools tools_;
   std::unique_ptr<gs::VulkanContext> context_;
 };

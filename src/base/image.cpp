@@ -7,8 +7,10 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include "base/atomic_file.h"
+#include "base/file_bytes.h"
 #include "base/paths.h"
 
 // One reader for the formats that photographs come in; the rest of the library would only be more to attack.
@@ -30,37 +32,13 @@
 namespace quor {
 namespace {
 
-constexpr int64_t kLargestImage = int64_t{1} << 30;  // bytes, decoded
-
 [[noreturn]] void throwUnreadable(const std::filesystem::path& path, const std::string& reason) {
   throw std::runtime_error("Cannot read image " + toUtf8(path) + ": " + reason);
 }
 
-std::ifstream openImage(const std::filesystem::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) {
-    const std::error_code reason(errno, std::generic_category());
-    throwUnreadable(path, reason ? reason.message() : "it cannot be opened");
-  }
-  return file;
-}
-
-std::vector<uint8_t> readBytes(const std::filesystem::path& path) {
-  std::ifstream file = openImage(path);
-  file.seekg(0, std::ios::end);
-  const std::streamoff size = file.tellg();
-  // The seek succeeds on a folder too, with an enormous size.
-  if (!file || size > kLargestImage) throwUnreadable(path, "it is no image file");
-  std::vector<uint8_t> bytes(static_cast<size_t>(size));
-  file.seekg(0);
-  if (!file.read(reinterpret_cast<char*>(bytes.data()), size)) throwUnreadable(path, "the file could not be read");
-  return bytes;
-}
-
-void checkSize(const std::filesystem::path& path, int width, int height) {
-  if (int64_t{width} * height * 3 > kLargestImage) {
-    throwUnreadable(path, std::to_string(width) + " x " + std::to_string(height) + " pixels are too many");
-  }
+ImageDecoder& otherFormats() {
+  static ImageDecoder decoder;
+  return decoder;
 }
 
 void checkPicture(const Image& image) {
@@ -88,40 +66,71 @@ void writeToStream(void* stream, void* data, int size) {
 
 constexpr AtomicFileTexts kWriteTexts = {"Cannot write ", "Cannot write ", " (disk full?)", "Cannot write "};
 
-}  // namespace
-
-Image readImage(const std::filesystem::path& path) {
-  const std::vector<uint8_t> bytes = readBytes(path);
-  const int size = static_cast<int>(bytes.size());
+Image decode(const std::vector<uint8_t>& bytes) {
   Image image;
   int channels = 0;
-  if (!stbi_info_from_memory(bytes.data(), size, &image.width, &image.height, &channels)) {
-    throwUnreadable(path, stbi_failure_reason());
-  }
-  checkSize(path, image.width, image.height);
   const std::unique_ptr<stbi_uc, void (*)(void*)> pixels(
-      stbi_load_from_memory(bytes.data(), size, &image.width, &image.height, &channels, 3), stbi_image_free);
-  if (!pixels) throwUnreadable(path, stbi_failure_reason());
+      stbi_load_from_memory(bytes.data(), static_cast<int>(bytes.size()), &image.width, &image.height, &channels, 3),
+      stbi_image_free);
+  if (!pixels) throw std::runtime_error(stbi_failure_reason());
   image.rgb.assign(pixels.get(),
                    pixels.get() + static_cast<size_t>(image.width) * static_cast<size_t>(image.height) * 3);
   return image;
 }
 
-ImageSize readImageSize(const std::filesystem::path& path) {
-  std::ifstream file = openImage(path);
+// For a file that stb has just refused.
+Image decodeOther(const std::filesystem::path& path) {
+  const char* reason = stbi_failure_reason();
+  if (const ImageDecoder& decoder = otherFormats()) {
+    if (std::optional<Image> image = decoder(path)) return std::move(*image);
+  }
+  throw std::runtime_error(reason);
+}
+
+}  // namespace
+
+void checkImageSize(int width, int height) {
+  if (int64_t{width} * height * 3 > kLargestImageBytes) {
+    throw std::runtime_error(std::to_string(width) + " x " + std::to_string(height) + " pixels are too many");
+  }
+}
+
+void registerImageDecoder(ImageDecoder decoder) {
+  otherFormats() = std::move(decoder);
+}
+
+Image readImage(const std::filesystem::path& path) try {
+  const std::vector<uint8_t> bytes = readFileBytes(path, kLargestImageBytes);
+  ImageSize size;
+  int channels = 0;
+  if (!stbi_info_from_memory(bytes.data(), static_cast<int>(bytes.size()), &size.width, &size.height, &channels)) {
+    return decodeOther(path);
+  }
+  checkImageSize(size.width, size.height);
+  return decode(bytes);
+} catch (const std::runtime_error& e) {
+  throwUnreadable(path, e.what());
+}
+
+ImageSize readImageSize(const std::filesystem::path& path) try {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) throw std::runtime_error(std::error_code(errno, std::generic_category()).message());
   constexpr stbi_io_callbacks kCallbacks = {readFromStream, skipInStream, streamEnded};
   ImageSize size;
   int channels = 0;
   if (!stbi_info_from_callbacks(&kCallbacks, &file, &size.width, &size.height, &channels)) {
-    throwUnreadable(path, stbi_failure_reason());
+    const Image image = decodeOther(path);
+    size = {image.width, image.height};
   }
-  checkSize(path, size.width, size.height);
+  checkImageSize(size.width, size.height);
   return size;
+} catch (const std::runtime_error& e) {
+  throwUnreadable(path, e.what());
 }
 
 Image resizeImage(const Image& image, int width, int height) {
   checkPicture(image);
-  if (width < 1 || height < 1 || int64_t{width} * height * 3 > kLargestImage) {
+  if (width < 1 || height < 1 || int64_t{width} * height * 3 > kLargestImageBytes) {
     throw std::invalid_argument("An image cannot be resized to " + std::to_string(width) + " x " +
                                 std::to_string(height));
   }

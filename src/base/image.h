@@ -21,6 +21,11 @@ struct ImageSize {
   int height = 0;
 };
 
+// Larger pictures, and larger files, are refused.
+inline constexpr int64_t kLargestImageBytes = int64_t{1} << 30;
+// Throws std::runtime_error with the bare reason when a picture of this size would be larger.
+void checkImageSize(int width, int height);
+
 // Decodes a file to RGB (grey, palette, CMYK and 16-bit files become plain 8-bit RGB, an alpha channel is dropped). The
 // pixels come as they are stored: an EXIF orientation is not applied. Throws std::runtime_error "Cannot read image
 // PATH: reason", also for an image of more than 1 GiB of pixels.

@@ -20,6 +20,9 @@ void setEnvironmentVariable(const char* name, const char* value);
 // ~/.local/share/Ombrelux; the system's temporary folder takes its place when there is no home.
 std::filesystem::path userDataFolder();
 
+// The folder of the running program's file; empty when the system does not tell.
+std::filesystem::path executableFolder();
+
 // userDataFolder()/logs/Ombrelux.log
 std::filesystem::path applicationLogFile();
 

@@ -6,10 +6,12 @@
 #include <cstring>
 #include <fstream>
 #include <limits>
+#include <new>
 #include <stdexcept>
 
 #include "base/atomic_file.h"
 #include "base/paths.h"
+#include "gs/host_memory.h"
 
 namespace quor::gs {
 
@@ -20,7 +22,6 @@ namespace {
 constexpr char kMagic[8] = {'Q', 'U', 'O', 'R', 'C', 'K', 'P', 'T'};
 constexpr uint32_t kVersion = 1;
 constexpr uint64_t kMostSplats = uint64_t{1} << 28;
-constexpr uint64_t kBytesPerSplat = 3 * kFloatsPerSplat * sizeof(float);
 constexpr uint64_t kReadFloats = uint64_t{1} << 22;  // made room for at a time
 
 constexpr AtomicFileTexts kTexts = {"Could not write ", "Could not write ", " (disk full?)", "Could not replace "};
@@ -67,10 +68,9 @@ CheckpointHeader sanitised(CheckpointHeader header) {
   return header;
 }
 
-void writeFloats(AtomicFile& file, const std::vector<float>& values) {
+void writeFloats(AtomicFile& file, std::span<const float> values) {
   if (!file.good()) return;
-  file.stream().write(reinterpret_cast<const char*>(values.data()),
-                      static_cast<std::streamsize>(values.size() * sizeof(float)));
+  file.stream().write(reinterpret_cast<const char*>(values.data()), static_cast<std::streamsize>(values.size_bytes()));
 }
 
 class Reader {
@@ -88,6 +88,15 @@ class Reader {
     const std::string reason = checkHeader(bytes, fileSize_);
     if (!reason.empty()) refuse(reason);
     return sanitised(decode(bytes));
+  }
+
+  void requireMemory(uint64_t splats) const {
+    if (splats > availableHostMemory() / kCheckpointBytesPerSplat) refuseMemory(splats);
+  }
+  [[noreturn]] void refuseMemory(uint64_t splats) const {
+    refuse("its " + std::to_string(splats) + " splats need " +
+           std::to_string((splats * kCheckpointBytesPerSplat >> 20) + 1) +
+           " MB of memory, more than this computer has free");
   }
 
   // Room is made block by block: where the file's size is unknown nothing has vouched for the count.
@@ -119,10 +128,9 @@ std::filesystem::path parentFolder(const std::filesystem::path& path) {
   return path.has_filename() ? path.parent_path() : path.parent_path().parent_path();
 }
 
-void requireMatching(const GaussianSet& set, const GroupArrays& moments) {
+void requireMatching(uint64_t count, const CheckpointArrays::Groups& arrays) {
   for (size_t g = 0; g < kGroupCount; ++g) {
-    const uint64_t size = set.count * kGroupWidths[g];
-    if (set.group(static_cast<Group>(g)).size() != size || moments[g].size() != size) {
+    if (arrays[g].size() != count * kGroupWidths[g]) {
       throw std::logic_error("A checkpoint's arrays do not all belong to the same number of splats.");
     }
   }
@@ -138,16 +146,17 @@ std::string checkHeader(const CheckpointHeaderBytes& bytes, uint64_t fileSize) {
   }
   if (header.groupCount != kGroupCount) return "its parameter layout is not one this build knows";
   if (header.count == 0 || header.count > kMostSplats) return "it holds an implausible number of splats";
-  if (fileSize < kCheckpointHeaderSize + kBytesPerSplat * header.count) {
+  if (fileSize < kCheckpointHeaderSize + kCheckpointBytesPerSplat * header.count) {
     return "it is truncated (" + std::to_string(fileSize) + " bytes)";
   }
   return "";
 }
 
-void writeCheckpoint(const std::filesystem::path& path, const CheckpointHeader& header, const GaussianSet& set,
-                     const GroupArrays& firstMoments, const GroupArrays& secondMoments) {
-  requireMatching(set, firstMoments);
-  requireMatching(set, secondMoments);
+void writeCheckpoint(const std::filesystem::path& path, const CheckpointHeader& header,
+                     const CheckpointArrays& arrays) {
+  for (const auto* groups : {&arrays.values, &arrays.firstMoments, &arrays.secondMoments}) {
+    requireMatching(header.count, *groups);
+  }
   std::error_code ignored;  // a folder that cannot be made is a file that cannot be opened
   std::filesystem::create_directories(parentFolder(path), ignored);
   AtomicFile file(path, kTexts);
@@ -155,16 +164,28 @@ void writeCheckpoint(const std::filesystem::path& path, const CheckpointHeader& 
   CheckpointHeader written = header;
   written.version = kVersion;
   written.groupCount = kGroupCount;
-  written.count = set.count;
   written.downscaleLevels = std::max(header.downscaleLevels, 0);
   const CheckpointHeaderBytes bytes = encode(written);
   file.stream().write(bytes.data(), bytes.size());
   for (size_t g = 0; g < kGroupCount; ++g) {
-    writeFloats(file, set.group(static_cast<Group>(g)));
-    writeFloats(file, firstMoments[g]);
-    writeFloats(file, secondMoments[g]);
+    writeFloats(file, arrays.values[g]);
+    writeFloats(file, arrays.firstMoments[g]);
+    writeFloats(file, arrays.secondMoments[g]);
   }
-  file.commit();
+  file.commit(AtomicFile::Durability::OnDisk);
+}
+
+void writeCheckpoint(const std::filesystem::path& path, const CheckpointHeader& header, const GaussianSet& set,
+                     const GroupArrays& firstMoments, const GroupArrays& secondMoments) {
+  CheckpointHeader counted = header;
+  counted.count = set.count;
+  CheckpointArrays arrays;
+  for (size_t g = 0; g < kGroupCount; ++g) {
+    arrays.values[g] = set.group(static_cast<Group>(g));
+    arrays.firstMoments[g] = firstMoments[g];
+    arrays.secondMoments[g] = secondMoments[g];
+  }
+  writeCheckpoint(path, counted, arrays);
 }
 
 Checkpoint readCheckpoint(const std::filesystem::path& path) {
@@ -174,11 +195,16 @@ Checkpoint readCheckpoint(const std::filesystem::path& path) {
   GaussianSet& set = checkpoint.set;
   set.count = checkpoint.header.count;
   set.shDegree = checkpoint.header.shDegree;
-  for (size_t g = 0; g < kGroupCount; ++g) {
-    const uint64_t size = set.count * kGroupWidths[g];
-    reader.floats(set.group(static_cast<Group>(g)), size);
-    reader.floats(checkpoint.firstMoments[g], size);
-    reader.floats(checkpoint.secondMoments[g], size);
+  reader.requireMemory(set.count);
+  try {
+    for (size_t g = 0; g < kGroupCount; ++g) {
+      const uint64_t size = set.count * kGroupWidths[g];
+      reader.floats(set.group(static_cast<Group>(g)), size);
+      reader.floats(checkpoint.firstMoments[g], size);
+      reader.floats(checkpoint.secondMoments[g], size);
+    }
+  } catch (const std::bad_alloc&) {
+    reader.refuseMemory(set.count);
   }
   return checkpoint;
 }

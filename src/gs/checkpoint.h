@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <filesystem>
+#include <span>
 #include <string>
 
 #include "base/technique.h"
@@ -13,6 +14,7 @@
 namespace quor::gs {
 
 inline constexpr size_t kCheckpointHeaderSize = 112;
+inline constexpr uint64_t kCheckpointBytesPerSplat = 3 * kFloatsPerSplat * sizeof(float);
 using CheckpointHeaderBytes = std::array<char, kCheckpointHeaderSize>;
 
 struct CheckpointHeader {
@@ -32,6 +34,12 @@ struct CheckpointHeader {
   float sceneExtent = 1.0f;
 };
 
+// A checkpoint's body where it lies: a span a group.
+struct CheckpointArrays {
+  using Groups = std::array<std::span<const float>, kGroupCount>;
+  Groups values, firstMoments, secondMoments;
+};
+
 struct Checkpoint {
   CheckpointHeader header;
   GaussianSet set;
@@ -44,11 +52,17 @@ struct Checkpoint {
 std::string checkHeader(const CheckpointHeaderBytes& bytes, uint64_t fileSize);
 
 // Makes the file's folder where it is missing. Atomic: a failed write leaves the earlier file. The header's count is
-// taken from the set; std::logic_error when the arrays are not all of that many splats.
+// the number of splats written; std::logic_error when the arrays are not all of that many.
+void writeCheckpoint(const std::filesystem::path& path, const CheckpointHeader& header, const CheckpointArrays& arrays);
+// The same; the count is the set's.
 void writeCheckpoint(const std::filesystem::path& path, const CheckpointHeader& header, const GaussianSet& set,
                      const GroupArrays& firstMoments, const GroupArrays& secondMoments);
-// Throws std::runtime_error; the set's degree is the header's. Values that no run writes (a degree above 3, an extent
-// that is not positive) are replaced by ones that a run can go on from.
+inline void writeCheckpoint(const std::filesystem::path& path, const Checkpoint& checkpoint) {
+  writeCheckpoint(path, checkpoint.header, checkpoint.set, checkpoint.firstMoments, checkpoint.secondMoments);
+}
+
+// Throws std::runtime_error, also when memory is too small for the file; the set's degree is the header's. Values that
+// no run writes (a degree above 3, an extent that is not positive) are replaced by ones that a run can go on from.
 Checkpoint readCheckpoint(const std::filesystem::path& path);
 // The checked header alone; throws as readCheckpoint.
 CheckpointHeader readCheckpointHeader(const std::filesystem::path& path);

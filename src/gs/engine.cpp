@@ -12,9 +12,12 @@
 #include "base/paths.h"
 #include "base/text.h"
 #include "gs/checkpoint.h"
+#include "gs/checkpoint_writer.h"
 #include "gs/dataset.h"
+#include "gs/eval_report.h"
 #include "gs/evaluation.h"
 #include "gs/ply.h"
+#include "gs/resume.h"
 #include "gs/run_log.h"
 #include "gs/schedule.h"
 #include "gs/splat_cap.h"
@@ -85,6 +88,24 @@ void warnOfChanges(const TrainJob& asked, const TrainJob& used, LogStore& log) {
   }
 }
 
+fs::path checkpointFile(const TrainJob& job) {
+  return job.output / "checkpoint.quor";
+}
+
+void writeScene(Trainer& trainer, const TrainJob& job, TrainResult& result) {
+  const GaussianSet set = trainer.download();
+  const std::string comment =
+      std::string("Ombrelux ") + techniqueWord(job.technique) + formatText(" iteration %d", trainer.stepsDone());
+  if (job.exportPly) {
+    writePly(job.output / "scene.ply", set, comment);
+    result.ply = job.output / "scene.ply";
+  }
+  if (job.exportSplat) {
+    writeSplat(job.output / "scene.splat", set);
+    result.splat = job.output / "scene.splat";
+  }
+}
+
 }  // namespace
 
 Engine::Engine(VulkanContext& context, LogStore& log) : context_(context), registry_(context), log_(log) {}
@@ -146,6 +167,14 @@ void Engine::runTraining(const TrainJob& asked) {
     TrainJob job = resolved(asked);
     warnOfChanges(asked, job, log_);
     makeWritable(job.output);
+    int resumedFrom = 0;
+    if (job.resume) {
+      report(TrainState::Loading, "Loading the checkpoint");
+      const CheckpointHeader header = readCheckpointHeader(checkpointFile(job));
+      job = continuedJob(job, header);
+      requireRoom(header, deviceLimits(context_));
+      resumedFrom = static_cast<int>(header.step);
+    }
     const int resolution = loadResolution(job, context_);
     update([&](TrainStatus& s) { s.iterations = job.iterations; });
     const Dataset dataset = loadDataset(
@@ -154,8 +183,7 @@ void Engine::runTraining(const TrainJob& asked) {
         });
     throwIfCancelled();
     warnOfLimit(job, dataset, resolution, log_);
-    int resumedFrom = 0;
-    const TrainResult result = train(job, dataset, resumedFrom);
+    const TrainResult result = train(job, dataset);
     writeRunLog(job, result, resumedFrom);
     const std::lock_guard lock(mutex_);
     result_ = result;
@@ -170,17 +198,11 @@ void Engine::runTraining(const TrainJob& asked) {
   }
 }
 
-TrainResult Engine::train(const TrainJob& asked, const Dataset& dataset, int& resumedFrom) {
-  TrainJob job = asked;
+TrainResult Engine::train(const TrainJob& job, const Dataset& dataset) {
   std::optional<Checkpoint> checkpoint;
   if (job.resume) {
     report(TrainState::Loading, "Loading the checkpoint");
-    checkpoint = readCheckpoint(job.output / "checkpoint.quor");
-    job.seed = checkpoint->header.seed;
-    job.downscaleLevels = checkpoint->header.downscaleLevels;
-    if (checkpoint->header.stepsPerLevel != 0) job.stepsPerLevel = checkpoint->header.stepsPerLevel;
-    job = resolved(job);
-    resumedFrom = static_cast<int>(checkpoint->header.step);
+    checkpoint = readCheckpoint(checkpointFile(job));
   }
   report(TrainState::Loading, "Building the GPU kernels");
   Trainer trainer(context_, registry_, log_, job, dataset);
@@ -200,10 +222,22 @@ TrainResult Engine::train(const TrainJob& asked, const Dataset& dataset, int& re
   result.splats = trainer.splats();
   result.steps = trainer.stepsDone();
   exportScene(trainer, job, result);
-  if (!dataset.heldOut.empty()) {
-    report(TrainState::Evaluating, "Scoring the held-out views");
-    result.evaluation = trainer.evaluate(cancel_);
-    log_.info(describe(result.evaluation));
+  removeEvalReport(job.output / "eval");
+  if (!dataset.heldOut.empty()) result.evaluation = scoreHeldOut(trainer, job.output / "eval");
+  return result;
+}
+
+EvalResult Engine::scoreHeldOut(Trainer& trainer, const fs::path& folder) {
+  report(TrainState::Evaluating, "Scoring the held-out views");
+  EvalReport written(folder);
+  const EvalResult result = trainer.evaluate(cancel_, [&](const View& view, const ImageScores& scores, Image render) {
+    written.add(view, scores, std::move(render));
+  });
+  log_.info(describe(result));
+  try {
+    written.finish();
+  } catch (const std::exception& e) {
+    log_.warning(std::string("Could not write the held-out report: ") + e.what());
   }
   return result;
 }
@@ -213,6 +247,7 @@ void Engine::trainSteps(Trainer& trainer, const TrainJob& job, TrainResult& resu
   auto stepStart = start;
   auto lastReport = start - kReportEvery;
   double stepSeconds = 0;
+  CheckpointWriter writer(context_, checkpointFile(job), job.checkpointSeconds, log_);
   update([&](TrainStatus& s) {
     s.state = TrainState::Training;
     s.text = "Training";
@@ -223,6 +258,10 @@ void Engine::trainSteps(Trainer& trainer, const TrainJob& job, TrainResult& resu
   do {
     throwIfCancelled();
     trainer.step();
+    // The last step's is written with the exports.
+    if (!trainer.finished() && !stop_ && writer.due(trainer.nothingAccumulated())) {
+      writer.start(trainer.splats(), [&](SplatSnapshot& copy) { return trainer.checkpoint(copy); });
+    }
     const auto now = Clock::now();
     const double seconds = std::chrono::duration<double>(now - stepStart).count();
     stepStart = now;
@@ -251,24 +290,21 @@ void Engine::trainSteps(Trainer& trainer, const TrainJob& job, TrainResult& resu
 
 void Engine::exportScene(Trainer& trainer, const TrainJob& job, TrainResult& result) {
   report(TrainState::Exporting, "Writing the scene");
-  const GaussianSet set = trainer.download();
-  const std::string comment =
-      std::string("Ombrelux ") + techniqueWord(job.technique) + formatText(" iteration %d", trainer.stepsDone());
-  if (job.exportPly) {
-    writePly(job.output / "scene.ply", set, comment);
-    result.ply = job.output / "scene.ply";
-  }
-  if (job.exportSplat) {
-    writeSplat(job.output / "scene.splat", set);
-    result.splat = job.output / "scene.splat";
+  // A scene that cannot be written must not cost the training as well.
+  std::exception_ptr failure;
+  try {
+    writeScene(trainer, job, result);
+  } catch (const std::exception&) {
+    failure = std::current_exception();
   }
   report(TrainState::Exporting, "Writing the checkpoint");
   try {
-    trainer.writeCheckpoint(job.output / "checkpoint.quor");
-    result.checkpoint = job.output / "checkpoint.quor";
+    writeCheckpoint(checkpointFile(job), trainer.checkpoint());
+    result.checkpoint = checkpointFile(job);
   } catch (const std::exception& e) {
     log_.warning(std::string("Could not write the checkpoint: ") + e.what());
   }
+  if (failure) std::rethrow_exception(failure);
 }
 
 void Engine::writeRunLog(const TrainJob& job, const TrainResult& result, int resumedFrom) const {

@@ -34,7 +34,8 @@ class Engine final : public TrainingService {
 
  private:
   void runTraining(const TrainJob& asked);
-  TrainResult train(const TrainJob& job, const Dataset& dataset, int& resumedFrom);
+  TrainResult train(const TrainJob& job, const Dataset& dataset);
+  EvalResult scoreHeldOut(Trainer& trainer, const std::filesystem::path& folder);
   void trainSteps(Trainer& trainer, const TrainJob& job, TrainResult& result);
   void exportScene(Trainer& trainer, const TrainJob& job, TrainResult& result);
   void writeRunLog(const TrainJob& job, const TrainResult& result, int resumedFrom) const;

@@ -1,14 +1,32 @@
 #include "gs/evaluation.h"
 
+#include <algorithm>
+#include <cmath>
 #include <stdexcept>
 
 #include "base/text.h"
 #include "gpu/vulkan_context.h"
 
 namespace quor::gs {
+namespace {
+
+Image downloadImage(Transfer& transfer, const Renderer& renderer) {
+  Image image{renderer.width(), renderer.height(), {}};
+  std::vector<float> values(static_cast<size_t>(image.width) * static_cast<size_t>(image.height) * 3);
+  transfer.download(renderer.image(), values.data(), 0, values.size() * sizeof(float));
+  image.rgb.resize(values.size());
+  std::transform(values.begin(), values.end(), image.rgb.begin(), [](float value) {
+    // std::fmax takes a NaN for the smaller one.
+    return static_cast<uint8_t>(std::lround(255.0f * std::fmin(std::fmax(value, 0.0f), 1.0f)));
+  });
+  return image;
+}
+
+}  // namespace
 
 EvalResult evaluate(ComputeStream& stream, Transfer& transfer, Renderer& renderer, const SplatStore& splats,
-                    const std::vector<View>& views, const RenderSettings& settings, const std::atomic<bool>& cancel) {
+                    const std::vector<View>& views, const RenderSettings& settings, const std::atomic<bool>& cancel,
+                    const OnViewScored& each) {
   double psnr = 0, ssim = 0, l1 = 0;
   GpuBuffer photo;
   for (const View& view : views) {
@@ -25,6 +43,7 @@ EvalResult evaluate(ComputeStream& stream, Transfer& transfer, Renderer& rendere
     psnr += scores.psnr();
     ssim += scores.ssim;
     l1 += scores.l1;
+    if (each) each(view, scores, downloadImage(transfer, renderer));
   }
   if (views.empty()) return {};
   const double n = static_cast<double>(views.size());

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -20,10 +21,14 @@ struct RenderSettings {
   std::array<float, 3> background = {0, 0, 0};
 };
 
+// Called for each view in turn with its figures and the scene's picture of it.
+using OnViewScored = std::function<void(const View& view, const ImageScores& scores, Image render)>;
+
 // Means over the views of each view's figures (PSNR is averaged in dB); no views give an empty result. The renderer is
 // one for training, with room for the splats; it is given room for the views. `cancel` ends it with "Cancelled".
 EvalResult evaluate(ComputeStream& stream, Transfer& transfer, Renderer& renderer, const SplatStore& splats,
-                    const std::vector<View>& views, const RenderSettings& settings, const std::atomic<bool>& cancel);
+                    const std::vector<View>& views, const RenderSettings& settings, const std::atomic<bool>& cancel,
+                    const OnViewScored& each = {});
 
 // "Held-out views (N): PSNR ... dB, SSIM ..., L1 ..."
 std::string describe(const EvalResult& result);

@@ -15,7 +15,7 @@ namespace quor::gs {
 
 struct TrainJob {
   std::filesystem::path dataset;  // folder that holds images/ and the COLMAP model
-  std::filesystem::path output;   // folder for scene.ply, scene.splat, checkpoint.quor and training.log
+  std::filesystem::path output;   // folder for scene.ply, scene.splat, checkpoint.quor, training.log and eval/
 
   int32_t resolution = 1600;  // longest edge of the training images in pixels, 0 = their own size
   Technique technique = Technique::Mcmc;
@@ -60,6 +60,8 @@ struct TrainJob {
   bool exportPly = true;
   bool exportSplat = false;
   bool resume = false;  // continue from output/checkpoint.quor
+  // Of training between two checkpoints that are written on the way; 0 = only one at the end.
+  double checkpointSeconds = 300;
 };
 
 // "Vanilla" or "MCMC".

@@ -7,6 +7,7 @@
 
 #include "base/text.h"
 #include "gpu/vulkan_context.h"
+#include "gs/resume.h"
 #include "gs/schedule.h"
 #include "gs/seed.h"
 #include "gs/splat_cap.h"
@@ -71,8 +72,7 @@ uint64_t sayCap(const SplatCap& cap, LogStore& log) {
 
 Trainer::Trainer(VulkanContext& context, KernelRegistry& registry, LogStore& log, const TrainJob& job,
                  const Dataset& dataset)
-    : context_(context),
-      log_(log),
+    : log_(log),
       job_(job),
       dataset_(dataset),
       stream_(context, registry),
@@ -85,6 +85,7 @@ Trainer::Trainer(VulkanContext& context, KernelRegistry& registry, LogStore& log
       mcmcTarget_(std::min(job.mcmcTarget, cap_)),
       vanilla_(context, job_, dataset.geometry.extent, cap_),
       mcmc_(job_, cap_),
+      order_(job.seed, static_cast<uint32_t>(dataset.training.size())),
       loss_(std::numeric_limits<float>::quiet_NaN()) {
   std::vector<std::string> kernels = renderer_.kernelNames();
   for (const char* name : {"adam", "gather_rows", "flag_diverged"}) kernels.emplace_back(name);
@@ -112,24 +113,18 @@ void Trainer::start() {
 
 void Trainer::resume(const Checkpoint& checkpoint) {
   const CheckpointHeader& header = checkpoint.header;
-  if (header.technique != job_.technique) {
-    throw std::runtime_error(std::string("The checkpoint was trained with ") + techniqueWord(header.technique) +
-                             "; continue it with the same technique, or train from the start.");
-  }
-  if (static_cast<int64_t>(header.step) >= job_.iterations) {
-    throw std::runtime_error(formatText(
-        "The checkpoint is already at step %u. Set more iterations than that to continue training it.", header.step));
-  }
+  requireContinuable(job_, header);
+  requireSameScene(header, dataset_.geometry.extent);
   step_ = static_cast<int>(header.step);
   random_ = SplitMix64(header.randomState);
   cap_ = std::max(cap_, header.count);
   vanilla_.setCap(cap_);
   mcmc_.setCap(cap_);
   if (job_.technique == Technique::Mcmc) mcmcTarget_ = std::min(mcmcTarget_, header.mcmcTarget);
-  for (int s = 1; s <= step_; ++s) opacitiesWereReset_ = opacitiesWereReset_ || isOpacityResetStep(job_, s);
+  opacitiesWereReset_ = opacitiesWereReset(job_, header);
 
   const uint64_t toCome =
-      job_.technique == Technique::Mcmc ? std::max(header.count, mcmcTarget_) : header.count + header.count / 2;
+      job_.technique == Technique::Mcmc ? std::max(header.count, mcmcTarget_) : grownCapacity(header.count, 0, cap_);
   splats_.upload(transfer_, checkpoint.set, static_cast<uint32_t>(toCome));
   splats_.uploadMoments(transfer_, checkpoint.firstMoments, checkpoint.secondMoments);
   prepare();
@@ -140,7 +135,6 @@ void Trainer::resume(const Checkpoint& checkpoint) {
 void Trainer::prepare() {
   renderer_.reserve(splats_.capacity(), 1, 1);
   applyLevel();
-  followingView_ = nextView();
 }
 
 // Photographs and buffers for the level of the next step.
@@ -151,16 +145,6 @@ void Trainer::applyLevel() {
   }
 }
 
-size_t Trainer::nextView() {
-  if (order_.empty()) {
-    for (uint32_t i = 0; i < photos_.count(); ++i) order_.push_back(i);
-    for (size_t i = order_.size(); i > 1; --i) std::swap(order_[i - 1], order_[random_.below(i)]);
-  }
-  const size_t view = order_.back();
-  order_.pop_back();
-  return view;
-}
-
 Renderer::Regularisers Trainer::regularisers() const {
   if (job_.technique == Technique::Vanilla) return {};
   const float n = static_cast<float>(std::max(splats_.count(), 1u));
@@ -169,15 +153,16 @@ Renderer::Regularisers Trainer::regularisers() const {
 
 void Trainer::step() {
   applyLevel();
-  const size_t view = followingView_;
-  followingView_ = nextView();
-  const bool scored = step_ % kLossEvery == 0;
+  const uint64_t done = static_cast<uint64_t>(step_);
+  const size_t view = order_.at(done);
+  const size_t nextView = order_.at(done + 1);
+  const bool scored = step_ % kLossEvery == 0 || std::isnan(loss_);
   const float nearPlane = static_cast<float>(kNearPlane * dataset_.geometry.extent);
 
   stream_.mark("photograph");
   const GpuBuffer& photo = photos_.fetch(stream_, view);
   renderer_.project(stream_, splats_, photos_.camera(view), shDegreeAt(job_, step_), nearPlane);
-  photos_.prefetch(followingView_);
+  photos_.prefetch(nextView);
   renderer_.rasterize(stream_, job_.background);
   renderer_.lossAndBackward(stream_, splats_, photo, lossScales(job_.ssimWeight, renderer_.width(), renderer_.height()),
                             regularisers(), scored);
@@ -285,7 +270,7 @@ GaussianSet Trainer::download() {
   return set;
 }
 
-void Trainer::writeCheckpoint(const std::filesystem::path& path) {
+CheckpointHeader Trainer::header() const {
   CheckpointHeader header;
   header.technique = job_.technique;
   header.step = static_cast<uint32_t>(step_);
@@ -298,15 +283,30 @@ void Trainer::writeCheckpoint(const std::filesystem::path& path) {
   header.randomState = random_.state();
   header.seed = job_.seed;
   header.sceneExtent = static_cast<float>(dataset_.geometry.extent);
-  GroupArrays first, second;
-  splats_.downloadMoments(transfer_, first, second);
-  gs::writeCheckpoint(path, header, splats_.download(transfer_), first, second);
+  header.count = splats_.count();
+  return header;
 }
 
-EvalResult Trainer::evaluate(const std::atomic<bool>& cancel) {
+Checkpoint Trainer::checkpoint() {
+  Checkpoint checkpoint{header(), splats_.download(transfer_), {}, {}};
+  checkpoint.set.shDegree = checkpoint.header.shDegree;
+  splats_.downloadMoments(transfer_, checkpoint.firstMoments, checkpoint.secondMoments);
+  return checkpoint;
+}
+
+CheckpointHeader Trainer::checkpoint(SplatSnapshot& copy) {
+  copy.take(stream_, splats_);
+  return header();
+}
+
+bool Trainer::nothingAccumulated() const {
+  return job_.technique == Technique::Mcmc || step_ >= job_.densifyUntil || !vanilla_.accumulated();
+}
+
+EvalResult Trainer::evaluate(const std::atomic<bool>& cancel, const OnViewScored& each) {
   const RenderSettings settings = {shDegreeAt(job_, step_), static_cast<float>(kNearPlane * dataset_.geometry.extent),
                                    job_.background};
-  return gs::evaluate(stream_, transfer_, renderer_, splats_, dataset_.heldOut, settings, cancel);
+  return gs::evaluate(stream_, transfer_, renderer_, splats_, dataset_.heldOut, settings, cancel, each);
 }
 
 }  // namespace quor::gs

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
 
 #include "base/log_store.h"
 #include "base/split_mix64.h"
@@ -17,9 +16,11 @@
 #include "gs/mcmc_relocator.h"
 #include "gs/photo_store.h"
 #include "gs/renderer.h"
+#include "gs/splat_snapshot.h"
 #include "gs/splat_store.h"
 #include "gs/train_job.h"
 #include "gs/vanilla_densifier.h"
+#include "gs/view_order.h"
 
 namespace quor::gs {
 
@@ -31,7 +32,8 @@ class Trainer {
 
   // From the sparse points.
   void start();
-  // From a checkpoint of the same technique below the job's iterations; throws std::runtime_error otherwise.
+  // From a checkpoint that the job is the continuation of (gs/resume.h); throws std::runtime_error when it is not, or
+  // is of another scene.
   void resume(const Checkpoint& checkpoint);
 
   bool finished() const { return step_ >= job_.iterations; }
@@ -46,15 +48,21 @@ class Trainer {
 
   // In the scene's own degree (shDegree = the job's).
   GaussianSet download();
-  void writeCheckpoint(const std::filesystem::path& path);
-  EvalResult evaluate(const std::atomic<bool>& cancel);
+  // All of the state that a resumed run needs, in host memory: in one piece, or the header alone with the arrays put
+  // into `copy`, which takes less time.
+  Checkpoint checkpoint();
+  CheckpointHeader checkpoint(SplatSnapshot& copy);
+  // True when a checkpoint taken now loses nothing: there are no gradient statistics that a pass will ask for.
+  bool nothingAccumulated() const;
+  // `each` as in gs/evaluation.h.
+  EvalResult evaluate(const std::atomic<bool>& cancel, const OnViewScored& each = {});
 
   ComputeStream& stream() { return stream_; }
 
  private:
   void prepare();
+  CheckpointHeader header() const;
   void applyLevel();
-  size_t nextView();
   void optimise();
   void addNoise();
   void refine();
@@ -63,7 +71,6 @@ class Trainer {
   Renderer::Regularisers regularisers() const;
   void updateLoss();
 
-  VulkanContext& context_;
   LogStore& log_;
   const TrainJob& job_;
   const Dataset& dataset_;
@@ -81,8 +88,7 @@ class Trainer {
 
   int step_ = 0;
   bool opacitiesWereReset_ = false;
-  std::vector<uint32_t> order_;  // this epoch's views, the next one last
-  size_t followingView_ = 0;
+  ViewOrder order_;
   float loss_;
 };
 

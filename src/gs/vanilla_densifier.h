@@ -36,6 +36,9 @@ class VanillaDensifier {
   DensifyReport refine(ComputeStream& stream, Transfer& transfer, SplatStore& splats, SplitMix64& random,
                        bool pruneLarge);
 
+  // Whether statistics have been recorded since the last pass.
+  bool accumulated() const { return !startOver_; }
+
   // Opacities to at most twice the prune opacity; the group's moments become zero.
   void resetOpacities(Transfer& transfer, SplatStore& splats);
 

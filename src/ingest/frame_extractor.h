@@ -53,6 +53,10 @@ class FrameExtractor {
   ExtractionResult extractFisheye(const std::filesystem::path& path, const IngestSettings& settings,
                                   const std::filesystem::path& outputFolder, const IngestProgress& progress);
 
+  // Deletes the blurry frames of a video and takes them out of the result.
+  void rejectBlurryFrames(ExtractionResult& result, const IngestSettings& settings,
+                          const std::filesystem::path& outputFolder, const IngestProgress& progress);
+
   LogStore& log_;
   std::optional<ToolLocation> ffmpeg_;
   std::function<bool()> cancelled_;

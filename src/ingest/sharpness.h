@@ -20,7 +20,8 @@ struct SharpnessResult {
 std::optional<double> scoreSharpness(const std::filesystem::path& path);
 
 // Rejects frames that score below `threshold` times the median, the least sharp first, at most `maxRejectFraction` of
-// all frames. Frames that cannot be read are kept. `progress` (frames scored of all) may be called from any thread.
+// all frames. Frames that cannot be read are kept. `progress` (frames scored of all) is called on the calling thread
+// and may throw: scoring then stops, and the exception comes out here.
 SharpnessResult rejectBlurry(const std::vector<std::filesystem::path>& paths, double threshold,
                              double maxRejectFraction, const std::function<void(size_t scored)>& progress);
 

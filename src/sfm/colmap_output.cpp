@@ -30,8 +30,7 @@ bool saysGpuFailed(std::string_view line) {
 }
 
 bool saysNoModel(std::string_view line) {
-  return containsAny(line, std::array<std::string_view, 3>{"failed to create sparse model",
-                                                           "No good initial image pair", "No images with matches"});
+  return containsAny(line, std::array<std::string_view, 2>{"failed to create sparse model", "No images with matches"});
 }
 
 bool isProblem(std::string_view line, std::string_view message) {

@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,7 +12,7 @@
 
 #include "base/output_lines.h"
 #include "support/scoped_environment.h"
-#include "support/temp_folder.h"
+#include "support/scripts.h"
 
 namespace quor {
 namespace {
@@ -22,6 +21,7 @@ using test::readFile;
 using test::TempFolder;
 using test::thrownText;
 using test::writeFile;
+using test::writeScript;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -29,12 +29,6 @@ struct Outcome {
   ChildResult result;
   std::vector<std::string> lines;
 };
-
-std::filesystem::path writeScript(const std::filesystem::path& path, const std::string& body) {
-  writeFile(path, "#!/bin/sh\n" + body);
-  chmod(path.c_str(), 0755);
-  return path;
-}
 
 Outcome run(const ChildCommand& command) {
   Outcome outcome;
@@ -155,7 +149,9 @@ TEST_F(ChildProcess, EndsAllWhenTheProgramIsKilled) {
         {program, {pidFile.string()}, {}}, [](std::string_view) {}, [] { return false; });
     _exit(0);
   }
-  while (!std::filesystem::exists(pidFile)) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  for (int i = 0; i < 2000 && !std::filesystem::exists(pidFile); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
   kill(parent, SIGKILL);
   waitpid(parent, nullptr, 0);
   std::ifstream pids(pidFile);

@@ -61,6 +61,30 @@ TEST(Image, SaysWhichFileCannotBeReadAndWhy) {
   }
 }
 
+TEST(Image, AsksTheRegisteredDecoderForOtherFormatsOnly) {
+  const TempFolder folder;
+  const auto strange = writeFile(folder / "a.jpg", "strange"), broken = writeFile(folder / "b.jpg", "broken");
+  const auto unknown = writeFile(folder / "c.jpg", "unknown"), cut = writeFile(folder / "cut.png", "");
+  writePng(folder / "whole.png", gradient(30, 30));
+  const std::string whole = test::readFile(folder / "whole.png");
+  writeFile(cut, whole.substr(0, whole.size() / 2));
+  const auto plainReason = thrownText([&] { (void)readImage(unknown); });
+  registerImageDecoder([](const std::filesystem::path& path) -> std::optional<Image> {
+    const std::string text = test::readFile(path);
+    if (text == "strange") return gradient(5, 4);
+    if (text == "broken") throw std::runtime_error("it is broken");
+    if (text != "unknown") ADD_FAILURE() << "asked for " << toUtf8(path);
+    return std::nullopt;
+  });
+  EXPECT_EQ(readImage(strange).rgb, gradient(5, 4).rgb);
+  EXPECT_EQ(readImageSize(strange).height, 4);
+  EXPECT_EQ(thrownText([&] { (void)readImage(broken); }), "Cannot read image " + toUtf8(broken) + ": it is broken");
+  EXPECT_EQ(thrownText([&] { (void)readImage(unknown); }), plainReason);
+  EXPECT_EQ(readImage(folder / "whole.png").width, 30);
+  EXPECT_NE(thrownText([&] { (void)readImage(cut); }), "no exception");
+  registerImageDecoder({});
+}
+
 TEST(Image, FailedWriteKeepsTheOldFile) {
   const TempFolder folder;
   const auto path = writeFile(folder / "a.jpg", "old");

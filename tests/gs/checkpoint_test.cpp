@@ -2,8 +2,22 @@
 
 #include <gmock/gmock.h>
 
-#include <cmath>
+#ifndef _WIN32
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#endif
 
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <csignal>
+#include <set>
+#include <thread>
+
+#include "gs/host_memory.h"
+#include "gs/resume.h"
+#include "gs/schedule.h"
 #include "support/splats.h"
 #include "support/temp_folder.h"
 
@@ -46,7 +60,9 @@ class CheckpointTest : public testing::Test {
                     arraysOf(test::randomSplats(splats, 3)));
   }
   std::string failure(const std::string& contents) {
-    writeFile(file_, contents);
+    // In place, once there is a file: that is much faster than to make it anew.
+    std::ofstream(file_, std::ios::binary | std::ios::in | std::ios::out) << contents;
+    std::filesystem::resize_file(file_, contents.size());
     return thrownText([&] { readCheckpoint(file_); });
   }
   template <typename T>
@@ -57,6 +73,7 @@ class CheckpointTest : public testing::Test {
 
   test::TempFolder folder_;
   std::filesystem::path file_ = folder_ / "out put/checkpoint.quor";
+  std::filesystem::path partial_ = folder_ / "out put/checkpoint.quor.partial";
   std::string refusal_ = "Cannot resume from " + toUtf8(file_) + ": ";
 };
 
@@ -92,10 +109,11 @@ TEST_F(CheckpointTest, TheLayoutIsFixed) {
 TEST_F(CheckpointTest, EveryCutIsRefused) {
   write(1);
   const std::string whole = readFile(file_);
-  for (size_t size = 0; size < whole.size(); ++size) {
+  for (size_t size = whole.size(); size-- > 0;) {
     const std::string expected =
         size < 112 ? "it is too small to be a checkpoint." : "it is truncated (" + std::to_string(size) + " bytes).";
-    ASSERT_EQ(failure(whole.substr(0, size)), refusal_ + expected);
+    std::filesystem::resize_file(file_, size);
+    ASSERT_EQ(thrownText([&] { readCheckpoint(file_); }), refusal_ + expected);
   }
   EXPECT_EQ(failure(whole), "no exception");
 }
@@ -124,25 +142,58 @@ TEST_F(CheckpointTest, DamagedHeadersGiveTheirReason) {
   EXPECT_EQ(header.sceneExtent, 1.0f);
 }
 
-TEST_F(CheckpointTest, RandomHeadersAreRefusedOrReadWithoutHarm) {
+// Whatever bit of the header is wrong, the file is refused, or a run can go on from it.
+TEST_F(CheckpointTest, FlippedHeaderBitsAreRefusedOrHarmless) {
   write(1);
   const std::string good = readFile(file_);
-  SplitMix64 random(5);
-  for (int round = 0; round < 300; ++round) {
+  TrainJob job;
+  job.iterations = 7000;
+  job = resolved(job);
+  int refused = 0;
+  for (size_t bit = 0; bit < 8 * 112; ++bit) {
     std::string file = good;
-    for (int change = 0; change < 4; ++change) file[8 + random.below(104)] = static_cast<char>(random.next());
-    ASSERT_THAT(failure(file), testing::AnyOf("no exception", testing::StartsWith(refusal_)));
+    file[bit / 8] = static_cast<char>(file[bit / 8] ^ (1 << (bit % 8)));
+    const std::string reason = failure(file);
+    if (reason != "no exception") {
+      ASSERT_THAT(reason, testing::StartsWith(refusal_));
+      ++refused;
+      continue;
+    }
+    const CheckpointHeader header = readCheckpointHeader(file_);
+    const std::string sentence = thrownText([&] {
+      const TrainJob continued = continuedJob(job, header);
+      requireSameScene(header, 3.25);
+      EXPECT_THAT(continued.shDegree, testing::AllOf(testing::Ge(0), testing::Le(3))) << bit;
+      EXPECT_THAT(continued.downscaleLevels, testing::AllOf(testing::Ge(0), testing::Le(8))) << bit;
+      EXPECT_GT(continued.stepsPerLevel, 0) << bit;
+      opacitiesWereReset(continued, header);
+    });
+    ASSERT_THAT(sentence, testing::AnyOf("no exception", testing::StartsWith("The checkpoint "))) << bit;
+    ASSERT_TRUE(bit < 8 * 84 || sentence == "no exception") << "reserved bytes are ignored";
   }
+  // Magic, version, group count and count, all of their bits.
+  EXPECT_EQ(refused, 8 * (8 + 4 + 4 + 8));
+}
+
+TEST_F(CheckpointTest, AFileLargerThanTheMemoryIsRefused) {
+  write(1);
+  const uint64_t most = uint64_t{1} << 28;
+  writeFile(file_, changed(readFile(file_), 40, most));
+  std::error_code error;
+  std::filesystem::resize_file(file_, 112 + 708 * most, error);
+  if (error || availableHostMemory() > 708 * most) GTEST_SKIP() << "cannot be tried on this computer";
+  EXPECT_EQ(thrownText([&] { readCheckpoint(file_); }),
+            refusal_ + "its 268435456 splats need 181249 MB of memory, more than this computer has free.");
+  EXPECT_EQ(readCheckpointHeader(file_).count, most);
 }
 
 TEST_F(CheckpointTest, AFailedWriteLeavesTheEarlierFile) {
   write(1);
   const std::string before = readFile(file_);
-  const auto partial = folder_ / "out put/checkpoint.quor.partial";
-  std::filesystem::create_directories(partial / "in the way");
+  std::filesystem::create_directories(partial_ / "in the way");
   EXPECT_EQ(thrownText([&] { write(2); }), "Could not write " + toUtf8(file_));
-  std::filesystem::remove_all(partial);
-  std::filesystem::create_symlink("/dev/full", partial);
+  std::filesystem::remove_all(partial_);
+  std::filesystem::create_symlink("/dev/full", partial_);
   EXPECT_EQ(thrownText([&] { write(2); }), "Could not write " + toUtf8(file_) + " (disk full?)");
   EXPECT_EQ(readFile(file_), before);
 
@@ -150,6 +201,86 @@ TEST_F(CheckpointTest, AFailedWriteLeavesTheEarlierFile) {
   std::filesystem::create_directories(file_ / "in the way");
   EXPECT_THAT(thrownText([&] { write(2); }), HasSubstr("Could not replace " + toUtf8(file_) + ": "));
 }
+
+#ifndef _WIN32
+// Runs `work` in a process of its own, which ends with the number that it returns, or with 1 when it throws.
+template <typename Work>
+pid_t runBeside(Work work) {
+  const pid_t child = fork();
+  if (child != 0) return child;
+  int number = 1;
+  thrownText([&] { number = work(); });
+  _exit(number);
+}
+int exitStatus(pid_t child) {
+  int status = 0;
+  waitpid(child, &status, 0);
+  return status;
+}
+
+TEST_F(CheckpointTest, ADiskThatFillsUpLeavesTheEarlierFile) {
+  write(1);
+  const std::string before = readFile(file_);
+  for (const rlim_t room : {0u, 50u, 112u, 113u, 5000u, 112u + 708u * 20u - 1u}) {
+    const pid_t child = runBeside([&] {
+      std::signal(SIGXFSZ, SIG_IGN);
+      const rlimit limit = {room, room};
+      setrlimit(RLIMIT_FSIZE, &limit);
+      const bool said = thrownText([&] { write(20); }) == "Could not write " + toUtf8(file_) + " (disk full?)";
+      return said ? 0 : 1;
+    });
+    EXPECT_EQ(exitStatus(child), 0) << room;
+    EXPECT_EQ(readFile(file_), before) << room;
+    EXPECT_FALSE(std::filesystem::exists(partial_)) << room;
+  }
+}
+
+TEST_F(CheckpointTest, AKilledWriterLeavesAWholeFile) {
+  constexpr uint64_t kSplats = 2000;
+  SplitMix64 random(3);
+  write(kSplats);
+  int cutShort = 0;
+  std::set<uint32_t> steps;
+  for (int round = 0; round < 50; ++round) {
+    int pipeEnds[2];
+    ASSERT_EQ(pipe(pipeEnds), 0);
+    const pid_t child = runBeside([&] {
+      CheckpointHeader header = someHeader();
+      // All arrays of a file hold its number.
+      for (header.step = static_cast<uint32_t>(10000 * round);; ++header.step) {
+        GaussianSet set;
+        set.resize(kSplats);
+        for (size_t g = 0; g < kGroupCount; ++g) {
+          for (float& value : set.group(static_cast<Group>(g))) value = static_cast<float>(header.step);
+        }
+        writeCheckpoint(file_, header, set, arraysOf(set), arraysOf(set));
+        if (::write(pipeEnds[1], "x", 1) != 1) return 1;
+      }
+    });
+    close(pipeEnds[1]);
+    char first = 0;
+    EXPECT_EQ(::read(pipeEnds[0], &first, 1), 1) << "the child writes";
+    std::this_thread::sleep_for(std::chrono::microseconds(random.below(3000)));
+    kill(child, SIGKILL);
+    exitStatus(child);
+    close(pipeEnds[0]);
+    const Checkpoint found = readCheckpoint(file_);
+    ASSERT_EQ(found.set.count, kSplats);
+    if (std::filesystem::exists(partial_)) ++cutShort;
+    steps.insert(found.header.step);
+    for (size_t g = 0; g < kGroupCount; ++g) {
+      for (const GroupArrays& arrays : {arraysOf(found.set), found.firstMoments, found.secondMoments}) {
+        const float step = static_cast<float>(found.header.step);
+        ASSERT_TRUE(std::all_of(arrays[g].begin(), arrays[g].end(), [&](float value) { return value == step; }));
+      }
+    }
+  }
+  EXPECT_EQ(steps.size(), 50u) << "each child left a file of its own";
+  EXPECT_GT(cutShort, 0) << "and some were killed while they wrote";
+  write(1);
+  EXPECT_FALSE(std::filesystem::exists(partial_)) << "the next write takes what a killed one left";
+}
+#endif
 
 }  // namespace
 }  // namespace quor::gs

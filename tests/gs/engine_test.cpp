@@ -5,8 +5,11 @@
 
 #include <algorithm>
 #include <chrono>
+#include <sstream>
 #include <thread>
 
+#include "base/image.h"
+#include "base/paths.h"
 #include "gs/checkpoint.h"
 #include "gs/ply.h"
 #include "support/gpu_fixture.h"
@@ -43,6 +46,11 @@ class EngineTest : public GpuTest {
     return j;
   }
 
+  bool said(const std::string& start) const {
+    const std::vector<LogEntry> entries = log.entriesAfter(0);
+    return std::any_of(entries.begin(), entries.end(),
+                       [&](const LogEntry& entry) { return entry.text.compare(0, start.size(), start) == 0; });
+  }
   bool exists(const char* name) const { return std::filesystem::exists(folder_ / "output" / name); }
 
   TempFolder folder_;
@@ -71,13 +79,99 @@ TEST_F(EngineTest, AJobLeavesItsFilesAndTheirFiguresAgree) {
     EXPECT_NE(runLog.find(std::string("technique   ") + techniqueWord(technique)), std::string::npos) << runLog;
     EXPECT_NE(runLog.find("steps       60 of 60"), std::string::npos) << runLog;
   }
-  // One that goes on from there.
-  TrainJob more = job(Technique::Mcmc, 90);
+}
+
+TEST_F(EngineTest, AStoppedJobGoesOnAndSaysWhereFrom) {
+  engine.startTraining(job(Technique::Mcmc, 1000000));
+  while (engine.status().step < 25) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  engine.requestStop();
+  const auto stopped = engine.wait();
+  ASSERT_TRUE(stopped) << engine.status().text;
+  const std::string from = std::to_string(stopped->steps);
+  EXPECT_TRUE(said("Training stopped at step " + from + "; exporting anyway."));
+
+  TrainJob more = job(Technique::Mcmc, stopped->steps + 20);
   more.resume = true;
   engine.startTraining(more);
-  ASSERT_TRUE(engine.wait()) << engine.status().text;
-  EXPECT_NE(test::readFile(folder_ / "output/training.log").find("90 of 90 (continued from step 60)"),
+  const auto result = engine.wait();
+  ASSERT_TRUE(result) << engine.status().text;
+  const std::string target = std::to_string(more.iterations);
+  EXPECT_TRUE(said("Continuing from the checkpoint at step " + from + " (" + std::to_string(stopped->splats) +
+                   " splats) towards " + target));
+  EXPECT_NE(test::readFile(folder_ / "output/training.log")
+                .find("steps       " + target + " of " + target + " (continued from step " + from + ")"),
             std::string::npos);
+
+  // What the dataset has to do with it.
+  Checkpoint other = readCheckpoint(*result->checkpoint);
+  other.header.sceneExtent *= 1.5f;
+  writeCheckpoint(*result->checkpoint, other);
+  more.iterations += 10;
+  engine.startTraining(more);
+  EXPECT_FALSE(engine.wait());
+  EXPECT_EQ(engine.status().text.find("The checkpoint belongs to another dataset: "), 0u) << engine.status().text;
+}
+
+TEST_F(EngineTest, LongRunsLeaveCheckpointsOnTheWay) {
+  TrainJob j = job(Technique::Vanilla, 1000000);
+  j.checkpointSeconds = 0.05;
+  engine.startTraining(j);
+  const auto path = folder_ / "output/checkpoint.quor";
+  const auto limit = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+  while (!exists("checkpoint.quor") && std::chrono::steady_clock::now() < limit) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  const Checkpoint first = readCheckpoint(path);
+  EXPECT_GT(first.header.step, 0u);
+  EXPECT_FALSE(exists("scene.ply"));
+  // One that cannot be written costs a warning, not the run.
+  std::filesystem::create_directories(folder_ / "output/checkpoint.quor.partial/in the way");
+  while (!said("Could not write the checkpoint: Could not write " + toUtf8(path)) &&
+         std::chrono::steady_clock::now() < limit) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  EXPECT_TRUE(engine.running());
+  std::filesystem::remove_all(folder_ / "output/checkpoint.quor.partial");
+  engine.cancel();
+  EXPECT_FALSE(engine.wait());
+  EXPECT_GE(readCheckpoint(path).header.step, first.header.step) << "whole, and no older";
+}
+
+TEST_F(EngineTest, HeldOutViewsLeaveAReportThatBelongsToTheScene) {
+  engine.startTraining(job(Technique::Mcmc, 3));
+  auto result = engine.wait();
+  ASSERT_TRUE(result) << engine.status().text;
+  std::istringstream scores(test::readFile(folder_ / "output/eval/scores.csv"));
+  std::string line;
+  std::getline(scores, line);
+  float sum = 0;
+  while (std::getline(scores, line)) sum += std::stof(line.substr(line.find(',') + 1));
+  EXPECT_NEAR(sum / 2, result->evaluation.psnr, 1e-3);
+  size_t pictures = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(folder_ / "output/eval")) {
+    if (entry.path().extension() != ".png") continue;
+    const Image both = readImage(entry.path());
+    EXPECT_EQ(std::pair(both.width, both.height), std::pair(128, 48));
+    ++pictures;
+  }
+  EXPECT_EQ(pictures, 2u);
+
+  // No report can be written: the scene is there all the same.
+  std::filesystem::remove_all(folder_ / "output/eval");
+  test::writeFile(folder_ / "output/eval", "in the way");
+  engine.startTraining(job(Technique::Mcmc, 3));
+  result = engine.wait();
+  ASSERT_TRUE(result) << engine.status().text;
+  EXPECT_EQ(result->evaluation.views, 2u);
+  EXPECT_TRUE(said("Could not write the held-out report: "));
+
+  std::filesystem::remove(folder_ / "output/eval");
+  test::writeFile(folder_ / "output/eval/scores.csv", "of another scene");
+  TrainJob none = job(Technique::Mcmc, 3);
+  none.evalMode = false;
+  engine.startTraining(none);
+  ASSERT_TRUE(engine.wait()) << engine.status().text;
+  EXPECT_FALSE(exists("eval/scores.csv"));
 }
 
 TEST_F(EngineTest, StoppingExportsAndCancellingDoesNot) {
@@ -127,6 +221,11 @@ TEST_F(EngineTest, FailuresAreSentencesAndLeaveFilesAlone) {
   j.output = folder_ / "file/output";  // below a file nothing can be written
   EXPECT_NE(failure(j).find("Cannot write to "), std::string::npos);
   EXPECT_EQ(test::readFile(folder_ / "output/scene.ply"), "precious");
+
+  std::filesystem::remove(folder_ / "output/scene.ply");
+  std::filesystem::create_directories(folder_ / "output/scene.ply/in the way");
+  EXPECT_NE(failure(job(Technique::Vanilla, 5)).find("scene.ply"), std::string::npos);
+  EXPECT_EQ(readCheckpoint(folder_ / "output/checkpoint.quor").header.step, 5u) << "the training is not lost";
 }
 
 TEST_F(EngineTest, ExtremeJobsEndInAScene) {
@@ -140,10 +239,7 @@ TEST_F(EngineTest, ExtremeJobsEndInAScene) {
   ASSERT_TRUE(result) << engine.status().text;
   EXPECT_EQ(result->steps, 1);
   EXPECT_EQ(result->evaluation.views, 0u);
-  const std::vector<LogEntry> said = log.entriesAfter(0);
-  EXPECT_TRUE(std::any_of(said.begin(), said.end(), [](const LogEntry& entry) {
-    return entry.text == "The setting iterations cannot be 0: 1 is used.";
-  }));
+  EXPECT_TRUE(said("The setting iterations cannot be 0: 1 is used."));
 
   j = job(Technique::Mcmc, 3);
   j.splatBudget = 1;

@@ -7,6 +7,7 @@
 #include <random>
 
 #include "colmap/model.h"
+#include "project/project.h"
 #include "sample_capture/capture.h"
 #include "support/child_program.h"
 

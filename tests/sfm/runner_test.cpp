@@ -129,6 +129,18 @@ TEST_F(Runner, FollowsTheMatcherSettings) {
   EXPECT_THAT(colmap.call("vocab_tree_matcher"), HasSubstr("--VocabTreeMatching.vocab_tree_path /tree "));
 }
 
+TEST_F(Runner, CropsWhatItUndistorts) {
+  addFrames();
+  FakeColmap colmap(folder / "tool");
+  colmap.mapsTo("0", {"a.jpg"});
+  project.ingest.fisheyeCropEdges = 0.1;
+  solve(colmap);
+  EXPECT_THAT(colmap.call("image_undistorter"),
+              HasSubstr(" --roi_min_x 0.100000 --roi_max_x 0.900000 --roi_min_y 0.100000 --roi_max_y 0.900000 "
+                        "--max_scale 1 "));
+  EXPECT_THAT(logText(), HasSubstr("Cropping 10% off every side of each undistorted frame\n"));
+}
+
 TEST_F(Runner, RefusesBeforeItTouchesAnything) {
   FakeColmap colmap(folder / "tool");
   writeFile(solvedDataset(project) / "old", "kept");

@@ -29,26 +29,12 @@ T wholeNumber(std::string_view option, std::string_view text, T least, T most) {
   return value;
 }
 
-// A picture's shape by its kind, from its longer edge.
-ImageSize shapeOf(Kind kind, int edge) {
-  switch (kind) {
-    case Kind::Video:
-      return {edge, 2 * std::max(1, static_cast<int>(std::lround(edge / 3.0)))};
-    case Kind::Video360:
-      return {edge, edge / 2};
-    case Kind::DualFisheye:
-      return {edge, edge};
-    default:
-      return {edge, std::max(1, static_cast<int>(std::lround(edge * 2.0 / 3.0)))};
-  }
-}
-
 ImageSize sizeOf(Kind kind, std::string_view text) {
   const size_t cross = text.find('x');
-  if (cross == std::string_view::npos) return shapeOf(kind, wholeNumber("--size", text, 1, kLargestEdge));
+  if (cross == std::string_view::npos) return pictureSize(kind, wholeNumber("--size", text, 1, kLargestEdge));
   const ImageSize size{wholeNumber("--size", text.substr(0, cross), 1, kLargestEdge),
                        wholeNumber("--size", text.substr(cross + 1), 1, kLargestEdge)};
-  const ImageSize shape = shapeOf(kind, size.width);
+  const ImageSize shape = pictureSize(kind, size.width);
   const bool free = kind == Kind::Photos || kind == Kind::Video;
   if (!free && (size.width != shape.width || size.height != shape.height)) {
     throw UsageError("A picture of this kind is " + std::to_string(shape.width) + "x" + std::to_string(shape.height) +
@@ -109,7 +95,7 @@ void settle(Options& options, const Pending& pending) {
   const auto [count, edge] = kDefaults[static_cast<size_t>(options.kind)];
   if (!pending.count) options.orbit.count = count;
   ImageSize& size = options.orbit.size;
-  size = pending.size ? sizeOf(options.kind, *pending.size) : shapeOf(options.kind, edge);
+  size = pending.size ? sizeOf(options.kind, *pending.size) : pictureSize(options.kind, edge);
   if (options.kind != Kind::Photos && (size.width % 2 != 0 || size.height % 2 != 0)) {
     throw UsageError("The edges of a video are even numbers of pixels, not " + std::to_string(size.width) + "x" +
                      std::to_string(size.height) + ".");
@@ -121,6 +107,19 @@ void settle(Options& options, const Pending& pending) {
 }
 
 }  // namespace
+
+ImageSize pictureSize(Kind kind, int edge) {
+  switch (kind) {
+    case Kind::Video:
+      return {edge, 2 * std::max(1, static_cast<int>(std::lround(edge / 3.0)))};
+    case Kind::Video360:
+      return {edge, edge / 2};
+    case Kind::DualFisheye:
+      return {edge, edge};
+    default:
+      return {edge, std::max(1, static_cast<int>(std::lround(edge * 2.0 / 3.0)))};
+  }
+}
 
 Options parseOptions(std::span<const char* const> arguments) {
   Options options;

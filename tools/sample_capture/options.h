@@ -27,6 +27,9 @@ struct Options {
   bool help = false;
 };
 
+// The shape of a picture by its kind, from its longer edge.
+ImageSize pictureSize(Kind kind, int edge);
+
 // Throws UsageError with a sentence.
 Options parseOptions(std::span<const char* const> arguments);
 

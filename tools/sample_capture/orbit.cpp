@@ -49,18 +49,24 @@ Vec3 onOrbit(double radius, double angle, double height) {
   return {x, y, height};
 }
 
-std::vector<PinholeView> aroundTheMiddle(const Orbit& orbit, double unsteadiness) {
+// How far a camera strays from its way.
+struct Sway {
+  double radius = 0, height = 0;
+  Vec3 aim;
+  double roll = 0;
+};
+
+template <typename SwayAt>
+std::vector<PinholeView> aroundTheMiddle(const Orbit& orbit, double start, SwayAt&& swayAt) {
   const PinholeView lens = lensOf(orbit);
-  SplitMix64 random = randomOf(orbit);
-  const double start = startAngle(random);
-  const auto jitter = [&](double reach) { return unsteadiness * (reach * (2 * random.uniform() - 1)); };
   std::vector<PinholeView> views;
   for (int i = 0; i < orbit.count; ++i) {
     const double turn = turnAt(orbit, i);
-    const double radius = kRadius + 0.12 * std::sin(2 * turn) + jitter(0.04);
-    const Vec3 eye = onOrbit(radius, start + turn, 1.4 + 0.42 * std::sin(3 * turn) + jitter(0.06));
-    const double aimX = jitter(0.15), aimY = jitter(0.15), aimZ = 0.72 + jitter(0.1);
-    views.push_back(placed(lens, lookAlong(eye, normalized(Vec3{aimX, aimY, aimZ} - eye), jitter(0.04))));
+    const Sway sway = swayAt(turn);
+    const double radius = kRadius + 0.12 * std::sin(2 * turn) + sway.radius;
+    const Vec3 eye = onOrbit(radius, start + turn, 1.4 + 0.42 * std::sin(3 * turn) + sway.height);
+    const Vec3 aim{sway.aim.x, sway.aim.y, 0.72 + sway.aim.z};
+    views.push_back(placed(lens, lookAlong(eye, normalized(aim - eye), sway.roll)));
   }
   return views;
 }
@@ -83,11 +89,25 @@ std::vector<Pose> uprightPoses(const Orbit& orbit, Heading&& heading) {
 }  // namespace
 
 std::vector<PinholeView> orbitViews(const Orbit& orbit) {
-  return aroundTheMiddle(orbit, 1);
+  SplitMix64 random = randomOf(orbit);
+  const double start = startAngle(random);
+  const auto jitter = [&](double reach) { return reach * (2 * random.uniform() - 1); };
+  // Braced, so that the random numbers are taken in this order.
+  return aroundTheMiddle(orbit, start, [&](double) {
+    return Sway{jitter(0.04), jitter(0.06), {jitter(0.15), jitter(0.15), jitter(0.1)}, jitter(0.04)};
+  });
 }
 
+// A camera that is always upright and always looks at one point leaves its focal length and distortion in doubt; the
+// hand that holds it wanders and tilts.
 std::vector<PinholeView> videoViews(const Orbit& orbit) {
-  return aroundTheMiddle(orbit, 0);
+  SplitMix64 random = randomOf(orbit);
+  const double start = startAngle(random);
+  const double phase = startAngle(random);
+  return aroundTheMiddle(orbit, start, [&](double turn) {
+    const auto wave = [&](double reach, int waves) { return reach * std::sin(waves * (turn + phase)); };
+    return Sway{0, 0, {wave(0.3, 4), wave(0.3, 3), wave(0.2, 5)}, wave(0.2, 4)};
+  });
 }
 
 std::vector<EquirectangularView> equirectangularViews(const Orbit& orbit) {

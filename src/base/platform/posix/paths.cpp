@@ -29,4 +29,9 @@ std::filesystem::path userDataFolder() {
   return (error ? std::filesystem::path("/tmp") : temporary) / "Ombrelux";
 }
 
+std::filesystem::path executableFolder() {
+  std::error_code error;
+  return std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+}
+
 }  // namespace quor

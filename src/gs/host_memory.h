@@ -1,0 +1,12 @@
+// How much memory the computer has to spare: what would take more is refused beforehand, since a system that hands out
+// memory it does not have ends the program later without a word.
+#pragma once
+
+#include <cstdint>
+
+namespace quor::gs {
+
+// Bytes that can still be taken without swapping; UINT64_MAX where the system does not say.
+uint64_t availableHostMemory();
+
+}  // namespace quor::gs

@@ -1,0 +1,12 @@
+// JPEG files are read as BT.601 whatever their picture was made with, and video is BT.709 as a rule.
+#pragma once
+
+struct AVFrame;
+
+namespace quor {
+
+// Turns a writable YUVJ420P picture that says that its matrix is another one into BT.601. The luma of a pixel changes
+// by what its nearest chroma sample says.
+void convertToJpegMatrix(AVFrame& frame);
+
+}  // namespace quor

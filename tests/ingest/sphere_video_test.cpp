@@ -1,0 +1,174 @@
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <numbers>
+
+#include "ingest/extraction.h"
+#include "ingest/frame_extractor.h"
+#include "ingest/sphere_views.h"
+
+namespace quor {
+namespace {
+
+using std::numbers::pi;
+using test::colourAt;
+using test::makeClip;
+using test::TestExtraction;
+using testing::HasSubstr;
+
+TEST(SphereViews, LieAroundTheHorizonAndAtThePoles) {
+  IngestSettings settings;
+  settings.viewsPerFrame = 1;
+  ASSERT_EQ(sphereViews(settings).size(), 3u);
+  EXPECT_EQ(sphereViews(settings)[2].yaw, -120);
+  settings.viewsPerFrame = 6;
+  settings.includePoles = true;
+  settings.pitchOffset = 10;
+  std::string text;
+  for (const SphereView& view : sphereViews(settings)) {
+    text +=
+        view.name + " " + std::to_string(std::lround(view.yaw)) + " " + std::to_string(std::lround(view.pitch)) + ",";
+  }
+  EXPECT_EQ(text, "v00 0 10,v01 60 10,v02 120 10,v03 180 10,v04 -120 10,v05 -60 10,vup 0 90,vdn 0 -90,");
+  settings.viewResolution = 1001;
+  EXPECT_EQ(sphereViewSize(settings), 1000);
+  settings.viewResolution = 100;
+  EXPECT_EQ(sphereViewSize(settings), 256);
+  settings.fisheyeFieldOfView = 3;
+  EXPECT_DOUBLE_EQ(fisheyeCamera(settings, 1000)[0], fisheyeCamera({.fisheyeFieldOfView = 10}, 1000)[0]);
+}
+
+// Red grows with the longitude, green with the latitude from the top, so that every pixel of a view says which way it
+// looks, and the seeded camera must agree.
+TEST(SphereVideo, ViewsLookWhereTheirCameraSays) {
+  TestExtraction extraction;
+  extraction.settings.viewResolution = 256;
+  extraction.settings.viewsPerFrame = 4;
+  extraction.settings.includePoles = true;
+  extraction.settings.pitchOffset = 20;
+  extraction.settings.fieldOfView = 80;
+  extraction.settings.targetFrameCount = 20;
+  extraction.settings.blurRejection = false;
+  const auto clip = makeClip(extraction.folder / "a.mp4", {"-f", "lavfi", "-i",
+                                                           "color=black:size=512x256:rate=8:duration=1,format=gbrp,"
+                                                           "geq=r='255*X/W':g='255*Y/H':b=128",
+                                                           "-pix_fmt", "yuv444p", "-c:v", "libx264", "-crf", "4"});
+  const ExtractionResult result = extraction.run(clip, InputKind::Video360);
+  EXPECT_EQ(result.frames.size(), 8u * 6u);  // at least 8 a view
+  EXPECT_EQ(result.frames[1].filename(), "f00001_v01.jpg");
+  ASSERT_EQ(result.groups.size(), 1u);
+  EXPECT_EQ(result.groups[0].cameraModel, "PINHOLE");
+  const std::vector<double>& camera = result.groups[0].cameraParams;
+  ASSERT_EQ(camera.size(), 4u);
+  ASSERT_TRUE(result.knownIntrinsics);
+  EXPECT_THAT(extraction.logged(), testing::AllOf(HasSubstr("360 video: "), HasSubstr(" spheres x 6 views"),
+                                                  HasSubstr("6 rectilinear views (f=152.5 px)")));
+
+  const std::vector<SphereView> views = sphereViews(extraction.settings);
+  for (size_t i = 0; i < views.size(); ++i) {
+    const Image image = readImage(result.frames[i]);
+    ASSERT_EQ(image.width, 256);
+    for (const auto& [u, v] : {std::pair(128, 128), std::pair(40, 70), std::pair(200, 60), std::pair(90, 220)}) {
+      const double x = (u + 0.5 - camera[2]) / camera[0], y = (v + 0.5 - camera[3]) / camera[1];
+      const double pitch = views[i].pitch * pi / 180, yaw = views[i].yaw * pi / 180;
+      const double up = std::sin(pitch) - y * std::cos(pitch), forward = std::cos(pitch) + y * std::sin(pitch);
+      const double longitude = yaw + std::atan2(x, forward), latitude = std::atan2(up, std::hypot(x, forward));
+      const double turn = longitude / (2 * pi) + 0.5;
+      const double red = 255 * (turn - std::floor(turn)), green = 255 * (0.5 - latitude / pi);
+      if (red < 10 || red > 245 || std::abs(latitude) > 1.4) continue;  // where the colours jump
+      const auto colour = colourAt(image, u, v, 0);
+      EXPECT_NEAR(colour.red, red, 5) << views[i].name << " " << u << " " << v;
+      EXPECT_NEAR(colour.green, green, 5) << views[i].name << " " << u << " " << v;
+    }
+  }
+}
+
+TEST(SphereVideo, OfAnotherShapeIsWarnedAboutAndImpossibleViewsAreRefused) {
+  TestExtraction extraction;
+  extraction.settings.viewResolution = 256;
+  const auto clip = makeClip(extraction.folder / "a.mp4", std::string("testsrc=size=64x48:rate=8:duration=1"));
+  extraction.run(clip, InputKind::Video360);
+  EXPECT_THAT(extraction.logged(), HasSubstr("warning: Input does not look equirectangular (expected a 2:1 aspect "
+                                             "ratio); re-projecting anyway.\n"));
+  extraction.settings.fieldOfView = 180;
+  EXPECT_THAT(extraction.failure(clip, InputKind::Video360), HasSubstr("cannot show 180 degrees"));
+}
+
+// Lens 1 brightens and lens 2 darkens with time; they were shown together when their sum stays.
+std::filesystem::path lensClip(const std::filesystem::path& target, const std::string& secondDuration) {
+  const std::string common = "size=64x64:rate=10:duration=";
+  return makeClip(target, {"-f", "lavfi", "-i", "color=black:" + common + "2,geq=lum='30+8*N':cb=128:cr=128", "-f",
+                           "lavfi", "-i", "color=black:" + common + secondDuration + ",geq=lum='220-8*N':cb=128:cr=128",
+                           "-map", "0", "-map", "1", "-c:v", "libx264", "-crf", "4", "-f", "mp4"});
+}
+
+TEST(FisheyeVideo, LensesAreSampledAtTheSameInstants) {
+  TestExtraction extraction;
+  extraction.settings.targetFrameCount = 7;
+  extraction.settings.maxDimension = 32;
+  extraction.settings.fisheyeFieldOfView = 200;
+  const auto clip = lensClip(extraction.folder / "a.insv", "1.7");
+  EXPECT_EQ(detectVideoKind(clip), InputKind::DualFisheye);
+  const ExtractionResult result = extraction.run(clip, InputKind::DualFisheye);
+  EXPECT_EQ(result.lensSize, 32);
+  ASSERT_EQ(result.groups.size(), 2u);
+  ASSERT_EQ(result.groups[0].images.size(), 6u);  // the second track ends early
+  ASSERT_EQ(result.groups[1].images.size(), 6u);
+  for (size_t i = 0; i < 6; ++i) {
+    EXPECT_EQ(result.groups[0].images[i], "f0000" + std::to_string(i + 1) + "_lens1.jpg");
+    EXPECT_EQ(result.groups[1].images[i], "f0000" + std::to_string(i + 1) + "_lens2.jpg");
+    const double sum = colourAt(readImage(result.frames[2 * i]), 16, 16).green +
+                       colourAt(readImage(result.frames[2 * i + 1]), 16, 16).green;
+    EXPECT_NEAR(sum, (250 - 32) * 255.0 / 219, 6);
+  }
+  EXPECT_FALSE(std::filesystem::exists(extraction.folder / "frames/f00007_lens1.jpg"));
+  const CameraGroup& lens = result.groups[1];
+  EXPECT_EQ(lens.cameraModel, "OPENCV_FISHEYE");
+  EXPECT_TRUE(lens.usesFisheyeMask);
+  ASSERT_EQ(lens.cameraParams.size(), 8u);
+  EXPECT_NEAR(lens.cameraParams[0], 16 / (100 * pi / 180), 1e-9);
+  EXPECT_THAT(extraction.logged(),
+              testing::AllOf(HasSubstr("Dual-fisheye video: a.insv"), HasSubstr("~7 frames per lens x 2 lenses"),
+                             HasSubstr("Fisheye lens assumed 200 degrees, f=9.2 px (COLMAP refines it)")));
+}
+
+TEST(FisheyeVideo, OfOneTrackIsOneLens) {
+  TestExtraction extraction;
+  const auto clip = makeClip(extraction.folder / "a.mp4", std::string("testsrc=size=64x64:rate=8:duration=1"));
+  const ExtractionResult result = extraction.run(clip, InputKind::DualFisheye);
+  ASSERT_EQ(result.groups.size(), 1u);
+  EXPECT_EQ(result.groups[0].images.size(), result.frames.size());
+  EXPECT_THAT(extraction.logged(), HasSubstr("no pair of square lens tracks"));
+}
+
+// One lens sees far less than the other: it is compared with itself, and only its blurry frames go.
+TEST(FisheyeVideo, BlurIsJudgedLensByLens) {
+  TestExtraction extraction;
+  extraction.settings.targetFrameCount = 20;
+  const std::string source = "testsrc=size=64x64:rate=10:duration=2,format=gray";
+  const auto clip =
+      makeClip(extraction.folder / "a.insv", {"-f", "lavfi", "-i", source, "-f", "lavfi", "-i",
+                                              source + ",boxblur=5:enable='between(n,8,10)',lutyuv=y='128+(val-128)/4'",
+                                              "-map", "0", "-map", "1", "-c:v", "libx264", "-crf", "4", "-f", "mp4"});
+  const ExtractionResult result = extraction.run(clip, InputKind::DualFisheye);
+  EXPECT_EQ(result.groups[0].images.size(), 20u);
+  EXPECT_EQ(result.groups[1].images.size(), 17u);
+  EXPECT_EQ(result.rejected, 3u);
+  EXPECT_EQ(result.frames.size(), 37u);
+  EXPECT_FALSE(std::filesystem::exists(extraction.folder / "frames/f00009_lens2.jpg"));
+  EXPECT_THAT(extraction.logged(), HasSubstr("Rejected 3 blurry frames (median score "));
+}
+
+TEST(VideoKind, TwoToOneIsASphereOnlyWhereItsEdgesMeet) {
+  const test::TempFolder folder;
+  const auto kindOf = [&](const char* source) {
+    return detectVideoKind(makeClip(folder / "a.mp4", std::string(source)));
+  };
+  EXPECT_EQ(kindOf("testsrc=size=256x128:rate=5:duration=1"), InputKind::Video);
+  EXPECT_EQ(kindOf("testsrc=size=192x144:rate=5:duration=1,v360=input=flat:output=e:h_fov=100:v_fov=80:w=192:h=96"),
+            InputKind::Video360);
+  EXPECT_EQ(kindOf("testsrc=size=128x128:rate=5:duration=1"), InputKind::Video);
+}
+
+}  // namespace
+}  // namespace quor

@@ -1,0 +1,122 @@
+// From media to cameras with the real COLMAP: the solved cameras must be the ones that took the pictures.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "../pipeline/fake_trainer.h"
+#include "base/tool_finder.h"
+#include "ingest/sphere_views.h"
+#include "pipeline/media.h"
+#include "pipeline/pipeline.h"
+#include "sample_capture/options.h"
+#include "support/solved_cameras.h"
+#include "support/temp_folder.h"
+
+namespace quor {
+namespace {
+
+class EndToEndTest : public ::testing::Test {
+ protected:
+  void film(sample::Kind kind, int size, int count, int framesPerSecond = 10) {
+    sample::Options options;
+    options.kind = kind;
+    options.out = capture_;
+    options.orbit.count = count;
+    options.orbit.size = {size, kind == sample::Kind::Video360      ? size / 2
+                                : kind == sample::Kind::DualFisheye ? size
+                                                                    : size * 2 / 3};
+    options.framesPerSecond = framesPerSecond;
+    options.binaryModel = true;
+    sample::writeCapture(options);
+    inputs_ = {{toUtf8(capture_ / sample::mediaOf(kind)),
+                kind == sample::Kind::Photos ? InputKind::Images : InputKind::Video}};
+    detectVideoKinds(inputs_);
+  }
+  void solve(const std::function<void(Project&)>& change = {}) {
+    project_ = Project::create(inputs_, folder_.path());
+    if (change) change(project_);
+    std::string result;
+    pipeline_.open(project_);
+    ASSERT_TRUE(pipeline_.start(Stage::Frames, Stage::Sparse, [&](bool, const std::string& text) { result = text; }));
+    while (pipeline_.busy()) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    if (result != "Done") {
+      for (const LogEntry& entry : log_.entriesAfter(0)) std::fprintf(stderr, "%s\n", entry.text.c_str());
+    }
+    ASSERT_EQ(result, "Done");
+    project_ = Project::load(project_.root);
+    solved_ = gs::colmap::loadModel(project_.solvedFolder() / "sparse", true);
+  }
+  void expectTrueCameras(const std::vector<test::TruePose>& truth, size_t images) {
+    const test::CameraErrors errors = test::compareWithTruth(solved_, truth);
+    RecordProperty("rotation", std::to_string(errors.rotation));
+    RecordProperty("position", std::to_string(errors.position));
+    std::printf("%zu of %zu images, rotation %.3f degrees, position %.2f %% of the radius\n", errors.compared, images,
+                errors.rotation, errors.position * 100);
+    EXPECT_GE(errors.compared, images * 9 / 10);
+    EXPECT_LT(errors.rotation, 0.5);
+    EXPECT_LT(errors.position, 0.01);
+  }
+
+  test::TempFolder folder_;
+  const std::filesystem::path capture_ = folder_ / "-a 'capture' écrit 写";
+  std::vector<InputSource> inputs_;
+  Project project_;
+  LogStore log_{5000};
+  test::FakeTrainer trainer_;
+  Pipeline pipeline_{trainer_, log_, Tools{findColmap(""), findFfmpeg("")}};
+  gs::colmap::Model solved_;
+};
+
+TEST_F(EndToEndTest, Photos) {
+  film(sample::Kind::Photos, 320, 24);
+  solve();
+  const gs::colmap::Model truth = gs::colmap::loadModel(capture_ / "sparse/0", false);
+  std::vector<test::TruePose> poses;
+  for (size_t i = 0; i < truth.images.size(); ++i) {  // imported in the order of their names
+    sample::Pose pose = test::poseOf(truth.images[i].qvec, {});
+    pose.translation = truth.images[i].tvec;
+    poses.push_back({sample::frameName(i), pose});
+  }
+  expectTrueCameras(poses, 24);
+}
+
+TEST_F(EndToEndTest, Video) {
+  film(sample::Kind::Video, 320, 40);
+  ASSERT_EQ(inputs_[0].kind, InputKind::Video);
+  solve([](Project& project) { project.ingest.targetFrameCount = 40; });
+  std::vector<test::TruePose> poses;
+  test::appendSampled(poses, test::readTrueVideo(capture_ / "cameras.csv"), 0, 10, "");
+  expectTrueCameras(poses, 40);
+}
+
+TEST_F(EndToEndTest, Video360) {
+  film(sample::Kind::Video360, 1024, 20, 5);
+  ASSERT_EQ(inputs_[0].kind, InputKind::Video360);
+  solve([](Project& project) {
+    project.ingest.targetFrameCount = 60;
+    project.ingest.viewResolution = 320;
+  });
+  const test::TrueVideo video = test::readTrueVideo(capture_ / "cameras.csv");
+  std::vector<test::TruePose> poses;
+  for (const SphereView& view : sphereViews(project_.ingest)) {
+    test::appendSampled(poses, video, 0, 2.5, "_" + view.name, test::viewTurn(view.yaw, view.pitch));
+  }
+  expectTrueCameras(poses, 60);
+  ASSERT_TRUE(project_.knownIntrinsics);
+}
+
+TEST_F(EndToEndTest, DualFisheye) {
+  film(sample::Kind::DualFisheye, 400, 24, 5);
+  ASSERT_EQ(inputs_[0].kind, InputKind::DualFisheye);
+  solve([](Project& project) { project.ingest.targetFrameCount = 24; });
+  const test::TrueVideo video = test::readTrueVideo(capture_ / "cameras.csv");
+  std::vector<test::TruePose> poses;
+  for (const size_t lens : {size_t{0}, size_t{1}}) {
+    test::appendSampled(poses, video, lens, 5, "_lens" + std::to_string(lens + 1));
+  }
+  expectTrueCameras(poses, 48);
+}
+
+}  // namespace
+}  // namespace quor
