@@ -1,7 +1,6 @@
 #include "sfm/gpu_matcher.h"
 
 #include <chrono>
-#include <optional>
 #include <stdexcept>
 #include <unordered_map>
 

@@ -11,7 +11,8 @@ using gs::BufferKind;
 using gs::GpuBuffer;
 
 constexpr uint32_t kResultCapacity = 1u << 20;  // features
-constexpr uint32_t kTile = 64;                  // descriptors a side
+constexpr size_t kChunkPairs = 1024;
+constexpr uint32_t kTile = 64;  // descriptors a side
 constexpr uint64_t kPartialBytes = 8;
 constexpr uint64_t kTileWork = kTile * kTile;
 static_assert(SiftMatcher::kSubmissionWork / kTileWork < 65536);  // what every device takes as one dimension of a grid
@@ -118,7 +119,8 @@ std::vector<SiftMatcher::Chunk> SiftMatcher::plan(std::span<const Pair> pairs) c
   uint64_t work = 0, results = 0;
   for (size_t i = 0; i < pairs.size(); ++i) {
     const uint64_t count1 = counts_.at(pairs[i].first), count2 = counts_.at(pairs[i].second);
-    if (chunks.empty() || work + count1 * count2 > submissionWork_ || results + count1 > kResultCapacity) {
+    if (chunks.empty() || work + count1 * count2 > submissionWork_ || results + count1 > kResultCapacity ||
+        i - chunks.back().first == kChunkPairs) {
       chunks.push_back({i, i});
       work = results = 0;
     }

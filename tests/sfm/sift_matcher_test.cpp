@@ -137,6 +137,21 @@ TEST_F(SiftMatcherTest, TensOfThousandsOfFeaturesInManySubmissions) {
   EXPECT_EQ(matches[1], swapped);
 }
 
+// 130 MiB of descriptors: more than a software driver binds at once.
+TEST_F(SiftMatcherTest, ImagesMayLieInSeveralBuffers) {
+  std::vector<uint32_t> counts(35, 32000);
+  counts.front() = counts.back() = 70;
+  SiftMatcher matcher(context, registry, counts, {}, SiftMatcher::kernelFor(context.info()));
+  const Descriptors base = test::randomDescriptors(70, 6);
+  const Descriptors similar = test::similarDescriptors(base, 3, 70, 15, 7);
+  matcher.upload(0, base);
+  matcher.upload(34, similar);
+  const std::vector<SiftMatcher::Pair> pairs = {{0, 34}, {34, 0}};
+  const auto matches = matcher.match(pairs);
+  EXPECT_EQ(matches[0], expected(base, similar));
+  EXPECT_EQ(matches[1], expected(similar, base));
+}
+
 TEST_F(SiftMatcherTest, RefusesMoreThanTheGpuBinds) {
   EXPECT_THAT(test::thrownText([&] { SiftMatcher(context, registry, {3'000'000}, {}, Kernel::Plain); }),
               testing::HasSubstr("3000000 features, more than this GPU can match at once"));

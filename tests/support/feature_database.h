@@ -48,11 +48,14 @@ inline Descriptors similarDescriptors(const Descriptors& of, size_t first, size_
 
 class FeatureDatabase {
  public:
-  explicit FeatureDatabase(const std::filesystem::path& path) {
+  enum Mode { Create, Open };
+  explicit FeatureDatabase(const std::filesystem::path& path, Mode mode = Create) {
+    std::filesystem::create_directories(path.parent_path());
     sqlite3* opened = nullptr;
     const int result = sqlite3_open(toUtf8(path).c_str(), &opened);
     database_.reset(opened);
     if (result != SQLITE_OK) throw std::runtime_error("no database");
+    if (mode == Open) return;
     execute(
         "CREATE TABLE images (image_id INTEGER PRIMARY KEY AUTOINCREMENT NOT NULL, name TEXT NOT NULL UNIQUE);"
         "CREATE TABLE descriptors (image_id INTEGER PRIMARY KEY NOT NULL, rows INTEGER NOT NULL, cols INTEGER NOT NULL,"

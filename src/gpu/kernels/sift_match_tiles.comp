@@ -9,8 +9,8 @@
 // binding  name             element  shape                  access
 // 0        first            uint     32 words a descriptor  read
 // 1        second           uint     32 words a descriptor  read (may be the same buffer)
-// 2        row_partials     uvec2    tile columns x count1  write the best two keys
-// 3        column_partials  uvec2    tile rows x count2     write
+// 2        row_partials     uvec2    tile columns x count1  write: the best two keys
+// 3        column_partials  uvec2    tile rows x count2     write: the best two keys
 //
 // push: start1, count1, start2, count2 (descriptors), first_tile, tile_columns (= ceil(count2/64))
 //
