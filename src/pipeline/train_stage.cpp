@@ -34,8 +34,9 @@ void checkResume(const Project& project, LogStore& log) {
 }
 
 StageStatus describeTraining(const gs::TrainStatus& status) {
-  StageStatus stage{StageState::Running, status.text, -1, status.secondsLeft};
+  StageStatus stage{StageState::Running, status.text};
   if (status.state == gs::TrainState::Training && status.step > 0) {
+    stage.secondsLeft = status.secondsLeft;
     stage.message = formatText("Step %d of %d", status.step, status.iterations);
     if (status.loss == status.loss) stage.message += formatText(", loss %f", static_cast<double>(status.loss));
     if (status.iterations > 0) {

@@ -89,8 +89,4 @@ void ColmapRunner::writeMask(const Project& project) {
   }
 }
 
-std::filesystem::path solvedDataset(const Project& project) {
-  return project.solvedFolder();
-}
-
 }  // namespace quor

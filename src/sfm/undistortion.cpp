@@ -94,7 +94,7 @@ void undistortImages(const Solve& solve, const fs::path& folder) {
   step.arguments = {"--image_path",  toUtf8(solve.files.frames),     "--input_path",  toUtf8(folder),
                     "--output_path", toUtf8(solve.files.unfinished), "--output_type", "COLMAP"};
   // JPEG files are otherwise written at a quality that costs training detail; older versions have no say in it.
-  addOption(step, solve.colmap, {"jpeg_quality"}, "95");
+  addTuning(step, solve.colmap, "jpeg_quality", "95");
   const Crop crop = frameCrop(solve.project.ingest);
   for (const std::string& message : crop.messages) solve.log.info(message);
   addCrop(step, crop);

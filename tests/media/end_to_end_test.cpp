@@ -82,12 +82,12 @@ TEST_F(EndToEndTest, Photos) {
 }
 
 TEST_F(EndToEndTest, Video) {
-  film(sample::Kind::Video, 320, 40);
+  film(sample::Kind::Video, 324, 30);
   ASSERT_EQ(inputs_[0].kind, InputKind::Video);
-  solve([](Project& project) { project.ingest.targetFrameCount = 40; });
+  solve([](Project& project) { project.ingest.targetFrameCount = 30; });
   std::vector<test::TruePose> poses;
   test::appendSampled(poses, test::readTrueVideo(capture_ / "cameras.csv"), 0, 10, "");
-  expectTrueCameras(poses, 40);
+  expectTrueCameras(poses, 30);
 }
 
 TEST_F(EndToEndTest, Video360) {

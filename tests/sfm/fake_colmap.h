@@ -34,8 +34,7 @@ inline gs::colmap::Model modelOf(const std::vector<std::string>& images) {
 
 class FakeColmap {
  public:
-  explicit FakeColmap(const std::filesystem::path& folder, FakeVersion version = FakeVersion::Three)
-      : folder_(folder) {
+  explicit FakeColmap(const std::filesystem::path& folder, FakeVersion version = FakeVersion::Three) : folder_(folder) {
     writeFile(executable(), kScript);
     ::chmod(executable().c_str(), 0755);
     if (version == FakeVersion::Mute) return;
@@ -43,10 +42,11 @@ class FakeColmap {
     writeFile(folder_ / "help", std::string(four ? "COLMAP 4.0.1 -- SfM\n" : "COLMAP 3.8 -- SfM\n") +
                                     "Available commands:\n  mapper\n" +
                                     (four ? "  global_mapper\n  view_graph_calibrator\n" : "  hierarchical_mapper\n"));
-    const std::string extraction = four ? "--FeatureExtraction.use_gpu arg (=1)\n--FeatureExtraction.max_image_size arg\n"
-                                          "--SiftExtraction.max_num_features arg\n"
-                                        : "--SiftExtraction.use_gpu arg (=1)\n--SiftExtraction.max_image_size arg\n"
-                                          "--SiftExtraction.max_num_features arg\n";
+    const std::string extraction =
+        four ? "--FeatureExtraction.use_gpu arg (=1)\n--FeatureExtraction.max_image_size arg\n"
+               "--SiftExtraction.max_num_features arg\n"
+             : "--SiftExtraction.use_gpu arg (=1)\n--SiftExtraction.max_image_size arg\n"
+               "--SiftExtraction.max_num_features arg\n";
     writeFile(folder_ / "feature_extractor.help", extraction);
     for (const char* matcher : {"exhaustive_matcher", "sequential_matcher", "vocab_tree_matcher"}) {
       writeFile(folder_ / (std::string(matcher) + ".help"),

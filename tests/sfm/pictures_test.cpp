@@ -60,9 +60,12 @@ TEST(Crop, LeavesEnoughToTrainOn) {
 
 TEST(FisheyeScale, KeepsThePinholeImageWithinTheLens) {
   const auto scaleOf = [](int32_t model, uint64_t width, uint64_t height, double focal) {
-    const gs::colmap::Camera camera{1, model, width, height,
-                                    {focal, focal, static_cast<double>(width) / 2, static_cast<double>(height) / 2, 0, 0,
-                                     0, 0}};
+    const gs::colmap::Camera camera{
+        1,
+        model,
+        width,
+        height,
+        {focal, focal, static_cast<double>(width) / 2, static_cast<double>(height) / 2, 0, 0, 0, 0}};
     return fisheyeScale(camera);
   };
   const auto cornerOf = [](double scale, double focal) { return std::atan(scale * 240 * std::numbers::sqrt2 / focal); };
@@ -110,15 +113,16 @@ TEST_F(Mask, HidesTheCornersTheRimAndTheGround) {
   EXPECT_TRUE(shows(80, 29));  // to the right, turned down by so much
   EXPECT_FALSE(shows(80, 32));
   EXPECT_THAT(describeFisheyeMask(settings, fisheyeMask(settings, kSize)),
-              AllOf(HasSubstr("Fisheye mask: hiding what is more than 85° off the axis"), HasSubstr("30° below the horizon"),
-                    HasSubstr("% of each lens")));
+              AllOf(HasSubstr("Fisheye mask: hiding what is more than 85° off the axis"),
+                    HasSubstr("30° below the horizon"), HasSubstr("% of each lens")));
 }
 
 TEST(Output, CountsInTheWordsOfAllVersions) {
   EXPECT_FLOAT_EQ(countedFraction("Processed file [3/12]").value(), 0.25f);
   EXPECT_FLOAT_EQ(countedFraction("I20260101 10:00:00.1 7 a.cc:3] Processed file [3/12]").value(), 0.25f);
   EXPECT_FLOAT_EQ(countedFraction("Matching block [2/4, 3/4] in 0.1s").value(), 0.375f);
-  for (const char* line : {"", "[", "[/]", "[3/", "[3/0]", "[4/3]", "[1/2, ", "[1/2, 3", "[99999999999999/3]", "I2] ["}) {
+  for (const char* line :
+       {"", "[", "[/]", "[3/", "[3/0]", "[4/3]", "[1/2, ", "[1/2, 3", "[99999999999999/3]", "I2] ["}) {
     EXPECT_FALSE(countedFraction(line)) << line;
   }
 }

@@ -34,7 +34,7 @@ TEST_F(Runner, RunsTheStepsAndLeavesADatasetToTrainOn) {
   EXPECT_EQ(result.registered, 3u);
   EXPECT_THAT(result.modelSizes, ElementsAre(3u, 1u));
   EXPECT_EQ(result.points, 2u);
-  EXPECT_EQ(result.dataset, solvedDataset(project));
+  EXPECT_EQ(result.dataset, project.solvedFolder());
   EXPECT_EQ(gs::colmap::loadModel(result.dataset / "sparse", true).images.size(), 3u);
   EXPECT_TRUE(fs::exists(result.dataset / "images" / "a.jpg"));
   for (const char* gone : {"database.db-wal", "sparse/7", "lists/group09.txt", "undistorted/old", "undistorted.partial",
@@ -46,19 +46,18 @@ TEST_F(Runner, RunsTheStepsAndLeavesADatasetToTrainOn) {
   const std::string environment = " [offscreen " + toUtf8(folder / "tool/plugins") + "]";
   EXPECT_THAT(
       colmap.calls(),
-      ElementsAre("feature_extractor --database_path " + root + "/colmap/database.db --image_path " + root +
-                      "/frames --image_list_path " + root + "/colmap/lists/group01.txt --ImageReader.single_camera 1 " +
-                      "--ImageReader.camera_model OPENCV --SiftExtraction.use_gpu 0 --SiftExtraction.max_image_size "
-                      "2400 --SiftExtraction.max_num_features 8192" +
-                      environment,
-                  "exhaustive_matcher --database_path " + root + "/colmap/database.db --SiftMatching.use_gpu 0" +
-                      environment,
-                  "mapper --database_path " + root + "/colmap/database.db --image_path " + root +
-                      "/frames --output_path " + root + "/colmap/sparse --Mapper.ba_global_points_ratio 1.4" +
-                      environment,
-                  "image_undistorter --image_path " + root + "/frames --input_path " + root +
-                      "/colmap/sparse/1 --output_path " + root +
-                      "/colmap/undistorted.partial --output_type COLMAP" + environment));
+      ElementsAre(
+          "feature_extractor --database_path " + root + "/colmap/database.db --image_path " + root +
+              "/frames --image_list_path " + root + "/colmap/lists/group01.txt --ImageReader.single_camera 1 " +
+              "--ImageReader.camera_model OPENCV --SiftExtraction.use_gpu 0 --SiftExtraction.max_image_size "
+              "2400 --SiftExtraction.max_num_features 8192" +
+              environment,
+          "exhaustive_matcher --database_path " + root + "/colmap/database.db --SiftMatching.use_gpu 0" + environment,
+          "mapper --database_path " + root + "/colmap/database.db --image_path " + root + "/frames --output_path " +
+              root + "/colmap/sparse --Mapper.ba_global_points_ratio 1.4" + environment,
+          "image_undistorter --image_path " + root + "/frames --input_path " + root +
+              "/colmap/sparse/1 --output_path " + root + "/colmap/undistorted.partial --output_type COLMAP" +
+              environment));
   EXPECT_EQ(readFile(project.colmapFolder() / "lists/group01.txt"), "a.jpg\nb.jpg\nc.jpg\nd.jpg\n");
 
   EXPECT_THAT(messages, ElementsAre("Extracting features (4 images)", "Matching features", "Solving cameras",
@@ -81,9 +80,9 @@ TEST_F(Runner, SpeaksTheNewerVersionsLanguage) {
             "echo 'W20260101 10:00:00.000001 77 a.cc:2] Something is odd'");
   solve(colmap);
 
-  EXPECT_THAT(colmap.call("feature_extractor"),
-              AllOf(HasSubstr(" --FeatureExtraction.use_gpu 0 "), HasSubstr(" --FeatureExtraction.max_image_size 2400 "),
-                    HasSubstr(" --SiftExtraction.max_num_features 8192 ")));
+  EXPECT_THAT(colmap.call("feature_extractor"), AllOf(HasSubstr(" --FeatureExtraction.use_gpu 0 "),
+                                                      HasSubstr(" --FeatureExtraction.max_image_size 2400 "),
+                                                      HasSubstr(" --SiftExtraction.max_num_features 8192 ")));
   EXPECT_THAT(colmap.call("exhaustive_matcher"), HasSubstr(" --FeatureMatching.use_gpu 0 "));
   EXPECT_THAT(colmap.call("view_graph_calibrator"), Not(IsEmpty()));
   EXPECT_THAT(colmap.call("global_mapper"), HasSubstr(" --GlobalMapper.track_required_tracks_per_view 50 "));
@@ -102,7 +101,8 @@ TEST_F(Runner, DoesWithoutHelpWithoutATreeAndWithoutAGlobalMapper) {
   solve(colmap);
   EXPECT_THAT(colmap.call("feature_extractor"), HasSubstr(" --SiftExtraction.use_gpu 0 "));
   EXPECT_THAT(colmap.call("exhaustive_matcher"), HasSubstr(" --SiftMatching.use_gpu 0 "));
-  EXPECT_THAT(colmap.call("mapper"), Not(IsEmpty()));
+  EXPECT_THAT(colmap.call("mapper"), AllOf(Not(IsEmpty()), Not(HasSubstr("Mapper.ba"))));
+  EXPECT_THAT(colmap.call("image_undistorter"), Not(HasSubstr("jpeg_quality")));
   EXPECT_THAT(logText(),
               AllOf(HasSubstr("The vocab-tree matcher needs a vocabulary tree file (Settings); using exhaustive."),
                     HasSubstr("This COLMAP has no global mapper (it arrived in COLMAP 4); using the incremental one."),
@@ -143,7 +143,7 @@ TEST_F(Runner, CropsWhatItUndistorts) {
 
 TEST_F(Runner, RefusesBeforeItTouchesAnything) {
   FakeColmap colmap(folder / "tool");
-  writeFile(solvedDataset(project) / "old", "kept");
+  writeFile(project.solvedFolder() / "old", "kept");
   EXPECT_EQ(thrownText([&] { solve(colmap); }), "There are no frames to solve. Run the Frames stage first.");
   addFrame("a.jpg");
   addFrame("b.jpg");
@@ -157,7 +157,7 @@ TEST_F(Runner, RefusesBeforeItTouchesAnything) {
   EXPECT_THAT(colmap.calls(), IsEmpty());
   ::chmod(colmap.executable().c_str(), 0644);
   EXPECT_THAT(thrownText([&] { solve(colmap); }), StartsWith("Could not run COLMAP ("));
-  EXPECT_EQ(readFile(solvedDataset(project) / "old"), "kept");
+  EXPECT_EQ(readFile(project.solvedFolder() / "old"), "kept");
 }
 
 TEST_F(Runner, RunsOnTheProcessorWhatTheGpuCannot) {
@@ -194,7 +194,8 @@ TEST_F(Runner, FailsWithASentenceAndNoDataset) {
       {"mapper", "mkdir \"$output/0\"; echo x > \"$output/0/cameras.bin\"; echo x > \"$output/0/images.bin\"", noModel,
        "warning: COLMAP left a model that cannot be read: Truncated"},
       {"image_undistorter", "true", "COLMAP ended without a model of the undistorted images", ""},
-      {"image_undistorter", "cp -r \"$input\" \"$output/sparse\"; mkdir \"$output/images\"; echo x > \"$output/images/a.jpg\"",
+      {"image_undistorter",
+       "cp -r \"$input\" \"$output/sparse\"; mkdir \"$output/images\"; echo x > \"$output/images/a.jpg\"",
        "COLMAP left out 1 of 2 images when it undistorted them. Is the disk full?", ""},
   };
   int number = 0;
@@ -205,7 +206,7 @@ TEST_F(Runner, FailsWithASentenceAndNoDataset) {
     gs::colmap::writeModel(colmap.executable().parent_path() / "empty/0", modelOf({}), {},
                            gs::colmap::Encoding::Binary);
     colmap.on(command, script);
-    writeFile(solvedDataset(project) / "old", "old");
+    writeFile(project.solvedFolder() / "old", "old");
     reached = 0;
     EXPECT_THAT(thrownText([&] { solve(colmap); }), StartsWith(text)) << name;
     EXPECT_FALSE(hasDataset()) << name;
