@@ -10,15 +10,19 @@
 // features there are.
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/split_mix64.h"
 #include "base/text.h"
-#include "bench_common.h"
 #include "sfm/colmap_database.h"
 #include "sfm/gpu_matcher.h"
 #include "sfm/sift_matcher.h"
