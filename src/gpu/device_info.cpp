@@ -39,6 +39,22 @@ bool hasFloatAtomics(VkPhysicalDevice device) {
   return atomics.shaderBufferFloat32AtomicAdd == VK_TRUE;
 }
 
+void queryPackedDot(VkPhysicalDevice device, DeviceInfo& info) {
+  if (!hasDeviceExtension(device, VK_KHR_SHADER_INTEGER_DOT_PRODUCT_EXTENSION_NAME)) return;
+  auto dotFeatures = vulkanStruct<VkPhysicalDeviceShaderIntegerDotProductFeaturesKHR>(
+      VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_SHADER_INTEGER_DOT_PRODUCT_FEATURES_KHR);
+  auto features = vulkanStruct<VkPhysicalDeviceFeatures2>(VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_FEATURES_2);
+  features.pNext = &dotFeatures;
+  vkGetPhysicalDeviceFeatures2(device, &features);
+  auto dotProperties = vulkanStruct<VkPhysicalDeviceShaderIntegerDotProductPropertiesKHR>(
+      VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_SHADER_INTEGER_DOT_PRODUCT_PROPERTIES_KHR);
+  auto properties = vulkanStruct<VkPhysicalDeviceProperties2>(VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_PROPERTIES_2);
+  properties.pNext = &dotProperties;
+  vkGetPhysicalDeviceProperties2(device, &properties);
+  info.packedDot = dotFeatures.shaderIntegerDotProduct == VK_TRUE;
+  info.fastPackedDot = info.packedDot && dotProperties.integerDotProduct4x8BitPackedUnsignedAccelerated == VK_TRUE;
+}
+
 // What needs Vulkan 1.1 to be asked.
 void queryProperties2(VkPhysicalDevice device, DeviceInfo& info) {
   auto subgroup =
@@ -61,6 +77,7 @@ void queryProperties2(VkPhysicalDevice device, DeviceInfo& info) {
   constexpr VkSubgroupFeatureFlags kShuffle = VK_SUBGROUP_FEATURE_BALLOT_BIT | VK_SUBGROUP_FEATURE_SHUFFLE_BIT;
   info.subgroupShuffle = info.subgroupReduce && (subgroup.supportedOperations & kShuffle) == kShuffle;
   info.floatAtomics = hasFloatAtomics(device);
+  queryPackedDot(device, info);
 }
 
 }  // namespace
@@ -108,7 +125,9 @@ DeviceInfo queryDevice(VkPhysicalDevice device, bool forceFallbacks) {
   if (family >= 0 && families[static_cast<size_t>(family)].timestampValidBits > 0) {
     info.timestampPeriod = properties.limits.timestampPeriod;
   }
-  if (forceFallbacks) info.floatAtomics = info.subgroupReduce = info.subgroupShuffle = false;
+  if (forceFallbacks) {
+    info.floatAtomics = info.subgroupReduce = info.subgroupShuffle = info.packedDot = info.fastPackedDot = false;
+  }
   return info;
 }
 

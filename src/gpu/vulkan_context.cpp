@@ -37,6 +37,7 @@ std::vector<const char*> deviceExtensions(VkPhysicalDevice device, const DeviceI
   if (info.memoryBudget) names.push_back(VK_EXT_MEMORY_BUDGET_EXTENSION_NAME);
   if (hasDeviceExtension(device, "VK_KHR_portability_subset")) names.push_back("VK_KHR_portability_subset");
   if (info.floatAtomics) names.push_back(VK_EXT_SHADER_ATOMIC_FLOAT_EXTENSION_NAME);
+  if (info.packedDot) names.push_back(VK_KHR_SHADER_INTEGER_DOT_PRODUCT_EXTENSION_NAME);
   return names;
 }
 
@@ -57,8 +58,15 @@ VkDevice createDevice(VkPhysicalDevice device, const DeviceInfo& info, const Que
   auto atomics = vulkanStruct<VkPhysicalDeviceShaderAtomicFloatFeaturesEXT>(
       VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_SHADER_ATOMIC_FLOAT_FEATURES_EXT);
   atomics.shaderBufferFloat32AtomicAdd = VK_TRUE;
+  auto packedDot = vulkanStruct<VkPhysicalDeviceShaderIntegerDotProductFeaturesKHR>(
+      VK_STRUCTURE_TYPE_PHYSICAL_DEVICE_SHADER_INTEGER_DOT_PRODUCT_FEATURES_KHR);
+  packedDot.shaderIntegerDotProduct = VK_TRUE;
   auto create = vulkanStruct<VkDeviceCreateInfo>(VK_STRUCTURE_TYPE_DEVICE_CREATE_INFO);
   if (info.floatAtomics) create.pNext = &atomics;
+  if (info.packedDot) {
+    packedDot.pNext = const_cast<void*>(create.pNext);
+    create.pNext = &packedDot;
+  }
   create.queueCreateInfoCount = static_cast<uint32_t>(queues.size());
   create.pQueueCreateInfos = queues.data();
   create.enabledExtensionCount = static_cast<uint32_t>(extensions.size());

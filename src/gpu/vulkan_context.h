@@ -37,6 +37,8 @@ struct DeviceInfo {
   bool floatAtomics = false;
   bool subgroupReduce = false;
   bool subgroupShuffle = false;  // subgroupReduce, ballots and shuffles
+  bool packedDot = false;        // dot products of packed bytes: integers of 8 bits, four to a word
+  bool fastPackedDot = false;    // and in hardware
   bool memoryBudget = false;
   float timestampPeriod = 0;  // nanoseconds a tick; 0 when the compute queue has no timestamps
 };

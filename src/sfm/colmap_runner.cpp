@@ -37,8 +37,9 @@ ColmapRunner::Result describe(const std::vector<SparseModel>& models, size_t ima
 
 }  // namespace
 
-ColmapRunner::ColmapRunner(std::optional<ToolLocation> colmap, LogStore& log, std::function<bool()> cancelled)
-    : log_(log), cancelled_(std::move(cancelled)) {
+ColmapRunner::ColmapRunner(std::optional<ToolLocation> colmap, LogStore& log, std::function<bool()> cancelled,
+                           gs::VulkanContext* gpu)
+    : log_(log), cancelled_(std::move(cancelled)), gpu_(gpu) {
   if (colmap) colmap_.emplace(colmap->executable, log_, cancelled_);
 }
 
@@ -59,7 +60,7 @@ ColmapRunner::Result ColmapRunner::run(const Project& project, const SolveProgre
   ColmapOutput output(log_, files.log);
   output.take("==== " + formatLocalTime(wallClockSeconds(), "%Y-%m-%d %H:%M:%S") + "  " + colmap_->version());
   SolveMeter meter(progress);
-  const Solve solve{project, files, *colmap_, output, log_, meter, countImages(groups)};
+  const Solve solve{project, files, *colmap_, output, log_, meter, countImages(groups), gpu_, cancelled_};
 
   extractFeatures(solve, groups);
   matchFeatures(solve);

@@ -9,6 +9,7 @@
 
 #include "base/log_store.h"
 #include "base/tool_finder.h"
+#include "gpu/vulkan_context.h"
 #include "project/project.h"
 #include "sfm/colmap_program.h"
 
@@ -28,8 +29,10 @@ class ColmapRunner {
     std::filesystem::path dataset;  // Project::solvedFolder(): undistorted, ready to train
   };
 
-  // `cancelled` is asked from the calling thread of run().
-  ColmapRunner(std::optional<ToolLocation> colmap, LogStore& log, std::function<bool()> cancelled);
+  // `cancelled` is asked from the calling thread of run(). Features are matched on `gpu` where the project asks for
+  // that and it is not null; it outlives the runner.
+  ColmapRunner(std::optional<ToolLocation> colmap, LogStore& log, std::function<bool()> cancelled,
+               gs::VulkanContext* gpu = nullptr);
 
   // Clears what an earlier solve of the project has left, then solves. Throws std::runtime_error with a whole sentence,
   // "Cancelled" too. What a failed solve leaves is never taken for a finished one: the dataset appears as its last act.
@@ -41,6 +44,7 @@ class ColmapRunner {
   LogStore& log_;
   const std::function<bool()> cancelled_;
   std::optional<ColmapProgram> colmap_;
+  gs::VulkanContext* const gpu_;
 };
 
 }  // namespace quor

@@ -56,6 +56,7 @@ ColmapStep matcherStep(const Solve& solve, Matcher matcher) {
 
 void matchFeatures(const Solve& solve) {
   const Matcher matcher = usableMatcher(solve);
+  if (matchFeaturesOnGpu(solve, matcher, {kMatchingBegins, kMatchingEnds})) return;
   solve.progress.begin("Matching features", kMatchingBegins, kMatchingEnds);
   solve.run(matcherStep(solve, matcher), countedFraction);
 }

@@ -1,9 +1,11 @@
 // What the steps of one solve share, and the steps themselves in their order.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
+#include "gpu/vulkan_context.h"
 #include "project/project.h"
 #include "sfm/colmap_program.h"
 #include "sfm/solve_meter.h"
@@ -18,7 +20,9 @@ struct Solve {
   ColmapOutput& output;
   LogStore& log;
   SolveMeter& progress;
-  size_t images = 0;  // in all groups
+  size_t images = 0;                 // in all groups
+  gs::VulkanContext* gpu = nullptr;  // to match features on, when there is one
+  std::function<bool()> cancelled;
 
   // Runs a step and passes its progress on.
   void run(const ColmapStep& step, const ColmapProgram::LineParser& parse) const {
@@ -31,6 +35,15 @@ void extractFeatures(const Solve& solve, const std::vector<ImageGroup>& groups);
 
 // Matches between the images' features, verified, into the database.
 void matchFeatures(const Solve& solve);
+
+// The stretch of the whole solve's progress that matching takes.
+struct MatchingShare {
+  float begins, ends;
+  float middle() const { return (begins + ends) / 2; }
+};
+// The same on the solve's GPU and then verified by COLMAP. false when COLMAP has to match, with nothing left in the
+// database of an attempt; why is in the log. Throws only when the solve is cancelled or the database cannot be emptied.
+bool matchFeaturesOnGpu(const Solve& solve, Matcher matcher, MatchingShare share);
 
 struct SparseModel {
   std::filesystem::path folder;

@@ -29,6 +29,9 @@ set(OMBRELUX_KERNELS
   adam
   grad_stats
   add_noise
+  sift_match_tiles
+  sift_match_reduce
+  sift_match_cross
 
   # Beyond the fixed part of the table.
   gather_rows
@@ -40,4 +43,6 @@ set(OMBRELUX_KERNELS
   ssim_columns_wide
   ssim_gradient_rows_wide
   ssim_gradient_columns_wide
+  "sift_match_tiles_packed|sift_match_tiles|PACKED_DOT=1"
+  sift_match_tiles_wide
 )
