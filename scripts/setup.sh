@@ -4,7 +4,7 @@ set -euo pipefail
 
 packages=(
   build-essential cmake ninja-build git ca-certificates
-  nlohmann-json3-dev libstb-dev libnanoflann-dev
+  nlohmann-json3-dev libsqlite3-dev libstb-dev libnanoflann-dev
   libvulkan-dev libvulkan-volk-dev libvulkan1 glslc
   pkg-config libavformat-dev libavcodec-dev libavfilter-dev libavutil-dev libswscale-dev libheif-dev
   colmap ffmpeg

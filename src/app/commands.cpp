@@ -84,7 +84,7 @@ class Session {
 
   int drive(const Project& project, Stage from) {
     gs::Engine engine(*context_, log_);
-    Pipeline pipeline(engine, log_, tools_);
+    Pipeline pipeline(engine, log_, tools_, context_.get());
     return quor::drive(pipeline, engine, console_, project, from, options_.json);
   }
 

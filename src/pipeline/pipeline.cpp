@@ -25,8 +25,8 @@ const char* stageName(Stage stage) {
   return "Train Gaussians";
 }
 
-Pipeline::Pipeline(gs::TrainingService& trainer, LogStore& log, Tools tools)
-    : trainer_(trainer), log_(log), tools_(std::move(tools)) {}
+Pipeline::Pipeline(gs::TrainingService& trainer, LogStore& log, Tools tools, gs::VulkanContext* gpu)
+    : trainer_(trainer), log_(log), tools_(std::move(tools)), gpu_(gpu) {}
 
 Pipeline::~Pipeline() {
   cancel();

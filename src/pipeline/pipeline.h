@@ -22,6 +22,10 @@
 
 namespace quor {
 
+namespace gs {
+class VulkanContext;
+}
+
 enum class Stage : int32_t { Frames = 0, Sparse = 1, Train = 2 };
 inline constexpr size_t kStageCount = 3;
 const char* stageName(Stage stage);
@@ -43,7 +47,8 @@ class Pipeline {
   // `result` is "Done", "Cancelled" or the sentence of the stage that failed.
   using Completion = std::function<void(bool success, const std::string& result)>;
 
-  Pipeline(gs::TrainingService& trainer, LogStore& log, Tools tools = {});
+  // Features are matched on `gpu`, which must outlive this object; without one COLMAP matches.
+  Pipeline(gs::TrainingService& trainer, LogStore& log, Tools tools = {}, gs::VulkanContext* gpu = nullptr);
   ~Pipeline();  // cancels and joins
   Pipeline(const Pipeline&) = delete;
   Pipeline& operator=(const Pipeline&) = delete;
@@ -84,6 +89,7 @@ class Pipeline {
   gs::TrainingService& trainer_;
   LogStore& log_;
   const Tools tools_;
+  gs::VulkanContext* const gpu_;
 
   mutable std::mutex mutex_;  // guards everything up to `trainResult_`
   std::condition_variable wake_;

@@ -24,6 +24,15 @@ size_t countImages(const std::vector<ImageGroup>& groups) {
   return count;
 }
 
+// What a solve that fails or is cancelled has begun to write is of no use to anybody.
+struct UnfinishedRemover {
+  const std::filesystem::path& folder;
+  ~UnfinishedRemover() {
+    std::error_code ignored;
+    std::filesystem::remove_all(folder, ignored);
+  }
+};
+
 ColmapRunner::Result describe(const std::vector<SparseModel>& models, size_t images) {
   const gs::colmap::Model model = gs::colmap::loadModel(models.front().folder, true);
   ColmapRunner::Result result;
@@ -56,6 +65,7 @@ ColmapRunner::Result ColmapRunner::run(const Project& project, const SolveProgre
 
   const Workspace files(project);
   files.clear();
+  const UnfinishedRemover remover{files.unfinished};
   writeMask(project);
   ColmapOutput output(log_, files.log);
   output.take("==== " + formatLocalTime(wallClockSeconds(), "%Y-%m-%d %H:%M:%S") + "  " + colmap_->version());

@@ -139,11 +139,6 @@ TEST(Projects, DevicesAreListedOrTheReasonIsGiven) {
   EXPECT_EQ(none.exitCode, 1);
   EXPECT_EQ(none.out, "");
   EXPECT_THAT(none.err, ::testing::StartsWith("error: Could not list Vulkan devices: "));
-
-  TempFolder folder;  // its libraries, which are none, hide the real loader
-  for (const char* name : {"libvulkan.so.1", "libvulkan.so"}) writeFile(folder / name, "");
-  expectFailure(runCli({"devices"}, {"LD_LIBRARY_PATH=" + toUtf8(folder.path())}),
-                "Could not list Vulkan devices: No Vulkan loader found. Install or update the graphics driver.");
 }
 
 TEST(ResultDocument, HoldsOnlyWhatThereIs) {

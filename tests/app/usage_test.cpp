@@ -89,7 +89,6 @@ TEST(Usage, WhatIsNotThereYetSaysSoInOneSentence) {
   const std::vector<std::vector<std::string>> cases = {
       {OMBRELUX_CLI, "batch", "queue.json"},
       {OMBRELUX_CLI, "mcp"},
-      {OMBRELUX_CLI, "run", toUtf8(folder / "photos")},
       {OMBRELUX_DESKTOP},
       {OMBRELUX_DESKTOP, toUtf8(folder / "photos")},
   };

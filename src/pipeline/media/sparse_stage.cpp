@@ -6,7 +6,8 @@
 namespace quor {
 
 std::string Pipeline::runSparse(const Project& project) {
-  ColmapRunner runner(tools_.colmap, log_, [this] { return cancel_.load(); });
+  ColmapRunner runner(
+      tools_.colmap, log_, [this] { return cancel_.load(); }, gpu_);
   const ColmapRunner::Result result = runner.run(project, [this](const std::string& message, float fraction) {
     report(Stage::Sparse, StageState::Running, message, fraction);
   });
