@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# From nothing to a trained scene: installs what is missing, builds, photographs a made-up room and trains on it. What it
-# makes lies in build/demo, which each run starts afresh.
+# From nothing to a trained scene: installs what is missing, builds, photographs a made-up room, solves its cameras and
+# trains on it. What it makes lies in build/demo, which each run starts afresh.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
@@ -11,8 +11,8 @@ demo=$PWD/build/demo
 rm -rf "$demo"
 mkdir -p "$demo"
 echo "Photographing a room..."
-build/release/bin/sample_capture --model --size 320 --count 36 "$demo/room" >/dev/null
-build/release/bin/OmbreluxCLI train "$demo/room" --resolution 320 --iterations 1500 --json >"$demo/result.json"
+build/release/bin/sample_capture --size 320 --count 36 "$demo/room" >/dev/null
+build/release/bin/OmbreluxCLI run "$demo/room" --resolution 320 --iterations 1500 --json >"$demo/result.json"
 
 value() { sed -nE "s/.*\"$1\": *\"?([^\",}]*)\"?.*/\1/p" "$demo/result.json" | head -n 1; }
 echo

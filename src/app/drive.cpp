@@ -58,6 +58,7 @@ class Follower {
   void update() {
     console_.printLog();
     const Stage stage = pipeline_.currentStage();
+    showResults(stage);
     const StageStatus status = pipeline_.status(stage);
     if (status.state == StageState::Running && stage == Stage::Train && status.message.starts_with("Step ")) {
       showTraining();
@@ -66,15 +67,20 @@ class Follower {
     }
   }
 
-  // Stages may have ended between two looks.
-  void finish(Stage from) {
-    for (size_t i = static_cast<size_t>(from); i < kStageCount; ++i) {
-      const StageStatus status = pipeline_.status(static_cast<Stage>(i));
-      if (status.state == StageState::Done) showMessage(static_cast<Stage>(i), status);
-    }
+  void finish() {
+    for (size_t i = 0; i < kStageCount; ++i) showResult(static_cast<Stage>(i));
   }
 
  private:
+  // Stages may have ended between two looks.
+  void showResults(Stage until) {
+    for (size_t i = 0; i < static_cast<size_t>(until); ++i) showResult(static_cast<Stage>(i));
+  }
+  void showResult(Stage stage) {
+    const StageStatus status = pipeline_.status(stage);
+    if (status.state == StageState::Done) showMessage(stage, status);
+  }
+
   void showTraining() {
     const gs::TrainStatus status = trainer_.status();
     if (status.state != gs::TrainState::Training || !due(nextTrainingLine_)) return;
@@ -88,22 +94,21 @@ class Follower {
 
   void showMessage(Stage stage, const StageStatus& status) {
     // A failure is printed by drive() as the run's error.
-    if (status.state == StageState::NotRun || status.state == StageState::Failed) return;
-    std::string& last = last_[static_cast<size_t>(stage)];
-    if (status.message.empty()) return;
-    const bool running = status.state == StageState::Running;
-    const bool progress = running && sameButForNumbers(status.message, last);
-    const bool live = running && console_.isTerminal();
-    if (!live && status.message == last) return;
-    if (progress && !due(nextMessage_)) return;
-    last = status.message;
-    const std::string line = stage == Stage::Train ? "  train: " + status.message : status.message;
+    if (status.state == StageState::NotRun || status.state == StageState::Failed || status.message.empty()) return;
     const std::string progressText = share(status.fraction) + timeLeft(status.secondsLeft);
-    if (live) {
-      console_.live((stage == Stage::Train ? line : std::string(stageName(stage)) + ": " + line) + progressText);
-    } else {
-      console_.message(progress ? line + progressText : line, status.message);
+    const std::string line = stage == Stage::Train ? "  train: " + status.message : status.message;
+    std::string& last = last_[static_cast<size_t>(stage)];
+    const bool running = status.state == StageState::Running;
+    if (running && console_.isTerminal()) {
+      if (due(nextMessage_)) {
+        console_.live((stage == Stage::Train ? line : std::string(stageName(stage)) + ": " + line) + progressText);
+      }
+      return;
     }
+    const bool progress = running && sameButForNumbers(status.message, last);
+    if (progress ? progressText.empty() || !due(nextMessage_) : status.message == last) return;
+    last = status.message;
+    console_.message(progress ? line + progressText : line, progress ? std::string() : status.message);
   }
 
   bool due(Clock::time_point& next) const {
@@ -216,7 +221,7 @@ int drive(Pipeline& pipeline, const gs::TrainingService& trainer, Console& conso
     std::this_thread::sleep_for(kPoll);
   }
   console.printLog();
-  follower.finish(from);
+  follower.finish();
   console.finishLog(outcome->success ? std::string() : outcome->result);
 
   if (outcome->success) return printResult(project, pipeline.trainResult(), console, json);

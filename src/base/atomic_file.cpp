@@ -4,6 +4,7 @@
 #include <system_error>
 
 #include "base/paths.h"
+#include "base/sync_file.h"
 
 namespace quor {
 
@@ -21,9 +22,9 @@ AtomicFile::~AtomicFile() {
   std::filesystem::remove(partial_, ignored);
 }
 
-void AtomicFile::commit() {
+void AtomicFile::commit(Durability durability) {
   stream_.close();
-  if (!stream_) {
+  if (!stream_ || (durability == Durability::OnDisk && !syncFile(partial_))) {
     throw std::runtime_error(std::string(texts_.failedBefore) + toUtf8(target_) + std::string(texts_.failedAfter));
   }
   std::error_code error;

@@ -30,8 +30,10 @@ class AtomicFile {
   std::ostream& stream() { return stream_; }
   bool good() const { return stream_.good(); }
 
-  // Flushes and moves the file over its target. Throws std::runtime_error with one of the texts.
-  void commit();
+  // Flushes and moves the file over its target. Throws std::runtime_error with one of the texts. OnDisk waits until the
+  // new contents would outlive a loss of power before the old ones go: for files that cost hours to make anew.
+  enum class Durability { Flushed, OnDisk };
+  void commit(Durability durability = Durability::Flushed);
 
  private:
   std::filesystem::path target_;

@@ -172,7 +172,7 @@ void writeCheckpoint(const std::filesystem::path& path, const CheckpointHeader& 
     writeFloats(file, arrays.firstMoments[g]);
     writeFloats(file, arrays.secondMoments[g]);
   }
-  file.commit();
+  file.commit(AtomicFile::Durability::OnDisk);
 }
 
 void writeCheckpoint(const std::filesystem::path& path, const CheckpointHeader& header, const GaussianSet& set,

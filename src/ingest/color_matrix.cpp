@@ -34,20 +34,40 @@ std::optional<Weights> otherWeights(AVColorSpace space) {
   }
 }
 
-constexpr int kShift = 14;
-
-// What one unit of Cb or of Cr adds to each component, as fixed-point numbers.
+// What one unit of Cb or of Cr adds to each component.
 struct Column {
-  int luma, cb, cr;
+  float luma, cb, cr;
 };
 Column columnOf(double red, double green, double blue) {
   const double luma = kBt601.red * red + (1 - kBt601.red - kBt601.blue) * green + kBt601.blue * blue;
-  const auto fixed = [](double value) { return static_cast<int>(std::lround(value * (1 << kShift))); };
-  return {fixed(luma), fixed(0.5 * (blue - luma) / (1 - kBt601.blue)), fixed(0.5 * (red - luma) / (1 - kBt601.red))};
+  return {static_cast<float>(luma), static_cast<float>(0.5 * (blue - luma) / (1 - kBt601.blue)),
+          static_cast<float>(0.5 * (red - luma) / (1 - kBt601.red))};
 }
 
-uint8_t rounded(int base, int fixed) {
-  return static_cast<uint8_t>(std::clamp(base + ((fixed + (1 << (kShift - 1))) >> kShift), 0, 255));
+uint8_t toByte(int value) {
+  return static_cast<uint8_t>(std::clamp<int16_t>(static_cast<int16_t>(value), 0, 255));
+}
+
+// One row of chroma; `gain` becomes what each of its samples adds to the luma. Written so that compilers vectorise it:
+// the offset keeps what is rounded positive.
+void convertChroma(uint8_t* __restrict u, uint8_t* __restrict v, int16_t* __restrict gain, int count, Column cb,
+                   Column cr) {
+  constexpr int kOffset = 1024;
+  const auto rounded = [](float value) { return static_cast<int>(value + (kOffset + 0.5f)) - kOffset; };
+  for (int x = 0; x < count; ++x) {
+    const float b = static_cast<float>(u[x] - 128), r = static_cast<float>(v[x] - 128);
+    gain[x] = static_cast<int16_t>(rounded(cb.luma * b + cr.luma * r));
+    u[x] = toByte(rounded(cb.cb * b + cr.cb * r) + 128);
+    v[x] = toByte(rounded(cb.cr * b + cr.cr * r) + 128);
+  }
+}
+
+void addToLuma(uint8_t* __restrict y, const int16_t* __restrict gain, int width) {
+  for (int x = 0; x < width / 2; ++x) {
+    y[2 * x] = toByte(y[2 * x] + gain[x]);
+    y[2 * x + 1] = toByte(y[2 * x + 1] + gain[x]);
+  }
+  if (width % 2 != 0) y[width - 1] = toByte(y[width - 1] + gain[width / 2]);
 }
 
 }  // namespace
@@ -59,23 +79,14 @@ void convertToJpegMatrix(AVFrame& frame) {
   const Column cb = columnOf(0, -2 * (1 - from->blue) * from->blue / green, 2 * (1 - from->blue));
   const Column cr = columnOf(2 * (1 - from->red), -2 * (1 - from->red) * from->red / green, 0);
 
-  const int width = frame.width, chromaWidth = (width + 1) / 2;
-  std::vector<int16_t> luma(static_cast<size_t>(2 * chromaWidth));  // what a pair of rows gains
+  const auto rowOf = [&](int plane, int row) {
+    return frame.data[plane] + static_cast<ptrdiff_t>(row) * frame.linesize[plane];
+  };
+  std::vector<int16_t> gain(static_cast<size_t>((frame.width + 1) / 2));
   for (int row = 0; 2 * row < frame.height; ++row) {
-    uint8_t* u = frame.data[1] + static_cast<ptrdiff_t>(row) * frame.linesize[1];
-    uint8_t* v = frame.data[2] + static_cast<ptrdiff_t>(row) * frame.linesize[2];
-    int16_t* gain = luma.data();
-    for (int x = 0; x < chromaWidth; ++x) {
-      const int b = u[x] - 128, r = v[x] - 128;
-      gain[2 * x] = gain[2 * x + 1] = static_cast<int16_t>((cb.luma * b + cr.luma * r + (1 << (kShift - 1))) >> kShift);
-      u[x] = rounded(128, cb.cb * b + cr.cb * r);
-      v[x] = rounded(128, cb.cr * b + cr.cr * r);
-    }
-    for (int line = 2 * row; line < std::min(2 * row + 2, frame.height); ++line) {
-      uint8_t* y = frame.data[0] + static_cast<ptrdiff_t>(line) * frame.linesize[0];
-      for (int x = 0; x < width; ++x)
-        y[x] = static_cast<uint8_t>(std::clamp<int16_t>(static_cast<int16_t>(y[x] + gain[x]), 0, 255));
-    }
+    convertChroma(rowOf(1, row), rowOf(2, row), gain.data(), static_cast<int>(gain.size()), cb, cr);
+    addToLuma(rowOf(0, 2 * row), gain.data(), frame.width);
+    if (2 * row + 1 < frame.height) addToLuma(rowOf(0, 2 * row + 1), gain.data(), frame.width);
   }
   frame.colorspace = AVCOL_SPC_BT470BG;
 }

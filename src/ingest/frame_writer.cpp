@@ -7,10 +7,14 @@
 #include "ingest/jpeg_encoder.h"
 
 namespace quor {
+namespace {
+
+constexpr size_t kCapacity = 16;  // pictures that wait
+
+}  // namespace
 
 FrameWriter::FrameWriter(int jpegQuality) {
   const size_t count = std::clamp<size_t>(std::thread::hardware_concurrency(), 1, 8);
-  capacity_ = 2 * count;
   for (size_t i = 0; i < count; ++i) workers_.emplace_back([this, jpegQuality] { work(jpegQuality); });
 }
 
@@ -21,7 +25,7 @@ FrameWriter::~FrameWriter() {
 void FrameWriter::write(const std::filesystem::path& path, FramePtr frame) {
   {
     std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return failure_ || jobs_.size() < capacity_; });
+    changed_.wait(lock, [this] { return failure_ || jobs_.size() < kCapacity; });
     if (failure_) std::rethrow_exception(failure_);
     jobs_.push_back({path, std::move(frame)});
   }

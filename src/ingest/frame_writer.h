@@ -41,7 +41,6 @@ class FrameWriter {
   std::deque<Job> jobs_;
   bool stopping_ = false;
   std::exception_ptr failure_;
-  size_t capacity_ = 0;
   std::vector<std::thread> workers_;
 };
 

@@ -87,7 +87,6 @@ FramePtr decode(AVCodecID id, Bytes file, int strictness, std::optional<uint8_t>
   int error = avcodec_open2(codec.get(), decoder, nullptr);
   if (error >= 0) error = receivePicture(*codec, file, *frame);
   if (error < 0) throwUndecoded(error, ground.refusal);
-  checkImageSize(frame->width, frame->height);
   return frame;
 }
 
@@ -98,7 +97,7 @@ bool samePixels(const AVFrame& a, const AVFrame& b) {
     const bool chroma = (plane == 1 || plane == 2) && !(about.flags & AV_PIX_FMT_FLAG_RGB);
     const int rows = chroma ? AV_CEIL_RSHIFT(a.height, about.log2_chroma_h) : a.height;
     const auto bytes = static_cast<size_t>(av_image_get_linesize(format, a.width, plane));
-    for (int y = 0; y < rows; ++y) {
+    for (std::ptrdiff_t y = 0; y < rows; ++y) {
       if (std::memcmp(a.data[plane] + y * a.linesize[plane], b.data[plane] + y * b.linesize[plane], bytes) != 0) {
         return false;
       }

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <thread>
+
+#include "base/parallel.h"
 
 extern "C" {
 #include <libavfilter/buffersink.h>
@@ -25,10 +28,21 @@ InOutPtr graphEnd(const std::string& name, AVFilterContext* filter) {
   return end;
 }
 
+// FFmpeg lets a filter's slices be run by its caller. Once the run is cancelled there is nothing more to compute: the
+// set-up of a sphere's views alone takes seconds.
+int runSlices(AVFilterContext* filter, avfilter_action_func* work, void* data, int* results, int count) {
+  const auto& cancelled = *static_cast<const std::function<bool()>*>(filter->graph->opaque);
+  parallelFor(static_cast<size_t>(count), [&](size_t i) {
+    const int result = cancelled() ? AVERROR_EXIT : work(filter, data, static_cast<int>(i), count);
+    if (results) results[i] = result;
+  });
+  return 0;
+}
+
 }  // namespace
 
 TrackDecoder::TrackDecoder(VideoFile& file, const TrackPlan& plan, double rate)
-    : plan_(plan), track_(*file.context().streams[plan.stream]) {
+    : plan_(plan), track_(*file.context().streams[plan.stream]), cancelled_(file.cancelled()) {
   track_.discard = AVDISCARD_DEFAULT;
   const AVCodec* decoder = avcodec_find_decoder(track_.codecpar->codec_id);
   if (!decoder) {
@@ -120,13 +134,16 @@ void TrackDecoder::buildGraph(const AVFrame& frame) {
   format_ = frame.format;
   graph_.reset(avfilter_graph_alloc());
   if (!graph_) throw std::bad_alloc();
+  graph_->nb_threads = static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1u, 16u));
+  graph_->execute = runSlices;
+  graph_->opaque = const_cast<std::function<bool()>*>(&cancelled_);
   const std::string source =
       "video_size=" + std::to_string(width_) + "x" + std::to_string(height_) + ":pix_fmt=" + std::to_string(format_) +
       ":time_base=" + std::to_string(track_.time_base.num) + "/" + std::to_string(track_.time_base.den);
   check(avfilter_graph_create_filter(&source_, avfilter_get_by_name("buffer"), "in", source.c_str(), nullptr,
                                      graph_.get()),
         "filter");
-  InOutPtr inputs;  // of the graph's far side: our sinks
+  InOutPtr outputs;
   sinks_.assign(plan_.tails.size(), nullptr);
   for (size_t i = sinks_.size(); i-- > 0;) {
     const std::string name = "out" + std::to_string(i);
@@ -134,21 +151,23 @@ void TrackDecoder::buildGraph(const AVFrame& frame) {
                                        graph_.get()),
           "filter");
     InOutPtr end = graphEnd(name, sinks_[i]);
-    end->next = inputs.release();
-    inputs = std::move(end);
+    end->next = outputs.release();
+    outputs = std::move(end);
   }
-  AVFilterInOut* near = graphEnd("in", source_).release();
-  AVFilterInOut* far = inputs.release();
+  AVFilterInOut* begin = graphEnd("in", source_).release();
+  AVFilterInOut* ends = outputs.release();
   const int error =
-      avfilter_graph_parse_ptr(graph_.get(), filterGraph(plan_, "in", "out").c_str(), &far, &near, nullptr);
-  avfilter_inout_free(&near);
-  avfilter_inout_free(&far);
+      avfilter_graph_parse_ptr(graph_.get(), filterGraph(plan_, "in", "out").c_str(), &ends, &begin, nullptr);
+  avfilter_inout_free(&begin);
+  avfilter_inout_free(&ends);
   check(error, "filter");
   check(avfilter_graph_config(graph_.get(), nullptr), "filter");
+  if (cancelled_()) throw IngestError("Cancelled");
 }
 
 void TrackDecoder::check(int error, const char* what) const {
   if (error >= 0) return;
+  if (cancelled_()) throw IngestError("Cancelled");
   const std::string detail = lastFfmpegError();
   throw DecodeFailure(std::string(what) + ": " + ffmpegErrorText(error) + (detail.empty() ? "" : ", " + detail));
 }

@@ -39,6 +39,7 @@ class TrackDecoder {
   int64_t duration_ = 0;       // of one picture, in the track's time base
   int64_t end_ = 0;            // of the last picture decoded
   int64_t packetsEnd_ = 0;     // of the last picture, decoded or not
+  const std::function<bool()>& cancelled_;
   CodecPtr codec_;
   FramePtr frame_ = newFrame();
   GraphPtr graph_;

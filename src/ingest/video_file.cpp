@@ -26,10 +26,13 @@ void checkReadable(const std::filesystem::path& path) {
     throw IngestError("There is no file " + name + ". Check the path.");
   }
   if (std::filesystem::is_directory(status)) throw IngestError(name + " is a folder, not a video file.");
+  if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
+    throw IngestError(name + " is no file that a video could be in.");  // opening a pipe would wait for ever
+  }
   if (!std::ifstream(path, std::ios::binary)) {
     throw IngestError(name + " cannot be opened. Check that you may read the file.");
   }
-  if (std::filesystem::is_regular_file(status) && std::filesystem::file_size(path, error) == 0 && !error) {
+  if (std::filesystem::file_size(path, error) == 0 && !error) {
     throw IngestError(name + " is empty (0 bytes). Copy it from the camera again.");
   }
 }
@@ -130,7 +133,8 @@ std::string ffmpegUrl(const std::filesystem::path& path) {
   return "file:" + toUtf8(path);
 }
 
-VideoFile::VideoFile(const std::filesystem::path& path, const std::function<bool()>& cancelled) {
+VideoFile::VideoFile(const std::filesystem::path& path, const std::function<bool()>& cancelled)
+    : cancelled_(cancelled) {
   captureFfmpegLog();
   checkReadable(path);
   input_ = openInput(path, cancelled);

@@ -39,8 +39,10 @@ class VideoFile {
   const std::vector<VideoTrack>& tracks() const { return tracks_; }  // at least one
   const std::string& camera() const { return camera_; }              // maker and model, empty when not told
   AVFormatContext& context() { return *input_; }
+  const std::function<bool()>& cancelled() const { return cancelled_; }
 
  private:
+  const std::function<bool()>& cancelled_;
   InputPtr input_;
   std::vector<VideoTrack> tracks_;
   std::string camera_;

@@ -16,11 +16,13 @@ namespace {
 constexpr std::chrono::milliseconds kTrainingPoll{50};
 
 // A run that is told to continue must not start over by accident, nor load the dataset only to be refused.
-void checkResume(const Project& project) {
+void checkResume(const Project& project, LogStore& log) {
   uint32_t step = 0;
   try {
     step = gs::readCheckpointHeader(project.checkpointFile()).step;
-  } catch (const std::exception&) {
+  } catch (const std::exception& error) {
+    std::error_code ignored;
+    if (std::filesystem::exists(project.checkpointFile(), ignored)) log.warning(error.what());
     throw std::runtime_error(
         "Continue from checkpoint is on, but there is no readable checkpoint.quor in output/. Turn it off to train "
         "from the start.");
@@ -32,8 +34,9 @@ void checkResume(const Project& project) {
 }
 
 StageStatus describeTraining(const gs::TrainStatus& status) {
-  StageStatus stage{StageState::Running, status.text, -1, status.secondsLeft};
+  StageStatus stage{StageState::Running, status.text};
   if (status.state == gs::TrainState::Training && status.step > 0) {
+    stage.secondsLeft = status.secondsLeft;
     stage.message = formatText("Step %d of %d", status.step, status.iterations);
     if (status.loss == status.loss) stage.message += formatText(", loss %f", static_cast<double>(status.loss));
     if (status.iterations > 0) {
@@ -63,7 +66,7 @@ std::string Pipeline::runTrain(const Project& project) {
   if (project.externalDataset.empty() && gs::colmap::findModelDir(job.dataset).empty()) {
     throw std::runtime_error("There is no camera solve to train from. Run Camera solve first.");
   }
-  if (job.resume) checkResume(project);
+  if (job.resume) checkResume(project, log_);
   const std::string start = formatText("%d iterations", std::max(job.iterations, 1));
   report(Stage::Train, StageState::Running, start, -1);
   log_.info(std::string(stageName(Stage::Train)) + ": " + start);

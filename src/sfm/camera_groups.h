@@ -1,5 +1,5 @@
-// Which frames were taken with one camera. COLMAP takes images of different sizes for one camera's no more than a
-// person would, so each group gets a camera, and a feature extraction, of its own.
+// Which frames were taken with one camera. COLMAP refuses one camera for images of different sizes, so each group gets
+// a camera, and a feature extraction, of its own.
 #pragma once
 
 #include <string>

@@ -30,15 +30,14 @@ bool saysGpuFailed(std::string_view line) {
 }
 
 bool saysNoModel(std::string_view line) {
-  return containsAny(line, std::array<std::string_view, 3>{"failed to create sparse model",
-                                                           "No good initial image pair", "No images with matches"});
+  return containsAny(line, std::array<std::string_view, 2>{"failed to create sparse model", "No images with matches"});
 }
 
 bool isProblem(std::string_view line, std::string_view message) {
   if (message.size() < line.size() && (line[0] == 'W' || line[0] == 'E' || line[0] == 'F')) return true;
   return containsAny(
-      message, std::array<std::string_view, 10>{"WARNING", "ERROR", "Error:", "Failed to", "failed to", "Could not",
-                                                "Check failed", "terminate called", "what():", "*** Aborted"});
+      message, std::array<std::string_view, 9>{"WARNING", "ERROR", "Error:", "Failed to", "failed to", "Check failed",
+                                               "terminate called", "what():", "*** Aborted"});
 }
 
 bool isWorthReading(std::string_view message) {

@@ -93,12 +93,15 @@ bool ColmapProgram::hasCommand(const std::string& command) {
 
 std::optional<std::string> ColmapProgram::option(const std::string& command,
                                                  const std::vector<std::string>& candidates) {
-  const std::string& text = help(command);
-  if (text.find("--") == std::string::npos) return "--" + candidates.back();
+  if (help(command).find("--") == std::string::npos) return "--" + candidates.back();
   for (const std::string& candidate : candidates) {
-    if (holdsWord(text, "--" + candidate)) return "--" + candidate;
+    if (accepts(command, candidate)) return "--" + candidate;
   }
   return std::nullopt;
+}
+
+bool ColmapProgram::accepts(const std::string& command, const std::string& option) {
+  return holdsWord(help(command), "--" + option);
 }
 
 int ColmapProgram::tryStep(const ColmapStep& step, ColmapOutput& output, const LineParser& parse,

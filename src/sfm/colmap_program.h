@@ -41,6 +41,9 @@ class ColmapProgram {
   // spelling is the last.
   std::optional<std::string> option(const std::string& command, const std::vector<std::string>& candidates);
 
+  // Whether the help of `command` lists an option, given without its dashes: for what is good to have.
+  bool accepts(const std::string& command, const std::string& option);
+
   // Runs one command to its end. A GPU step that COLMAP cannot run on the GPU is run again on the CPU. Throws
   // std::runtime_error: kSolveCancelled, "Could not run COLMAP (reason)" or "COMMAND failed (COLMAP exit code N)".
   void step(const ColmapStep& step, ColmapOutput& output, const LineParser& parse, const StepProgress& progress);

@@ -88,8 +88,4 @@ void ColmapRunner::writeMask(const Project& project) {
   }
 }
 
-std::filesystem::path solvedDataset(const Project& project) {
-  return project.solvedFolder();
-}
-
 }  // namespace quor

@@ -25,7 +25,7 @@ class ColmapRunner {
     std::vector<size_t> modelSizes;  // registered images of every model COLMAP made, largest first
     size_t points = 0;
     double reprojectionError = 0;   // mean, in pixels
-    std::filesystem::path dataset;  // holds images/ and sparse/: undistorted, ready to train
+    std::filesystem::path dataset;  // Project::solvedFolder(): undistorted, ready to train
   };
 
   // `cancelled` is asked from the calling thread of run().
@@ -42,8 +42,5 @@ class ColmapRunner {
   const std::function<bool()> cancelled_;
   std::optional<ColmapProgram> colmap_;
 };
-
-// Where run() leaves the undistorted images and their model.
-std::filesystem::path solvedDataset(const Project& project);
 
 }  // namespace quor

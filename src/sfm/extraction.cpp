@@ -63,7 +63,6 @@ ColmapStep extractionStep(const Solve& solve, const ImageGroup& group, size_t nu
   addGpuOption(step, solve.colmap, {"FeatureExtraction.use_gpu", "SiftExtraction.use_gpu"}, settings.useGPU);
   addOption(step, solve.colmap, {"FeatureExtraction.max_image_size", "SiftExtraction.max_image_size"},
             std::to_string(std::max(settings.maxImageSize, 1)));
-  // In version 4 the features are SIFT's still, and so is their greatest number.
   addOption(step, solve.colmap, {"FeatureExtraction.max_num_features", "SiftExtraction.max_num_features"},
             std::to_string(std::max(settings.maxFeatures, 1)));
   return step;
@@ -76,6 +75,10 @@ void addOption(ColmapStep& step, ColmapProgram& colmap, const std::vector<std::s
   if (const auto name = colmap.option(step.command, spellings)) {
     step.arguments.insert(step.arguments.end(), {*name, value});
   }
+}
+
+void addTuning(ColmapStep& step, ColmapProgram& colmap, const std::string& option, const std::string& value) {
+  if (colmap.accepts(step.command, option)) step.arguments.insert(step.arguments.end(), {"--" + option, value});
 }
 
 void addGpuOption(ColmapStep& step, ColmapProgram& colmap, const std::vector<std::string>& spellings, bool useGpu) {

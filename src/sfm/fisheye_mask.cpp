@@ -11,6 +11,7 @@ namespace {
 
 constexpr double kDegree = std::numbers::pi / 180;
 constexpr double kLeastFieldOfView = 10;  // degrees, as in the lens's camera seed
+constexpr double kWidestAngle = 85;       // degrees off the axis
 
 double rimMargin(const IngestSettings& settings) {
   return settings.fisheyeEdgeMargin > 0 ? std::min(settings.fisheyeEdgeMargin, 1.0) : 0;
@@ -21,10 +22,11 @@ class Lens {
   Lens(const IngestSettings& settings, int size)
       : half_(size / 2.0),
         focal_(half_ / (std::max(settings.fisheyeFieldOfView, kLeastFieldOfView) / 2 * kDegree)),
-        radius_(half_ * (1 - rimMargin(settings))),
+        radius_(std::min(half_ * (1 - rimMargin(settings)), focal_ * kWidestAngle * kDegree)),
         hidesBelow_(settings.fisheyeMaskBelow > 0),
         lowest_(-settings.fisheyeMaskBelow * kDegree) {}
 
+  double widest() const { return radius_ / focal_ / kDegree; }
   bool inCircle(int x, int y) const { return distance(x, y) <= half_; }
   bool shows(int x, int y) const { return distance(x, y) <= radius_ && (!hidesBelow_ || elevation(x, y) >= lowest_); }
 
@@ -66,13 +68,10 @@ std::string describeFisheyeMask(const IngestSettings& settings, const Image& mas
       }
     }
   }
-  std::string text = "Fisheye mask: hiding what lies outside the image circle";
-  if (rimMargin(settings) > 0) text += formatText(", %.3g%% of its radius at the rim", 100 * rimMargin(settings));
-  if (settings.fisheyeMaskBelow > 0) {
-    text += formatText(", what is more than %.3g° below the horizon", settings.fisheyeMaskBelow);
-  }
+  std::string text = formatText("Fisheye mask: hiding what is more than %.3g° off the axis", lens.widest());
+  if (settings.fisheyeMaskBelow > 0) text += formatText(" or %.3g° below the horizon", settings.fisheyeMaskBelow);
   const double hidden = circle == 0 ? 0 : static_cast<double>(circle - shown) / static_cast<double>(circle);
-  return text + formatText(" (%.0f%% of each lens)", 100 * hidden);
+  return text + formatText(", %.0f%% of each lens", 100 * hidden);
 }
 
 }  // namespace quor

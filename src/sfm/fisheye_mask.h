@@ -1,5 +1,9 @@
 // The mask that hides parts of every fisheye lens from feature extraction: what lies outside the image circle, its rim,
 // and the ground with whoever carries the camera. The pictures themselves stay as they are.
+//
+// The rim is always hidden from 85 degrees off the axis on. COLMAP projects through the plane in front of the lens,
+// where directions beside the lens have no place: with features there a capture of 190-degree lenses solved with a
+// median error of 12.6 degrees, without them with 0.03.
 #pragma once
 
 #include <string>

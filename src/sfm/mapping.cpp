@@ -46,10 +46,11 @@ ColmapStep mapperStep(const Solve& solve, const char* command) {
 // COLMAP's defaults adjust all cameras anew whenever the model has grown by a tenth, each time to the last digit. These
 // end at the same cameras in less than half the time.
 void addFasterBundleAdjustment(ColmapStep& step, ColmapProgram& colmap) {
-  addOption(step, colmap, {"Mapper.ba_global_frames_ratio", "Mapper.ba_global_images_ratio"}, "1.4");
-  addOption(step, colmap, {"Mapper.ba_global_points_ratio"}, "1.4");
-  addOption(step, colmap, {"Mapper.ba_global_function_tolerance"}, "1e-6");
-  addOption(step, colmap, {"Mapper.ba_local_function_tolerance"}, "1e-6");
+  addTuning(step, colmap, "Mapper.ba_global_images_ratio", "1.4");
+  addTuning(step, colmap, "Mapper.ba_global_frames_ratio", "1.4");  // its name in version 4
+  addTuning(step, colmap, "Mapper.ba_global_points_ratio", "1.4");
+  addTuning(step, colmap, "Mapper.ba_global_function_tolerance", "1e-6");
+  addTuning(step, colmap, "Mapper.ba_local_function_tolerance", "1e-6");
 }
 
 ColmapStep globalStep(const Solve& solve, bool fixedIntrinsics) {
@@ -62,7 +63,7 @@ ColmapStep globalStep(const Solve& solve, bool fixedIntrinsics) {
   }
   solve.progress.begin("Solving cameras with the global mapper", kMappingBegins, kMappingEnds);
   ColmapStep step = mapperStep(solve, "global_mapper");
-  addOption(step, solve.colmap, {"GlobalMapper.track_required_tracks_per_view"}, "50");
+  addTuning(step, solve.colmap, "GlobalMapper.track_required_tracks_per_view", "50");
   if (fixedIntrinsics) addFixedIntrinsics(step, "--GlobalMapper.");
   return step;
 }
@@ -86,7 +87,10 @@ bool useGlobalMapper(const Solve& solve) {
 std::vector<SparseModel> readModels(const Solve& solve) {
   std::vector<SparseModel> models;
   std::vector<std::filesystem::path> folders = {solve.files.sparse};
-  for (const auto& entry : std::filesystem::directory_iterator(solve.files.sparse)) folders.push_back(entry.path());
+  std::error_code ignored;
+  for (const auto& entry : std::filesystem::directory_iterator(solve.files.sparse, ignored)) {
+    folders.push_back(entry.path());
+  }
   std::ranges::sort(folders);
   for (const std::filesystem::path& folder : folders) {
     if (!gs::colmap::hasModel(folder)) continue;

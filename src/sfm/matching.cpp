@@ -33,7 +33,7 @@ ColmapStep matcherStep(const Solve& solve, Matcher matcher) {
   switch (matcher) {
     case Matcher::Exhaustive:
       step.command = "exhaustive_matcher";
-      addOption(step, solve.colmap, {"ExhaustiveMatching.block_size"}, std::to_string(blockSize(solve.images)));
+      addTuning(step, solve.colmap, "ExhaustiveMatching.block_size", std::to_string(blockSize(solve.images)));
       break;
     case Matcher::Sequential:
       step.command = "sequential_matcher";

@@ -42,12 +42,14 @@ std::vector<SparseModel> mapImages(const Solve& solve, bool fixedIntrinsics);
 
 // Writes the frames of a model as a pinhole camera would have taken them, with their model, to the unfinished dataset
 // and checks that they are all there.
-void undistortImages(const Solve& solve, const std::filesystem::path& model);
+void undistortImages(const Solve& solve, const std::filesystem::path& folder);
 
 // Appends an option and its value when the command accepts one of its spellings, given newest first.
 void addOption(ColmapStep& step, ColmapProgram& colmap, const std::vector<std::string>& spellings,
                const std::string& value);
-// The same for the option that asks for the GPU.
+// Appends an option that the command can do without, only when its help lists it.
+void addTuning(ColmapStep& step, ColmapProgram& colmap, const std::string& option, const std::string& value);
+// As addOption, for the option that asks for the GPU.
 void addGpuOption(ColmapStep& step, ColmapProgram& colmap, const std::vector<std::string>& spellings, bool useGpu);
 
 }  // namespace quor

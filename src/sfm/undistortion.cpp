@@ -1,9 +1,12 @@
+#include <algorithm>
+#include <optional>
 #include <stdexcept>
 
 #include "base/paths.h"
 #include "base/text.h"
 #include "colmap/model.h"
 #include "sfm/crop.h"
+#include "sfm/fisheye_scale.h"
 #include "sfm/solve.h"
 
 namespace quor {
@@ -22,8 +25,21 @@ void addCrop(ColmapStep& step, const Crop& crop) {
   add("--roi_max_x", crop.maxX);
   add("--roi_min_y", crop.minY);
   add("--roi_max_y", crop.maxY);
-  // Else COLMAP widens what is left until it shows the whole frame again.
-  step.arguments.insert(step.arguments.end(), {"--max_scale", "1"});
+}
+
+// How large the pinhole image is against the frame, at the frame's own focal length.
+void addScale(ColmapStep& step, const gs::colmap::Model& model, const Crop& crop) {
+  std::optional<double> scale;
+  for (const auto& [id, camera] : model.cameras) {
+    if (const auto own = fisheyeScale(camera)) scale = std::min(*own, scale.value_or(*own));
+  }
+  if (scale) {
+    const std::string value = formatText("%.6f", *scale);
+    step.arguments.insert(step.arguments.end(), {"--min_scale", value, "--max_scale", value});
+  } else if (!crop.whole()) {
+    // Else COLMAP widens what is left until it shows the whole frame again.
+    step.arguments.insert(step.arguments.end(), {"--max_scale", "1"});
+  }
 }
 
 // COLMAP's scripts for a dense reconstruction, which nothing here does.
@@ -70,23 +86,25 @@ void logCameras(const Solve& solve) {
 
 }  // namespace
 
-void undistortImages(const Solve& solve, const fs::path& model) {
+void undistortImages(const Solve& solve, const fs::path& folder) {
+  const gs::colmap::Model model = gs::colmap::loadModel(folder, false);
   solve.progress.begin("Undistorting images", kUndistortionBegins, 1);
   ColmapStep step;
   step.command = "image_undistorter";
-  step.arguments = {"--image_path",  toUtf8(solve.files.frames),     "--input_path",  toUtf8(model),
+  step.arguments = {"--image_path",  toUtf8(solve.files.frames),     "--input_path",  toUtf8(folder),
                     "--output_path", toUtf8(solve.files.unfinished), "--output_type", "COLMAP"};
   // JPEG files are otherwise written at a quality that costs training detail; older versions have no say in it.
-  addOption(step, solve.colmap, {"jpeg_quality"}, "95");
+  addTuning(step, solve.colmap, "jpeg_quality", "95");
   const Crop crop = frameCrop(solve.project.ingest);
   for (const std::string& message : crop.messages) solve.log.info(message);
   addCrop(step, crop);
+  addScale(step, model, crop);
   std::error_code ignored;
   fs::create_directories(solve.files.unfinished, ignored);
   solve.run(step, countedFraction);
 
   removeScripts(solve.files.unfinished);
-  checkDataset(solve.files.unfinished, gs::colmap::loadModel(model, false).images.size());
+  checkDataset(solve.files.unfinished, model.images.size());
   logCameras(solve);
 }
 

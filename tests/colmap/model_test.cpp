@@ -36,7 +36,8 @@ std::string binaryImage(uint32_t id, uint32_t camera, const std::string& name, u
 }
 
 std::string binaryPoint(uint64_t id, double x, uint64_t track) {
-  return bytes(id, x, x + 1, x + 2, uint8_t{10}, uint8_t{20}, uint8_t{255}, 0.5, track) + std::string(track * 8, 't');
+  return bytes(id, x, x + 1, x + 2, uint8_t{10}, uint8_t{20}, uint8_t{255}, id == 1 ? -1.0 : 0.5, track) +
+         std::string(track * 8, 't');
 }
 
 const std::string kCameras = bytes(uint64_t{2}) + binaryCamera(7, 1, {500, 510, 320, 240}) +
@@ -54,7 +55,7 @@ const char* const kImagesText =
     "broken 0.5 -0.5\n1 2 -1\n"
     "3 0.5 -0.5 0.25 0.125 1 2 3 3 left cam/f00001";
 const char* const kPointsText =
-    "# Points\n9 -1.5 -0.5 0.5 10 20 255 0.5 1 2 3 4\n8 1 2 3 4 5\n\n1 4 5 6 10 20 511 0.5\n";
+    "# Points\n9 -1.5 -0.5 0.5 10 20 255 0.5 1 2 3 4\n8 1 2 3 4 5\n\n1 4 5 6 10 20 511 -1\n";
 
 void writeBinary(const std::filesystem::path& dir, const std::string& cameras, const std::string& images,
                  const std::string& points) {
@@ -79,6 +80,7 @@ void expectTheModel(const Model& model) {
 
   EXPECT_THAT(model.points.positions, ElementsAre(-1.5f, -0.5f, 0.5f, 4, 5, 6));
   EXPECT_THAT(model.points.colors, ElementsAre(10, 20, 255, 10, 20, 255));
+  EXPECT_EQ(model.points.meanError, 0.5);
 }
 
 TEST(ColmapModel, BothEncodingsGiveTheSameModel) {

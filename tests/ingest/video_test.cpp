@@ -225,6 +225,14 @@ TEST(Video, IsLeftToFfmpegWhereTheLibrariesFail) {
   EXPECT_NEAR(static_cast<double>(result.frames.size()), 8, 2);
   EXPECT_THAT(extraction.logged(), HasSubstr("In-process decoding failed (the picture changes its size"));
   for (const auto& frame : result.frames) EXPECT_EQ(readImageSize(frame).height, 48);
+
+  extraction.settings.viewsPerFrame = 3;
+  extraction.settings.viewResolution = 256;
+  extraction.settings.blurRejection = false;
+  const ExtractionResult spheres = extraction.run(clip, InputKind::Video360);
+  EXPECT_NEAR(static_cast<double>(spheres.frames.size()), 3 * 8, 3 * 2);
+  EXPECT_EQ(spheres.frames[4].filename(), "f00002_v01.jpg");
+  EXPECT_EQ(readImageSize(spheres.frames[4]).width, 256);
 }
 
 TEST(Video, RelaysWhatFfmpegSays) {

@@ -69,7 +69,7 @@ class EndToEndTest : public ::testing::Test {
 };
 
 TEST_F(EndToEndTest, Photos) {
-  film(sample::Kind::Photos, 320, 24);
+  film(sample::Kind::Photos, 320, 18);
   solve();
   const gs::colmap::Model truth = gs::colmap::loadModel(capture_ / "sparse/0", false);
   std::vector<test::TruePose> poses;
@@ -78,44 +78,44 @@ TEST_F(EndToEndTest, Photos) {
     pose.translation = truth.images[i].tvec;
     poses.push_back({sample::frameName(i), pose});
   }
-  expectTrueCameras(poses, 24);
+  expectTrueCameras(poses, 18);
 }
 
 TEST_F(EndToEndTest, Video) {
-  film(sample::Kind::Video, 320, 40);
+  film(sample::Kind::Video, 324, 30);
   ASSERT_EQ(inputs_[0].kind, InputKind::Video);
-  solve([](Project& project) { project.ingest.targetFrameCount = 40; });
+  solve([](Project& project) { project.ingest.targetFrameCount = 30; });
   std::vector<test::TruePose> poses;
   test::appendSampled(poses, test::readTrueVideo(capture_ / "cameras.csv"), 0, 10, "");
-  expectTrueCameras(poses, 40);
+  expectTrueCameras(poses, 30);
 }
 
 TEST_F(EndToEndTest, Video360) {
-  film(sample::Kind::Video360, 1024, 20, 5);
+  film(sample::Kind::Video360, 1024, 16, 5);
   ASSERT_EQ(inputs_[0].kind, InputKind::Video360);
   solve([](Project& project) {
-    project.ingest.targetFrameCount = 60;
-    project.ingest.viewResolution = 320;
+    project.ingest.targetFrameCount = 48;
+    project.ingest.viewResolution = 256;
   });
   const test::TrueVideo video = test::readTrueVideo(capture_ / "cameras.csv");
   std::vector<test::TruePose> poses;
   for (const SphereView& view : sphereViews(project_.ingest)) {
     test::appendSampled(poses, video, 0, 2.5, "_" + view.name, test::viewTurn(view.yaw, view.pitch));
   }
-  expectTrueCameras(poses, 60);
+  expectTrueCameras(poses, 48);
   ASSERT_TRUE(project_.knownIntrinsics);
 }
 
 TEST_F(EndToEndTest, DualFisheye) {
-  film(sample::Kind::DualFisheye, 400, 24, 5);
+  film(sample::Kind::DualFisheye, 320, 16, 5);
   ASSERT_EQ(inputs_[0].kind, InputKind::DualFisheye);
-  solve([](Project& project) { project.ingest.targetFrameCount = 24; });
+  solve([](Project& project) { project.ingest.targetFrameCount = 16; });
   const test::TrueVideo video = test::readTrueVideo(capture_ / "cameras.csv");
   std::vector<test::TruePose> poses;
   for (const size_t lens : {size_t{0}, size_t{1}}) {
     test::appendSampled(poses, video, lens, 5, "_lens" + std::to_string(lens + 1));
   }
-  expectTrueCameras(poses, 48);
+  expectTrueCameras(poses, 32);
 }
 
 }  // namespace

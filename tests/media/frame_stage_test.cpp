@@ -15,7 +15,6 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
 class FrameStageTest : public ::testing::Test {
@@ -91,7 +90,7 @@ TEST_F(FrameStageTest, AFailureKeepsTheEarlierFrames) {
   project_.inputs.push_back({toUtf8(folder_ / "gone.mp4"), InputKind::Video});
   EXPECT_THAT(runFrames(), StartsWith("The project's input " + toUtf8(folder_ / "gone.mp4") + " is no longer there."));
   test::writeFile(folder_ / "gone.mp4", "no video");
-  EXPECT_THAT(runFrames(), HasSubstr("gone.mp4"));
+  EXPECT_THAT(runFrames(), HasSubstr("ffmpeg"));  // what no decoder here reads, the program might
   EXPECT_THAT(files(project_.framesFolder()), ElementsAre("f00001.jpg"));
   EXPECT_FALSE(fs::exists(project_.root / "frames.partial"));
 

@@ -8,6 +8,7 @@
 #include "sfm/colmap_output.h"
 #include "sfm/crop.h"
 #include "sfm/fisheye_mask.h"
+#include "sfm/fisheye_scale.h"
 #include "sfm/verdict.h"
 #include "solve_fixture.h"
 
@@ -57,6 +58,27 @@ TEST(Crop, LeavesEnoughToTrainOn) {
   }
 }
 
+TEST(FisheyeScale, KeepsThePinholeImageWithinTheLens) {
+  const auto scaleOf = [](int32_t model, uint64_t width, uint64_t height, double focal) {
+    const gs::colmap::Camera camera{
+        1,
+        model,
+        width,
+        height,
+        {focal, focal, static_cast<double>(width) / 2, static_cast<double>(height) / 2, 0, 0, 0, 0}};
+    return fisheyeScale(camera);
+  };
+  const auto cornerOf = [](double scale, double focal) { return std::atan(scale * 240 * std::numbers::sqrt2 / focal); };
+  constexpr int32_t kOpenCv = 4, kOpenCvFisheye = 5;
+  const double wide = 240 / (95 * std::numbers::pi / 180), narrow = 240 / (50 * std::numbers::pi / 180);
+  EXPECT_NEAR(scaleOf(kOpenCvFisheye, 480, 480, wide).value(), 1, 0.01);
+  EXPECT_NEAR(cornerOf(*scaleOf(kOpenCvFisheye, 480, 480, narrow), narrow) * 180 / std::numbers::pi, 48.5, 1e-6);
+  EXPECT_TRUE(scaleOf(kOpenCvFisheye, 640, 480, 250));
+  EXPECT_FALSE(scaleOf(kOpenCvFisheye, 640, 480, 500));
+  EXPECT_FALSE(scaleOf(kOpenCv, 480, 480, 100));
+  EXPECT_FALSE(scaleOf(kOpenCvFisheye, 480, 480, 0));
+}
+
 class Mask : public ::testing::Test {
  protected:
   // Whether the pixel that shows a direction, in degrees from the axis and around it from the right downwards, is seen.
@@ -74,22 +96,25 @@ class Mask : public ::testing::Test {
 };
 
 TEST_F(Mask, HidesTheCornersTheRimAndTheGround) {
-  EXPECT_TRUE(shows(94, 30));
-  EXPECT_FALSE(shows(96, 30));
+  EXPECT_TRUE(shows(84, 30));  // the model that the solve fits ends beside the lens
+  EXPECT_FALSE(shows(86, 30));
   EXPECT_FALSE(shows(120, 45));
-  settings.fisheyeEdgeMargin = 0.1;
-  EXPECT_TRUE(shows(85, 200));
-  EXPECT_FALSE(shows(86, 200));
-  settings.fisheyeEdgeMargin = 0;
+  settings.fisheyeEdgeMargin = 0.2;
+  EXPECT_TRUE(shows(75, 200));
+  EXPECT_FALSE(shows(77, 200));
+  settings.fisheyeFieldOfView = 100;
+  EXPECT_TRUE(shows(39, 200));
+  EXPECT_FALSE(shows(41, 200));
+  settings = {};
   settings.fisheyeMaskBelow = 30;
   EXPECT_TRUE(shows(29, 90));  // straight down from the axis
   EXPECT_FALSE(shows(31, 90));
   EXPECT_TRUE(shows(80, 270));
-  EXPECT_TRUE(shows(90, 29));  // to the right, turned down by so much
-  EXPECT_FALSE(shows(90, 31));
-  EXPECT_THAT(
-      describeFisheyeMask(settings, fisheyeMask(settings, kSize)),
-      AllOf(HasSubstr("Fisheye mask: hiding "), HasSubstr("30° below the horizon"), HasSubstr("% of each lens")));
+  EXPECT_TRUE(shows(80, 29));  // to the right, turned down by so much
+  EXPECT_FALSE(shows(80, 32));
+  EXPECT_THAT(describeFisheyeMask(settings, fisheyeMask(settings, kSize)),
+              AllOf(HasSubstr("Fisheye mask: hiding what is more than 85° off the axis"),
+                    HasSubstr("30° below the horizon"), HasSubstr("% of each lens")));
 }
 
 TEST(Output, CountsInTheWordsOfAllVersions) {

@@ -34,7 +34,7 @@ TEST_F(Runner, RunsTheStepsAndLeavesADatasetToTrainOn) {
   EXPECT_EQ(result.registered, 3u);
   EXPECT_THAT(result.modelSizes, ElementsAre(3u, 1u));
   EXPECT_EQ(result.points, 2u);
-  EXPECT_EQ(result.dataset, solvedDataset(project));
+  EXPECT_EQ(result.dataset, project.solvedFolder());
   EXPECT_EQ(gs::colmap::loadModel(result.dataset / "sparse", true).images.size(), 3u);
   EXPECT_TRUE(fs::exists(result.dataset / "images" / "a.jpg"));
   for (const char* gone : {"database.db-wal", "sparse/7", "lists/group09.txt", "undistorted/old", "undistorted.partial",
@@ -101,7 +101,8 @@ TEST_F(Runner, DoesWithoutHelpWithoutATreeAndWithoutAGlobalMapper) {
   solve(colmap);
   EXPECT_THAT(colmap.call("feature_extractor"), HasSubstr(" --SiftExtraction.use_gpu 0 "));
   EXPECT_THAT(colmap.call("exhaustive_matcher"), HasSubstr(" --SiftMatching.use_gpu 0 "));
-  EXPECT_THAT(colmap.call("mapper"), Not(IsEmpty()));
+  EXPECT_THAT(colmap.call("mapper"), AllOf(Not(IsEmpty()), Not(HasSubstr("Mapper.ba"))));
+  EXPECT_THAT(colmap.call("image_undistorter"), Not(HasSubstr("jpeg_quality")));
   EXPECT_THAT(logText(),
               AllOf(HasSubstr("The vocab-tree matcher needs a vocabulary tree file (Settings); using exhaustive."),
                     HasSubstr("This COLMAP has no global mapper (it arrived in COLMAP 4); using the incremental one."),
@@ -128,9 +129,21 @@ TEST_F(Runner, FollowsTheMatcherSettings) {
   EXPECT_THAT(colmap.call("vocab_tree_matcher"), HasSubstr("--VocabTreeMatching.vocab_tree_path /tree "));
 }
 
+TEST_F(Runner, CropsWhatItUndistorts) {
+  addFrames();
+  FakeColmap colmap(folder / "tool");
+  colmap.mapsTo("0", {"a.jpg"});
+  project.ingest.fisheyeCropEdges = 0.1;
+  solve(colmap);
+  EXPECT_THAT(colmap.call("image_undistorter"),
+              HasSubstr(" --roi_min_x 0.100000 --roi_max_x 0.900000 --roi_min_y 0.100000 --roi_max_y 0.900000 "
+                        "--max_scale 1 "));
+  EXPECT_THAT(logText(), HasSubstr("Cropping 10% off every side of each undistorted frame\n"));
+}
+
 TEST_F(Runner, RefusesBeforeItTouchesAnything) {
   FakeColmap colmap(folder / "tool");
-  writeFile(solvedDataset(project) / "old", "kept");
+  writeFile(project.solvedFolder() / "old", "kept");
   EXPECT_EQ(thrownText([&] { solve(colmap); }), "There are no frames to solve. Run the Frames stage first.");
   addFrame("a.jpg");
   addFrame("b.jpg");
@@ -144,7 +157,7 @@ TEST_F(Runner, RefusesBeforeItTouchesAnything) {
   EXPECT_THAT(colmap.calls(), IsEmpty());
   ::chmod(colmap.executable().c_str(), 0644);
   EXPECT_THAT(thrownText([&] { solve(colmap); }), StartsWith("Could not run COLMAP ("));
-  EXPECT_EQ(readFile(solvedDataset(project) / "old"), "kept");
+  EXPECT_EQ(readFile(project.solvedFolder() / "old"), "kept");
 }
 
 TEST_F(Runner, RunsOnTheProcessorWhatTheGpuCannot) {
@@ -193,7 +206,7 @@ TEST_F(Runner, FailsWithASentenceAndNoDataset) {
     gs::colmap::writeModel(colmap.executable().parent_path() / "empty/0", modelOf({}), {},
                            gs::colmap::Encoding::Binary);
     colmap.on(command, script);
-    writeFile(solvedDataset(project) / "old", "old");
+    writeFile(project.solvedFolder() / "old", "old");
     reached = 0;
     EXPECT_THAT(thrownText([&] { solve(colmap); }), StartsWith(text)) << name;
     EXPECT_FALSE(hasDataset()) << name;

@@ -42,7 +42,7 @@ class SolveTest : public ::testing::Test {
     for (const LogEntry& entry : log.entriesAfter(0)) text += levelPrefix(entry.level) + entry.text + "\n";
     return text;
   }
-  bool hasDataset() const { return std::filesystem::exists(solvedDataset(project)); }
+  bool hasDataset() const { return std::filesystem::exists(project.solvedFolder()); }
 
   TempFolder folder;
   Project project;

@@ -1,6 +1,7 @@
 // Frames to cameras.
 #include "pipeline/pipeline.h"
 #include "sfm/colmap_runner.h"
+#include "sfm/verdict.h"
 
 namespace quor {
 
@@ -9,6 +10,7 @@ std::string Pipeline::runSparse(const Project& project) {
   const ColmapRunner::Result result = runner.run(project, [this](const std::string& message, float fraction) {
     report(Stage::Sparse, StageState::Running, message, fraction);
   });
+  for (const std::string& line : solveVerdict(result)) log_.info(line);
   return std::to_string(result.registered) + " images registered";
 }
 
