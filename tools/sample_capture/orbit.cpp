@@ -32,6 +32,16 @@ View placed(const View& lens, const Pose& pose) {
   return view;
 }
 
+// The same place, looking the other way.
+Pose turnedBack(const Pose& pose) {
+  Pose back = pose;
+  for (const size_t row : {size_t{0}, size_t{2}}) {
+    for (size_t column = 0; column < 3; ++column) back.rotation[3 * row + column] *= -1;
+    back.translation[row] *= -1;
+  }
+  return back;
+}
+
 SplitMix64 randomOf(const Orbit& orbit) {
   return SplitMix64::fromSeed(orbit.seed ^ 0x6f72626974ULL);
 }
@@ -71,19 +81,9 @@ std::vector<PinholeView> aroundTheMiddle(const Orbit& orbit, double start, SwayA
   return views;
 }
 
-// Upright poses on the wide orbit; `heading` turns an angle around the middle into a heading.
-template <typename Heading>
-std::vector<Pose> uprightPoses(const Orbit& orbit, Heading&& heading) {
-  SplitMix64 random = randomOf(orbit);
-  const double start = startAngle(random);
-  std::vector<Pose> poses;
-  for (int i = 0; i < orbit.count; ++i) {
-    const double turn = turnAt(orbit, i), angle = start + turn;
-    const Vec3 eye = onOrbit(kWideRadius + 0.12 * std::sin(2 * turn), angle, 1.35 + 0.3 * std::sin(3 * turn));
-    const double h = heading(angle);
-    poses.push_back(lookAlong(eye, {std::cos(h), std::sin(h), 0}, 0));
-  }
-  return poses;
+// On the wide orbit, `angle` around the middle.
+Vec3 onWideOrbit(double turn, double angle) {
+  return onOrbit(kWideRadius + 0.12 * std::sin(2 * turn), angle, 1.35 + 0.3 * std::sin(3 * turn));
 }
 
 }  // namespace
@@ -114,23 +114,32 @@ std::vector<EquirectangularView> equirectangularViews(const Orbit& orbit) {
   EquirectangularView lens;
   lens.width = orbit.size.width;
   lens.height = orbit.size.height;
+  SplitMix64 random = randomOf(orbit);
+  const double start = startAngle(random);
   std::vector<EquirectangularView> views;
-  for (const Pose& pose : uprightPoses(orbit, [](double angle) { return angle + pi / 2; })) {
-    views.push_back(placed(lens, pose));
+  for (int i = 0; i < orbit.count; ++i) {
+    const double turn = turnAt(orbit, i), angle = start + turn;
+    const Vec3 ahead{-std::sin(angle), std::cos(angle), 0};
+    views.push_back(placed(lens, lookAlong(onWideOrbit(turn, angle), ahead, 0)));
   }
   return views;
 }
 
+// The pair tilts as a hand would tilt it: turned about the upright axis alone, a lens can be solved too narrow.
 std::array<std::vector<FisheyeView>, 2> fisheyeViews(const Orbit& orbit) {
   FisheyeView lens;
   lens.width = orbit.size.width;
   lens.height = orbit.size.height;
+  SplitMix64 random = randomOf(orbit);
+  const double start = startAngle(random);
   std::array<std::vector<FisheyeView>, 2> views;
-  for (size_t i = 0; i < views.size(); ++i) {
-    const double side = pi * static_cast<double>(i);
-    for (const Pose& pose : uprightPoses(orbit, [&](double angle) { return kHeadingTurns * angle + side; })) {
-      views[i].push_back(placed(lens, pose));
-    }
+  for (int i = 0; i < orbit.count; ++i) {
+    const double turn = turnAt(orbit, i), angle = start + turn, heading = kHeadingTurns * angle;
+    const double rise = 0.2 * std::sin(5 * angle), roll = 0.25 * std::sin(4 * angle);
+    const Vec3 forward{std::cos(rise) * std::cos(heading), std::cos(rise) * std::sin(heading), std::sin(rise)};
+    const Pose front = lookAlong(onWideOrbit(turn, angle), forward, roll);
+    views[0].push_back(placed(lens, front));
+    views[1].push_back(placed(lens, turnedBack(front)));
   }
   return views;
 }

@@ -25,7 +25,7 @@ std::vector<PinholeView> videoViews(const Orbit& orbit);
 // Upright, the sphere's middle looking where the camera is heading.
 std::vector<EquirectangularView> equirectangularViews(const Orbit& orbit);
 
-// Two lenses back to back, upright: the views of the first, then those of the second. The pair turns three times as it
+// Two lenses back to back: the views of the first, then those of the second. The pair turns three times as it
 // goes around once, so that each lens sees before long what the other has seen: opposite lenses share next to nothing
 // at any one time.
 std::array<std::vector<FisheyeView>, 2> fisheyeViews(const Orbit& orbit);
