@@ -18,15 +18,14 @@ namespace {
 
 class EndToEndTest : public ::testing::Test {
  protected:
-  void film(sample::Kind kind, int size, int count, int framesPerSecond = 10) {
+  // `turn`: degrees of the orbit that are covered.
+  void film(sample::Kind kind, int size, int count, double turn = 360) {
     sample::Options options;
     options.kind = kind;
     options.out = capture_;
     options.orbit.count = count;
-    options.orbit.size = {size, kind == sample::Kind::Video360      ? size / 2
-                                : kind == sample::Kind::DualFisheye ? size
-                                                                    : size * 2 / 3};
-    options.framesPerSecond = framesPerSecond;
+    options.orbit.size = sample::pictureSize(kind, size);
+    options.orbit.turn = turn;
     options.binaryModel = true;
     sample::writeCapture(options);
     inputs_ = {{toUtf8(capture_ / sample::mediaOf(kind)),
@@ -69,7 +68,7 @@ class EndToEndTest : public ::testing::Test {
 };
 
 TEST_F(EndToEndTest, Photos) {
-  film(sample::Kind::Photos, 320, 18);
+  film(sample::Kind::Photos, 320, 24);
   solve();
   const gs::colmap::Model truth = gs::colmap::loadModel(capture_ / "sparse/0", false);
   std::vector<test::TruePose> poses;
@@ -78,11 +77,11 @@ TEST_F(EndToEndTest, Photos) {
     pose.translation = truth.images[i].tvec;
     poses.push_back({sample::frameName(i), pose});
   }
-  expectTrueCameras(poses, 18);
+  expectTrueCameras(poses, 24);
 }
 
 TEST_F(EndToEndTest, Video) {
-  film(sample::Kind::Video, 324, 30);
+  film(sample::Kind::Video, 320, 30, 180);
   ASSERT_EQ(inputs_[0].kind, InputKind::Video);
   solve([](Project& project) { project.ingest.targetFrameCount = 30; });
   std::vector<test::TruePose> poses;
@@ -91,7 +90,7 @@ TEST_F(EndToEndTest, Video) {
 }
 
 TEST_F(EndToEndTest, Video360) {
-  film(sample::Kind::Video360, 1024, 16, 5);
+  film(sample::Kind::Video360, 768, 8, 120);
   ASSERT_EQ(inputs_[0].kind, InputKind::Video360);
   solve([](Project& project) {
     project.ingest.targetFrameCount = 48;
@@ -100,22 +99,22 @@ TEST_F(EndToEndTest, Video360) {
   const test::TrueVideo video = test::readTrueVideo(capture_ / "cameras.csv");
   std::vector<test::TruePose> poses;
   for (const SphereView& view : sphereViews(project_.ingest)) {
-    test::appendSampled(poses, video, 0, 2.5, "_" + view.name, test::viewTurn(view.yaw, view.pitch));
+    test::appendSampled(poses, video, 0, 10, "_" + view.name, test::viewTurn(view.yaw, view.pitch));
   }
   expectTrueCameras(poses, 48);
   ASSERT_TRUE(project_.knownIntrinsics);
 }
 
 TEST_F(EndToEndTest, DualFisheye) {
-  film(sample::Kind::DualFisheye, 320, 16, 5);
+  film(sample::Kind::DualFisheye, 320, 12, 120);
   ASSERT_EQ(inputs_[0].kind, InputKind::DualFisheye);
-  solve([](Project& project) { project.ingest.targetFrameCount = 16; });
+  solve([](Project& project) { project.ingest.targetFrameCount = 12; });
   const test::TrueVideo video = test::readTrueVideo(capture_ / "cameras.csv");
   std::vector<test::TruePose> poses;
   for (const size_t lens : {size_t{0}, size_t{1}}) {
-    test::appendSampled(poses, video, lens, 5, "_lens" + std::to_string(lens + 1));
+    test::appendSampled(poses, video, lens, 10, "_lens" + std::to_string(lens + 1));
   }
-  expectTrueCameras(poses, 32);
+  expectTrueCameras(poses, 24);
 }
 
 }  // namespace
