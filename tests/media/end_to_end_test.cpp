@@ -10,13 +10,14 @@
 #include "pipeline/media.h"
 #include "pipeline/pipeline.h"
 #include "sample_capture/options.h"
+#include "support/gpu_fixture.h"
 #include "support/solved_cameras.h"
 #include "support/temp_folder.h"
 
 namespace quor {
 namespace {
 
-class EndToEndTest : public ::testing::Test {
+class EndToEndTest : public gs::GpuTest {
  protected:
   // `turn`: degrees of the orbit that are covered.
   void film(sample::Kind kind, int size, int count, double turn = 360) {
@@ -63,7 +64,7 @@ class EndToEndTest : public ::testing::Test {
   Project project_;
   LogStore log_{5000};
   test::FakeTrainer trainer_;
-  Pipeline pipeline_{trainer_, log_, Tools{findColmap(""), findFfmpeg("")}};
+  Pipeline pipeline_{trainer_, log_, Tools{findColmap(""), findFfmpeg("")}, &context};
   gs::colmap::Model solved_;
 };
 
@@ -83,7 +84,10 @@ TEST_F(EndToEndTest, Photos) {
 TEST_F(EndToEndTest, Video) {
   film(sample::Kind::Video, 320, 30, 180);
   ASSERT_EQ(inputs_[0].kind, InputKind::Video);
-  solve([](Project& project) { project.ingest.targetFrameCount = 30; });
+  solve([](Project& project) {
+    project.ingest.targetFrameCount = 30;
+    project.sparse.gpuMatching = false;  // the other captures' features are matched here
+  });
   std::vector<test::TruePose> poses;
   test::appendSampled(poses, test::readTrueVideo(capture_ / "cameras.csv"), 0, 10, "");
   expectTrueCameras(poses, 30);
