@@ -96,7 +96,8 @@ class Follower {
     // A failure is printed by drive() as the run's error.
     if (status.state == StageState::NotRun || status.state == StageState::Failed || status.message.empty()) return;
     const std::string progressText = share(status.fraction) + timeLeft(status.secondsLeft);
-    const std::string line = stage == Stage::Train ? "  train: " + status.message : status.message;
+    std::string line = stage == Stage::Train ? "  train: " + status.message : status.message;
+    if (status.message == "Starting") line = stageName(stage);  // says more on a line of its own
     std::string& last = last_[static_cast<size_t>(stage)];
     const bool running = status.state == StageState::Running;
     if (running && console_.isTerminal()) {
