@@ -41,8 +41,7 @@ bool isProblem(std::string_view line, std::string_view message) {
 }
 
 bool isWorthReading(std::string_view message) {
-  return containsAny(message, std::array<std::string_view, 3>{"Elapsed time", "Initializing with image pair",
-                                                              "Relaxing the initialization"});
+  return containsAny(message, std::array<std::string_view, 2>{"Elapsed time", "Relaxing the initialization"});
 }
 
 bool isStackTrace(std::string_view line) {
