@@ -1,9 +1,11 @@
 // A trainer without a GPU: its job runs until the test ends it or a stop or cancellation does.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <optional>
+#include <stdexcept>
 #include <string>
 
 #include "gs/training_service.h"
@@ -41,7 +43,8 @@ class FakeTrainer : public gs::TrainingService {
   // The test's side.
   void waitUntilStarted() {
     std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return running_; });
+    const bool started = changed_.wait_for(lock, std::chrono::minutes(1), [this] { return running_; });
+    if (!started) throw std::runtime_error("Training was never asked for.");
   }
   void setStatus(const gs::TrainStatus& status) {
     const std::lock_guard lock(mutex_);

@@ -33,7 +33,7 @@ class PipelineTest : public ::testing::Test {
     test::writeFile(dataset / "sparse/0/images.txt", "1 1 0 0 0 0 0 0 1 a.jpg\n\n2 1 0 0 0 0 0 1 1 b.jpg\n\n");
     test::writeFile(dataset / "sparse/0/points3D.txt", "");
   }
-  void solveCameras() { solveCameras(project_.colmapFolder()); }
+  void solveCameras() { solveCameras(project_.solvedFolder()); }
 
   // Bytes 16..19 hold the step; the splat count is checked against the file's size.
   void writeCheckpoint(uint32_t step) {
@@ -254,7 +254,7 @@ TEST(MakeTrainJob, TheProjectsSettingsDecide) {
   fromJson(json, project.ingest, project.sparse, project.training);
   const gs::TrainJob job = makeTrainJob(project);
   EXPECT_EQ(std::tuple(job.dataset, job.output, job.technique, job.background),
-            std::tuple("/p", "/p/output", gs::Technique::Mcmc, project.training.background));
+            std::tuple("/p/colmap/undistorted", "/p/output", gs::Technique::Mcmc, project.training.background));
   EXPECT_EQ(std::tuple(job.iterations, job.shDegree, job.downscaleLevels, job.ssimWeight, job.refineEvery,
                        job.testEvery, job.splatBudget, job.resolution),
             std::tuple(11, 1, 4, 0.5f, 13, 5, 17u, 19));
