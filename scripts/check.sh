@@ -26,6 +26,7 @@ check_asan() {
 check_tsan() {
   build tsan
   # ThreadSanitizer cannot map its shadow memory where the kernel spreads addresses widely.
+  export TSAN_OPTIONS=suppressions=$PWD/scripts/tsan_suppressions.txt
   setarch -R ctest --preset tsan -L threads
   setarch -R build/tsan/bin/test_gs --gtest_filter='Dataset*:Engine*:Trainer*'
 }

@@ -94,11 +94,11 @@ void removeEvalReport(const fs::path& folder) noexcept {
   }
 }
 
-void EvalReport::add(const View& view, const ImageScores& scores, Image render) {
+void EvalReport::add(const View& view, const ImageScores& scores, const Image& render) {
   scores_ += csvField(view.name) + formatText(",%.4f,%.6f,%.6f\n", scores.psnr(), scores.ssim, scores.l1);
   if (!failure_.empty()) return;
   waiting_.push_back(
-      {folder_ / fromUtf8(pictureName(view.name, taken_) + kPictureEnding), sideBySide(view.image, std::move(render))});
+      {folder_ / fromUtf8(pictureName(view.name, taken_) + kPictureEnding), sideBySide(view.image, render)});
   if (waiting_.size() >= std::max(1u, std::thread::hardware_concurrency())) writePictures();
 }
 

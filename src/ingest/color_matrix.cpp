@@ -63,7 +63,7 @@ void convertChroma(uint8_t* __restrict u, uint8_t* __restrict v, int16_t* __rest
 }
 
 void addToLuma(uint8_t* __restrict y, const int16_t* __restrict gain, int width) {
-  for (int x = 0; x < width / 2; ++x) {
+  for (ptrdiff_t x = 0; x < width / 2; ++x) {
     y[2 * x] = toByte(y[2 * x] + gain[x]);
     y[2 * x + 1] = toByte(y[2 * x + 1] + gain[x]);
   }

@@ -74,7 +74,7 @@ DescriptorPair makeSocketPair() {
 
 std::vector<std::string> withOwnEnvironment(const ChildCommand& command) {
   std::vector<std::string> variables;
-  for (const auto& [name, value] : command.environment) variables.push_back(name + "=" + value);
+  for (const auto& [name, value] : command.environment) variables.emplace_back(name).append("=").append(value);
   const size_t set = variables.size();
   for (char** variable = environ; variable && *variable; ++variable) {
     const std::string_view text = *variable;
@@ -88,6 +88,7 @@ std::vector<std::string> withOwnEnvironment(const ChildCommand& command) {
 
 std::vector<char*> pointers(std::vector<std::string>& texts) {
   std::vector<char*> list;
+  list.reserve(texts.size() + 1);
   for (std::string& text : texts) list.push_back(text.data());
   list.push_back(nullptr);
   return list;
@@ -154,7 +155,7 @@ class GuardedProcess {
 
   // False when there is no more now.
   bool readOutput(OutputLines& lines) {
-    std::array<char, 64 * 1024> buffer;
+    std::array<char, size_t{64} * 1024> buffer;
     const ssize_t length = read(output_.number(), buffer.data(), buffer.size());
     if (length == 0) output_.reset();  // closed by all who had it; the child may go on
     if (length <= 0) return false;
