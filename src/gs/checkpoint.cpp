@@ -10,8 +10,8 @@
 #include <stdexcept>
 
 #include "base/atomic_file.h"
+#include "base/host_memory.h"
 #include "base/paths.h"
-#include "gs/host_memory.h"
 
 namespace quor::gs {
 

@@ -4,8 +4,8 @@
 #include <string>
 #include <utility>
 
+#include "base/host_memory.h"
 #include "base/text.h"
-#include "gs/host_memory.h"
 
 namespace quor::gs {
 namespace {

@@ -6,6 +6,7 @@
 #include <optional>
 #include <stdexcept>
 
+#include "base/cancelled.h"
 #include "base/parallel.h"
 #include "base/paths.h"
 #include "gs/source_camera.h"
@@ -58,7 +59,7 @@ class PhotographLoader {
   // One entry an image, empty where it could not be read.
   std::vector<std::optional<View>> load() {
     parallelFor(images_.size(), [this](size_t i) { loadOne(i); });
-    if (cancel_) throw std::runtime_error("Cancelled");
+    if (cancel_) throw std::runtime_error(kCancelled);
     return std::move(views_);
   }
 

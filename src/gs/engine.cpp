@@ -9,6 +9,7 @@
 #include <new>
 #include <stdexcept>
 
+#include "base/cancelled.h"
 #include "base/paths.h"
 #include "base/text.h"
 #include "gs/checkpoint.h"
@@ -28,7 +29,6 @@ namespace quor::gs {
 namespace fs = std::filesystem;
 namespace {
 
-constexpr const char* kCancelled = "Cancelled";
 constexpr auto kReportEvery = std::chrono::milliseconds(100);
 // How fast the shown step time forgets.
 constexpr double kStepTimeAverage = 0.05;

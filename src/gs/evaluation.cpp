@@ -4,6 +4,7 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "base/cancelled.h"
 #include "base/text.h"
 #include "gpu/vulkan_context.h"
 
@@ -30,7 +31,7 @@ EvalResult evaluate(ComputeStream& stream, Transfer& transfer, Renderer& rendere
   double psnr = 0, ssim = 0, l1 = 0;
   GpuBuffer photo;
   for (const View& view : views) {
-    if (cancel) throw std::runtime_error("Cancelled");
+    if (cancel) throw std::runtime_error(kCancelled);
     const size_t bytes = view.image.rgb.size();
     if (photo.size() < bytes) {
       photo = GpuBuffer(stream.context(), (bytes + 3) / 4 * 4, BufferKind::Device, "held-out photograph");

@@ -6,6 +6,7 @@
 #include <set>
 #include <system_error>
 
+#include "base/cancelled.h"
 #include "base/paths.h"
 #include "base/text.h"
 #include "ingest/sharpness.h"
@@ -70,7 +71,7 @@ void FrameExtractor::rejectBlurryFrames(ExtractionResult& result, const IngestSe
   size_t before = 0;
   for (const auto& [label, frames] : streams) {
     const SharpnessResult scored = rejectBlurry(frames, settings.blurThreshold, kMostRejected, [&](size_t count) {
-      if (cancelled_()) throw IngestError("Cancelled");
+      if (cancelled_()) throw IngestError(kCancelled);
       const float fraction = static_cast<float>(before + count) / static_cast<float>(result.frames.size());
       progress("Scoring frame sharpness", kFractionOfDecoding + (1 - kFractionOfDecoding) * fraction);
     });
@@ -78,7 +79,7 @@ void FrameExtractor::rejectBlurryFrames(ExtractionResult& result, const IngestSe
     medians.push_back(scored.median);
     for (const std::filesystem::path& frame : scored.rejected) rejected.insert(toUtf8(frame.filename()));
   }
-  if (cancelled_()) throw IngestError("Cancelled");
+  if (cancelled_()) throw IngestError(kCancelled);
   result.rejected = rejected.size();
   if (rejected.empty()) {
     log_.info("No frames fell below the blur threshold");

@@ -7,6 +7,7 @@
 #include <system_error>
 #include <thread>
 
+#include "base/cancelled.h"
 #include "base/paths.h"
 #include "base/text.h"
 #include "ingest/camera_groups.h"
@@ -51,7 +52,7 @@ class PhotoReader {
   Outcome take() {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [&] { return stopped_ || done_.contains(taken_); });
-    if (stopped_) throw IngestError("Cancelled");
+    if (stopped_) throw IngestError(kCancelled);
     Outcome outcome = std::move(done_.extract(taken_++).mapped());
     changed_.notify_all();
     return outcome;
@@ -134,7 +135,7 @@ ExtractionResult FrameExtractor::importImages(const fs::path& path, const Ingest
   CameraGroups groups;
   PhotoReader reader(images, settings, cancelled_);
   for (size_t i = 0; i < images.size(); ++i) {
-    if (cancelled_()) throw IngestError("Cancelled");
+    if (cancelled_()) throw IngestError(kCancelled);
     progress("Importing images", static_cast<float>(i) / static_cast<float>(images.size()));
     const Outcome outcome = reader.take();
     if (outcome.failure) std::rethrow_exception(outcome.failure);

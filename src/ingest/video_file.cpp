@@ -5,6 +5,7 @@
 #include <fstream>
 #include <system_error>
 
+#include "base/cancelled.h"
 #include "base/paths.h"
 #include "base/text.h"
 
@@ -42,7 +43,7 @@ int askCancelled(void* cancelled) {
 }
 
 [[noreturn]] void throwFailure(const std::function<bool()>& cancelled, int error) {
-  if (cancelled()) throw IngestError("Cancelled");
+  if (cancelled()) throw IngestError(kCancelled);
   const std::string detail = lastFfmpegError();
   throw DecodeFailure(ffmpegErrorText(error) + (detail.empty() ? "" : ": " + detail));
 }

@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "base/cancelled.h"
 #include "base/log_store.h"
 #include "base/tool_finder.h"
 #include "gs/training_service.h"
@@ -38,9 +39,6 @@ struct StageStatus {
   float fraction = -1;                                            // 0..1, -1 when unknown
   double secondsLeft = std::numeric_limits<double>::quiet_NaN();  // of the stage, NaN while unknown
 };
-
-// The result text of a run that was cancelled, and the message of the stage it was cancelled in.
-inline constexpr const char* kCancelled = "Cancelled";
 
 class Pipeline {
  public:

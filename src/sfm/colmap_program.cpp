@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "base/cancelled.h"
 #include "base/child_process.h"
 #include "base/paths.h"
 
@@ -64,7 +65,7 @@ int ColmapProgram::run(const std::vector<std::string>& arguments, const std::fun
   } catch (const ChildStartError& e) {
     throw std::runtime_error(std::string("Could not run COLMAP (") + e.what() + ")");
   }
-  if (result.cancelled) throw std::runtime_error(kSolveCancelled);
+  if (result.cancelled) throw std::runtime_error(kCancelled);
   return result.exitCode;
 }
 

@@ -2,7 +2,9 @@
 
 #include <stdexcept>
 
+#include "base/cancelled.h"
 #include "base/time_text.h"
+#include "base/unfinished_folder.h"
 #include "colmap/model.h"
 #include "sfm/camera_groups.h"
 #include "sfm/fisheye_mask.h"
@@ -23,15 +25,6 @@ size_t countImages(const std::vector<ImageGroup>& groups) {
   for (const ImageGroup& group : groups) count += group.images.size();
   return count;
 }
-
-// What a solve that fails or is cancelled has begun to write is of no use to anybody.
-struct UnfinishedRemover {
-  const std::filesystem::path& folder;
-  ~UnfinishedRemover() {
-    std::error_code ignored;
-    std::filesystem::remove_all(folder, ignored);
-  }
-};
 
 ColmapRunner::Result describe(const std::vector<SparseModel>& models, size_t images) {
   const gs::colmap::Model model = gs::colmap::loadModel(models.front().folder, true);
@@ -65,7 +58,7 @@ ColmapRunner::Result ColmapRunner::run(const Project& project, const SolveProgre
 
   const Workspace files(project);
   files.clear();
-  const UnfinishedRemover remover{files.unfinished};
+  const UnfinishedFolder unfinished(files.unfinished);
   writeMask(project);
   ColmapOutput output(log_, files.log);
   output.take("==== " + formatLocalTime(wallClockSeconds(), "%Y-%m-%d %H:%M:%S") + "  " + colmap_->version());
@@ -77,7 +70,7 @@ ColmapRunner::Result ColmapRunner::run(const Project& project, const SolveProgre
   const std::vector<SparseModel> models = mapImages(solve, hasFixedIntrinsics(groups));
   Result result = describe(models, solve.images);
   undistortImages(solve, models.front().folder);
-  if (cancelled_()) throw std::runtime_error(kSolveCancelled);
+  if (cancelled_()) throw std::runtime_error(kCancelled);
   files.finish();
   result.dataset = files.undistorted;
   return result;

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <unordered_map>
 
+#include "base/cancelled.h"
 #include "base/text.h"
 #include "sfm/colmap_database.h"
 
@@ -38,7 +39,7 @@ std::vector<SiftMatcher::Pair> placesOf(const std::vector<ImagePair>& pairs, con
 }
 
 void stopWhen(bool cancelled) {
-  if (cancelled) throw std::runtime_error("Cancelled");
+  if (cancelled) throw std::runtime_error(kCancelled);
 }
 
 }  // namespace

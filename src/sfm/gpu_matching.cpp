@@ -5,6 +5,7 @@
 #include <unordered_map>
 
 #include "base/atomic_file.h"
+#include "base/cancelled.h"
 #include "base/paths.h"
 #include "sfm/colmap_database.h"
 #include "sfm/gpu_matcher.h"
@@ -102,7 +103,7 @@ bool matchFeaturesOnGpu(const Solve& solve, Matcher matcher, MatchingShare share
   try {
     if (matchAndVerify(solve, matcher, share)) return true;
   } catch (const std::exception& e) {
-    if (std::string_view(e.what()) == kSolveCancelled) throw;
+    if (std::string_view(e.what()) == kCancelled) throw;
     solve.log.warning("GPU matching was not possible (" + std::string(e.what()) + ") — COLMAP matches instead.");
   }
   ColmapDatabase(solve.files.database).clearMatches();

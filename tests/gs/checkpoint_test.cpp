@@ -15,7 +15,7 @@
 #include <set>
 #include <thread>
 
-#include "gs/host_memory.h"
+#include "base/host_memory.h"
 #include "gs/resume.h"
 #include "gs/schedule.h"
 #include "support/splats.h"

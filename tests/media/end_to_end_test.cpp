@@ -4,12 +4,12 @@
 
 #include <thread>
 
-#include "../pipeline/fake_trainer.h"
 #include "base/tool_finder.h"
 #include "ingest/sphere_views.h"
 #include "pipeline/media.h"
 #include "pipeline/pipeline.h"
 #include "sample_capture/options.h"
+#include "support/fake_trainer.h"
 #include "support/gpu_fixture.h"
 #include "support/solved_cameras.h"
 #include "support/temp_folder.h"
@@ -49,8 +49,6 @@ class EndToEndTest : public gs::GpuTest {
   }
   void expectTrueCameras(const std::vector<test::TruePose>& truth, size_t images) {
     const test::CameraErrors errors = test::compareWithTruth(solved_, truth);
-    RecordProperty("rotation", std::to_string(errors.rotation));
-    RecordProperty("position", std::to_string(errors.position));
     std::printf("%zu of %zu images, rotation %.3f degrees, position %.2f %% of the radius\n", errors.compared, images,
                 errors.rotation, errors.position * 100);
     EXPECT_GE(errors.compared, images * 9 / 10);

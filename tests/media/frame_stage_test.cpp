@@ -4,9 +4,9 @@
 
 #include <thread>
 
-#include "../pipeline/fake_trainer.h"
 #include "base/image.h"
 #include "pipeline/pipeline.h"
+#include "support/fake_trainer.h"
 #include "support/temp_folder.h"
 
 namespace quor {

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <thread>
 
-#include "fake_trainer.h"
+#include "support/fake_trainer.h"
 #include "support/temp_folder.h"
 
 namespace quor {

@@ -6,6 +6,7 @@
 
 #include "base/paths.h"
 #include "base/text.h"
+#include "base/unfinished_folder.h"
 #include "ingest/frame_extractor.h"
 #include "ingest/photo.h"
 #include "pipeline/media.h"
@@ -22,22 +23,6 @@ void removeFolder(const fs::path& folder) {
   fs::remove_all(folder, error);
   if (error) throw std::runtime_error("Cannot clear " + toUtf8(folder) + ": " + error.message() + ".");
 }
-
-// The folder that frames are gathered in; what is left in it when the stage ends is of no use to anybody.
-class PartialFolder {
- public:
-  explicit PartialFolder(fs::path path) : path_(std::move(path)) { removeFolder(path_); }
-  ~PartialFolder() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
-  PartialFolder(const PartialFolder&) = delete;
-  PartialFolder& operator=(const PartialFolder&) = delete;
-  const fs::path& path() const { return path_; }
-
- private:
-  fs::path path_;
-};
 
 // What all inputs have given together.
 class Gathered {
@@ -74,8 +59,7 @@ class Gathered {
     for (size_t i = 0; shareCameras_ && i < signatures_.size(); ++i) {
       ImageGroup& earlier = extraction_.groups[i];
       if (signatures_[i] == group.signature && earlier.cameraModel == placed.cameraModel &&
-          earlier.cameraParams == placed.cameraParams && earlier.usesFisheyeMask == placed.usesFisheyeMask &&
-          !isLens(placed)) {
+          earlier.cameraParams == placed.cameraParams && earlier.usesFisheyeMask == placed.usesFisheyeMask) {
         earlier.images.insert(earlier.images.end(), placed.images.begin(), placed.images.end());
         return;
       }
@@ -83,9 +67,6 @@ class Gathered {
     extraction_.groups.push_back(std::move(placed));
     signatures_.push_back(group.signature);
   }
-
-  // The two lenses of a camera start from equal parameters but are not the same glass.
-  static bool isLens(const ImageGroup& group) { return group.cameraModel == "OPENCV_FISHEYE"; }
 
   const bool shareCameras_;
   Extraction extraction_;
@@ -132,7 +113,8 @@ std::string Pipeline::runFrames(const Project& opened) {
 
   Project project = opened;
   project.ensureLayout();
-  const PartialFolder partial(project.root / "frames.partial");
+  const UnfinishedFolder partial(project.root / "frames.partial");
+  removeFolder(partial.path());  // of a run that was killed
   FrameExtractor extractor(log_, tools_.ffmpeg, [this] { return cancel_.load(); });
   Gathered gathered(project.sparse.singleCamera);
   const size_t count = project.inputs.size();

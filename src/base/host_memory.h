@@ -4,9 +4,9 @@
 
 #include <cstdint>
 
-namespace quor::gs {
+namespace quor {
 
 // Bytes that can still be taken without swapping; UINT64_MAX where the system does not say.
 uint64_t availableHostMemory();
 
-}  // namespace quor::gs
+}  // namespace quor

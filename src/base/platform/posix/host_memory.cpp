@@ -1,9 +1,9 @@
-#include "gs/host_memory.h"
+#include "base/host_memory.h"
 
 #include <fstream>
 #include <string>
 
-namespace quor::gs {
+namespace quor {
 
 uint64_t availableHostMemory() {
   std::ifstream file("/proc/meminfo");
@@ -16,4 +16,4 @@ uint64_t availableHostMemory() {
   return UINT64_MAX;
 }
 
-}  // namespace quor::gs
+}  // namespace quor

@@ -1,0 +1,27 @@
+// A folder in which a result is gathered before it is moved to its place. What is still there when this object goes,
+// because the work failed or was cancelled, is of no use to anybody and is removed.
+#pragma once
+
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+namespace quor {
+
+class UnfinishedFolder {
+ public:
+  explicit UnfinishedFolder(std::filesystem::path path) : path_(std::move(path)) {}
+  ~UnfinishedFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  UnfinishedFolder(const UnfinishedFolder&) = delete;
+  UnfinishedFolder& operator=(const UnfinishedFolder&) = delete;
+
+  const std::filesystem::path& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+}  // namespace quor
