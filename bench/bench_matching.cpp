@@ -1,4 +1,4 @@
-// Times the matching of SIFT features.
+// Times the matching of SIFT features, and compares the matches with COLMAP's.
 //
 //   bench_matching [--peak N]            random descriptors, by kernel and by number of features
 //   bench_matching [--peak N] DATABASE   every pair of a COLMAP database, beside COLMAP's own matcher on the same one
@@ -23,6 +23,7 @@
 
 #include "base/split_mix64.h"
 #include "base/text.h"
+#include "match_comparison.h"
 #include "sfm/colmap_database.h"
 #include "sfm/gpu_matcher.h"
 #include "sfm/sift_matcher.h"
@@ -123,6 +124,9 @@ class MatchingBench {
            timed(RUSAGE_SELF, [&] { summary = matchOnGpu(context_, copy, pairs, {}, ignore, [] { return false; }); }));
     std::printf("  %s\n", describe(summary).c_str());
 
+    const std::filesystem::path ours = copy.string() + ".exact";
+    std::filesystem::rename(copy, ours);
+    std::filesystem::copy_file(ours, copy);
     ColmapDatabase(copy).clearMatches();
     const std::string command = "QT_QPA_PLATFORM=offscreen colmap exhaustive_matcher --database_path '" +
                                 copy.string() +
@@ -130,6 +134,8 @@ class MatchingBench {
     report("COLMAP without verification, as if it were exact", pairCount, dots, timed(RUSAGE_CHILDREN, [&] {
              if (std::system(command.c_str()) != 0) throw std::runtime_error("COLMAP did not run.");
            }));
+    compareMatches(ours, copy);
+    std::filesystem::remove(ours);
     std::filesystem::remove(copy);
   }
 
