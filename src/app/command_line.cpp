@@ -9,6 +9,8 @@
 #include "app/commands.h"
 #include "app/drive.h"
 #include "base/atomic_file.h"
+#include "base/crash_handler.h"
+#include "base/log_store.h"
 #include "base/paths.h"
 #include "base/terminal.h"
 #include "base/text.h"
@@ -19,6 +21,8 @@
 namespace quor {
 
 namespace {
+
+constexpr size_t kStartEntries = 100;
 
 int fail(const std::string& message) {
   std::fprintf(stderr, "error: %s\n", withoutControls(message).c_str());
@@ -143,6 +147,10 @@ int runCommandLine(const std::vector<std::string>& arguments, FrontEnd frontEnd)
   try {
     occupyClosedStreams();
     countInterrupts();
+    LogStore log(kStartEntries);  // until a command has one of its own
+    log.setEcho(true);
+    installCrashHandler(frontEnd == FrontEnd::Desktop ? "Ombrelux" : "OmbreluxCLI", log);
+    crashIfAsked(log);
     prepareMedia();
     return dispatch(arguments, frontEnd);
   } catch (const UsageError& error) {

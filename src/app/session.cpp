@@ -1,6 +1,7 @@
 #include "app/session.h"
 
 #include "app/drive.h"
+#include "base/crash_handler.h"
 #include "base/paths.h"
 #include "gs/engine.h"
 #include "pipeline/pipeline.h"
@@ -23,6 +24,7 @@ Session::Session(const Options& options)
       preferences_(Preferences::load()),
       tools_{findColmap(chosen(options.colmap, preferences_.colmapPath)),
              findFfmpeg(chosen(options.ffmpeg, preferences_.ffmpegPath))} {
+  log_.mirrorTo(crashLogTail());
   warnUnlessUsed("--colmap", options.colmap, tools_.colmap);
   warnUnlessUsed("--ffmpeg", options.ffmpeg, tools_.ffmpeg);
 }
