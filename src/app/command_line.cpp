@@ -146,6 +146,7 @@ int dispatch(const std::vector<std::string>& arguments, FrontEnd frontEnd) {
 int runCommandLine(const std::vector<std::string>& arguments, FrontEnd frontEnd) {
   try {
     occupyClosedStreams();
+    useUtf8Streams();
     countInterrupts();
     LogStore log(kStartEntries);  // until a command has one of its own
     log.setEcho(true);
