@@ -1,7 +1,5 @@
 #include "base/crash_handler.h"
 
-#include <dbghelp.h>
-#include <psapi.h>
 #include <signal.h>
 #include <stdlib.h>
 

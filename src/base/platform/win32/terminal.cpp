@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <io.h>
-#include <shellapi.h>  // after windows.h
 
 #include <atomic>
 #include <cstdio>

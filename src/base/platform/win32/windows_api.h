@@ -1,7 +1,13 @@
-// The system's header, and the few things that every file of this folder needs of it.
+// The system's headers, and the few things that every file of this folder needs of it.
 #pragma once
 
+// The first goes before the others.
+// clang-format off
 #include <windows.h>
+#include <dbghelp.h>
+#include <psapi.h>
+#include <shellapi.h>
+// clang-format on
 
 #include <string>
 #include <utility>
