@@ -11,12 +11,12 @@ export WINEPREFIX=$work/prefix WINEDEBUG=-all WINEDLLOVERRIDES='mscoree,mshtml,v
 wine wineboot --init >/dev/null 2>&1
 trap 'wineserver -k || true' EXIT
 
+failures=0
 for test in base colmap project pipeline; do
   echo "-- test_$test"
-  wine "$bin/test_$test.exe" --gtest_brief=1
+  timeout 300 wine "$bin/test_$test.exe" --gtest_brief=1 || failures=$((failures + 1))
 done
 
-failures=0
 # expect EXIT_CODE PART ARGUMENT...: the code, and a part of what comes on either stream.
 expect() {
   local code=$1 part=$2 said result=0

@@ -11,6 +11,9 @@ namespace quor {
 std::string toUtf8(const std::filesystem::path& path);
 std::filesystem::path fromUtf8(std::string_view text);
 
+// Whether both lead to the same existing file or folder, or are the same path where nothing is.
+bool isSamePlace(const std::filesystem::path& a, const std::filesystem::path& b);
+
 // The value of an environment variable (UTF-8), or nothing when it is not set.
 std::optional<std::string> environmentVariable(const char* name);
 // A null value removes the variable. Not while another thread reads the environment.

@@ -86,7 +86,7 @@ void refuseAnothersProject(const Project& project, const std::string& advice) {
   const std::string source = sourceOf(earlier);
   std::error_code ignored;
   const bool gone = source.empty() || !fs::exists(fromUtf8(source), ignored);
-  if (gone || fs::equivalent(fromUtf8(source), fromUtf8(sourceOf(project)), ignored)) return;
+  if (gone || isSamePlace(fromUtf8(source), fromUtf8(sourceOf(project)))) return;
   throw std::runtime_error(toUtf8(project.root) + " is the project of another capture, " + source + ". " + advice);
 }
 

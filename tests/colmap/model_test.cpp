@@ -109,7 +109,7 @@ TEST(ColmapModel, IsFoundInTheOrderOfTheSearchAndNeverInMixedEncodings) {
             "No COLMAP model (cameras + images) in " + toUtf8(folder.path()));
   for (const char* dir : {"colmap/sparse/0", "", "sparse", "sparse/0"}) {
     writeBinary(folder / dir, kCameras, kImages, kPoints);
-    EXPECT_TRUE(std::filesystem::equivalent(findModelDir(folder.path()), folder / dir)) << dir;
+    EXPECT_TRUE(isSamePlace(findModelDir(folder.path()), folder / dir)) << dir;
   }
   EXPECT_EQ(imagesDir(folder.path()), folder.path());
   std::filesystem::create_directories(folder / "images");

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include "support/matches_pattern.h"
 #include "support/platform.h"
 #include "support/temp_folder.h"
 
@@ -9,13 +10,13 @@ namespace quor {
 namespace {
 
 namespace fs = std::filesystem;
+using test::MatchesPattern;
 using test::readFile;
 using test::TempFolder;
 using test::thrownText;
 using test::writeFile;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::MatchesRegex;
 using testing::StartsWith;
 
 Project loadText(const TempFolder& folder, const std::string& text) {
@@ -45,7 +46,7 @@ TEST(Project, CreationMakesTheLayoutBesideTheInput) {
   EXPECT_THAT(readFile(root / "project.json"), StartsWith("{\n  \"ingest\": {\n    \"targetFrameCount\": 200,\n"));
 
   const Project loaded = Project::load(root);
-  EXPECT_THAT(loaded.createdAt, MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}Z"));
+  EXPECT_THAT(loaded.createdAt, MatchesPattern("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}Z"));
   EXPECT_EQ(loaded.inputs.at(0).path, input + "//");
 
   const auto clip = writeFile(folder / "clip.one.MP4", "");

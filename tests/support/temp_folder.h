@@ -30,7 +30,7 @@ class TempFolder {
   TempFolder& operator=(const TempFolder&) = delete;
 
   const std::filesystem::path& path() const { return path_; }
-  std::filesystem::path operator/(std::string_view name) const { return path_ / fromUtf8(name); }
+  std::filesystem::path operator/(std::string_view name) const { return (path_ / fromUtf8(name)).make_preferred(); }
 
  private:
   std::filesystem::path path_;
