@@ -58,6 +58,7 @@ const std::vector<Row> kRows = {
     {"adam", kLine, "rw rw rw ro", 28},
     {"grad_stats", kLine, "ro ro rw rw", 16},
     {"add_noise", kLine, "rw ro ro ro", 20},
+    {"rgb_to_rgba8", kLine, "ro wo", 4},
     {"sift_match_tiles", kTile, "ro ro wo wo", 24},
     {"sift_match_reduce", kLine, "ro ro wo wo", 24},
     {"sift_match_cross", kLine, "ro ro wo", 12},

@@ -29,6 +29,7 @@ set(OMBRELUX_KERNELS
   adam
   grad_stats
   add_noise
+  rgb_to_rgba8
   sift_match_tiles
   sift_match_reduce
   sift_match_cross
