@@ -89,7 +89,11 @@ Trainer::Trainer(VulkanContext& context, KernelRegistry& registry, LogStore& log
       loss_(std::numeric_limits<float>::quiet_NaN()) {
   std::vector<std::string> kernels = renderer_.kernelNames();
   for (const char* name : {"adam", "gather_rows", "flag_diverged"}) kernels.emplace_back(name);
-  kernels.emplace_back(job_.technique == Technique::Vanilla ? "grad_stats" : "add_noise");
+  if (job_.technique == Technique::Vanilla) {
+    for (const char* name : {"weigh_near_gradients", "grad_stats"}) kernels.emplace_back(name);
+  } else {
+    kernels.emplace_back("add_noise");
+  }
   registry.prepare(kernels);
 }
 

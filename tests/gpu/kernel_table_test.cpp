@@ -63,6 +63,7 @@ const std::vector<Row> kRows = {
     {"sift_match_reduce", kLine, "ro ro wo wo", 24},
     {"sift_match_cross", kLine, "ro ro wo", 12},
     {"gather_rows", kLine, "ro ro wo", 12},
+    {"weigh_near_gradients", kLine, "rw ro", 8},
     {"flag_diverged", kLine, "ro ro ro ro ro ro wo", 4},
     {"radix_scatter_ranked", kLine, "ro ro wo wo ro", 12},
     {"rasterize_forward_wide", kColumns, "ro ro ro ro ro ro wo wo wo wo", 16},

@@ -172,6 +172,13 @@ TEST_F(DensifyTest, ClonesSmallSplatsSplitsLargeOnesAndPrunesFaintOnes) {
   EXPECT_EQ(report.cloned + report.split, 1u);
   EXPECT_EQ(store.count(), 4u);
 
+  // In a scene so large that all of this is right before the camera, gradients say little.
+  store.upload(transfer, set);
+  VanillaDensifier near(context, job, 1e4, 100);
+  frame(near);
+  report = near.refine(stream, transfer, store, random, false);
+  EXPECT_EQ(report.cloned + report.split, 0u);
+
   // Without statistics nothing is added.
   report = capped.refine(stream, transfer, store, random, false);
   EXPECT_EQ(report.cloned + report.split, 0u);

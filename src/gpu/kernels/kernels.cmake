@@ -36,6 +36,7 @@ set(OMBRELUX_KERNELS
 
   # Beyond the fixed part of the table.
   gather_rows
+  weigh_near_gradients
   flag_diverged
   radix_scatter_ranked
   rasterize_forward_wide
