@@ -6,7 +6,9 @@
 #include <new>
 #include <system_error>
 
+#include "app/batch_command.h"
 #include "app/commands.h"
+#include "app/console.h"
 #include "app/drive.h"
 #include "base/atomic_file.h"
 #include "base/paths.h"
@@ -31,7 +33,7 @@ int failUsage(const std::string& message, FrontEnd frontEnd) {
 }
 
 int printOut(const std::string& text) {
-  if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0) return kExitSuccess;
+  if (writeStandardOutput(text)) return kExitSuccess;
   return fail("could not write to standard output");
 }
 
@@ -70,11 +72,6 @@ int instructionsCommand(const Options& options) {
   if (options.paths.empty()) return printOut(guidanceText());
   const std::string& path = options.paths[0];
   return writeText(fromUtf8(path), guidanceText()) ? kExitSuccess : fail("could not write " + path);
-}
-
-int batchCommand(const Options&) {
-  return fail(
-      "Running a batch is not part of this version yet; train its captures one by one with `train` or `import`.");
 }
 
 int mcpCommand(const Options&) {
