@@ -87,7 +87,6 @@ TEST(Usage, WhatIsNotThereYetSaysSoInOneSentence) {
   TempFolder folder;
   writeFile(folder / "photos/a.jpg", "");
   const std::vector<std::vector<std::string>> cases = {
-      {OMBRELUX_CLI, "mcp"},
       {OMBRELUX_DESKTOP},
       {OMBRELUX_DESKTOP, toUtf8(folder / "photos")},
   };
