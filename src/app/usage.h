@@ -2,9 +2,9 @@
 
 #include <string>
 
-namespace quor {
+#include "base/version.h"
 
-inline constexpr const char* kVersion = "1.1.3";
+namespace quor {
 
 // OmbreluxCLI, or Ombrelux, which also has (will have) a window.
 enum class FrontEnd { CommandLineOnly, Desktop };

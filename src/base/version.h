@@ -1,0 +1,7 @@
+#pragma once
+
+namespace quor {
+
+inline constexpr const char* kVersion = "1.1.3";
+
+}  // namespace quor
