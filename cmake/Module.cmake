@@ -2,7 +2,18 @@
 # include root of its own that holds nothing but a link to that folder, so an arrow that points upwards does not compile.
 
 add_library(ombrelux_options INTERFACE)
-target_compile_options(ombrelux_options INTERFACE -Wall -Wextra -Wconversion -Werror)
+if(MSVC)
+  target_compile_options(ombrelux_options INTERFACE /W3 /permissive- /utf-8 /Zc:__cplusplus /bigobj)
+else()
+  target_compile_options(ombrelux_options INTERFACE -Wall -Wextra -Wconversion -Werror)
+endif()
+if(MINGW)
+  # Takes printf's formats for those of Windows' own C runtime, which is not the one in use.
+  target_compile_options(ombrelux_options INTERFACE -Wno-format)
+endif()
+if(WIN32)
+  target_compile_definitions(ombrelux_options INTERFACE NOMINMAX WIN32_LEAN_AND_MEAN UNICODE _UNICODE _WIN32_WINNT=0x0A00)
+endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
   target_compile_options(ombrelux_options INTERFACE -Wno-restrict)  # false alarms on std::string (GCC bug 105651)
 endif()
@@ -18,7 +29,7 @@ else()
 endif()
 target_compile_options(ombrelux_options INTERFACE ${flags})
 target_link_options(ombrelux_options INTERFACE ${flags})
-if(NOT OMBRELUX_MEDIA)
+if(NOT OMBRELUX_MEDIA AND NOT MSVC)
   # The portable build asks a machine for nothing but its C library and a Vulkan driver. What nothing calls is left out: it
   # would ask for a newer C library.
   target_link_options(ombrelux_options INTERFACE -static-libstdc++ -static-libgcc -Wl,--gc-sections)
@@ -36,7 +47,15 @@ function(ombrelux_module name)
 
   set(root ${CMAKE_BINARY_DIR}/include/${name})
   file(MAKE_DIRECTORY ${root})
-  file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR} ${root}/${name} SYMBOLIC)
+  if(CMAKE_HOST_WIN32)  # where a symbolic link takes rights that few have
+    file(TO_NATIVE_PATH ${root}/${name} link)
+    file(TO_NATIVE_PATH ${CMAKE_CURRENT_SOURCE_DIR} folder)
+    if(NOT EXISTS ${root}/${name})
+      execute_process(COMMAND cmd /c mklink /J "${link}" "${folder}" OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
+    endif()
+  else()
+    file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR} ${root}/${name} SYMBOLIC)
+  endif()
   target_include_directories(ombrelux_${name} PUBLIC ${root})
 
   target_link_libraries(ombrelux_${name} PRIVATE ombrelux_options PUBLIC ${arg_LIBS})

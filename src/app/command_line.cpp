@@ -10,7 +10,9 @@
 #include "app/drive.h"
 #include "app/mcp_command.h"
 #include "base/atomic_file.h"
+#include "base/crash_handler.h"
 #include "base/failure_text.h"
+#include "base/log_store.h"
 #include "base/paths.h"
 #include "base/terminal.h"
 #include "base/text.h"
@@ -21,6 +23,8 @@
 namespace quor {
 
 namespace {
+
+constexpr size_t kStartEntries = 100;
 
 int fail(const std::string& message) {
   std::fprintf(stderr, "error: %s\n", withoutControls(message).c_str());
@@ -135,7 +139,12 @@ int dispatch(const std::vector<std::string>& arguments, FrontEnd frontEnd) {
 int runCommandLine(const std::vector<std::string>& arguments, FrontEnd frontEnd) {
   try {
     occupyClosedStreams();
+    useUtf8Streams();
     countInterrupts();
+    LogStore log(kStartEntries);  // until a command has one of its own
+    log.setEcho(true);
+    installCrashHandler(frontEnd == FrontEnd::Desktop ? "Ombrelux" : "OmbreluxCLI", log);
+    crashIfAsked(log);
     prepareMedia();
     return dispatch(arguments, frontEnd);
   } catch (const UsageError& error) {

@@ -2,6 +2,7 @@
 
 #include "app/drive.h"
 #include "app/session.h"
+#include "base/crash_handler.h"
 #include "base/own_stdio.h"
 #include "base/terminal.h"
 #include "gs/engine.h"
@@ -18,6 +19,7 @@ constexpr size_t kLogCapacity = 5000;
 int mcpCommand(const Options& options) {
   OwnStdio stdio;
   LogStore log(kLogCapacity);
+  log.mirrorTo(crashLogTail());
   // Preferences and programs are looked up for each job: what was missing may have been installed meanwhile.
   const auto open = [&] {
     const Preferences preferences = Preferences::load();

@@ -1,6 +1,7 @@
 #include "app/session.h"
 
 #include "app/drive.h"
+#include "base/crash_handler.h"
 #include "base/paths.h"
 #include "gs/engine.h"
 #include "pipeline/pipeline.h"
@@ -46,6 +47,7 @@ Session::Session(const Options& options)
       console_(log_, options.quiet),
       preferences_(Preferences::load()),
       tools_(findTools(options, preferences_, log_)) {
+  log_.mirrorTo(crashLogTail());
   console_.printLog();
 }
 

@@ -7,6 +7,13 @@
 #include "base/time_text.h"
 
 namespace quor {
+namespace {
+
+std::string fileLine(const LogEntry& entry) {
+  return formatLocalTime(entry.time, "%H:%M:%S") + ' ' + levelPrefix(entry.level) + entry.text + '\n';
+}
+
+}  // namespace
 
 LogStore::LogStore(size_t capacity)
     : capacity_(std::max<size_t>(capacity, 1)), created_(std::chrono::steady_clock::now()) {}
@@ -52,11 +59,21 @@ double LogStore::append(LogLevel level, const std::string& text) {
   const int64_t time = wallClockSeconds();
   entries_.push_back({level, text, elapsed.count(), time, ++lastSequence_});
   while (entries_.size() > capacity_) entries_.pop_front();
+  if (tail_ != nullptr) tail_->add(fileLine(entries_.back()));
   if (file_.is_open()) {
     file_.clear();  // a disk that was full for a while does not silence the rest
-    file_ << formatLocalTime(time, "%H:%M:%S") << ' ' << levelPrefix(level) << text << '\n' << std::flush;
+    file_ << fileLine(entries_.back()) << std::flush;
   }
   return elapsed.count();
+}
+
+void LogStore::mirrorTo(LogTail& tail) noexcept {
+  try {
+    const std::scoped_lock lock(mutex_);
+    tail_ = &tail;
+    for (const LogEntry& entry : entries_) tail.add(fileLine(entry));
+  } catch (...) {
+  }
 }
 
 std::vector<LogEntry> LogStore::entriesAfter(uint64_t sequence) const {

@@ -12,6 +12,8 @@
 #include <string_view>
 #include <vector>
 
+#include "base/log_tail.h"
+
 namespace quor {
 
 enum class LogLevel : int32_t { Information = 0, Warning = 1, Error = 2 };
@@ -40,6 +42,10 @@ class LogStore {
   void warning(std::string_view text) noexcept { add(LogLevel::Warning, text); }
   void error(std::string_view text) noexcept { add(LogLevel::Error, text); }
 
+  // Puts the entries kept and all that come into `tail`, which must live as long as the store. One tail may serve
+  // several stores.
+  void mirrorTo(LogTail& tail) noexcept;
+
   // Copies of the entries still kept whose sequence number is above the given one, oldest first.
   std::vector<LogEntry> entriesAfter(uint64_t sequence) const;
   uint64_t lastSequence() const;
@@ -54,6 +60,7 @@ class LogStore {
   bool echo_ = false;
   LogLevel echoMinimum_ = LogLevel::Information;
   std::ofstream file_;
+  LogTail* tail_ = nullptr;
   const std::chrono::steady_clock::time_point created_;
 };
 

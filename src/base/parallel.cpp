@@ -7,6 +7,8 @@
 #include <thread>
 #include <vector>
 
+#include "base/crash_handler.h"
+
 namespace quor {
 
 void parallelFor(size_t count, const std::function<void(size_t)>& work) {
@@ -30,7 +32,12 @@ void parallelFor(size_t count, const std::function<void(size_t)>& work) {
   {
     std::vector<std::jthread> helpers;
     const size_t threads = std::min<size_t>(count, std::max(1u, std::thread::hardware_concurrency()));
-    for (size_t i = 1; i < threads; ++i) helpers.emplace_back(loop);
+    for (size_t i = 1; i < threads; ++i) {
+      helpers.emplace_back([&] {
+        const ThreadCrashStack stack;
+        loop();
+      });
+    }
     loop();
   }
   if (failure) std::rethrow_exception(failure);

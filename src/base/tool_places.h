@@ -14,8 +14,15 @@ std::string programFileName(std::string_view program);
 // A file, not a folder, that the user may run.
 bool isProgramFile(const std::filesystem::path& path);
 
-// The folders of PATH in its order. An empty entry names none.
+// The folders of PATH.
 std::vector<std::filesystem::path> searchPathFolders();
+
+// The folders that a list such as PATH names, in its order; an empty entry names none.
+std::vector<std::filesystem::path> splitFolderList(std::string_view list, char separator);
+// Adds the folders and files right under `parent` that have `part` in their names, in whatever case, the newest version
+// first as far as names tell.
+void appendEntriesNamed(const std::filesystem::path& parent, std::string_view part,
+                        std::vector<std::filesystem::path>& entries);
 
 // Folders outside PATH where installers and users put COLMAP, in the order of preference; they need not exist.
 std::vector<std::filesystem::path> colmapInstallFolders();

@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <cstdlib>
 
+#include "base/paths.h"
+
 namespace quor::gs {
 
 int32_t findComputeFamily(std::span<const VkQueueFamilyProperties> families, bool needGraphics) {
@@ -43,12 +45,12 @@ QueuePlan planQueues(std::span<const VkQueueFamilyProperties> families, uint32_t
 }
 
 std::optional<int32_t> environmentInteger(const char* name) {
-  const char* text = std::getenv(name);
-  if (text == nullptr) return std::nullopt;
+  const std::optional<std::string> text = environmentVariable(name);
+  if (!text) return std::nullopt;
   char* end = nullptr;
   errno = 0;
-  const long value = std::strtol(text, &end, 10);
-  if (end == text || errno == ERANGE || value < INT32_MIN || value > INT32_MAX) return std::nullopt;
+  const long long value = std::strtoll(text->c_str(), &end, 10);
+  if (end == text->c_str() || errno == ERANGE || value < INT32_MIN || value > INT32_MAX) return std::nullopt;
   return static_cast<int32_t>(value);
 }
 

@@ -1,8 +1,9 @@
 #include "gpu/vulkan_context.h"
 
-#include <cstdlib>
 #include <stdexcept>
 
+#include "base/implicit_layers.h"
+#include "base/paths.h"
 #include "gpu/gpu_buffer.h"
 #include "gpu/vulkan_struct.h"
 
@@ -143,14 +144,14 @@ void check(VkResult result, const char* what) {
   throw std::runtime_error(text);
 }
 
-// Only Windows keeps such a list.
 std::vector<std::string> listImplicitLayers() {
-  return {};
+  return implicitLayerManifests();
 }
 
 void applyLayerPolicy() {
   if (environmentFlag("QUOR_ALLOW_VULKAN_LAYERS")) return;
-  ::setenv("VK_LOADER_LAYERS_DISABLE", "~implicit~", 1);
+  setEnvironmentVariable("VK_LOADER_LAYERS_DISABLE", "~implicit~");
+  setEnvironmentVariable("DISABLE_VULKAN_OBS_CAPTURE", "1");  // for loaders that do not know the other
 }
 
 }  // namespace quor::gs

@@ -2,11 +2,12 @@
 
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <mutex>
 #include <stdexcept>
 
+#include "base/paths.h"
 #include "gpu/vulkan_context.h"
 #include "gpu/vulkan_struct.h"
 
@@ -82,7 +83,7 @@ std::vector<const char*> wantedExtensions(bool presentation, bool validation) {
 
 VulkanInstance::VulkanInstance(bool presentation, bool validation) {
   openLoader();
-  if (const char* path = std::getenv("QUOR_VALIDATION_LOG")) logPath_ = path;
+  logPath_ = environmentVariable("QUOR_VALIDATION_LOG").value_or("");
   std::vector<const char*> extensions = wantedExtensions(presentation, validation);
   const bool debug =
       validation && !extensions.empty() && std::strcmp(extensions.front(), VK_EXT_DEBUG_UTILS_EXTENSION_NAME) == 0;
@@ -156,10 +157,7 @@ VkBool32 VKAPI_PTR VulkanInstance::onMessage(VkDebugUtilsMessageSeverityFlagBits
   instance.messages_.fetch_add(1);
   std::fprintf(stderr, "[vulkan] %s\n", data->pMessage);
   if (instance.logPath_.empty()) return VK_FALSE;
-  if (std::FILE* log = std::fopen(instance.logPath_.c_str(), "a")) {
-    std::fprintf(log, "[vulkan] %s\n", data->pMessage);
-    std::fclose(log);
-  }
+  std::ofstream(fromUtf8(instance.logPath_), std::ios::app) << "[vulkan] " << data->pMessage << '\n';
   return VK_FALSE;
 }
 

@@ -10,6 +10,7 @@
 #include <stdexcept>
 
 #include "base/cancelled.h"
+#include "base/crash_handler.h"
 #include "base/paths.h"
 #include "base/text.h"
 #include "gs/checkpoint.h"
@@ -151,6 +152,7 @@ void Engine::startTraining(TrainJob job) {
   cancel_ = false;
   running_ = true;
   thread_ = std::thread([this, job = std::move(job)] {
+    const ThreadCrashStack stack;
     runTraining(job);
     running_ = false;
   });

@@ -3,6 +3,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "base/crash_handler.h"
+
 namespace quor {
 
 namespace {
@@ -72,7 +74,10 @@ bool Pipeline::start(Stage from, Stage to, Completion completion) {
   stop_ = false;
   busy_ = true;
   try {
-    worker_ = std::thread([this, from, to, done = std::move(completion)] { runStages(from, to, done); });
+    worker_ = std::thread([this, from, to, done = std::move(completion)] {
+      const ThreadCrashStack stack;
+      runStages(from, to, done);
+    });
   } catch (...) {
     busy_ = false;
     throw;

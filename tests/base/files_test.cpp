@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "base/atomic_file.h"
 #include "base/paths.h"
 #include "base/split_mix64.h"
 #include "base/text.h"
 #include "base/time_text.h"
+#include "support/platform.h"
 #include "support/scoped_environment.h"
 #include "support/temp_folder.h"
 
@@ -45,8 +48,8 @@ TEST(AtomicFile, SaysWhatFailedAndLeavesTheTarget) {
   EXPECT_EQ(thrownText([&] { AtomicFile file(lost); }), "Cannot write " + toUtf8(lost));
 
   const auto target = writeFile(folder / "scene.ply", "old");
-  // Small enough for the stream's buffer, so that only the last flush meets the full disk.
-  for (const size_t bytes : {size_t{10}, size_t{1} << 20}) {
+  // Small enough for the stream's buffer, so that only the last flush meets the full disk. Windows has none.
+  for (const size_t bytes : test::kWindows ? std::vector<size_t>() : std::vector<size_t>{10, size_t{1} << 20}) {
     std::filesystem::create_symlink("/dev/full", folder / "scene.ply.partial");
     EXPECT_EQ(thrownText([&] {
                 AtomicFile file(target);
@@ -62,11 +65,14 @@ TEST(AtomicFile, SaysWhatFailedAndLeavesTheTarget) {
   AtomicFileTexts texts;
   texts.cannotReplace = "Could not replace ";
   AtomicFile file(folder / "taken", texts);
-  EXPECT_EQ(thrownText([&] { file.commit(); }), "Could not replace " + toUtf8(folder / "taken") + ": Is a directory");
+  const std::string expected = "Could not replace " + toUtf8(folder / "taken") + ": ";
+  const std::string thrown = thrownText([&] { file.commit(); });
+  EXPECT_TRUE(thrown.starts_with(expected) && thrown.size() > expected.size()) << thrown;
   EXPECT_TRUE(std::filesystem::is_directory(folder / "taken"));
 }
 
 TEST(Paths, UserDataFolderFollowsTheEnvironment) {
+  if (test::kWindows) GTEST_SKIP() << "Windows tells the folder itself";
   const ScopedEnvironment home("HOME", "/home/é");
   {
     const ScopedEnvironment data("XDG_DATA_HOME", "/data");

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "support/platform.h"
 #include "support/temp_folder.h"
 
 namespace quor {
@@ -41,6 +42,7 @@ TEST(Classify, ProjectsComeBeforeDatasetsAndDatasetsBeforeMedia) {
 }
 
 TEST(Classify, AFolderBringsItsImagesTogetherAndEachVideo) {
+  if (test::kWindows) GTEST_SKIP() << "links take rights that few have";
   const TempFolder folder;
   for (const char* name : {"trip/b.mp4", "trip/a/z.MOV", "trip/a/1.jpg", "trip/2.png", "trip/deep/er/3.TIFF",
                            "trip/notes.txt", "trip/.hidden.jpg", "trip/.cache/4.jpg", "trip/.cache/c.mp4",

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include "support/platform.h"
 #include "support/temp_folder.h"
 
 namespace quor {
@@ -149,8 +150,10 @@ TEST(Project, FailedSaveKeepsTheOldFile) {
   const TempFolder folder;
   Project project = loadText(folder, R"({"name":"old"})");
   project.name = "new";
-  fs::create_symlink("/dev/full", folder / "project.json.tmp");
-  EXPECT_EQ(thrownText([&] { project.save(); }), "Cannot write " + toUtf8(folder / "project.json.tmp"));
+  if (!test::kWindows) {
+    fs::create_symlink("/dev/full", folder / "project.json.tmp");
+    EXPECT_EQ(thrownText([&] { project.save(); }), "Cannot write " + toUtf8(folder / "project.json.tmp"));
+  }
   EXPECT_EQ(Project::load(folder.path()).name, "old");
   EXPECT_FALSE(fs::exists(fs::symlink_status(folder / "project.json.tmp")));
   project.name = "\xff";

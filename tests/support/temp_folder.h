@@ -2,10 +2,10 @@
 // test that writes a file also shows that such paths work.
 #pragma once
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -17,9 +17,10 @@ namespace quor::test {
 class TempFolder {
  public:
   TempFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "ombrelux té 写 XXXXXX").string();
-    if (!mkdtemp(name.data())) throw std::runtime_error("no temporary folder");
-    path_ = fromUtf8(name);
+    std::random_device random;
+    do {
+      path_ = std::filesystem::temp_directory_path() / fromUtf8("ombrelux té 写 " + std::to_string(random()));
+    } while (!std::filesystem::create_directory(path_));
   }
   ~TempFolder() {
     std::error_code ignored;

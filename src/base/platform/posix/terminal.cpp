@@ -38,6 +38,12 @@ void occupyClosedStreams() {
   }
 }
 
+void useUtf8Streams() {}
+
+std::vector<std::string> programArguments(int argc, char** argv) {
+  return {argv + (argc > 0 ? 1 : 0), argv + argc};
+}
+
 void countInterrupts() {
   handle(SIGINT, onInterrupt);
   handle(SIGTERM, onInterrupt);

@@ -1,0 +1,21 @@
+# The libraries of a cross build for Windows, of which none needs more than Debian's headers or sources: this system's own
+# include folder must not be searched, so links to what is wanted of it are put into a folder by themselves.
+set(headers ${CMAKE_BINARY_DIR}/headers)
+file(MAKE_DIRECTORY ${headers})
+foreach(header vulkan vk_video volk.h volk.c stb nlohmann nanoflann.hpp)
+  if(NOT EXISTS /usr/include/${header})
+    message(FATAL_ERROR "/usr/include/${header} is missing: run scripts/setup.sh")
+  endif()
+  file(CREATE_LINK /usr/include/${header} ${headers}/${header} SYMBOLIC)
+endforeach()
+include_directories(SYSTEM ${headers})
+set(NANOFLANN_INCLUDE_DIR ${headers})
+add_library(nlohmann_json::nlohmann_json INTERFACE IMPORTED GLOBAL)
+
+if(OMBRELUX_TESTS)
+  if(NOT EXISTS /usr/src/googletest/CMakeLists.txt)
+    message(FATAL_ERROR "/usr/src/googletest is missing: install the package googletest")
+  endif()
+  set(INSTALL_GTEST OFF)
+  add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
+endif()

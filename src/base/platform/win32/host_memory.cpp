@@ -1,0 +1,17 @@
+#include "base/host_memory.h"
+
+#include <algorithm>
+
+#include "base/platform/win32/windows_api.h"
+
+namespace quor {
+
+uint64_t availableHostMemory() {
+  MEMORYSTATUSEX status = {};
+  status.dwLength = sizeof status;
+  if (GlobalMemoryStatusEx(&status) == 0) return UINT64_MAX;
+  // What may still be committed can be less than what is free.
+  return std::min<uint64_t>(status.ullAvailPhys, status.ullAvailPageFile);
+}
+
+}  // namespace quor

@@ -1,0 +1,38 @@
+#include "base/tool_places.h"
+
+#include <algorithm>
+#include <system_error>
+
+#include "base/paths.h"
+#include "base/text.h"
+
+namespace quor {
+
+namespace fs = std::filesystem;
+
+std::string programFileName(std::string_view program) {
+  std::string name(program);
+  return toLower(name).ends_with(".exe") ? name : name + ".exe";
+}
+
+bool isProgramFile(const fs::path& path) {
+  std::error_code error;
+  return fs::is_regular_file(path, error);  // every file may be run
+}
+
+std::vector<fs::path> searchPathFolders() {
+  std::string list = environmentVariable("PATH").value_or("");
+  std::erase(list, '"');  // which some put around a name with blanks
+  return splitFolderList(list, ';');
+}
+
+std::vector<fs::path> colmapInstallFolders() {
+  std::vector<fs::path> folders;
+  for (const char* variable : {"ProgramFiles", "ProgramW6432", "LOCALAPPDATA"}) {
+    const fs::path parent = fromUtf8(environmentVariable(variable).value_or(""));
+    if (parent.is_absolute()) appendEntriesNamed(parent, "colmap", folders);
+  }
+  return folders;
+}
+
+}  // namespace quor
