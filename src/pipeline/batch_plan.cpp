@@ -47,7 +47,7 @@ std::optional<Project> loadIfThere(const fs::path& root) {
 }
 
 // Nothing that anybody may want to keep is lost when `project` is built at `root`.
-bool free(const fs::path& root, const Project& project) {
+bool isFree(const fs::path& root, const Project& project) {
   std::error_code error;
   if (!fs::exists(fs::symlink_status(root, error))) return true;
   if (fs::is_empty(root, error) && fs::is_directory(root, error)) return true;
@@ -55,7 +55,7 @@ bool free(const fs::path& root, const Project& project) {
   return there && sameSources(*there, project);
 }
 
-// Only the items up to `index` can dispute a folder that is recorded; for a new one every other item can.
+// Whether one of the first `others` items, but not `index`, has that folder.
 bool taken(const Batch& batch, size_t index, const fs::path& root, size_t others) {
   for (size_t i = 0; i < others; ++i) {
     const fs::path& other = batch.items[i].projectRoot;
@@ -68,7 +68,7 @@ fs::path chooseFolder(const Batch& batch, size_t index, const Project& project) 
   for (int number = 1;; ++number) {
     fs::path root = project.root;
     if (number > 1) root += "_" + std::to_string(number);
-    if (!taken(batch, index, root, batch.items.size()) && free(root, project)) return root;
+    if (!taken(batch, index, root, batch.items.size()) && isFree(root, project)) return root;
   }
 }
 
@@ -142,6 +142,7 @@ BatchPlan planItem(const Batch& batch, size_t index) {
   BatchPlan plan;
   plan.project = describeItem(item, batch.destination);
   plan.from = item.colmapImport.empty() ? Stage::Frames : Stage::Train;
+  // Of items that record one folder, because they were copied by hand, the first keeps it.
   if (item.projectRoot.empty() || taken(batch, index, item.projectRoot, index)) {
     plan.project.root = chooseFolder(batch, index, plan.project);
     return plan;
@@ -172,12 +173,12 @@ void preparePlan(const BatchPlan& plan) {
     for (const InputSource& input : project.inputs) classifyExisting(input.path);
     moveAway(project.framesFolder());
   }
-  if (plan.from != Stage::Train) {
-    moveAway(project.solvedFolder());
-    // It is of those cameras.
-    std::error_code ignored;
-    fs::remove(project.checkpointFile(), ignored);
-  }
+  if (plan.from != Stage::Train) moveAway(project.solvedFolder());
+  // It is of other cameras, or of settings that project.json will no longer tell.
+  const bool continues = plan.resume || project.training.continueFromCheckpoint;
+  std::error_code error;
+  if (plan.from != Stage::Train || !continues) fs::remove(project.checkpointFile(), error);
+  if (error) throw std::runtime_error("Cannot remove " + toUtf8(project.checkpointFile()) + ": " + error.message());
   project.ensureLayout();
   project.save();
 }

@@ -1,7 +1,7 @@
 // Where an item of a batch begins, decided from what lies on the disk alone, so that it does not matter how the last
 // attempt ended.
 //
-// Every stage's result appears by a rename as its last act, and before a stage is run again its old result is moved
+// Every stage's result appears by a rename as its last act, and before a stage is run again its old result is taken
 // away; what is in its place is therefore whole, and it was made from the settings in project.json. Of an item that has
 // been begun before (it has its projectRoot) the next attempt keeps
 //   - the frames, when there are some and the inputs, the ingest settings and sparse.singleCamera are as they were,
@@ -34,7 +34,8 @@ struct BatchPlan {
 // Reads only. Throws std::runtime_error when there is nothing to build from.
 BatchPlan planItem(const Batch& batch, size_t index);
 
-// Moves the results away that the plan does not keep, then saves the project. Throws std::runtime_error.
+// Moves the frames and cameras away that the plan does not keep, removes a checkpoint that training does not go on
+// from, then saves the project. An earlier scene stays until there is a new one. Throws std::runtime_error.
 void preparePlan(const BatchPlan& plan);
 
 }  // namespace quor
