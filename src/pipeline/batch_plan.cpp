@@ -5,6 +5,7 @@
 
 #include "base/paths.h"
 #include "base/text.h"
+#include "base/unfinished_folder.h"
 #include "colmap/model.h"
 #include "gs/checkpoint.h"
 #include "pipeline/intake.h"
@@ -124,17 +125,6 @@ void planTraining(BatchPlan& plan, const Project& earlier, bool failed) {
   }
 }
 
-// Its contents are removed by the stage that writes it again.
-void moveAway(const fs::path& folder) {
-  fs::path partial = folder;
-  partial += ".partial";
-  std::error_code error;
-  if (!fs::exists(folder, error)) return;
-  fs::remove_all(partial, error);
-  fs::rename(folder, partial, error);
-  if (error) throw std::runtime_error("Cannot clear " + toUtf8(folder) + ": " + error.message() + ".");
-}
-
 }  // namespace
 
 BatchPlan planItem(const Batch& batch, size_t index) {
@@ -171,9 +161,9 @@ void preparePlan(const BatchPlan& plan) {
   if (plan.from == Stage::Frames) {
     // Before anything is moved that could not be made again.
     for (const InputSource& input : project.inputs) classifyExisting(input.path);
-    moveAway(project.framesFolder());
+    removeInOneAct(project.framesFolder());
   }
-  if (plan.from != Stage::Train) moveAway(project.solvedFolder());
+  if (plan.from != Stage::Train) removeInOneAct(project.solvedFolder());
   // It is of other cameras, or of settings that project.json will no longer tell.
   const bool continues = plan.resume || project.training.continueFromCheckpoint;
   std::error_code error;

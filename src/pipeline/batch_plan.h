@@ -34,8 +34,8 @@ struct BatchPlan {
 // Reads only. Throws std::runtime_error when there is nothing to build from.
 BatchPlan planItem(const Batch& batch, size_t index);
 
-// Moves the frames and cameras away that the plan does not keep, removes a checkpoint that training does not go on
-// from, then saves the project. An earlier scene stays until there is a new one. Throws std::runtime_error.
+// Removes the frames and cameras that the plan does not keep and a checkpoint that training does not go on from, then
+// saves the project. An earlier scene stays until there is a new one. Throws std::runtime_error.
 void preparePlan(const BatchPlan& plan);
 
 }  // namespace quor
