@@ -135,11 +135,18 @@ std::string Server::nextId() {
 
 Document Server::start(std::unique_ptr<Job> job) {
   if (worker_.joinable()) worker_.join();
-  current_ = jobs_.emplace(job->id(), std::move(job)).first->second.get();
-  worker_ = std::thread([this, started = current_] { drive(*started); });
   Document document;
   document["message"] = "Started. Poll ombrelux_job_status with this job id.";
-  document["job"] = current_->id();
+  document["job"] = job->id();
+  const std::string id = job->id();
+  const auto entry = jobs_.emplace(id, std::move(job)).first;
+  try {
+    worker_ = std::thread([this, started = entry->second.get()] { drive(*started); });
+  } catch (...) {
+    jobs_.erase(entry);  // it would be running for ever
+    throw;
+  }
+  current_ = entry->second.get();
   return document;
 }
 

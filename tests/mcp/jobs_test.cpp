@@ -192,7 +192,9 @@ TEST_F(JobsTest, AStoppedBatchWaitsForTheNextRun) {
 
 TEST_F(JobsTest, ProjectsAreFoundAndDescribed) {
   Project project = Project::fromDataset(set_, {});
-  writeFile(project.sceneFile(), "ply\nformat ascii 1.0\nelement vertex 5\nproperty float x\nend_header\n");
+  writeFile(
+      project.sceneFile(),
+      "ply\nformat ascii 1.0\nelement vertex 5\nproperty float x\nproperty float y\nproperty float z\nend_header\n");
   writeFile(project.trainingLog(),
             "==== 2025  first\nheld-out    PSNR 11.00 dB, SSIM 0.1000, L1 0.0100 over 3 views\n"
             "==== 2025  last\nheld-out    PSNR 27.12 dB, SSIM 0.9123, L1 0.0100 over 3 views\n");

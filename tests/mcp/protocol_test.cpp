@@ -120,7 +120,9 @@ TEST_F(ProtocolTest, EveryToolHasASchemaThatItsCheckFollows) {
 
 TEST_F(ProtocolTest, AWrongValueIsNamedWithWhatIsRight) {
   const auto refusedAs = [&](const char* name, const Json& value) {
-    return refusal("ombrelux_run", {{"media", "/nowhere"}, {name, value}});
+    Json given = {{"media", "/nowhere"}};
+    given[name] = value;
+    return refusal("ombrelux_run", given);
   };
   EXPECT_EQ(refusedAs("iterations", 0), "iterations must be a whole number from 1 to 2147483647, not 0.");
   for (const Json& value : {Json("many"), Json(1.5), Json(1e30), Json(true), Json{1}}) {
