@@ -24,7 +24,8 @@ constexpr const char* kCommands = R"(Commands:
   devices
       list the Vulkan GPUs, one line each with its index
   mcp
-      serve AI assistants (Model Context Protocol) on standard input and output
+      serve AI assistants (Model Context Protocol) on standard input and output;
+      takes --device, --colmap, --ffmpeg and --quiet
   instructions [FILE]
       print what an assistant, or a newcomer, should know, or write it to FILE
   help, --help
