@@ -69,8 +69,10 @@ class BatchRun {
   }
 
   void showEnd(const BatchItem& item) {
-    follower_->update();
-    follower_->finish();
+    if (announced_) {  // else the pipeline still tells of the item before
+      follower_->update();
+      follower_->finish();
+    }
     const bool failed = item.state == ItemState::Failed;
     console_.finishLog(failed ? item.note : std::string());
     const std::string line = std::string(itemStateName(item.state)) + ": " + item.name() + " — " + item.note;
