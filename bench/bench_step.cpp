@@ -27,7 +27,7 @@ TrainJob steadyJob(const Size& size) {
   job.downscaleLevels = 0;
   job.densifyFrom = INT_MAX;
   job.splatBudget = job.mcmcTarget = size.splats;
-  job.mcmcPositionRateStart = job.mcmcPositionRateEnd = job.mcmcOpacityRate = 0;
+  job.mcmcPositionRateStart = job.mcmcPositionRateEnd = job.opacityRate = job.mcmcOpacityRateEnd = 0;
   job.scaleRate = job.rotationRate = job.shDcRate = 0;
   return resolved(job);
 }

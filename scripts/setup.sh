@@ -12,6 +12,8 @@ packages=(
   libgtest-dev libgmock-dev
   clang clang-format clang-tidy libclang-rt-14-dev
 )
+# Node tests the assistant server with a client of others. Wherever it comes from, it brings its own npm.
+command -v node >/dev/null && command -v npm >/dev/null || packages+=(nodejs npm)
 
 missing=()
 for package in "${packages[@]}"; do

@@ -3,13 +3,15 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <new>
-#include <system_error>
 
+#include "app/batch_command.h"
 #include "app/commands.h"
+#include "app/console.h"
 #include "app/drive.h"
+#include "app/mcp_command.h"
 #include "base/atomic_file.h"
 #include "base/crash_handler.h"
+#include "base/failure_text.h"
 #include "base/log_store.h"
 #include "base/paths.h"
 #include "base/terminal.h"
@@ -35,7 +37,7 @@ int failUsage(const std::string& message, FrontEnd frontEnd) {
 }
 
 int printOut(const std::string& text) {
-  if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0) return kExitSuccess;
+  if (writeStandardOutput(text)) return kExitSuccess;
   return fail("could not write to standard output");
 }
 
@@ -74,15 +76,6 @@ int instructionsCommand(const Options& options) {
   if (options.paths.empty()) return printOut(guidanceText());
   const std::string& path = options.paths[0];
   return writeText(fromUtf8(path), guidanceText()) ? kExitSuccess : fail("could not write " + path);
-}
-
-int batchCommand(const Options&) {
-  return fail(
-      "Running a batch is not part of this version yet; train its captures one by one with `train` or `import`.");
-}
-
-int mcpCommand(const Options&) {
-  return fail("Serving AI assistants is not part of this version yet; they can use the commands listed by `help`.");
 }
 
 struct Command {
@@ -156,14 +149,8 @@ int runCommandLine(const std::vector<std::string>& arguments, FrontEnd frontEnd)
     return dispatch(arguments, frontEnd);
   } catch (const UsageError& error) {
     return failUsage(error.what(), frontEnd);
-  } catch (const std::filesystem::filesystem_error& error) {
-    return fail("Cannot access " + toUtf8(error.path1()) + ": " + error.code().message() + ".");
-  } catch (const std::system_error& error) {
-    return fail("The system has nothing left to give to this program: " + error.code().message() + ".");
-  } catch (const std::bad_alloc&) {
-    return fail("The computer's memory is not enough for this.");
   } catch (const std::exception& error) {
-    return fail(error.what());
+    return fail(failureText(error));
   }
 }
 

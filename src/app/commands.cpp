@@ -10,6 +10,8 @@ namespace quor {
 namespace {
 
 constexpr const char* kOtherFolder = "Choose another folder with --out.";
+constexpr const char* kWholeDataset =
+    "Pass the folder that holds both images/ and the sparse model, not the model folder itself.";
 constexpr IntakeAdvice kInsteadOfRun = {" — use `train` to train it again.", " — use `import` for it."};
 
 // A project that is there already gets its new settings only once they have come to a scene.
@@ -61,13 +63,13 @@ int trainCommand(const Options& options) {
     if (options.from) throw std::runtime_error("--from needs a Ombrelux project, not a dataset.");
     return trainDataset(options);
   }
-  refuseModelWithoutImages(path);
+  refuseModelWithoutImages(path, kWholeDataset);
   throw std::runtime_error(path + " is neither a Ombrelux project nor a COLMAP dataset (images/ + sparse/0).");
 }
 
 int importCommand(const Options& options) {
   classifyExisting(options.paths[0]);
-  refuseModelWithoutImages(options.paths[0]);
+  refuseModelWithoutImages(options.paths[0], kWholeDataset);
   return trainDataset(options);
 }
 

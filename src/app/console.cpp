@@ -76,4 +76,8 @@ void Console::error(const std::string& text) {
   print("error: " + text);
 }
 
+bool writeStandardOutput(const std::string& text) {
+  return std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
+}
+
 }  // namespace quor

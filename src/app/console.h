@@ -34,6 +34,8 @@ class Console {
 
   // "error: TEXT".
   void error(const std::string& text);
+  // A line of its own, under --quiet too.
+  void notice(const std::string& text) { print(text); }
 
  private:
   void print(const std::string& line);
@@ -47,5 +49,8 @@ class Console {
   std::vector<LogEntry> held_;
   std::deque<std::string> recent_;  // texts of the last entries printed
 };
+
+// All of it, at once. False when that fails.
+bool writeStandardOutput(const std::string& text);
 
 }  // namespace quor

@@ -17,7 +17,4 @@ inline constexpr int kExitCancelled = 130;
 int drive(Pipeline& pipeline, const gs::TrainingService& trainer, Console& console, const Project& project, Stage from,
           bool json);
 
-// One line, without a line feed.
-std::string resultDocument(const Project& project, const gs::TrainResult& result);
-
 }  // namespace quor

@@ -15,18 +15,40 @@ const std::string& chosen(const std::string& option, const std::string& preferen
   return option.empty() ? preference : option;
 }
 
+void warnUnlessUsed(const char* option, const std::string& value, const std::optional<ToolLocation>& found,
+                    LogStore& log) {
+  if (value.empty() || (found && found->source == "settings")) return;
+  const std::string instead = found ? "; using " + toUtf8(found->executable) : std::string();
+  log.warning(std::string(option) + " " + value + " leads to no program" + instead + ".");
+}
+
 }  // namespace
+
+Tools findTools(const Options& options, const Preferences& preferences, LogStore& log) {
+  Tools tools{findColmap(chosen(options.colmap, preferences.colmapPath)),
+              findFfmpeg(chosen(options.ffmpeg, preferences.ffmpegPath))};
+  warnUnlessUsed("--colmap", options.colmap, tools.colmap, log);
+  warnUnlessUsed("--ffmpeg", options.ffmpeg, tools.ffmpeg, log);
+  return tools;
+}
+
+std::unique_ptr<gs::VulkanContext> openContext(const Options& options, const Preferences& preferences, LogStore& log) {
+  gs::ContextOptions context;
+  context.deviceIndex = options.device >= 0 ? options.device : preferences.deviceIndex;
+  auto opened = std::make_unique<gs::VulkanContext>(context);
+  const gs::DeviceInfo& info = opened->info();
+  log.info(gs::describe(info) + (info.driver.empty() ? "" : " · driver " + info.driver));
+  return opened;
+}
 
 Session::Session(const Options& options)
     : options_(options),
       log_(kLogCapacity),
       console_(log_, options.quiet),
       preferences_(Preferences::load()),
-      tools_{findColmap(chosen(options.colmap, preferences_.colmapPath)),
-             findFfmpeg(chosen(options.ffmpeg, preferences_.ffmpegPath))} {
+      tools_(findTools(options, preferences_, log_)) {
   log_.mirrorTo(crashLogTail());
-  warnUnlessUsed("--colmap", options.colmap, tools_.colmap);
-  warnUnlessUsed("--ffmpeg", options.ffmpeg, tools_.ffmpeg);
+  console_.printLog();
 }
 
 void Session::announce(const Project& project) {
@@ -39,11 +61,7 @@ void Session::warn(const std::string& text) {
 }
 
 void Session::openDevice() {
-  gs::ContextOptions context;
-  context.deviceIndex = options_.device >= 0 ? options_.device : preferences_.deviceIndex;
-  context_ = std::make_unique<gs::VulkanContext>(context);
-  const gs::DeviceInfo& info = context_->info();
-  log_.info(gs::describe(info) + (info.driver.empty() ? "" : " · driver " + info.driver));
+  context_ = openContext(options_, preferences_, log_);
 }
 
 void Session::warnOfMissingColmap() {
@@ -54,12 +72,6 @@ int Session::drive(const Project& project, Stage from) {
   gs::Engine engine(*context_, log_);
   Pipeline pipeline(engine, log_, tools_, context_.get());
   return quor::drive(pipeline, engine, console_, project, from, options_.json);
-}
-
-void Session::warnUnlessUsed(const char* option, const std::string& value, const std::optional<ToolLocation>& found) {
-  if (value.empty() || (found && found->source == "settings")) return;
-  const std::string instead = found ? "; using " + toUtf8(found->executable) : std::string();
-  warn(std::string(option) + " " + value + " leads to no program" + instead + ".");
 }
 
 }  // namespace quor

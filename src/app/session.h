@@ -14,6 +14,12 @@
 
 namespace quor {
 
+// The preferences' tools, but for those that an option names; one that leads to no program is warned of in the log.
+Tools findTools(const Options& options, const Preferences& preferences, LogStore& log);
+
+// The device of the options or the preferences, named in the log. Throws what VulkanContext throws.
+std::unique_ptr<gs::VulkanContext> openContext(const Options& options, const Preferences& preferences, LogStore& log);
+
 class Session {
  public:
   explicit Session(const Options& options);
@@ -36,8 +42,6 @@ class Session {
   int drive(const Project& project, Stage from);
 
  private:
-  void warnUnlessUsed(const char* option, const std::string& value, const std::optional<ToolLocation>& found);
-
   const Options& options_;
   LogStore log_;
   Console console_;

@@ -17,12 +17,15 @@ constexpr const char* kCommands = R"(Commands:
       the project again from that stage
   import <dataset> [--out DIR] [options]
       wrap a COLMAP dataset in a new project and train it
-  batch <batch.json|folder>
-      run a queue of captures, finished ones skipped (not in this version yet)
+  batch <batch.json|folder> [--json] [--quiet] [--device N]
+      work through a queue of captures, one project each; settings come from the
+      file. Finished ones are skipped, failed ones retried; interrupted or killed,
+      the same command goes on where it stopped
   devices
       list the Vulkan GPUs, one line each with its index
   mcp
-      serve AI assistants on standard input and output (not in this version yet)
+      serve AI assistants (Model Context Protocol) on standard input and output;
+      takes --device, --colmap, --ffmpeg and --quiet
   instructions [FILE]
       print what an assistant, or a newcomer, should know, or write it to FILE
   help, --help

@@ -13,7 +13,6 @@ namespace {
 constexpr int kMostCopies = 51;
 constexpr double kDeadOpacity = 0.005;
 constexpr double kMostOpacity = 1.0 - 1e-6;
-constexpr double kGrowth = 0.05;
 
 using Binomials = std::array<std::array<double, kMostCopies>, kMostCopies>;
 
@@ -80,7 +79,7 @@ SharedSplat shareSplat(double opacity, int copies) {
 }
 
 RelocateReport McmcRelocator::refine(ComputeStream& stream, Transfer& transfer, SplatStore& splats, SplitMix64& random,
-                                     bool grow, uint64_t target) const {
+                                     uint64_t wanted) const {
   RelocateReport report;
   SplatRows rows = SplatRows::download(transfer, splats);
   report.reset = resetDiverged(stream, transfer, splats, rows, 2 * static_cast<float>(kDeadOpacity), random);
@@ -103,11 +102,9 @@ RelocateReport McmcRelocator::refine(ComputeStream& stream, Transfer& transfer, 
     report.relocated = dead.size();
   }
 
-  const uint64_t most = std::min(target, cap_);
-  if (grow && rows.count() < most) {
-    const uint64_t wanted =
-        rows.count() + std::max<uint64_t>(1, static_cast<uint64_t>(kGrowth * static_cast<double>(rows.count())));
-    report.grown = std::min(wanted, most) - rows.count();
+  const uint64_t count = std::min(wanted, cap_);
+  if (rows.count() < count) {
+    report.grown = count - rows.count();
     for (size_t i = 0; i < rows.count(); ++i) weights[i] = static_cast<double>(rows.opacity(i));
     const WeightedDraw all(weights);
     std::vector<size_t> chosen(report.grown);

@@ -8,7 +8,6 @@
 #include "base/split_mix64.h"
 #include "gpu/compute_stream.h"
 #include "gs/splat_store.h"
-#include "gs/train_job.h"
 
 namespace quor::gs {
 
@@ -20,17 +19,15 @@ struct RelocateReport {
 
 class McmcRelocator {
  public:
-  // The job must outlive the relocator.
-  McmcRelocator(const TrainJob& job, uint64_t cap) : job_(job), cap_(cap) {}
+  explicit McmcRelocator(uint64_t cap) : cap_(cap) {}
 
   void setCap(uint64_t cap) { cap_ = cap; }
 
-  // One pass; with `grow` the count grows by 5 % towards `target`.
-  RelocateReport refine(ComputeStream& stream, Transfer& transfer, SplatStore& splats, SplitMix64& random, bool grow,
-                        uint64_t target) const;
+  // One pass, after which there are `wanted` splats, or as many as there were or the cap allows.
+  RelocateReport refine(ComputeStream& stream, Transfer& transfer, SplatStore& splats, SplitMix64& random,
+                        uint64_t wanted) const;
 
  private:
-  const TrainJob& job_;
   uint64_t cap_;
 };
 

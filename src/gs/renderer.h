@@ -71,6 +71,7 @@ class Renderer {
   const GpuBuffer& accumulated() const { return accumulated_; }   // height x width
   const GpuBuffer& visible() const { return visible_; }           // int, per splat
   const GpuBuffer& screenMeanGradient() const { return dMean_; }  // 2 per splat, per pixel
+  const GpuBuffer& depths() const { return depth_; }              // of visible splats
   const GpuBuffer& activatedScales() const { return scale_; }
   const GpuBuffer& activatedOpacities() const { return opacity_; }
   ImageLoss& loss() { return loss_; }

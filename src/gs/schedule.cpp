@@ -9,12 +9,19 @@ namespace {
 // Beyond this an image of 16 k pixels has shrunk to 64: more levels only blur.
 constexpr int32_t kMostLevels = 8;
 
+// Of the splats there are, in one pass of MCMC.
+constexpr double kLeastGrowth = 0.05, kMostGrowth = 0.15;
+
 float finiteIn(float value, float low, float high, float otherwise) {
   return std::isfinite(value) ? std::clamp(value, low, high) : otherwise;
 }
 
 long fractionOf(const TrainJob& job, float fraction) {
   return std::lround(static_cast<double>(fraction) * job.iterations);
+}
+
+double exponential(double start, double end, int stepsDone, int iterations) {
+  return start * std::pow(end / std::max(start, 1e-12), static_cast<double>(stepsDone) / iterations);
 }
 
 bool every(int step, int period) {
@@ -44,8 +51,13 @@ double positionRate(const TrainJob& job, int stepsDone, double extent) {
   const bool mcmc = job.technique == Technique::Mcmc;
   const double start = static_cast<double>(mcmc ? job.mcmcPositionRateStart : job.positionRateStart);
   const double end = static_cast<double>(mcmc ? job.mcmcPositionRateEnd : job.positionRateEnd);
-  const double fraction = static_cast<double>(stepsDone) / job.iterations;
-  return start * std::pow(end / std::max(start, 1e-12), fraction) * extent;
+  return exponential(start, end, stepsDone, job.iterations) * extent;
+}
+
+float opacityRate(const TrainJob& job, int stepsDone) {
+  if (job.technique == Technique::Vanilla) return job.opacityRate;
+  return static_cast<float>(exponential(static_cast<double>(job.opacityRate),
+                                        static_cast<double>(job.mcmcOpacityRateEnd), stepsDone, job.iterations));
 }
 
 int levelAt(const TrainJob& job, int stepsDone) {
@@ -71,6 +83,14 @@ bool isMcmcRelocateStep(const TrainJob& job, int step) {
 
 bool isMcmcGrowStep(const TrainJob& job, int step) {
   return isMcmcRelocateStep(job, step) && step <= fractionOf(job, job.mcmcGrowUntil);
+}
+
+uint64_t mcmcCountAfter(const TrainJob& job, int step, uint64_t count, uint64_t target) {
+  if (!isMcmcGrowStep(job, step) || count == 0 || count >= target) return count;
+  const auto passesLeft = static_cast<double>((fractionOf(job, job.mcmcGrowUntil) - step) / job.refineEvery + 1);
+  const double needed = std::pow(static_cast<double>(target) / static_cast<double>(count), 1 / passesLeft) - 1;
+  const double growth = std::clamp(needed, kLeastGrowth, kMostGrowth) * static_cast<double>(count);
+  return std::min(target, count + static_cast<uint64_t>(std::ceil(growth)));
 }
 
 }  // namespace quor::gs

@@ -14,6 +14,10 @@ TrainJob resolved(TrainJob job);
 // Exponential from start to end over the iterations, times the scene extent.
 double positionRate(const TrainJob& job, int stepsDone, double extent);
 
+// Constant for Vanilla, exponential from opacityRate to mcmcOpacityRateEnd for MCMC: splats find their opacity early,
+// and the relocation near the end is not drowned by it.
+float opacityRate(const TrainJob& job, int stepsDone);
+
 // How many times the images are halved for the next step; 0 = full size.
 int levelAt(const TrainJob& job, int stepsDone);
 
@@ -26,5 +30,8 @@ bool isVanillaRefineStep(const TrainJob& job, int step);
 bool isOpacityResetStep(const TrainJob& job, int step);
 bool isMcmcRelocateStep(const TrainJob& job, int step);
 bool isMcmcGrowStep(const TrainJob& job, int step);  // implies relocation
+// The splats to have after the growth pass at `step`: 5 % more (Kheradmand et al. 2024), or, in a run too short for
+// that to reach the target, what reaches it with the last pass, at most 15 % more. Never beyond the target.
+uint64_t mcmcCountAfter(const TrainJob& job, int step, uint64_t count, uint64_t target);
 
 }  // namespace quor::gs

@@ -35,10 +35,10 @@ struct TrainJob {
   float mcmcRelocateUntil = 0.85f;
   float mcmcNoiseScale = 40000.0f;
   float mcmcOpacityRegulariser = 0.01f;
-  float mcmcScaleRegulariser = 0.01f;
+  float mcmcScaleRegulariser = 0.01f;     // of scales in units of the scene extent
   float mcmcPositionRateStart = 0.0002f;  // times the scene extent
   float mcmcPositionRateEnd = 0.000002f;
-  float mcmcOpacityRate = 0.01f;
+  float mcmcOpacityRateEnd = 0.01f;  // at the last step; MCMC too starts with opacityRate
 
   int32_t densifyFrom = 500;
   int32_t densifyUntil = 0;  // 0 = min(max(iterations / 2, 1), 15000)

@@ -84,12 +84,16 @@ Trainer::Trainer(VulkanContext& context, KernelRegistry& registry, LogStore& log
       cap_(sayCap(capFor(context, job, dataset), log)),
       mcmcTarget_(std::min(job.mcmcTarget, cap_)),
       vanilla_(context, job_, dataset.geometry.extent, cap_),
-      mcmc_(job_, cap_),
+      mcmc_(cap_),
       order_(job.seed, static_cast<uint32_t>(dataset.training.size())),
       loss_(std::numeric_limits<float>::quiet_NaN()) {
   std::vector<std::string> kernels = renderer_.kernelNames();
   for (const char* name : {"adam", "gather_rows", "flag_diverged"}) kernels.emplace_back(name);
-  kernels.emplace_back(job_.technique == Technique::Vanilla ? "grad_stats" : "add_noise");
+  if (job_.technique == Technique::Vanilla) {
+    for (const char* name : {"weigh_near_gradients", "grad_stats"}) kernels.emplace_back(name);
+  } else {
+    kernels.emplace_back("add_noise");
+  }
   registry.prepare(kernels);
 }
 
@@ -148,7 +152,8 @@ void Trainer::applyLevel() {
 Renderer::Regularisers Trainer::regularisers() const {
   if (job_.technique == Technique::Vanilla) return {};
   const float n = static_cast<float>(std::max(splats_.count(), 1u));
-  return {job_.mcmcOpacityRegulariser / n, job_.mcmcScaleRegulariser / (3.0f * n)};
+  const float extent = static_cast<float>(dataset_.geometry.extent);  // a scene has no unit of its own
+  return {job_.mcmcOpacityRegulariser / n, job_.mcmcScaleRegulariser / (3.0f * n * extent)};
 }
 
 void Trainer::step() {
@@ -188,12 +193,11 @@ void Trainer::updateLoss() {
 void Trainer::optimise() {
   stream_.mark("optimiser");
   const int t = step_ + 1;
-  const bool mcmc = job_.technique == Technique::Mcmc;
   std::array<float, kGroupCount> rates{};
   rates[kPositions] = static_cast<float>(positionRate(job_, step_, dataset_.geometry.extent));
   rates[kScales] = job_.scaleRate;
   rates[kRotations] = job_.rotationRate;
-  rates[kOpacities] = mcmc ? job_.mcmcOpacityRate : job_.opacityRate;
+  rates[kOpacities] = opacityRate(job_, step_);
   rates[kShDc] = job_.shDcRate;
   rates[kShRest] = job_.shRestDivisor > 0 ? job_.shDcRate / job_.shRestDivisor : 0.0f;
   const float correction1 = static_cast<float>(1.0 - std::pow(kBeta1, t));
@@ -255,7 +259,7 @@ void Trainer::refineVanilla() {
 void Trainer::refineMcmc() {
   if (!isMcmcRelocateStep(job_, step_)) return;
   const RelocateReport report =
-      mcmc_.refine(stream_, transfer_, splats_, random_, isMcmcGrowStep(job_, step_), mcmcTarget_);
+      mcmc_.refine(stream_, transfer_, splats_, random_, mcmcCountAfter(job_, step_, splats_.count(), mcmcTarget_));
   std::string text = formatText("step %d: ", step_);
   if (report.reset > 0)
     text += formatText("reset %llu diverged splats, ", static_cast<unsigned long long>(report.reset));

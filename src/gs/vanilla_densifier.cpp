@@ -14,6 +14,15 @@ namespace {
 constexpr float kSplitShrink = 1.6f;
 // Of the scene extent; larger splats are pruned once opacities have been reset.
 constexpr double kLargestSplat = 0.1;
+// Of the scene extent: how far from a camera a splat's gradients count in full. The paper has 0.37; docs/quality.md has
+// what both gave.
+constexpr double kFullGradientDepth = 1.0;
+
+struct NearPush {
+  uint32_t count;
+  float fullDepth;
+};
+static_assert(sizeof(NearPush) == 8);
 
 struct StatsPush {
   uint32_t count;
@@ -61,6 +70,8 @@ void VanillaDensifier::accumulate(ComputeStream& stream, const SplatStore& splat
     views_ = GpuBuffer(context_, bytes, BufferKind::Device, "gradient views");
     startOver_ = true;
   }
+  stream.dispatch1D("weigh_near_gradients", {&renderer.screenMeanGradient(), &renderer.depths()},
+                    NearPush{splats.count(), static_cast<float>(kFullGradientDepth * extent_)}, splats.count());
   const StatsPush push = {splats.count(), startOver_ ? 1u : 0u, 0.5f * static_cast<float>(renderer.width()),
                           0.5f * static_cast<float>(renderer.height())};
   stream.dispatch1D("grad_stats", {&renderer.screenMeanGradient(), &renderer.visible(), &sum_, &views_}, push,

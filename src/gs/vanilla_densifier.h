@@ -29,7 +29,8 @@ class VanillaDensifier {
   void setCap(uint64_t cap) { cap_ = cap; }
 
   // Records this view's statistics: the length of the screen mean's gradient in normalised device units, so that the
-  // threshold means the same at every image size. After lossAndBackward of the same frame.
+  // threshold means the same at every image size. After lossAndBackward of the same frame, whose gradients are lessened
+  // for splats near the camera.
   void accumulate(ComputeStream& stream, const SplatStore& splats, const Renderer& renderer);
 
   // One pass; `pruneLarge` once opacities have been reset for the first time. Statistics start over.

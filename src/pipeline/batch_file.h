@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,7 @@
 namespace quor {
 
 enum class ItemState { Waiting, Finished, Failed };
+const char* itemStateName(ItemState state);  // "waiting", "finished" or "failed"
 
 struct BatchItem {
   std::vector<InputSource> sources;
@@ -22,6 +24,8 @@ struct BatchItem {
   std::string note;                   // result or failure of the last attempt
   std::filesystem::path projectRoot;  // once known
 
+  nlohmann::ordered_json asRead;  // as it stood in the file, with what only a newer version knows
+
   std::string name() const;  // the selection, or the name of its first source
 };
 
@@ -30,14 +34,23 @@ struct Batch {
   std::filesystem::path destination;  // the items' projects are made in here
   std::vector<BatchItem> items;
 
-  // Of a batch.json or of a folder that holds one. Missing keys keep their defaults. Throws std::runtime_error "No
-  // batch.json in FOLDER", or a sentence that says what is wrong with the file.
+  nlohmann::ordered_json asRead;  // without its items
+
+  // Of a batch.json or of a folder that holds one. Missing keys keep their defaults: the destination is the file's
+  // folder, the camera settings are those of a new project from the same sources, and a video whose kind is not written
+  // is looked at. Relative paths are relative to the file's folder; all paths in here are absolute. Throws
+  // std::runtime_error "No batch.json in FOLDER", or a sentence that says what is wrong with the file.
   static Batch load(const std::filesystem::path& fileOrFolder);
-  // Written beside the file and moved over it. Throws std::runtime_error.
+  // Written beside the file and moved over it; makes the file's folder. Keys that were read and are not known here stay
+  // in it, and so does the wording of relative paths. Throws std::runtime_error.
   void save() const;
 
-  // One item for each capture in a folder: each video, each folder of photographs, each COLMAP dataset directly in it.
-  // Projects are left out. Throws std::runtime_error when there is none.
+  size_t count(ItemState state) const;
+
+  // One item for each capture in a folder: each video, each folder of photographs or videos, each COLMAP dataset
+  // directly in it, in byte order. Projects are left out, and so are photographs beside other captures; a folder of
+  // photographs alone, or one that is a dataset itself, is the only capture. The file is to be the destination's
+  // batch.json; an empty destination is the folder itself. Throws std::runtime_error when there is none.
   static Batch compose(const std::filesystem::path& folder, const std::filesystem::path& destination);
 };
 

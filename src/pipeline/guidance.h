@@ -6,6 +6,9 @@
 
 namespace quor {
 
-const std::string& guidanceText();  // ends in a line feed
+// All of it; ends in a line feed.
+const std::string& guidanceText();
+// Its chapters on taking pictures and on what the numbers of a solve and of a training say; ends in a line feed.
+const std::string& captureAdviceText();
 
 }  // namespace quor

@@ -42,13 +42,11 @@ Classification classifyExisting(const std::string& path) {
   return found;
 }
 
-void refuseModelWithoutImages(const std::string& path) {
+void refuseModelWithoutImages(const std::string& path, const char* advice) {
   const fs::path folder = absolutePath(path);
   std::error_code ignored;
   if (gs::colmap::findModelDir(folder).empty() || fs::is_directory(folder / "images", ignored)) return;
-  throw std::runtime_error("Found a model in " + path +
-                           " but no images/ beside it. Pass the folder that holds both images/ and the sparse model, "
-                           "not the model folder itself.");
+  throw std::runtime_error("Found a model in " + path + " but no images/ beside it. " + advice);
 }
 
 std::vector<InputSource> collectMedia(const std::vector<std::string>& paths, std::optional<InputKind> kind,

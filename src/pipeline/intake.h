@@ -23,7 +23,7 @@ Classification classifyExisting(const std::string& path);
 
 // A folder with a model but without the photographs is the likeliest mistake of somebody who has a reconstruction, so
 // it gets advice instead of a bare no.
-void refuseModelWithoutImages(const std::string& path);
+void refuseModelWithoutImages(const std::string& path, const char* advice);
 
 // What a path that cannot be built from is followed by, each beginning with a blank.
 struct IntakeAdvice {

@@ -3,7 +3,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "app/drive.h"
+#include "pipeline/result_document.h"
 #include "support/child_program.h"
 #include "support/small_capture.h"
 

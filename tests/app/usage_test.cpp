@@ -87,8 +87,6 @@ TEST(Usage, WhatIsNotThereYetSaysSoInOneSentence) {
   TempFolder folder;
   writeFile(folder / "photos/a.jpg", "");
   const std::vector<std::vector<std::string>> cases = {
-      {OMBRELUX_CLI, "batch", "queue.json"},
-      {OMBRELUX_CLI, "mcp"},
       {OMBRELUX_DESKTOP},
       {OMBRELUX_DESKTOP, toUtf8(folder / "photos")},
   };

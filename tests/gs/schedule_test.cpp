@@ -76,6 +76,28 @@ TEST(Schedule, PassesRunWithinTheirSpans) {
   EXPECT_FALSE(isMcmcRelocateStep(mcmc, 8600));
 }
 
+TEST(Schedule, McmcReachesItsTargetAsFarAsItMayGrow) {
+  const auto grown = [](int iterations, uint64_t count) {
+    const TrainJob job = jobOf(Technique::Mcmc, iterations);
+    for (int step = 1; step <= iterations; ++step) count = mcmcCountAfter(job, step, count, 150000);
+    return count;
+  };
+  EXPECT_EQ(grown(30000, 5000), 150000u);
+  EXPECT_EQ(grown(7000, 5000), 150000u) << "5 % a pass would end far from it";
+  EXPECT_NEAR(static_cast<double>(grown(2000, 5000)), 5000 * std::pow(1.15, 10), 30);
+  EXPECT_EQ(grown(400, 5000), 5000u);
+  EXPECT_EQ(grown(7000, 200000), 200000u);
+  EXPECT_EQ(mcmcCountAfter(jobOf(Technique::Mcmc, 30000), 500, 1000, 1200), 1050u);
+}
+
+TEST(Schedule, McmcOpacitiesLearnEverMoreSlowly) {
+  const TrainJob job = jobOf(Technique::Mcmc, 1000);
+  EXPECT_FLOAT_EQ(opacityRate(job, 0), 0.05f);
+  EXPECT_FLOAT_EQ(opacityRate(job, 500), std::sqrt(0.05f * 0.01f));
+  EXPECT_FLOAT_EQ(opacityRate(job, 1000), 0.01f);
+  EXPECT_FLOAT_EQ(opacityRate(jobOf(Technique::Vanilla, 1000), 900), 0.05f);
+}
+
 TEST(SplatCap, IsTheLeastOfWhatWasAskedForAndWhatTheDeviceTakes) {
   constexpr uint64_t kGiB = 1ull << 30;
   const DeviceLimits large = {8 * kGiB, 4 * kGiB, 2 * kGiB};

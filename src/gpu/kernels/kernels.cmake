@@ -29,12 +29,14 @@ set(OMBRELUX_KERNELS
   adam
   grad_stats
   add_noise
+  rgb_to_rgba8
   sift_match_tiles
   sift_match_reduce
   sift_match_cross
 
   # Beyond the fixed part of the table.
   gather_rows
+  weigh_near_gradients
   flag_diverged
   radix_scatter_ranked
   rasterize_forward_wide

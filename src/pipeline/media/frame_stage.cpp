@@ -18,12 +18,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-void removeFolder(const fs::path& folder) {
-  std::error_code error;
-  fs::remove_all(folder, error);
-  if (error) throw std::runtime_error("Cannot clear " + toUtf8(folder) + ": " + error.message() + ".");
-}
-
 // What all inputs have given together.
 class Gathered {
  public:
@@ -78,8 +72,8 @@ class Gathered {
 // The record is saved before the frames appear: a record without frames says that the stage has to run again, frames
 // with an older record would be solved with the wrong cameras.
 void replaceFrames(const Project& project, const fs::path& fresh) {
-  removeFolder(project.solvedFolder());  // its cameras are those of the earlier frames
-  removeFolder(project.framesFolder());
+  removeInOneAct(project.solvedFolder());  // its cameras are those of the earlier frames
+  removeInOneAct(project.framesFolder());
   project.save();
   std::error_code error;
   fs::rename(fresh, project.framesFolder(), error);
@@ -114,7 +108,7 @@ std::string Pipeline::runFrames(const Project& opened) {
   Project project = opened;
   project.ensureLayout();
   const UnfinishedFolder partial(project.root / "frames.partial");
-  removeFolder(partial.path());  // of a run that was killed
+  removeInOneAct(partial.path());  // of a run that was killed
   FrameExtractor extractor(log_, tools_.ffmpeg, [this] { return cancel_.load(); });
   Gathered gathered(project.sparse.singleCamera);
   const size_t count = project.inputs.size();

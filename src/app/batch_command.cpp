@@ -1,0 +1,165 @@
+#include "app/batch_command.h"
+
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <set>
+
+#include "app/drive.h"
+#include "app/follow.h"
+#include "app/session.h"
+#include "base/paths.h"
+#include "base/text.h"
+#include "gs/engine.h"
+#include "pipeline/batch_queue.h"
+#include "pipeline/intake.h"
+
+namespace quor {
+
+namespace {
+
+// A batch in front of the user.
+class BatchRun {
+ public:
+  BatchRun(Session& session, Batch batch, bool json)
+      : console_(session.console()),
+        log_(session.log()),
+        engine_(session.device(), log_),
+        pipeline_(engine_, log_, session.tools(), &session.device()),
+        queue_(std::move(batch), [this](size_t item, BatchEvent event) { show(item, event); }),
+        interrupts_(
+            pipeline_, engine_, console_, [this] { queue_.cancel(); }, [this] { queue_.cancelAtOnce(); }),
+        json_(json) {}
+
+  void run() {
+    queue_.run(pipeline_, engine_, log_);
+    console_.printLog();
+  }
+
+  Batch batch() const { return queue_.snapshot(); }
+  const std::set<size_t>& skipped() const { return skipped_; }
+  bool wrote() const { return wrote_; }
+
+ private:
+  void show(size_t index, BatchEvent event) {
+    switch (event) {
+      case BatchEvent::Skipped:
+        skipped_.insert(index);
+        console_.message("skipped: " + queue_.item(index).name());
+        break;
+      case BatchEvent::Begun:
+        console_.printLog();
+        console_.message("running: " + queue_.item(index).name());
+        follower_.emplace(pipeline_, engine_, console_);
+        announced_ = false;
+        break;
+      case BatchEvent::Working:
+        announceFolder(queue_.item(index));
+        follower_->update();
+        break;
+      case BatchEvent::Ended:
+        showEnd(queue_.item(index));
+        break;
+    }
+    interrupts_.update();
+  }
+
+  void announceFolder(const BatchItem& item) {
+    if (!announced_) console_.message("Project: " + toUtf8(item.projectRoot));
+    announced_ = true;
+  }
+
+  void showEnd(const BatchItem& item) {
+    if (announced_) {  // else the pipeline still tells of the item before
+      follower_->update();
+      follower_->finish();
+    }
+    const bool failed = item.state == ItemState::Failed;
+    console_.finishLog(failed ? item.note : std::string());
+    const std::string line = std::string(itemStateName(item.state)) + ": " + item.name() + " — " + item.note;
+    failed ? console_.notice(line) : console_.message(line);
+    if (item.state != ItemState::Finished || json_ || !item.training.exportPLY) return;
+    Project project;
+    project.root = item.projectRoot;
+    wrote_ = writeStandardOutput(toUtf8(project.sceneFile()) + "\n") && wrote_;
+  }
+
+  Console& console_;
+  LogStore& log_;
+  gs::Engine engine_;
+  Pipeline pipeline_;
+  BatchQueue queue_;
+  Interrupts interrupts_;
+  const bool json_;
+  std::optional<Follower> follower_;
+  std::set<size_t> skipped_;
+  bool announced_ = false;  // the folder of the item at work
+  bool wrote_ = true;
+};
+
+void refuseSettings(const Options& options) {
+  if (options.settings.empty() && options.out.empty() && !options.kind) return;
+  throw UsageError(
+      "batch takes every item's settings and folder from the batch file; its options are --json, --quiet, --device, "
+      "--colmap and --ffmpeg");
+}
+
+std::string document(const Batch& batch, const std::set<size_t>& skipped) {
+  nlohmann::ordered_json document;
+  document["batch"] = toUtf8(batch.file);
+  document["destination"] = toUtf8(batch.destination);
+  document["projects"] = batch.items.size();
+  document["finished"] = batch.count(ItemState::Finished);
+  document["failed"] = batch.count(ItemState::Failed);
+  auto& items = document["items"] = nlohmann::ordered_json::array();
+  for (size_t i = 0; i < batch.items.size(); ++i) {
+    const BatchItem& item = batch.items[i];
+    nlohmann::ordered_json entry;
+    entry["name"] = item.name();
+    entry["state"] = skipped.contains(i) ? "skipped" : itemStateName(item.state);
+    entry["note"] = item.note;
+    if (!item.projectRoot.empty()) entry["project"] = toUtf8(item.projectRoot);
+    Project project;
+    project.root = item.projectRoot;
+    std::error_code ignored;
+    const bool scene = item.state == ItemState::Finished && std::filesystem::exists(project.sceneFile(), ignored);
+    if (scene) entry["ply"] = toUtf8(project.sceneFile());
+    items.push_back(std::move(entry));
+  }
+  return document.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+}
+
+int conclude(const BatchRun& run, const Options& options, Console& console) {
+  const Batch batch = run.batch();
+  const size_t failed = batch.count(ItemState::Failed);
+  std::string summary =
+      formatText("%zu of %zu projects finished", batch.count(ItemState::Finished), batch.items.size());
+  if (failed > 0) summary += formatText(", %zu failed", failed);
+  console.message(summary);
+  const bool wrote = run.wrote() && (!options.json || writeStandardOutput(document(batch, run.skipped())));
+  if (!wrote) console.error("The result could not be written to standard output.");
+  if (batch.count(ItemState::Waiting) > 0) {
+    console.error("Cancelled. The same command goes on where it stopped.");
+    return kExitCancelled;
+  }
+  return failed > 0 || !wrote ? kExitFailure : kExitSuccess;
+}
+
+}  // namespace
+
+int batchCommand(const Options& options) {
+  refuseSettings(options);
+  Batch batch = Batch::load(fromUtf8(options.paths[0]));
+  Session session(options);
+  session.say(formatText("Batch: %zu projects, writing to ", batch.items.size()) + toUtf8(batch.destination));
+  if (batch.items.empty()) session.warn(toUtf8(batch.file) + " lists no captures.");
+  session.openDevice();
+  const auto solves = [](const BatchItem& item) {
+    return item.state != ItemState::Finished && item.colmapImport.empty();
+  };
+  if (std::ranges::any_of(batch.items, solves)) session.warnOfMissingColmap();
+  BatchRun run(session, std::move(batch), options.json);
+  run.run();
+  return conclude(run, options, session.console());
+}
+
+}  // namespace quor

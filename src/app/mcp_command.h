@@ -1,0 +1,10 @@
+// `mcp`: serves AI assistants on standard input and output.
+#pragma once
+
+#include "app/options.h"
+
+namespace quor {
+
+int mcpCommand(const Options& options);
+
+}  // namespace quor

@@ -1,0 +1,130 @@
+#include "mcp/project_information.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+
+#include "base/paths.h"
+#include "gs/checkpoint.h"
+#include "gs/ply_header.h"
+#include "pipeline/project_contents.h"
+#include "project/project.h"
+
+namespace quor::mcp {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr size_t kMostProjects = 100;
+constexpr size_t kMostFolders = 20000;
+constexpr size_t kMostDeep = 8;
+constexpr size_t kLastRun = 4096;  // bytes, more than one run writes
+
+bool isFile(const fs::path& path) {
+  std::error_code ignored;
+  return fs::is_regular_file(path, ignored);
+}
+
+void addScene(const Project& project, Document& document) {
+  if (!isFile(project.sceneFile())) return;
+  try {
+    std::ifstream file(project.sceneFile(), std::ios::binary);
+    document["splats"] = gs::readPlyHeader(file, toUtf8(project.sceneFile())).vertexCount;
+  } catch (const std::exception&) {
+  }
+  document["ply"] = toUtf8(project.sceneFile());
+  if (isFile(project.sceneSplatFile())) document["splat"] = toUtf8(project.sceneSplatFile());
+}
+
+void addCheckpoint(const Project& project, Document& document) {
+  try {
+    const gs::CheckpointHeader header = gs::readCheckpointHeader(project.checkpointFile());
+    document["checkpoint"] = toUtf8(project.checkpointFile());
+    document["checkpoint_step"] = header.step;
+    document["checkpoint_technique"] = techniqueName(header.technique);
+  } catch (const std::exception&) {
+  }
+}
+
+// Of the last run in the log.
+void addHeldOut(const std::string& log, Document& document) {
+  const size_t run = log.rfind("==== ");
+  const size_t line = log.find("\nheld-out ", run == std::string::npos ? 0 : run);
+  double psnr = 0;
+  double ssim = 0;
+  double l1 = 0;
+  unsigned views = 0;
+  const char* format = "\nheld-out PSNR %lf dB, SSIM %lf, L1 %lf over %u views";
+  if (line == std::string::npos || std::sscanf(log.c_str() + line, format, &psnr, &ssim, &l1, &views) < 2) return;
+  document["held-out"] = {{"PSNR", psnr}, {"SSIM", ssim}};
+}
+
+void walk(const fs::path& folder, size_t depth, size_t& folders, FoundProjects& found) {
+  if (Project::isProject(folder)) {
+    found.complete = found.complete && found.roots.size() < kMostProjects;
+    if (found.roots.size() < kMostProjects) found.roots.push_back(folder);
+    return;
+  }
+  std::error_code error;
+  for (fs::directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
+    std::error_code unreadable;
+    if (it->symlink_status(unreadable).type() != fs::file_type::directory) continue;
+    if (toUtf8(it->path().filename()).starts_with('.')) continue;
+    if (depth == kMostDeep || ++folders > kMostFolders) {
+      found.complete = false;
+      return;
+    }
+    walk(it->path(), depth + 1, folders, found);
+  }
+}
+
+}  // namespace
+
+std::optional<std::string> readTail(const fs::path& file, size_t most) {
+  std::ifstream stream(file, std::ios::binary | std::ios::ate);
+  if (!isFile(file) || !stream) return std::nullopt;
+  const auto size = static_cast<uint64_t>(stream.tellg());
+  const bool cut = size > most;
+  std::string text(cut ? most : static_cast<size_t>(size), '\0');
+  stream.seekg(static_cast<std::streamoff>(size - text.size()));
+  stream.read(text.data(), static_cast<std::streamsize>(text.size()));
+  text.resize(static_cast<size_t>(stream.gcount()));
+  const size_t lineEnd = cut ? text.find('\n') : std::string::npos;
+  return lineEnd == std::string::npos ? text : text.substr(lineEnd + 1);
+}
+
+Document projectInformation(const fs::path& root) {
+  const Project project = Project::load(root);
+  Document document;
+  document["project"] = toUtf8(root);
+  document["name"] = project.name;
+  document["frames"] = countFrames(project);
+  const size_t cameras = countCameras(project);
+  document["has_reconstruction"] = cameras > 0;
+  document["registered_images"] = cameras;
+  document["iterations"] = project.training.iterations;
+  document["technique"] = techniqueName(project.training.technique);
+  Document& inputs = document["inputs"] = Document::array();
+  for (const InputSource& input : project.inputs) {
+    inputs.push_back({{"path", input.path}, {"kind", kindName(input.kind)}});
+  }
+  if (!project.externalDataset.empty()) document["external_dataset"] = project.externalDataset;
+  addScene(project, document);
+  addCheckpoint(project, document);
+  if (const auto log = readTail(project.trainingLog(), kLastRun)) {
+    document["training_log"] = toUtf8(project.trainingLog());
+    addHeldOut(*log, document);
+  }
+  return document;
+}
+
+FoundProjects findProjects(const fs::path& folder) {
+  FoundProjects found;
+  size_t folders = 0;
+  walk(folder, 0, folders, found);
+  std::ranges::sort(found.roots, {}, [](const fs::path& root) { return toUtf8(root); });
+  return found;
+}
+
+}  // namespace quor::mcp
