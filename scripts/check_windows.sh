@@ -12,7 +12,7 @@ wine wineboot --init >/dev/null 2>&1
 trap 'wineserver -k || true' EXIT
 
 failures=0
-for test in base colmap project pipeline; do
+for test in base colmap project pipeline mcp; do
   echo "-- test_$test"
   timeout 300 wine "$bin/test_$test.exe" --gtest_brief=1 || failures=$((failures + 1))
 done

@@ -33,6 +33,12 @@ bool isInside(const fs::path& log, const fs::path& root) {
   return !error && real == expected && fs::is_regular_file(real, error);
 }
 
+// A path as URIs have it: slashes only, and one before a drive's letter.
+std::string uriPath(const fs::path& path) {
+  const std::u8string text = path.generic_u8string();
+  return (text.starts_with(u8'/') ? "" : "/") + std::string(text.begin(), text.end());
+}
+
 bool plain(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
          std::string_view("/-._~:").find(c) != std::string_view::npos;
@@ -61,7 +67,7 @@ std::optional<std::string> pathOf(const std::string& uri) {
 
 std::string fileUri(const fs::path& path) {
   std::string uri = kScheme;
-  for (const char c : toUtf8(path)) {
+  for (const char c : uriPath(path)) {
     uri += plain(c) ? std::string(1, c) : formatText("%%%02X", static_cast<unsigned>(static_cast<unsigned char>(c)));
   }
   return uri;
@@ -99,7 +105,7 @@ Document TrainingLogs::read(const std::string& uri) const {
   const std::optional<std::string> path = pathOf(uri);
   for (const fs::path& root : roots_) {
     const fs::path log = logOf(root);
-    if (path != toUtf8(log)) continue;
+    if (path != uriPath(log)) continue;
     const auto text = isInside(log, root) ? readTail(log, kMostBytes) : std::nullopt;
     if (!text) throw RpcError(kResourceNotFound, "Could not read " + toUtf8(log));
     return {{"contents", Document::array({{{"uri", uri}, {"mimeType", kMimeType}, {"text", *text}}})}};

@@ -23,7 +23,7 @@ class TrainingLogs {
   std::set<std::filesystem::path> roots_;
 };
 
-// "file://" and the path, every byte outside letters, digits and "/-._~:" percent-encoded.
+// "file://" and the absolute path, every byte outside letters, digits and "/-._~:" percent-encoded.
 std::string fileUri(const std::filesystem::path& path);
 
 }  // namespace quor::mcp

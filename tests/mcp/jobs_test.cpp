@@ -1,12 +1,13 @@
 #include "mcp/server_fixture.h"
 #include "pipeline/guidance.h"
 #include "project/project.h"
+#include "support/matches_pattern.h"
+#include "support/platform.h"
 
 namespace quor::test {
 namespace {
 
 using ::testing::HasSubstr;
-using ::testing::MatchesRegex;
 using ::testing::StartsWith;
 
 class JobsTest : public ServerTest {
@@ -33,7 +34,7 @@ TEST_F(JobsTest, ABuildIsFollowedFromItsStartToItsResult) {
   EXPECT_EQ(started["message"], "Started. Poll ombrelux_job_status with this job id.");
   EXPECT_EQ(started["project"], project_);
   const std::string job = started["job"];
-  EXPECT_THAT(job, MatchesRegex("job-[0-9a-f]{8}"));
+  EXPECT_THAT(job, MatchesPattern("job-[0-9a-f]{8}"));
   trainer_.waitUntilStarted();
   EXPECT_EQ(trainer_.job().iterations, 50);
 
@@ -200,7 +201,7 @@ TEST_F(JobsTest, ProjectsAreFoundAndDescribed) {
             "==== 2025  last\nheld-out    PSNR 27.12 dB, SSIM 0.9123, L1 0.0100 over 3 views\n");
   writeFile(folder_ / "deep/er/broken_ombrelux/project.json", "{");
   writeFile(folder_ / ".hidden/p/project.json", "{}");
-  std::filesystem::create_directory_symlink(folder_.path(), folder_ / "deep/loop");
+  if (!kWindows) std::filesystem::create_directory_symlink(folder_.path(), folder_ / "deep/loop");
   const Json projects = told("ombrelux_list_projects", {{"folder", toUtf8(folder_.path())}})["projects"];
   ASSERT_EQ(projects.size(), 2u);
   EXPECT_THAT(projects[0]["error"].get<std::string>(), HasSubstr("is damaged"));
@@ -227,7 +228,7 @@ class ResourcesTest : public JobsTest {
 
 TEST_F(ResourcesTest, OffersTheLogsOfProjectsThatItHasMet) {
   const std::string uri = mcp::fileUri(project_.trainingLog());
-  EXPECT_THAT(uri, MatchesRegex("file:///[A-Za-z0-9/._~:%-]*%20t%C3%A9%20[^ ]*/output/training\\.log"));
+  EXPECT_THAT(uri, MatchesPattern("file:///[A-Za-z0-9/._~:%-]*%20t%C3%A9%20[^ ]*/output/training\\.log"));
   EXPECT_TRUE(list().empty());
   const std::string refused =
       "Only the training logs of projects that this server has built, opened or listed can be read.";
@@ -250,6 +251,7 @@ TEST_F(ResourcesTest, OffersTheLogsOfProjectsThatItHasMet) {
 }
 
 TEST_F(ResourcesTest, DoesNotFollowALinkOutOfTheProject) {
+  if (kWindows) GTEST_SKIP() << "links take rights that few have";
   meet();
   const std::filesystem::path log = project_.trainingLog();
   const auto refusedAs = [&] {

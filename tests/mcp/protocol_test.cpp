@@ -1,6 +1,7 @@
 #include "mcp/server_fixture.h"
 #include "mcp/tool_list.h"
 #include "pipeline/guidance.h"
+#include "support/platform.h"
 
 namespace quor::test {
 namespace {
@@ -94,6 +95,7 @@ TEST_F(ProtocolTest, ALineWithoutEndTakesNoMemoryAndTheNextOneIsAnswered) {
 }
 
 TEST_F(ProtocolTest, AnswersAreUtf8WhateverAFolderIsCalled) {
+  if (kWindows) GTEST_SKIP() << "every name there can be written in UTF-8";
   const std::filesystem::path bad = folder_ / "caf\xe9_ombrelux";
   writeFile(bad / "project.json", "{}");
   const Json projects = told("ombrelux_list_projects", {{"folder", toUtf8(folder_.path())}})["projects"];

@@ -29,7 +29,7 @@ TEST(BatchFile, KeepsWhatItReadsThroughASave) {
   EXPECT_EQ(batch.destination, folder / "projects");
   ASSERT_EQ(batch.items.size(), 3u);
   const BatchItem& a = batch.items[0];
-  EXPECT_EQ(a.sources.at(0).path, toUtf8(folder.path().parent_path() / "clips/a.mp4"));
+  EXPECT_EQ(a.sources.at(0).path, toUtf8(folder.path().parent_path() / "clips" / "a.mp4"));
   EXPECT_EQ(a.sources.at(0).kind, InputKind::Video);
   EXPECT_EQ(a.sources.at(1).kind, InputKind::Images);
   EXPECT_EQ(std::tuple(a.name(), a.state, a.note), std::tuple("Größe", ItemState::Failed, "no luck"));
