@@ -47,6 +47,14 @@ mkdir -p "$work/files/project"
 echo '{"name": "old"}' >"$work/files/project/project.json"
 expect 1 'No Vulkan loader found' train "$files/project"
 
+answer=$(echo '{"jsonrpc":"2.0","id":1,"method":"ping"}' | timeout 60 wine "$bin/OmbreluxCLI.exe" mcp 2>/dev/null) || true
+if [ "$answer" = '{"jsonrpc":"2.0","id":1,"result":{}}' ]; then
+  echo "ok: OmbreluxCLI mcp"
+else
+  failures=$((failures + 1))
+  echo "FAILED: OmbreluxCLI mcp answered a ping with \"$answer\""
+fi
+
 echo "-- crashes"
 reports=$(find "$WINEPREFIX/drive_c/users" -maxdepth 3 -type d -path '*/AppData/Roaming')/Ombrelux/crashes
 # crash WAY PART: its report holds the part, the program's name among the addresses and the log's last line.

@@ -26,7 +26,8 @@ bool waitForInput(HANDLE input) {
   if (GetFileType(input) != FILE_TYPE_PIPE) return interruptCount() == 0;
   while (interruptCount() == 0) {
     DWORD bytes = 0;
-    if (PeekNamedPipe(input, nullptr, 0, nullptr, &bytes, nullptr) == 0) return false;
+    // Wine cannot ask a pipe of the system below it; reading waits as well.
+    if (PeekNamedPipe(input, nullptr, 0, nullptr, &bytes, nullptr) == 0) return GetLastError() != ERROR_BROKEN_PIPE;
     if (bytes > 0) return true;
     Sleep(kPollMilliseconds);
   }
