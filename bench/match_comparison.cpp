@@ -38,9 +38,9 @@ class MatchReader {
     sqlite3_bind_int64(statement_.get(), 1, pairId(pair.first, pair.second));
     Matches matches;
     if (sqlite3_step(statement_.get()) != SQLITE_ROW) return matches;
-    const int rows = sqlite3_column_int(statement_.get(), 0);
+    const auto rows = static_cast<size_t>(sqlite3_column_int(statement_.get(), 0));
     const auto* indices = static_cast<const uint32_t*>(sqlite3_column_blob(statement_.get(), 1));
-    for (int i = 0; i < rows; ++i) matches.emplace(indices[2 * i], indices[2 * i + 1]);
+    for (size_t i = 0; i < rows; ++i) matches.emplace(indices[2 * i], indices[2 * i + 1]);
     return matches;
   }
 
