@@ -140,7 +140,8 @@ std::string shown(const Json& value) {
 }
 
 void refuseUnknown(const Arguments& arguments, const Json& given) {
-  for (const auto& [name, value] : given.items()) {
+  for (const auto& entry : given.items()) {
+    const std::string& name = entry.key();
     if (std::ranges::any_of(arguments, [&](const Argument& a) { return a.name == name; })) continue;
     std::string known;
     for (const Argument& argument : arguments) known += (known.empty() ? "" : ", ") + std::string(argument.name);

@@ -40,8 +40,8 @@ constexpr bool kSanitized = false;
 #endif
 
 constexpr int kSignals[] = {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT};
-constexpr uintptr_t kNearStack = 64 * 1024;
-constexpr size_t kCrashStackSize = 64 * 1024;
+constexpr uintptr_t kNearStack = uintptr_t{64} * 1024;
+constexpr size_t kCrashStackSize = size_t{64} * 1024;
 
 // All that a report needs, laid out when the handler is installed: nothing of it can be asked for once memory may be
 // damaged and locks may be held for ever.
