@@ -26,7 +26,7 @@ Document textResult(const std::string& text, bool isError) {
 }
 
 Json objectOf(const Json& params, const char* name) {
-  const Json member = params.is_object() ? params.value(name, Json()) : Json();
+  Json member = params.is_object() ? params.value(name, Json()) : Json();
   if (member.is_null()) return Json::object();
   if (!member.is_object()) throw RpcError(kInvalidParams, std::string(name) + " must be an object");
   return member;

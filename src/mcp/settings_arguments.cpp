@@ -46,7 +46,7 @@ Argument flag(const char* name, const char* description, bool TrainingSettings::
 }
 
 Argument choice(const char* name, const char* description, std::vector<const char*> choices,
-                std::function<void(Project&, const std::string&)> apply) {
+                const std::function<void(Project&, const std::string&)>& apply) {
   Argument argument{name, ArgumentType::Choice, description};
   argument.choices = std::move(choices);
   argument.apply = [apply](Project& project, const Json& value) { apply(project, value.get<std::string>()); };

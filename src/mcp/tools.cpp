@@ -42,7 +42,7 @@ fs::path existing(const std::string& path) {
 }
 
 fs::path projectFolder(const std::string& path) {
-  const fs::path root = existing(path);
+  fs::path root = existing(path);
   if (Project::isProject(root)) return root;
   throw std::runtime_error(path +
                            " is not a Ombrelux project — no project.json. Use ombrelux_run to build one from media, or "
@@ -62,7 +62,7 @@ fs::path datasetFolder(const Json& given) {
   }
   classifyExisting(images);
   const fs::path model = absolutePath(reconstruction);
-  const fs::path root = absolutePath(images).parent_path();
+  fs::path root = absolutePath(images).parent_path();
   const bool below = !model.lexically_relative(root).empty() && *model.lexically_relative(root).begin() != "..";
   if (below && absolutePath(images).filename() == "images" && classifyPath(root).type == PathClass::Dataset)
     return root;

@@ -16,7 +16,7 @@ namespace {
 
 constexpr const char* kScheme = "file://";
 constexpr const char* kMimeType = "text/plain";
-constexpr size_t kMostBytes = 512 * 1024;
+constexpr size_t kMostBytes = size_t{512} * 1024;
 
 fs::path logOf(const fs::path& root) {
   Project project;
