@@ -87,8 +87,9 @@ bool isMcmcGrowStep(const TrainJob& job, int step) {
 
 uint64_t mcmcCountAfter(const TrainJob& job, int step, uint64_t count, uint64_t target) {
   if (!isMcmcGrowStep(job, step) || count == 0 || count >= target) return count;
-  const auto passesLeft = static_cast<double>((fractionOf(job, job.mcmcGrowUntil) - step) / job.refineEvery + 1);
-  const double needed = std::pow(static_cast<double>(target) / static_cast<double>(count), 1 / passesLeft) - 1;
+  const long passesLeft = (fractionOf(job, job.mcmcGrowUntil) - step) / job.refineEvery + 1;
+  const double needed =
+      std::pow(static_cast<double>(target) / static_cast<double>(count), 1.0 / static_cast<double>(passesLeft)) - 1;
   const double growth = std::clamp(needed, kLeastGrowth, kMostGrowth) * static_cast<double>(count);
   return std::min(target, count + static_cast<uint64_t>(std::ceil(growth)));
 }

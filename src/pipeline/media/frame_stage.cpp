@@ -48,7 +48,7 @@ class Gathered {
     ImageGroup placed = group;
     if (!folder.empty()) {
       placed.name = folder + " " + group.name;
-      for (std::string& image : placed.images) image = folder + "/" + image;
+      for (std::string& image : placed.images) image.insert(0, folder + "/");
     }
     for (size_t i = 0; shareCameras_ && i < signatures_.size(); ++i) {
       ImageGroup& earlier = extraction_.groups[i];
