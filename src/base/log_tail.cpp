@@ -1,7 +1,9 @@
 #include "base/log_tail.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
+#include <exception>
 
 namespace quor {
 namespace {
@@ -23,6 +25,18 @@ void LogTail::add(std::string_view line) noexcept {
   std::memcpy(slot.text, line.data(), length);
   if (length < line.size()) slot.text[length++] = '\n';
   slot.length.store(length, std::memory_order_release);
+}
+
+void LogTail::addCurrentException() noexcept {
+  if (!std::current_exception()) return;
+  try {
+    throw;
+  } catch (const std::exception& error) {
+    char text[kLongestLine];
+    std::snprintf(text, sizeof text, "escaped exception: %.900s\n", error.what());
+    add(text);
+  } catch (...) {
+  }
 }
 
 std::string_view LogTail::line(uint64_t number) const noexcept {

@@ -18,6 +18,9 @@ class LogTail {
   // `line` ends in a line feed. From any thread.
   void add(std::string_view line) noexcept;
 
+  // What the exception says that has escaped, as a line; for a terminate handler. Nothing when there is none.
+  void addCurrentException() noexcept;
+
   // Lines added so far; the last kLines of them can be read.
   uint64_t count() const noexcept { return count_.load(std::memory_order_acquire); }
   // Line `number` of 0 .. count() - 1.

@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <exception>
@@ -222,24 +221,12 @@ void onSignal(int number, siginfo_t* info, void* context) {
   syscall(SYS_rt_tgsigqueueinfo, getpid(), gettid(), number, info);
 }
 
-void logEscapedException() {
-  if (!std::current_exception()) return;
-  try {
-    throw;
-  } catch (const std::exception& error) {
-    char line[LogTail::kLongestLine];
-    std::snprintf(line, sizeof line, "escaped exception: %.900s\n", error.what());
-    crashLogTail().add(line);
-  } catch (...) {
-  }
-}
-
 [[noreturn]] void onTerminate() {
   sigset_t all, before;
   sigfillset(&all);
   pthread_sigmask(SIG_SETMASK, &all, &before);
   claimReport();
-  logEscapedException();
+  crashLogTail().addCurrentException();
   Crash crash;
   crash.reason = terminateReason;
   const auto here = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));

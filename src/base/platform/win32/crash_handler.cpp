@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdio>
 #include <cstring>
 #include <cwchar>
 #include <exception>
@@ -292,16 +291,7 @@ LONG WINAPI onException(EXCEPTION_POINTERS* exception) {
 }
 
 [[noreturn]] void onTerminate() {
-  if (std::current_exception()) {
-    try {
-      throw;
-    } catch (const std::exception& error) {
-      char line[LogTail::kLongestLine];
-      std::snprintf(line, sizeof line, "escaped exception: %.900s\n", error.what());
-      crashLogTail().add(line);
-    } catch (...) {
-    }
-  }
+  crashLogTail().addCurrentException();
   endWithReason(terminateReason);
 }
 
