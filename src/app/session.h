@@ -7,7 +7,7 @@
 
 #include "app/console.h"
 #include "app/options.h"
-#include "app/preferences.h"
+#include "project/preferences.h"
 #include "base/log_store.h"
 #include "base/tool_finder.h"
 #include "gpu/vulkan_context.h"

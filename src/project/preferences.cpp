@@ -1,4 +1,4 @@
-#include "app/preferences.h"
+#include "project/preferences.h"
 
 #include <fstream>
 
