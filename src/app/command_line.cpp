@@ -109,34 +109,39 @@ int runCommand(const Command& command, std::span<const std::string> arguments) {
   return command.run(options);
 }
 
+// A mistyped command is not a path: those exist, or at least look like one.
+bool looksLikePath(const std::string& text) {
+  std::error_code ignored;
+  return std::filesystem::exists(fromUtf8(text), ignored) || text.find_first_of("/\\.") != std::string::npos;
+}
+
 // Neither a command nor anything that could be meant for the window ends in the usage text.
-int runUnknown(const std::vector<std::string>& arguments, FrontEnd frontEnd) {
+int runUnknown(const std::vector<std::string>& arguments, FrontEnd frontEnd, const OpenWindow& openWindow) {
   if (arguments.empty() && frontEnd == FrontEnd::CommandLineOnly) {
     std::fputs(usageText(frontEnd).c_str(), stderr);
     return kExitUsage;
   }
   if (!arguments.empty() && arguments[0].starts_with("-")) throw UsageError("unknown option " + arguments[0]);
-  if (frontEnd == FrontEnd::Desktop && arguments.size() <= 1) {
-    return fail(
-        "The window is not part of this version yet; train a COLMAP dataset or a project with "
-        "`Ombrelux train PATH` (see `Ombrelux help`).");
+  if (frontEnd == FrontEnd::Desktop && (arguments.empty() || (arguments.size() == 1 && looksLikePath(arguments[0])))) {
+    if (openWindow) return openWindow(arguments);
+    return fail("This program was built without its window; everything can be done by commands (see `Ombrelux help`).");
   }
   throw UsageError("unknown command '" + arguments[0] + "'");
 }
 
-int dispatch(const std::vector<std::string>& arguments, FrontEnd frontEnd) {
+int dispatch(const std::vector<std::string>& arguments, FrontEnd frontEnd, const OpenWindow& openWindow) {
   const std::string name = arguments.empty() ? "" : arguments[0];
   if (name == "help" || name == "--help" || name == "-h") return printOut(usageText(frontEnd));
   if (name == "version" || name == "--version") return printOut(std::string("Ombrelux ") + kVersion + " (Vulkan)\n");
   for (const Command& command : kCommands) {
     if (name == command.name) return runCommand(command, std::span(arguments).subspan(1));
   }
-  return runUnknown(arguments, frontEnd);
+  return runUnknown(arguments, frontEnd, openWindow);
 }
 
 }  // namespace
 
-int runCommandLine(const std::vector<std::string>& arguments, FrontEnd frontEnd) {
+int runCommandLine(const std::vector<std::string>& arguments, FrontEnd frontEnd, const OpenWindow& openWindow) {
   try {
     occupyClosedStreams();
     useUtf8Streams();
@@ -146,7 +151,7 @@ int runCommandLine(const std::vector<std::string>& arguments, FrontEnd frontEnd)
     installCrashHandler(frontEnd == FrontEnd::Desktop ? "Ombrelux" : "OmbreluxCLI", log);
     crashIfAsked(log);
     prepareMedia();
-    return dispatch(arguments, frontEnd);
+    return dispatch(arguments, frontEnd, openWindow);
   } catch (const UsageError& error) {
     return failUsage(error.what(), frontEnd);
   } catch (const std::exception& error) {

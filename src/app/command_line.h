@@ -2,6 +2,7 @@
 // Nothing here needs a Vulkan loader until training starts or devices are listed.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -9,7 +10,11 @@
 
 namespace quor {
 
-// `arguments` (UTF-8) without the program's own name. Catches every exception.
-int runCommandLine(const std::vector<std::string>& arguments, FrontEnd frontEnd);
+// Opens the window, with the path that was given if any (UTF-8), and returns the exit code when it is closed.
+using OpenWindow = std::function<int(const std::vector<std::string>& paths)>;
+
+// `arguments` (UTF-8) without the program's own name. Catches every exception. A desktop program that was built without
+// a window has an empty `openWindow`.
+int runCommandLine(const std::vector<std::string>& arguments, FrontEnd frontEnd, const OpenWindow& openWindow = {});
 
 }  // namespace quor

@@ -53,7 +53,7 @@ std::string usageText(FrontEnd frontEnd) {
   const std::string program = desktop ? "Ombrelux" : "OmbreluxCLI";
   std::string text = std::string("Ombrelux ") + kVersion + ": 3D Gaussian splat scenes from photographs and video\n\n";
   text += "Usage: " + program + " <command> [arguments] [options]\n";
-  if (desktop) text += "       Ombrelux [project|scene.ply|media]    open the window (not in this version yet)\n";
+  if (desktop) text += "       Ombrelux [project|scene.ply|media]    open the window\n";
   text += "\n" + std::string(kCommands) + "\n" + optionsHelp() + kResult;
   text += "\nExamples:\n";
   text += "  " + program + " run ~/videos/garden.mp4 --frames 150\n";

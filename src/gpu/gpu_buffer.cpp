@@ -23,7 +23,7 @@ KindTraits traitsOf(BufferKind kind) {
   constexpr VkMemoryPropertyFlags kHost = VK_MEMORY_PROPERTY_HOST_VISIBLE_BIT | VK_MEMORY_PROPERTY_HOST_COHERENT_BIT;
   switch (kind) {
     case BufferKind::Upload:
-      return {kCopies, kHost, 0};
+      return {kCopies | VK_BUFFER_USAGE_VERTEX_BUFFER_BIT | VK_BUFFER_USAGE_INDEX_BUFFER_BIT, kHost, 0};
     case BufferKind::Readback:
       return {kCopies, kHost, VK_MEMORY_PROPERTY_HOST_CACHED_BIT};
     case BufferKind::Device:

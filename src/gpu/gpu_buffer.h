@@ -13,7 +13,7 @@ class VulkanContext;
 
 enum class BufferKind : int32_t {
   Device = 0,    // device-local, for kernels
-  Upload = 1,    // host-visible, mapped
+  Upload = 1,    // host-visible, mapped; also for a window's vertices
   Readback = 2,  // host-visible, cached where possible, mapped
 };
 

@@ -17,6 +17,8 @@ struct Camera {
   std::array<double, 3> up() const;      // the camera's up (-y) in the world
   // The same view at another pixel size.
   Camera resized(int newWidth, int newHeight) const;
+
+  friend bool operator==(const Camera&, const Camera&) = default;
 };
 
 }  // namespace quor::gs

@@ -18,6 +18,7 @@
 #include "gs/dataset.h"
 #include "gs/eval_report.h"
 #include "gs/evaluation.h"
+#include "gs/live_scene.h"
 #include "gs/ply.h"
 #include "gs/resume.h"
 #include "gs/run_log.h"
@@ -109,7 +110,8 @@ void writeScene(Trainer& trainer, const TrainJob& job, TrainResult& result) {
 
 }  // namespace
 
-Engine::Engine(VulkanContext& context, LogStore& log) : context_(context), registry_(context), log_(log) {}
+Engine::Engine(VulkanContext& context, LogStore& log, LiveScene* live)
+    : context_(context), registry_(context), log_(log), live_(live) {}
 
 Engine::~Engine() {
   cancel();
@@ -168,6 +170,8 @@ void Engine::runTraining(const TrainJob& asked) {
   try {
     TrainJob job = resolved(asked);
     warnOfChanges(asked, job, log_);
+    job.liveView = job.liveView && live_ != nullptr;
+    if (live_ != nullptr) live_->clear();
     makeWritable(job.output);
     int resumedFrom = 0;
     if (job.resume) {
@@ -257,9 +261,11 @@ void Engine::trainSteps(Trainer& trainer, const TrainJob& job, TrainResult& resu
     s.splats = trainer.splats();
   });
   // A stop before the first step must not put an untrained scene in the place of an earlier one.
+  if (job.liveView) trainer.show(*live_);
   do {
     throwIfCancelled();
     trainer.step();
+    if (job.liveView) trainer.show(*live_);
     // The last step's is written with the exports.
     if (!trainer.finished() && !stop_ && writer.due(trainer.nothingAccumulated())) {
       writer.start(trainer.splats(), [&](SplatSnapshot& copy) { return trainer.checkpoint(copy); });

@@ -14,12 +14,14 @@
 
 namespace quor::gs {
 
+class LiveScene;
 class Trainer;
 struct Dataset;
 
 class Engine final : public TrainingService {
  public:
-  Engine(VulkanContext& context, LogStore& log);
+  // `live`, which outlives the engine, gets the splats of jobs that are to be looked at (TrainJob::liveView).
+  Engine(VulkanContext& context, LogStore& log, LiveScene* live = nullptr);
   ~Engine() override;  // cancels and waits
   Engine(const Engine&) = delete;
   Engine& operator=(const Engine&) = delete;
@@ -31,6 +33,8 @@ class Engine final : public TrainingService {
   bool running() const override { return running_.load(); }
   TrainStatus status() const override;
   std::optional<TrainResult> wait() override;
+
+  KernelRegistry& registry() { return registry_; }
 
  private:
   void runTraining(const TrainJob& asked);
@@ -48,6 +52,7 @@ class Engine final : public TrainingService {
   VulkanContext& context_;
   KernelRegistry registry_;
   LogStore& log_;
+  LiveScene* const live_;
   mutable std::mutex mutex_;
   TrainStatus status_;
   std::optional<TrainResult> result_;

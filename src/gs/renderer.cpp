@@ -17,6 +17,12 @@ uint32_t tilesOf(int pixels) {
   return (static_cast<uint32_t>(pixels) + kTile - 1) / kTile;
 }
 
+struct ScaledPush {
+  uint32_t count;
+  float factor;
+};
+static_assert(sizeof(ScaledPush) == 8);
+
 struct RangesPush {
   uint32_t instances, tiles;
 };
@@ -159,7 +165,13 @@ void Renderer::project(ComputeStream& stream, const SplatStore& splats, const Ca
   bin_ = {n, w, h, kTile, tilesX_, tilesY_, {0, 0}};
 
   stream.mark("projection");
-  stream.dispatch1D("activate", {&splats.value(kScales), &splats.value(kOpacities), &scale_, &opacity_}, n, n);
+  const auto activated = {&splats.value(kScales), &splats.value(kOpacities), static_cast<const GpuBuffer*>(&scale_),
+                          static_cast<const GpuBuffer*>(&opacity_)};
+  if (splatScale_ == 1.0f) {
+    stream.dispatch1D("activate", activated, n, n);
+  } else {
+    stream.dispatch1D("activate_scaled", activated, ScaledPush{n, splatScale_}, n);
+  }
   stream.dispatch1D("preprocess_forward",
                     {&splats.value(kPositions), &scale_, &splats.value(kRotations), &opacity_, &splats.value(kShDc),
                      &splats.value(kShRest), &mean_, &conic_, &colour_, &depth_, &halfExtent_, &visible_},

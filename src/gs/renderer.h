@@ -48,6 +48,9 @@ class Renderer {
   // active degree; splats nearer than nearPlane (world units, > 0) are culled.
   void project(ComputeStream& stream, const SplatStore& splats, const Camera& camera, int shDegree, float nearPlane);
 
+  // For looking at a scene: all scales times this from the next project() on.
+  void setSplatScale(float factor) { splatScale_ = factor; }
+
   // Sorts the instances into tiles and blends them over the background, into image().
   void rasterize(ComputeStream& stream, const std::array<float, 3>& background);
 
@@ -108,6 +111,8 @@ class Renderer {
   uint64_t pixelRoom_ = 0;
   uint32_t tileRoom_ = 0;
   uint32_t instanceRoom_ = 0;
+
+  float splatScale_ = 1;
 
   // Of the frame in progress.
   int width_ = 0, height_ = 0;

@@ -27,9 +27,9 @@ DeviceLimits deviceLimits(const VulkanContext& context) {
   return {context.freeMemory(), context.info().maxAllocationSize, context.info().maxStorageBufferRange};
 }
 
-SplatCap splatCap(const DeviceLimits& limits, uint64_t budget, uint64_t reserved) {
+SplatCap splatCap(const DeviceLimits& limits, uint64_t budget, uint64_t reserved, uint64_t besides) {
   const uint64_t usable = static_cast<uint64_t>(kMemoryShare * static_cast<double>(limits.freeMemory));
-  const uint64_t byMemory = (usable > reserved ? usable - reserved : 0) / kBytesPerSplat;
+  const uint64_t byMemory = (usable > reserved ? usable - reserved : 0) / (kBytesPerSplat + besides);
   const uint64_t byBuffer = std::min(limits.maxAllocation, limits.maxStorageRange) / kLargestGroupBytes;
   const uint64_t device = std::min({byMemory, byBuffer, kMostByIndex});
   if (device < kFewest) {

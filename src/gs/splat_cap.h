@@ -21,9 +21,9 @@ struct SplatCap {
   std::string reason;  // for the log, a whole sentence
 };
 
-// `budget` 0 = as many as fit. `reserved` bytes go to images before splats. Throws std::runtime_error when not even a
-// small scene fits.
-SplatCap splatCap(const DeviceLimits& limits, uint64_t budget, uint64_t reserved);
+// `budget` 0 = as many as fit. `reserved` bytes go to images before splats, `besides` bytes a splat to who looks on.
+// Throws std::runtime_error when not even a small scene fits.
+SplatCap splatCap(const DeviceLimits& limits, uint64_t budget, uint64_t reserved, uint64_t besides = 0);
 
 // The largest number of pixels an image may have to be trained on: the SSIM planes of one image are one binding.
 uint64_t mostPixels(const DeviceLimits& limits);

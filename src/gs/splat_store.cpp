@@ -27,24 +27,42 @@ uint64_t bytesOf(Group g, uint64_t rows) {
 }  // namespace
 
 GpuBuffer SplatStore::make(Group g, const char* what, uint32_t capacity) const {
-  return GpuBuffer(context_, bytesOf(g, capacity), BufferKind::Device, std::string(kGroupNames[g]) + what);
+  return GpuBuffer(*context_, bytesOf(g, capacity), BufferKind::Device, std::string(kGroupNames[g]) + what);
+}
+
+void SplatStore::makeRoom(uint32_t capacity) {
+  if (capacity <= capacity_) return;
+  capacity_ = 0;
+  for (size_t i = 0; i < kGroupCount; ++i) {
+    const Group g = static_cast<Group>(i);
+    values_[g] = {};
+    values_[g] = make(g, "", capacity);
+    if (use_ == Use::RenderOnly) continue;
+    gradients_[g] = make(g, " gradient", capacity);
+    firstMoments_[g] = make(g, " m", capacity);
+    secondMoments_[g] = make(g, " v", capacity);
+  }
+  capacity_ = capacity;
+}
+
+void SplatStore::reserve(uint32_t capacity) {
+  if (capacity <= capacity_) return;
+  count_ = 0;
+  makeRoom(capacity);
+}
+
+void SplatStore::copyValues(ComputeStream& stream, const SplatStore& source, uint32_t at) {
+  for (size_t i = 0; i < kGroupCount; ++i) {
+    const Group g = static_cast<Group>(i);
+    stream.copy(source.values_[g], values_[g], bytesOf(g, source.count_), 0, bytesOf(g, at));
+  }
+  count_ = at + source.count_;
 }
 
 void SplatStore::upload(Transfer& transfer, const GaussianSet& set, uint32_t capacity) {
   if (set.count > UINT32_MAX / kGroupWidths[kShRest]) throw std::runtime_error("The scene holds too many splats.");
   count_ = static_cast<uint32_t>(set.count);
-  const uint32_t needed = std::max({capacity, count_, 1u});
-  if (needed > capacity_) {
-    capacity_ = needed;
-    for (size_t i = 0; i < kGroupCount; ++i) {
-      const Group g = static_cast<Group>(i);
-      values_[g] = make(g, "", capacity_);
-      if (use_ == Use::RenderOnly) continue;
-      gradients_[g] = make(g, " gradient", capacity_);
-      firstMoments_[g] = make(g, " m", capacity_);
-      secondMoments_[g] = make(g, " v", capacity_);
-    }
-  }
+  makeRoom(std::max({capacity, count_, 1u}));
   for (size_t i = 0; i < kGroupCount; ++i) {
     const Group g = static_cast<Group>(i);
     uploadGroup(transfer, g, set.group(g));
@@ -101,7 +119,7 @@ void SplatStore::rearrange(ComputeStream& stream, Transfer& transfer, std::span<
   const bool grow = rows > capacity_;
   const uint32_t room = grow ? std::max(capacity, rows) : capacity_;
   if (rows_.size() < rows * sizeof(uint32_t)) {
-    rows_ = GpuBuffer(context_, room * sizeof(uint32_t), BufferKind::Device, "row sources");
+    rows_ = GpuBuffer(*context_, room * sizeof(uint32_t), BufferKind::Device, "row sources");
   }
   transfer.upload(rows_, sources.data(), 0, rows * sizeof(uint32_t));
 

@@ -20,13 +20,19 @@ class SplatStore {
  public:
   enum class Use { RenderOnly, Training };
 
-  SplatStore(VulkanContext& context, Use use) : context_(context), use_(use) {}
+  SplatStore(VulkanContext& context, Use use) : context_(&context), use_(use) {}
 
   // GPU bytes that one splat takes here when it is trained.
   static constexpr uint64_t kTrainingBytesPerSplat = 4 * kFloatsPerSplat * 4;
 
   // Replaces everything; the moments become zero. Room is made for at least `capacity` splats.
   void upload(Transfer& transfer, const GaussianSet& set, uint32_t capacity = 0);
+  // Room for that many splats; growing loses what is held. For a store that is only rendered.
+  void reserve(uint32_t capacity);
+  // The values of all of `source`'s rows take the place of those from row `at` on, and the count becomes theirs and
+  // `at`: room must be there. Records only. For a store that is only rendered.
+  void copyValues(ComputeStream& stream, const SplatStore& source, uint32_t at);
+
   // With the set's shDegree left at 3.
   GaussianSet download(Transfer& transfer) const;
 
@@ -49,14 +55,15 @@ class SplatStore {
   const GpuBuffer& gradient(Group g) const { return gradients_[g]; }
   const GpuBuffer& firstMoment(Group g) const { return firstMoments_[g]; }
   const GpuBuffer& secondMoment(Group g) const { return secondMoments_[g]; }
-  VulkanContext& context() const { return context_; }
+  VulkanContext& context() const { return *context_; }
 
  private:
   using Buffers = std::array<GpuBuffer, kGroupCount>;
 
+  void makeRoom(uint32_t capacity);
   GpuBuffer make(Group g, const char* what, uint32_t capacity) const;
 
-  VulkanContext& context_;
+  VulkanContext* context_;
   Use use_;
   uint32_t count_ = 0;
   uint32_t capacity_ = 0;

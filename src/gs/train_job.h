@@ -59,7 +59,8 @@ struct TrainJob {
   int32_t testEvery = 8;
   bool exportPly = true;
   bool exportSplat = false;
-  bool resume = false;  // continue from output/checkpoint.quor
+  bool resume = false;    // continue from output/checkpoint.quor
+  bool liveView = false;  // somebody may look on: leave room for a copy of the splats
   // Of training between two checkpoints that are written on the way; 0 = only one at the end.
   double checkpointSeconds = 300;
 };

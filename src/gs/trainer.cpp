@@ -59,7 +59,10 @@ uint64_t largestPixels(const Dataset& dataset) {
 // Room for photographs and images, then as many splats as the budget and the device allow.
 SplatCap capFor(const VulkanContext& context, const TrainJob& job, const Dataset& dataset) {
   const uint64_t photos = std::min(dataset.imageBytes(), photoShare(context));
-  return splatCap(deviceLimits(context), job.splatBudget, photos + largestPixels(dataset) * kRendererBytesPerPixel);
+  // Who looks on has a copy and a renderer of its own.
+  const uint64_t besides = job.liveView ? kLiveBytesPerSplat + kRendererBytesPerSplat : 0;
+  return splatCap(deviceLimits(context), job.splatBudget, photos + largestPixels(dataset) * kRendererBytesPerPixel,
+                  besides);
 }
 
 // The cap's number, with its reason in the log.
@@ -266,6 +269,10 @@ void Trainer::refineMcmc() {
   log_.info(text + formatText("%llu relocated, %llu added -> %u splats",
                               static_cast<unsigned long long>(report.relocated),
                               static_cast<unsigned long long>(report.grown), splats_.count()));
+}
+
+void Trainer::show(LiveScene& scene) {
+  scene.offer(stream_, splats_, shDegreeAt(job_, step_));
 }
 
 GaussianSet Trainer::download() {

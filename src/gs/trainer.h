@@ -13,6 +13,7 @@
 #include "gs/checkpoint.h"
 #include "gs/dataset.h"
 #include "gs/evaluation.h"
+#include "gs/live_scene.h"
 #include "gs/mcmc_relocator.h"
 #include "gs/photo_store.h"
 #include "gs/renderer.h"
@@ -45,6 +46,9 @@ class Trainer {
   uint64_t cap() const { return cap_; }
   // Moving average of the loss; NaN before it is known.
   float loss() const { return loss_; }
+
+  // Lets `scene` have the splats as they are now, if it wants them.
+  void show(LiveScene& scene);
 
   // In the scene's own degree (shDegree = the job's).
   GaussianSet download();

@@ -22,6 +22,7 @@ gs::TrainJob makeTrainJob(const Project& project) {
   job.exportPly = settings.exportPLY;
   job.exportSplat = settings.exportSplat;
   job.resume = settings.continueFromCheckpoint;
+  job.liveView = settings.visualizerEnabled;
   return job;
 }
 

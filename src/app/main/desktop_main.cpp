@@ -1,8 +1,15 @@
 #include "app/command_line.h"
 #include "base/terminal.h"
 #include "gpu/vulkan_context.h"
+#ifdef OMBRELUX_WINDOW
+#include "ui/desktop.h"
+#endif
 
 int main(int argc, char** argv) {
   quor::gs::applyLayerPolicy();
-  return quor::runCommandLine(quor::programArguments(argc, argv), quor::FrontEnd::Desktop);
+  quor::OpenWindow openWindow;
+#ifdef OMBRELUX_WINDOW
+  openWindow = quor::ui::runDesktop;
+#endif
+  return quor::runCommandLine(quor::programArguments(argc, argv), quor::FrontEnd::Desktop, openWindow);
 }

@@ -35,6 +35,7 @@ set(OMBRELUX_KERNELS
   sift_match_cross
 
   # Beyond the fixed part of the table.
+  "activate_scaled|activate|SCALED=1"
   gather_rows
   weigh_near_gradients
   flag_diverged

@@ -1,0 +1,278 @@
+#include "ui/desktop.h"
+
+#include <imgui.h>
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <thread>
+
+#include "base/crash_handler.h"
+#include "base/log_store.h"
+#include "base/open_folder.h"
+#include "base/paths.h"
+#include "base/version.h"
+#include "gpu/vulkan_context.h"
+#include "gs/engine.h"
+#include "gs/live_scene.h"
+#include "pipeline/pipeline.h"
+#include "project/preferences.h"
+#include "ui/interface.h"
+#include "ui/main_window.h"
+#include "ui/scene_renderer.h"
+#include "ui/vulkan/file_pictures.h"
+#include "ui/vulkan/interface_drawer.h"
+#include "ui/vulkan/presenter.h"
+#include "ui/vulkan/textures.h"
+#include "ui/window.h"
+
+namespace quor::ui {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr size_t kLogCapacity = 5000;
+constexpr double kFrameSeconds = 1.0 / 60;
+constexpr double kIdleSeconds = 0.2;  // between frames when nothing happens: a cursor still blinks
+// After something has happened so many frames follow one another, for what takes a frame to settle.
+constexpr int kFramesAfterEvent = 4;
+
+std::unique_ptr<gs::VulkanContext> openContext(const Preferences& preferences, LogStore& log) {
+  gs::ContextOptions options;
+  options.presentation = true;
+  options.deviceIndex = preferences.deviceIndex;
+  for (const std::string& layer : gs::listImplicitLayers()) {
+    const bool allowed = environmentVariable("QUOR_ALLOW_VULKAN_LAYERS").has_value();
+    log.info((allowed ? "Vulkan layer allowed: " : "Vulkan layer kept out: ") + layer);
+  }
+  auto context = std::make_unique<gs::VulkanContext>(options);
+  const gs::DeviceInfo& info = context->info();
+  log.info(gs::describe(info) + (info.driver.empty() ? "" : " · driver " + info.driver));
+  return context;
+}
+
+std::vector<std::string> deviceLines() {
+  std::vector<std::string> lines;
+  for (const gs::DeviceInfo& info : gs::listDevices()) lines.push_back(gs::describe(info));
+  return lines;
+}
+
+// Everything of the window, in the order in which it comes to be.
+class Desktop {
+ public:
+  explicit Desktop(LogStore& log);
+  ~Desktop();
+  Desktop(const Desktop&) = delete;
+  Desktop& operator=(const Desktop&) = delete;
+
+  void open(const std::vector<std::string>& paths);
+  int run();
+
+ private:
+  Workspace::Parts workspaceParts();
+  BatchForm::Parts batchParts();
+  MainWindow::Parts windowParts();
+  std::unique_ptr<Pipeline> makePipeline();
+  void update();
+  void passOnDropped();
+  void followTraining();
+  void draw();
+  bool lively() const;
+
+  LogStore& log_;
+  Preferences preferences_;
+  WindowState state_;
+  Window window_;
+  std::unique_ptr<gs::VulkanContext> context_;
+  Presenter presenter_;
+  Textures textures_;
+  InterfaceDrawer drawer_;
+  Interface interface_;
+  FilePictures pictures_;
+  About about_;
+
+  gs::LiveScene live_;
+  gs::Engine engine_;
+  SceneRenderer renderer_;
+  PreferencesForm preferencesForm_;
+  FileDialog dialogs_;
+  Workspace workspace_;
+  std::unique_ptr<BatchForm> batch_;
+  Viewport viewport_;
+  ViewportPanel viewportPanel_;
+  LogView logView_;
+  TrainingHistory history_;
+  MainWindow main_;
+};
+
+Desktop::Desktop(LogStore& log)
+    : log_(log),
+      preferences_(Preferences::load()),
+      state_(WindowState::load()),
+      window_("Ombrelux", state_),
+      context_(openContext(preferences_, log)),
+      presenter_(*context_, [this](VkInstance instance) { return window_.makeSurface(instance); }),
+      textures_(*context_),
+      drawer_(*context_, textures_, presenter_.pass()),
+      interface_(window_, textures_),
+      pictures_(textures_),
+      about_(About::of(gs::describe(context_->info()), context_->info().name, context_->sharedQueue())),
+      live_(*context_),
+      engine_(*context_, log, &live_),
+      renderer_(*context_, engine_.registry(), live_, log),
+      preferencesForm_({preferences_, deviceLines}),
+      dialogs_(fromUtf8(preferences_.lastDirectory)),
+      workspace_(workspaceParts()),
+      batch_(std::make_unique<BatchForm>(batchParts())),
+      viewport_(renderer_, log),
+      viewportPanel_(viewport_, renderer_, textures_),
+      logView_(log, kLogCapacity),
+      main_(windowParts(), state_) {
+  log.info("Building the GPU kernels");  // the renderer's thread does
+}
+
+Desktop::~Desktop() {
+  presenter_.waitIdle();
+  window_.remember(state_);
+  state_.panels = main_.openPanels();
+  try {
+    state_.save();
+  } catch (const std::exception& error) {
+    log_.warning(error.what());
+  }
+}
+
+std::unique_ptr<Pipeline> Desktop::makePipeline() {
+  return std::make_unique<Pipeline>(engine_, log_, preferencesForm_.tools().value_or(Tools{}), context_.get());
+}
+
+Workspace::Parts Desktop::workspaceParts() {
+  return {log_,
+          engine_,
+          preferences_,
+          [this] { return makePipeline(); },
+          [this] { return batch_ && batch_->running(); },
+          {},  // PreferencesForm saves whatever has changed
+          [](const std::filesystem::path& folder) { openFolder(folder); }};
+}
+
+BatchForm::Parts Desktop::batchParts() {
+  return {log_,
+          engine_,
+          [this] { return makePipeline(); },
+          [this] { return workspace_.busy(); },
+          [this](const std::filesystem::path& project) { workspace_.open({project}); },
+          {}};
+}
+
+MainWindow::Parts Desktop::windowParts() {
+  return {
+      workspace_, viewport_, viewportPanel_, *batch_, preferencesForm_,
+      logView_,   history_,  dialogs_,       about_,  [](const std::filesystem::path& folder) { openFolder(folder); }};
+}
+
+void Desktop::open(const std::vector<std::string>& paths) {
+  std::vector<std::filesystem::path> opened;
+  for (const std::string& path : paths) opened.push_back(std::filesystem::absolute(fromUtf8(path)));
+  if (!opened.empty()) workspace_.open(std::move(opened));
+}
+
+void Desktop::passOnDropped() {
+  std::vector<std::filesystem::path> dropped = window_.takeDropped();
+  if (dropped.empty()) return;
+  if (workspace_.newMedia().visible) {
+    workspace_.newMedia().add(std::move(dropped));
+  } else {
+    workspace_.open(std::move(dropped));
+  }
+}
+
+void Desktop::followTraining() {
+  const gs::TrainStatus training = engine_.status();
+  history_.add(training);
+  const bool trains = engine_.running() &&
+                      (training.state == gs::TrainState::Training || training.state == gs::TrainState::Evaluating ||
+                       training.state == gs::TrainState::Exporting);
+  viewport_.setLive(trains && preferences_.visualizer);
+  viewport_.setSource(workspace_.view());
+}
+
+void Desktop::update() {
+  passOnDropped();
+  if (window_.takeCloseWish()) main_.askToClose();
+  dialogs_.update();
+  preferences_.lastDirectory = toUtf8(dialogs_.folder());
+  preferencesForm_.update();
+  workspace_.update();
+  batch_->update();
+  followTraining();
+  viewport_.update();
+  pictures_.update();
+  logView_.update();
+  window_.setTitle(main_.title());
+}
+
+void Desktop::draw() {
+  interface_.setScale(window_.contentScale() * preferences_.uiScale);
+  interface_.beginFrame();
+  main_.draw({pictures_, dialogs_, interface_.scale()});
+  ImGui::Render();
+  int width = 0, height = 0;
+  window_.framebufferSize(width, height);
+  presenter_.frame(
+      width, height, [&](VkCommandBuffer commands) { textures_.recordUploads(commands); },
+      [&](VkCommandBuffer commands) { drawer_.record(commands, *ImGui::GetDrawData()); });
+}
+
+// Whether the picture changes by itself.
+bool Desktop::lively() const {
+  return workspace_.busy() || batch_->running() || workspace_.loading() || viewport_.loading() ||
+         !renderer_.upToDate() || dialogs_.open() || ImGui::IsAnyMouseDown();
+}
+
+int Desktop::run() {
+  int frames = kFramesAfterEvent;
+  auto lastFrame = Clock::now();
+  while (!main_.closed()) {
+    const double since = std::chrono::duration<double>(Clock::now() - lastFrame).count();
+    const double wait = frames > 0 || lively() ? std::max(kFrameSeconds - since, 0.0) : kIdleSeconds;
+    if (window_.waitEvents(wait) && wait > kFrameSeconds) frames = kFramesAfterEvent;
+    // The last frame may still wait for the GPU, behind the training's work: the events do not.
+    if (!presenter_.idle()) {
+      window_.waitEvents(0.002);
+      continue;
+    }
+    if (window_.minimised()) {
+      update();
+      window_.waitEvents(kIdleSeconds);
+      continue;
+    }
+    lastFrame = Clock::now();
+    update();
+    draw();
+    frames = std::max(frames - 1, 0);
+  }
+  return 0;
+}
+
+}  // namespace
+
+int runDesktop(const std::vector<std::string>& paths) {
+  LogStore log(kLogCapacity);
+  log.openFile(applicationLogFile());
+  log.mirrorTo(crashLogTail());
+  log.setEcho(true, LogLevel::Warning);
+  log.info(std::string("Ombrelux ") + kVersion + " starting");
+  try {
+    Desktop desktop(log);
+    desktop.open(paths);
+    return desktop.run();
+  } catch (const std::exception& error) {
+    log.setEcho(false);  // the caller says it
+    log.error(error.what());
+    throw;
+  }
+}
+
+}  // namespace quor::ui

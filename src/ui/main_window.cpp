@@ -1,0 +1,377 @@
+#include "ui/main_window.h"
+
+#include <imgui.h>
+
+#include <algorithm>
+
+#include "base/paths.h"
+#include "ui/panels/about_window.h"
+#include "ui/panels/batch_window.h"
+#include "ui/panels/file_browser_panel.h"
+#include "ui/panels/graphs_panel.h"
+#include "ui/panels/log_panel.h"
+#include "ui/panels/new_media_panel.h"
+#include "ui/panels/notices.h"
+#include "ui/panels/preferences_window.h"
+#include "ui/panels/results_panel.h"
+#include "ui/panels/stages_panel.h"
+#include "ui/panels/training_settings_panel.h"
+
+namespace quor::ui {
+namespace {
+
+constexpr const char* kCloseTitle = "Close Ombrelux?";
+
+void menuItem(const Button& button, const char* shortcut, const std::function<void()>& act) {
+  if (ImGui::MenuItem(button.label.c_str(), shortcut, false, button.enabled)) act();
+  if (ImGui::IsItemHovered(ImGuiHoveredFlags_AllowWhenDisabled)) ImGui::SetTooltip("%s", button.hint.c_str());
+}
+
+// A bar between two panels that a drag moves.
+void splitter(const char* id, bool vertical, float& size, float least, float most, float sign) {
+  const float thickness = 0.35f * ImGui::GetFontSize();
+  const ImVec2 room = ImGui::GetContentRegionAvail();
+  ImGui::InvisibleButton(id, vertical ? ImVec2(thickness, room.y) : ImVec2(room.x, thickness));
+  if (ImGui::IsItemHovered() || ImGui::IsItemActive()) {
+    ImGui::SetMouseCursor(vertical ? ImGuiMouseCursor_ResizeEW : ImGuiMouseCursor_ResizeNS);
+  }
+  if (ImGui::IsItemActive()) {
+    const ImVec2 moved = ImGui::GetIO().MouseDelta;
+    size += sign * (vertical ? moved.x : moved.y);
+  }
+  size = std::clamp(size, least, std::max(least, most));
+}
+
+bool pressed(char key, bool shift = false) {
+  const ImGuiIO& io = ImGui::GetIO();
+  return io.KeyCtrl && !io.KeyAlt && io.KeyShift == shift && ImGui::IsKeyPressed(key, false);
+}
+
+}  // namespace
+
+MainWindow::MainWindow(const Parts& parts, const WindowState& state)
+    : parts_(parts), showSide_(state.isOpen("side", true)), showBottom_(state.isOpen("bottom", true)) {}
+
+std::map<std::string, bool> MainWindow::openPanels() const {
+  return {{"side", showSide_}, {"bottom", showBottom_}};
+}
+
+std::string MainWindow::title() const {
+  const std::optional<Project>& project = parts_.workspace.project();
+  if (project) return project->name + " — Ombrelux";
+  const std::filesystem::path& scene = parts_.workspace.view().scene;
+  return scene.empty() ? "Ombrelux" : toUtf8(scene.filename()) + " — Ombrelux";
+}
+
+void MainWindow::draw(const PanelContext& context) {
+  handleShortcuts();
+  drawMenus();
+  drawBody(context);
+  drawWindows(context);
+  drawCloseQuestion(context);
+}
+
+void MainWindow::handleShortcuts() {
+  if (ImGui::IsPopupOpen(nullptr, ImGuiPopupFlags_AnyPopupId | ImGuiPopupFlags_AnyPopupLevel)) return;
+  if (pressed('N')) newFromMedia(true);
+  if (pressed('O')) openPath(FileDialog::Kind::OpenFolder);
+  if (pressed('O', true)) openPath(FileDialog::Kind::OpenFiles);
+  if (pressed('W') && !parts_.workspace.busy()) parts_.workspace.closeProject();
+  if (pressed('Q')) askToClose();
+  if (pressed('B')) showBatch_ = true;
+  if (pressed(',')) showPreferences_ = true;
+  if (pressed('E') && parts_.workspace.results().exportButton(ExportFormat::Ply).enabled) {
+    exportScene(ExportFormat::Ply);
+  }
+  if (pressed('R') && parts_.workspace.buildButton().enabled) parts_.workspace.build();
+  if (pressed('1')) showSide_ = !showSide_;
+  if (pressed('2')) showBottom_ = !showBottom_;
+}
+
+void MainWindow::newFromMedia(bool folder) {
+  FileDialog::Request request;
+  request.kind = folder ? FileDialog::Kind::OpenFolder : FileDialog::Kind::OpenFiles;
+  request.title = folder ? "Folder of photographs or video" : "Photographs or video";
+  parts_.dialogs.ask(request, [this](const std::vector<std::filesystem::path>& chosen) {
+    if (!chosen.empty()) parts_.workspace.newMedia().add(chosen);
+  });
+}
+
+void MainWindow::openPath(FileDialog::Kind kind) {
+  FileDialog::Request request;
+  request.kind = kind;
+  request.title = kind == FileDialog::Kind::OpenFolder ? "Project, dataset or media folder" : "Scene or checkpoint";
+  if (kind == FileDialog::Kind::OpenFiles) request.extensions = {"ply", "quor"};
+  parts_.dialogs.ask(request, [this](const std::vector<std::filesystem::path>& chosen) {
+    if (!chosen.empty()) parts_.workspace.open(chosen);
+  });
+}
+
+void MainWindow::importDataset() {
+  FileDialog::Request request;
+  request.title = "COLMAP dataset: the folder that holds images/ and sparse/";
+  parts_.dialogs.ask(request, [this](const std::vector<std::filesystem::path>& chosen) {
+    if (!chosen.empty()) parts_.workspace.importDataset(chosen.front(), {});
+  });
+}
+
+void MainWindow::exportScene(ExportFormat format) {
+  FileDialog::Request request;
+  request.kind = FileDialog::Kind::SaveFile;
+  request.title = "Save the scene as";
+  request.suggestedName = parts_.workspace.results().suggestedName(format);
+  request.extensions = {format == ExportFormat::Ply ? "ply" : "splat"};
+  parts_.dialogs.ask(request, [this, format](const std::vector<std::filesystem::path>& chosen) {
+    if (!chosen.empty()) parts_.workspace.results().exportScene(format, chosen.front());
+  });
+}
+
+void MainWindow::drawMenus() {
+  if (!ImGui::BeginMainMenuBar()) return;
+  if (ImGui::BeginMenu("File")) {
+    drawFileMenu();
+    ImGui::EndMenu();
+  }
+  if (ImGui::BeginMenu("Project")) {
+    drawProjectMenu();
+    ImGui::EndMenu();
+  }
+  if (ImGui::BeginMenu("View")) {
+    drawViewMenu();
+    ImGui::EndMenu();
+  }
+  if (ImGui::BeginMenu("Help")) {
+    if (ImGui::MenuItem("About Ombrelux")) showAbout_ = true;
+    if (ImGui::MenuItem("Open the folder of logs")) parts_.openFolder(applicationLogFile().parent_path());
+    ImGui::EndMenu();
+  }
+  ImGui::EndMainMenuBar();
+}
+
+void MainWindow::drawFileMenu() {
+  if (ImGui::MenuItem("New from a folder...", "Ctrl+N")) newFromMedia(true);
+  if (ImGui::MenuItem("New from photographs or video...")) newFromMedia(false);
+  ImGui::Separator();
+  if (ImGui::MenuItem("Open a folder...", "Ctrl+O")) openPath(FileDialog::Kind::OpenFolder);
+  if (ImGui::MenuItem("Open a scene...", "Ctrl+Shift+O")) openPath(FileDialog::Kind::OpenFiles);
+  drawRecentMenu();
+  if (ImGui::MenuItem("Import a COLMAP dataset...")) importDataset();
+  const bool open = parts_.workspace.project() || !parts_.workspace.view().scene.empty();
+  if (ImGui::MenuItem("Close", "Ctrl+W", false, open && !parts_.workspace.busy())) parts_.workspace.closeProject();
+  ImGui::Separator();
+  menuItem(parts_.workspace.results().exportButton(ExportFormat::Ply), "Ctrl+E",
+           [&] { exportScene(ExportFormat::Ply); });
+  menuItem(parts_.workspace.results().exportButton(ExportFormat::Splat), nullptr,
+           [&] { exportScene(ExportFormat::Splat); });
+  ImGui::Separator();
+  if (ImGui::MenuItem("Batch...", "Ctrl+B")) showBatch_ = true;
+  if (ImGui::MenuItem("Preferences...", "Ctrl+,")) showPreferences_ = true;
+  ImGui::Separator();
+  if (ImGui::MenuItem("Quit", "Ctrl+Q")) askToClose();
+}
+
+void MainWindow::drawRecentMenu() {
+  const std::vector<std::string>& recent = parts_.preferences.preferences().recentProjects;
+  if (!ImGui::BeginMenu("Recent projects", !recent.empty())) return;
+  std::string chosen;
+  for (const std::string& project : recent) {
+    if (ImGui::MenuItem(project.c_str())) chosen = project;
+  }
+  if (!chosen.empty()) parts_.workspace.open({fromUtf8(chosen)});
+  ImGui::EndMenu();
+}
+
+void MainWindow::drawProjectMenu() {
+  Workspace& workspace = parts_.workspace;
+  menuItem(workspace.buildButton(), "Ctrl+R", [&] { workspace.build(); });
+  for (const StageRow& row : workspace.stages()) {
+    menuItem(row.runFrom, nullptr, [&] { workspace.start(row.stage, Stage::Train); });
+  }
+  const int upTo = workspace.suggestedContinuation();
+  menuItem(workspace.continueButton(upTo), nullptr, [&] { workspace.continueTraining(upTo); });
+  ImGui::Separator();
+  menuItem(workspace.stopButton(), nullptr, [&] { workspace.stopTraining(); });
+  menuItem(workspace.cancelButton(), nullptr, [&] { workspace.cancel(); });
+  ImGui::Separator();
+  menuItem(workspace.results().folderButton(), nullptr, [&] { workspace.results().openFolder(); });
+}
+
+void MainWindow::drawViewMenu() {
+  ImGui::MenuItem("Side panel", "Ctrl+1", &showSide_);
+  ImGui::MenuItem("Log and graphs", "Ctrl+2", &showBottom_);
+  ImGui::Separator();
+  ImGui::MenuItem("Live view during training", nullptr, &parts_.preferences.preferences().visualizer);
+  ImGui::MenuItem("Cameras", nullptr, &parts_.viewport.showCameras);
+  if (ImGui::MenuItem("Reset view", "R")) parts_.viewport.reset();
+}
+
+void MainWindow::drawBody(const PanelContext& context) {
+  const ImGuiViewport& screen = *ImGui::GetMainViewport();
+  ImGui::SetNextWindowPos(screen.WorkPos);
+  ImGui::SetNextWindowSize(screen.WorkSize);
+  constexpr ImGuiWindowFlags kFixed = ImGuiWindowFlags_NoDecoration | ImGuiWindowFlags_NoMove |
+                                      ImGuiWindowFlags_NoSavedSettings | ImGuiWindowFlags_NoBringToFrontOnFocus |
+                                      ImGuiWindowFlags_NoScrollWithMouse | ImGuiWindowFlags_NoNavFocus;
+  ImGui::PushStyleVar(ImGuiStyleVar_WindowRounding, 0);
+  ImGui::Begin("body", nullptr, kFixed);
+  ImGui::PopStyleVar();
+  const float unit = ImGui::GetFontSize();
+  if (sideWidth_ == 0) sideWidth_ = std::min(25 * unit, 0.4f * screen.WorkSize.x);
+  if (bottomHeight_ == 0) bottomHeight_ = std::min(11 * unit, 0.3f * screen.WorkSize.y);
+  ImGui::PushStyleVar(ImGuiStyleVar_ItemSpacing, {0, 0});
+  if (showSide_) {
+    ImGui::BeginChild("side", {sideWidth_, 0}, false);
+    ImGui::PopStyleVar();
+    drawSide(context);
+    ImGui::PushStyleVar(ImGuiStyleVar_ItemSpacing, {0, 0});
+    ImGui::EndChild();
+    ImGui::SameLine();
+    splitter("side edge", true, sideWidth_, 16 * unit, screen.WorkSize.x - 20 * unit, 1);
+    ImGui::SameLine();
+  }
+  ImGui::BeginChild("main", {0, 0}, false, ImGuiWindowFlags_NoScrollbar | ImGuiWindowFlags_NoScrollWithMouse);
+  const float bottom = showBottom_ ? bottomHeight_ + 0.35f * unit : 0;
+  ImGui::BeginChild("view", {0, -bottom}, false, ImGuiWindowFlags_NoScrollbar | ImGuiWindowFlags_NoScrollWithMouse);
+  ImGui::PopStyleVar();
+  parts_.viewportPanel.draw(context, parts_.about.queues);
+  ImGui::PushStyleVar(ImGuiStyleVar_ItemSpacing, {0, 0});
+  ImGui::EndChild();
+  if (showBottom_) {
+    splitter("bottom edge", false, bottomHeight_, 5 * unit, screen.WorkSize.y - 12 * unit, -1);
+    ImGui::BeginChild("bottom", {0, 0}, false);
+    ImGui::PopStyleVar();
+    drawBottom(context);
+    ImGui::PushStyleVar(ImGuiStyleVar_ItemSpacing, {0, 0});
+    ImGui::EndChild();
+  }
+  ImGui::EndChild();
+  ImGui::PopStyleVar();
+  ImGui::End();
+}
+
+void MainWindow::drawSide(const PanelContext& context) {
+  Workspace& workspace = parts_.workspace;
+  if (workspace.loading()) {
+    ImGui::TextDisabled("%s", workspace.taskText().c_str());
+    ImGui::ProgressBar(-1.0f * static_cast<float>(ImGui::GetTime()), {-1, 0.3f * ImGui::GetFontSize()}, "");
+  }
+  if (workspace.newMedia().visible) {
+    drawNewMediaPanel(workspace.newMedia(), context);
+    return;
+  }
+  if (!workspace.project() && workspace.view().scene.empty()) {
+    drawStart();
+    return;
+  }
+  if (!ImGui::BeginTabBar("side tabs")) return;
+  if (workspace.project() && ImGui::BeginTabItem("Project")) {
+    drawStagesPanel(workspace, context);
+    ImGui::EndTabItem();
+  }
+  if (ImGui::BeginTabItem("Results")) {
+    drawResultsPanel(workspace.results(), context);
+    ImGui::EndTabItem();
+  }
+  if (workspace.project() && ImGui::BeginTabItem("Settings")) {
+    drawTrainingSettingsPanel(workspace, context);
+    ImGui::EndTabItem();
+  }
+  ImGui::EndTabBar();
+}
+
+// Nothing is open: what one can do.
+void MainWindow::drawStart() {
+  const float unit = ImGui::GetFontSize();
+  ImGui::Dummy({0, unit});
+  ImGui::TextWrapped("Drop a folder of photographs, a video, a project or a scene anywhere in this window.");
+  ImGui::Dummy({0, unit});
+  const ImVec2 wide = {-1, 2.2f * unit};
+  if (ImGui::Button("Folder of photographs or video...", wide)) newFromMedia(true);
+  if (ImGui::Button("Photographs or video...", wide)) newFromMedia(false);
+  if (ImGui::Button("Open a project...", wide)) openPath(FileDialog::Kind::OpenFolder);
+  if (ImGui::Button("Open a scene...", wide)) openPath(FileDialog::Kind::OpenFiles);
+  if (parts_.workspace.colmapMissing()) {
+    ImGui::Dummy({0, unit});
+    ImGui::TextWrapped("%s", kNoColmap);
+    if (ImGui::Button("Preferences...")) showPreferences_ = true;
+  }
+  const std::vector<std::string>& recent = parts_.preferences.preferences().recentProjects;
+  if (recent.empty()) return;
+  ImGui::Dummy({0, unit});
+  ImGui::TextDisabled("Recent projects");
+  std::string chosen;
+  for (const std::string& project : recent) {
+    const std::string name = toUtf8(fromUtf8(project).filename());
+    if (ImGui::Selectable((name + "##" + project).c_str())) chosen = project;
+    if (ImGui::IsItemHovered()) ImGui::SetTooltip("%s", project.c_str());
+  }
+  if (!chosen.empty()) parts_.workspace.open({fromUtf8(chosen)});
+}
+
+void MainWindow::drawBottom(const PanelContext& context) {
+  if (!ImGui::BeginTabBar("bottom tabs")) return;
+  if (ImGui::BeginTabItem("Graphs")) {
+    drawGraphsPanel(parts_.history, context);
+    ImGui::EndTabItem();
+  }
+  if (ImGui::BeginTabItem("Log")) {
+    drawLogPanel(parts_.log, context);
+    ImGui::EndTabItem();
+  }
+  ImGui::EndTabBar();
+}
+
+void MainWindow::drawWindows(const PanelContext& context) {
+  if (showBatch_) drawBatchWindow(parts_.batch, context, showBatch_);
+  if (showPreferences_) drawPreferencesWindow(parts_.preferences, context, showPreferences_);
+  if (showAbout_) drawAboutWindow(parts_.about, context, showAbout_);
+  if (FileBrowser* browser = parts_.dialogs.browser()) drawFileBrowserPanel(*browser, context);
+  drawNotices(parts_.workspace.notices(), context);
+}
+
+void MainWindow::drawCloseQuestion(const PanelContext&) {
+  Workspace& workspace = parts_.workspace;
+  if (closeWhenIdle_ && !workspace.busy() && !parts_.batch.running()) closed_ = true;
+  if (closing_) {
+    closing_ = false;
+    if (workspace.mayClose() && !parts_.batch.running()) {
+      closed_ = true;
+    } else {
+      ImGui::OpenPopup(kCloseTitle);
+    }
+  }
+  const float unit = ImGui::GetFontSize();
+  ImGui::SetNextWindowPos(ImGui::GetMainViewport()->GetCenter(), ImGuiCond_Appearing, {0.5f, 0.5f});
+  if (!ImGui::BeginPopupModal(kCloseTitle, nullptr, ImGuiWindowFlags_AlwaysAutoResize)) return;
+  ImGui::PushTextWrapPos(28 * unit);
+  if (closeWhenIdle_) {
+    ImGui::TextUnformatted("Saving what has been reached...");
+  } else {
+    ImGui::TextUnformatted(parts_.batch.running()
+                               ? "A batch is running. It goes on where it stopped when it is started again."
+                               : workspace.closeQuestion().c_str());
+  }
+  ImGui::PopTextWrapPos();
+  ImGui::Dummy({0, 0.5f * unit});
+  ImGui::BeginDisabled(closeWhenIdle_);
+  if (ImGui::Button("Stop, save and close")) {
+    closeWhenIdle_ = true;
+    workspace.stopTraining();
+    parts_.batch.stop();
+  }
+  ImGui::EndDisabled();
+  ImGui::SameLine();
+  if (ImGui::Button("Close at once")) {
+    workspace.cancel();
+    parts_.batch.cancel();
+    closed_ = true;
+  }
+  ImGui::SameLine();
+  if (ImGui::Button("Go on working")) {
+    closeWhenIdle_ = false;
+    ImGui::CloseCurrentPopup();
+  }
+  ImGui::EndPopup();
+}
+
+}  // namespace quor::ui

@@ -1,0 +1,74 @@
+// The layout of the window: menus, the panels beside and under the viewport, the windows over it, and the question that
+// is asked before something running is closed. Draws and passes on; what happens is the models' business.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "ui/models/about.h"
+#include "ui/models/batch_form.h"
+#include "ui/models/file_dialog.h"
+#include "ui/models/log_view.h"
+#include "ui/models/preferences_form.h"
+#include "ui/models/training_history.h"
+#include "ui/models/window_state.h"
+#include "ui/models/workspace.h"
+#include "ui/panel_context.h"
+#include "ui/panels/viewport_panel.h"
+#include "ui/viewport.h"
+
+namespace quor::ui {
+
+class MainWindow {
+ public:
+  struct Parts {
+    Workspace& workspace;
+    Viewport& viewport;
+    ViewportPanel& viewportPanel;
+    BatchForm& batch;
+    PreferencesForm& preferences;
+    LogView& log;
+    TrainingHistory& history;
+    FileDialog& dialogs;
+    const About& about;
+    std::function<void(const std::filesystem::path&)> openFolder;
+  };
+  MainWindow(const Parts& parts, const WindowState& state);
+
+  void draw(const PanelContext& context);
+
+  // The user wants the window closed: true once it may be.
+  void askToClose() { closing_ = true; }
+  bool closed() const { return closed_; }
+
+  std::map<std::string, bool> openPanels() const;
+  // Name of what is open, for the title bar.
+  std::string title() const;
+
+ private:
+  void drawMenus();
+  void drawFileMenu();
+  void drawRecentMenu();
+  void drawProjectMenu();
+  void drawViewMenu();
+  void drawBody(const PanelContext& context);
+  void drawSide(const PanelContext& context);
+  void drawStart();
+  void drawBottom(const PanelContext& context);
+  void drawWindows(const PanelContext& context);
+  void drawCloseQuestion(const PanelContext& context);
+  void handleShortcuts();
+
+  void newFromMedia(bool folder);
+  void openPath(FileDialog::Kind kind);
+  void importDataset();
+  void exportScene(ExportFormat format);
+
+  const Parts parts_;
+  bool showSide_, showBottom_, showBatch_ = false, showPreferences_ = false, showAbout_ = false;
+  float sideWidth_ = 0, bottomHeight_ = 0;  // pixels, 0 = to be chosen
+  bool closing_ = false, closeWhenIdle_ = false, closed_ = false;
+};
+
+}  // namespace quor::ui

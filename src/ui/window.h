@@ -1,0 +1,50 @@
+// The operating system's window: its size, what is dropped on it, and the wish to close it. One per process, on the
+// main thread.
+#pragma once
+
+#include <volk.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "ui/models/window_state.h"
+
+struct GLFWwindow;
+
+namespace quor::ui {
+
+class Window {
+ public:
+  // Where it was last. Throws std::runtime_error where there is no display.
+  Window(const std::string& title, const WindowState& state);
+  ~Window();
+  Window(const Window&) = delete;
+  Window& operator=(const Window&) = delete;
+
+  GLFWwindow* handle() const { return window_; }
+  VkSurfaceKHR makeSurface(VkInstance instance) const;
+
+  // Waits for something to happen, at most that long; true when something has.
+  bool waitEvents(double seconds);
+
+  void setTitle(const std::string& title);
+  void framebufferSize(int& width, int& height) const;
+  bool minimised() const;
+  // Of the monitor that it is on: 1 for an ordinary one, 2 for one of twice the density.
+  float contentScale() const;
+  // Puts where it is now into the state.
+  void remember(WindowState& state) const;
+
+  // Once each.
+  std::vector<std::filesystem::path> takeDropped();
+  bool takeCloseWish();
+
+ private:
+  GLFWwindow* window_ = nullptr;
+  std::vector<std::filesystem::path> dropped_;
+  bool closeWish_ = false;
+  std::string title_;
+};
+
+}  // namespace quor::ui
