@@ -115,6 +115,11 @@ StageStatus Pipeline::status(Stage stage) const {
   return stages_[indexOf(stage)];
 }
 
+std::optional<Project> Pipeline::project() const {
+  const std::lock_guard lock(mutex_);
+  return project_;
+}
+
 std::optional<gs::TrainResult> Pipeline::trainResult() const {
   const std::lock_guard lock(mutex_);
   return trainResult_;

@@ -69,6 +69,8 @@ class Pipeline {
   StageStatus status(Stage stage) const;
   // One line a stage, from what lies in the project folder.
   std::vector<std::string> summary() const;
+  // As it was opened, with what the frame stage has recorded since.
+  std::optional<Project> project() const;
   // Of the last run; nothing when it did not get as far as a scene.
   std::optional<gs::TrainResult> trainResult() const;
 

@@ -4,6 +4,8 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <string>
+#include <vector>
 
 #include "project/project.h"
 
@@ -12,5 +14,10 @@ namespace quor {
 size_t countFrames(const Project& project);
 // Of the camera solve, or of the dataset that the project wraps. 0 when there is no model that can be read.
 size_t countCameras(const Project& project);
+
+// One line a stage.
+std::vector<std::string> summaryLines(const Project& project);
+// The same, for who has counted already.
+std::vector<std::string> summaryLines(const Project& project, size_t frames, size_t cameras);
 
 }  // namespace quor

@@ -13,26 +13,28 @@ std::string countOrNotRun(size_t count, const char* what) {
 
 }  // namespace
 
-std::vector<std::string> Pipeline::summary() const {
-  std::optional<Project> project;
-  {
-    const std::lock_guard lock(mutex_);
-    project = project_;
-  }
-  if (!project) return std::vector<std::string>(kStageCount, "Not run");
-
+std::vector<std::string> summaryLines(const Project& project, size_t frames, size_t cameras) {
   std::vector<std::string> lines;
-  if (project->externalDataset.empty()) {
-    lines.push_back(countOrNotRun(countFrames(*project), " frames"));
-    lines.push_back(countOrNotRun(countCameras(*project), " images registered"));
+  if (project.externalDataset.empty()) {
+    lines.push_back(countOrNotRun(frames, " frames"));
+    lines.push_back(countOrNotRun(cameras, " images registered"));
   } else {
     lines.emplace_back("Using an existing reconstruction");
-    lines.push_back(std::to_string(countCameras(*project)) + " cameras (imported)");
+    lines.push_back(std::to_string(cameras) + " cameras (imported)");
   }
   std::error_code ignored;
-  const bool scene = std::filesystem::is_regular_file(project->sceneFile(), ignored);
+  const bool scene = std::filesystem::is_regular_file(project.sceneFile(), ignored);
   lines.emplace_back(scene ? "scene.ply exported" : "Not run");
   return lines;
+}
+
+std::vector<std::string> summaryLines(const Project& project) {
+  return summaryLines(project, project.externalDataset.empty() ? countFrames(project) : 0, countCameras(project));
+}
+
+std::vector<std::string> Pipeline::summary() const {
+  const std::optional<Project> opened = project();
+  return opened ? summaryLines(*opened) : std::vector<std::string>(kStageCount, "Not run");
 }
 
 }  // namespace quor

@@ -1,0 +1,15 @@
+// Something that the user is told until it is dismissed.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace quor::ui {
+
+struct Notice {
+  std::string title;
+  std::vector<std::string> lines;
+  bool isError = false;
+};
+
+}  // namespace quor::ui
