@@ -7,10 +7,10 @@
 
 #include "app/console.h"
 #include "app/options.h"
-#include "project/preferences.h"
 #include "base/log_store.h"
 #include "base/tool_finder.h"
 #include "gpu/vulkan_context.h"
+#include "project/preferences.h"
 
 namespace quor {
 
