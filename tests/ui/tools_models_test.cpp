@@ -115,7 +115,7 @@ TEST(TrainingHistoryTest, OutliersDoNotFlattenACurve) {
   EXPECT_EQ(history.range(Curve::Splats)->low, 0);
   history.add(at(501, 3.0F));  // what happens now is never cut off
   EXPECT_GT(history.range(Curve::Loss)->high, 3);
-  EXPECT_EQ(curveText(Curve::Splats, 1234567), "1 234 567");
+  EXPECT_EQ(curveText(Curve::Splats, 1234567), "1,234,567");
   EXPECT_EQ(curveText(Curve::Milliseconds, 12.34F), "12.3 ms");
 }
 

@@ -1,31 +1,67 @@
-// Work that would hold up the interface, done on a thread of its own; the interface looks once a frame whether there is
-// a result. Destruction waits for work that is under way.
+// Work that would hold up the interface: tasks run one after the other on a thread of their own, and what each has
+// found is taken over by update() on the interface's thread, in that order. So a model's members belong to one thread,
+// and a task must hold copies of all that it uses.
 #pragma once
 
-#include <chrono>
+#include <condition_variable>
+#include <deque>
 #include <functional>
-#include <future>
-#include <optional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
 
 namespace quor::ui {
 
-template <typename Result>
 class Background {
  public:
-  // Only while nothing runs. `work` must not use what the interface's thread changes.
-  void start(std::function<Result()> work) { future_ = std::async(std::launch::async, std::move(work)); }
+  using Failed = std::function<void(const std::string& sentence)>;
 
-  // Work is under way, or its result was not taken yet.
-  bool running() const { return future_.valid(); }
+  Background() = default;
+  // Waits for the task that runs; those behind it are dropped.
+  ~Background();
+  Background(const Background&) = delete;
+  Background& operator=(const Background&) = delete;
 
-  // The result, once; throws what the work threw.
-  std::optional<Result> take() {
-    if (!running() || future_.wait_for(std::chrono::seconds(0)) != std::future_status::ready) return std::nullopt;
-    return future_.get();
+  // `done` gets what `work` returned; `failed` the sentence when either threw. `text` says what is being done.
+  template <class Work, class Done>
+  void run(std::string text, Work work, Done done, Failed failed) {
+    add({std::move(text),
+         [work = std::move(work), done = std::move(done)]() mutable -> std::function<void()> {
+           auto result = std::make_shared<decltype(work())>(work());
+           return [result, done = std::move(done)]() mutable { done(std::move(*result)); };
+         },
+         std::move(failed)});
   }
 
+  // Once a frame.
+  void update();
+  // Whether there is something that has not been taken over yet.
+  bool busy() const { return !texts_.empty(); }
+  // Of the task that runs; empty when there is none.
+  const std::string& text() const;
+  // Blocks until every task has run and been taken over: for the end of the program.
+  void finish();
+
  private:
-  std::future<Result> future_;
+  struct Task {
+    std::string text;
+    std::function<std::function<void()>()> work;
+    Failed failed;
+  };
+
+  void add(Task task);
+  void loop();
+  static std::function<void()> perform(Task& task);
+
+  std::deque<std::string> texts_;  // of tasks not taken over yet; the interface's own
+  std::mutex mutex_;               // guards all up to thread_
+  std::condition_variable changed_;
+  std::deque<Task> waiting_;
+  std::deque<std::function<void()>> finished_;
+  bool ending_ = false;
+  std::thread thread_;
 };
 
 }  // namespace quor::ui

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "base/failure_text.h"
 #include "base/paths.h"
 
 namespace quor::ui {
@@ -44,21 +43,16 @@ FileBrowser::FileBrowser(DialogRequest request) : request_(std::move(request)), 
 }
 
 void FileBrowser::read(std::function<Reading()> work) {
-  if (reading_.running()) {
-    next_ = std::move(work);
-  } else {
-    reading_.start(std::move(work));
-  }
+  const auto failed = [this](const std::string& sentence) {
+    message_ = sentence;
+    pathText_ = toUtf8(folder_);
+  };
+  reading_.run(
+      "Reading the folder", std::move(work), [this](Reading reading) { takeOver(std::move(reading)); }, failed);
 }
 
 void FileBrowser::update() {
-  try {
-    if (std::optional<Reading> reading = reading_.take()) takeOver(std::move(*reading));
-  } catch (const std::exception& error) {
-    message_ = failureText(error);
-    pathText_ = toUtf8(folder_);
-  }
-  if (!reading_.running() && next_) reading_.start(std::exchange(next_, {}));
+  reading_.update();
 }
 
 void FileBrowser::takeOver(Reading reading) {

@@ -27,7 +27,7 @@ class FileBrowser {
   // Where it is.
   const std::filesystem::path& folder() const { return folder_; }
   const std::vector<Place>& places() const { return places_; }
-  bool loading() const { return reading_.running(); }
+  bool loading() const { return reading_.busy(); }
   const std::string& message() const { return message_; }  // what went wrong last; empty: nothing
   void go(const std::filesystem::path& folder);
   void goUp();
@@ -91,8 +91,7 @@ class FileBrowser {
   bool showAllFiles_ = false;
   std::optional<std::filesystem::path> toBeReplaced_;
   std::optional<std::vector<std::filesystem::path>> answer_;
-  std::function<Reading()> next_;  // asked for while another folder is being read
-  Background<Reading> reading_;
+  Background reading_;
 };
 
 }  // namespace quor::ui

@@ -42,8 +42,18 @@ struct FileDialog::State {
   Answer answer;  // while a question is open
   std::unique_ptr<FileBrowser> browser;
   std::atomic<bool> cancelled = false;
-  Background<std::optional<Paths>> desktop;  // last: waits for its thread, which reads what is above
+  Background desktop;  // last: waits for its thread, which reads what is above
 
+  void askTheDesktop() {
+    const auto failed = [this](const std::string&) { browse(); };
+    const auto done = [this](const std::optional<Paths>& paths) { paths ? finish(*paths) : browse(); };
+    desktop.run(
+        "", [request = request, this] { return askWith(request, cancelled); }, done, failed);
+  }
+  void browse() {
+    useDesktop = false;  // it will not do better the next time
+    browser = std::make_unique<FileBrowser>(request);
+  }
   void finish(const Paths& paths) {
     browser.reset();
     if (!paths.empty()) {
@@ -68,12 +78,7 @@ void FileDialog::ask(const Request& request, Answer answer) {
   state_->request = request;
   if (request.startFolder.empty()) state_->request.startFolder = state_->folder;
   state_->answer = answer ? std::move(answer) : [](const Paths&) {};
-  if (state_->useDesktop) {
-    state_->desktop.start(
-        [request = state_->request, &cancelled = state_->cancelled] { return askWith(request, cancelled); });
-  } else {
-    state_->browser = std::make_unique<FileBrowser>(state_->request);
-  }
+  state_->useDesktop ? state_->askTheDesktop() : state_->browse();
 }
 
 bool FileDialog::open() const {
@@ -81,21 +86,10 @@ bool FileDialog::open() const {
 }
 
 void FileDialog::update() {
-  if (state_->browser) {
-    state_->browser->update();
-    if (const auto paths = state_->browser->answer()) state_->finish(Paths(*paths));
-    return;
-  }
-  std::optional<std::optional<Paths>> answered;
-  try {
-    answered = state_->desktop.take();
-  } catch (const std::exception&) {
-    answered.emplace();
-  }
-  if (!answered) return;
-  if (*answered) return state_->finish(**answered);
-  state_->useDesktop = false;  // it will not do better the next time
-  state_->browser = std::make_unique<FileBrowser>(state_->request);
+  state_->desktop.update();
+  if (!state_->browser) return;
+  state_->browser->update();
+  if (const auto paths = state_->browser->answer()) state_->finish(Paths(*paths));
 }
 
 FileBrowser* FileDialog::browser() {

@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "base/failure_text.h"
 #include "base/paths.h"
 
 namespace quor::ui {
@@ -17,15 +16,6 @@ bool sameTools(const Preferences& a, const Preferences& b) {
   return a.colmapPath == b.colmapPath && a.ffmpegPath == b.ffmpegPath;
 }
 
-std::string saveTo(const std::filesystem::path& file, const Preferences& preferences) {
-  try {
-    preferences.save(file);
-    return {};
-  } catch (const std::exception& error) {
-    return "The preferences were not saved: " + failureText(error);
-  }
-}
-
 }  // namespace
 
 PreferencesForm::PreferencesForm(Parts parts)
@@ -38,8 +28,11 @@ PreferencesForm::PreferencesForm(Parts parts)
 
 PreferencesForm::~PreferencesForm() {
   if (parts_.preferences == saved_) return;
-  saving_ = {};  // two at once would write the same file
-  saveTo(parts_.file, parts_.preferences);
+  saving_.finish();  // two at once would write the same file
+  try {
+    parts_.preferences.save(parts_.file);
+  } catch (const std::exception&) {  // nobody is left to be told
+  }
 }
 
 void PreferencesForm::update() {
@@ -48,35 +41,34 @@ void PreferencesForm::update() {
     seen_ = now;
     changed_ = Clock::now();
   }
-  if (auto tools = searching_.take()) tools_ = std::move(*tools);
-  if (auto message = saving_.take()) saveMessage_ = std::move(*message);
-  try {
-    if (auto devices = listing_.take()) {
-      devices_ = std::move(*devices);
-      devices_.insert(devices_.begin(), "Automatic");
-    }
-  } catch (const std::exception& error) {
-    deviceMessage_ = failureText(error);
-  }
+  for (Background* background : {&searching_, &listing_, &saving_}) background->update();
   if (Clock::now() - changed_ < parts_.pause) return;
-  if (!searching_.running() && !sameTools(now, searched_)) search();
-  if (!saving_.running() && now != saved_) save();
+  if (!searching_.busy() && !sameTools(now, searched_)) search();
+  if (!saving_.busy() && now != saved_) save();
 }
 
 void PreferencesForm::search() {
   searched_ = parts_.preferences;
-  searching_.start([preferences = searched_] { return findTools(preferences); });
+  searching_.run(
+      "Looking for COLMAP and ffmpeg", [preferences = searched_] { return findTools(preferences); },
+      [this](Tools tools) { tools_ = std::move(tools); }, [](const std::string&) {});
 }
 
 void PreferencesForm::save() {
   saved_ = parts_.preferences;
-  saving_.start([file = parts_.file, preferences = saved_] { return saveTo(file, preferences); });
+  const auto work = [file = parts_.file, preferences = saved_] {
+    preferences.save(file);
+    return true;
+  };
+  saving_.run(
+      "Saving the preferences", work, [this](bool) { saveMessage_.clear(); },
+      [this](const std::string& sentence) { saveMessage_ = "The preferences were not saved: " + sentence; });
 }
 
 PreferencesForm::Finding PreferencesForm::finding(Tool tool) const {
   const bool colmap = tool == Tool::Colmap;
   const Preferences& now = parts_.preferences;
-  if (!tools_ || !sameTools(now, searched_) || searching_.running()) return {"Looking for it..."};
+  if (!tools_ || !sameTools(now, searched_) || searching_.busy()) return {"Looking for it..."};
   const std::optional<ToolLocation>& found = colmap ? tools_->colmap : tools_->ffmpeg;
   const bool misguided = !(colmap ? now.colmapPath : now.ffmpegPath).empty() && (!found || found->source != "settings");
   const std::string lead = misguided ? "There is no such program at this path. " : "";
@@ -91,9 +83,14 @@ PreferencesForm::Finding PreferencesForm::finding(Tool tool) const {
 }
 
 void PreferencesForm::listDevices() {
-  if (listing_.running() || !devices_.empty()) return;
+  if (listing_.busy() || !devices_.empty()) return;
   deviceMessage_.clear();
-  listing_.start(parts_.listDevices);
+  const auto done = [this](std::vector<std::string> devices) {
+    devices_ = std::move(devices);
+    devices_.insert(devices_.begin(), "Automatic");
+  };
+  listing_.run("Looking for devices", parts_.listDevices, done,
+               [this](const std::string& sentence) { deviceMessage_ = sentence; });
 }
 
 size_t PreferencesForm::chosenDevice() const {

@@ -71,9 +71,9 @@ class PreferencesForm {
   std::vector<std::string> devices_;
   std::string deviceMessage_;
   std::string saveMessage_;
-  Background<Tools> searching_;
-  Background<std::vector<std::string>> listing_;
-  Background<std::string> saving_;
+  Background searching_;
+  Background listing_;
+  Background saving_;
 };
 
 // What the window says at start-up when there is no COLMAP.

@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "base/text.h"
+#include "ui/models/words.h"
 
 namespace quor::ui {
 
@@ -22,12 +23,6 @@ constexpr float fitting(Curve curve) {
 float mean(float a, float b) {
   if (std::isnan(a)) return b;
   return std::isnan(b) ? a : (a + b) / 2;
-}
-
-std::string grouped(uint64_t number) {
-  std::string digits = std::to_string(number);
-  for (size_t from = 3; from < digits.size(); from += 4) digits.insert(digits.size() - from, 1, ' ');
-  return digits;
 }
 
 }  // namespace
@@ -115,7 +110,7 @@ const char* curveName(Curve curve) {
 
 std::string curveText(Curve curve, float value) {
   if (std::isnan(value)) return "—";
-  if (curve == Curve::Splats) return grouped(static_cast<uint64_t>(std::max(value, 0.0F)));
+  if (curve == Curve::Splats) return withThousands(static_cast<uint64_t>(std::max(value, 0.0F)));
   return formatText(curve == Curve::Loss ? "%.4f" : "%.1f ms", static_cast<double>(value));
 }
 

@@ -54,7 +54,7 @@ class TrainingHistory {
   int32_t stride_ = 1;  // steps between points
 };
 
-// "Loss"; "0.0123", "1 234 567", "12.3 ms".
+// "Loss"; "0.0123", "1,234,567", "12.3 ms".
 const char* curveName(Curve curve);
 std::string curveText(Curve curve, float value);
 

@@ -1,0 +1,14 @@
+// Numbers as people read them.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace quor::ui {
+
+std::string withThousands(uint64_t number);  // 1,234,567
+std::string sizeText(uint64_t bytes);        // "12.3 MB"
+// "about 3 min left"; empty for what is not known or means nothing.
+std::string timeLeftText(double seconds);
+
+}  // namespace quor::ui
