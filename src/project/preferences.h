@@ -16,6 +16,8 @@ struct Preferences {
   bool visualizer = true;                   // live viewport during training
   float uiScale = 1.0F;
 
+  bool operator==(const Preferences&) const = default;
+
   // A missing, unreadable or damaged file gives the defaults; so does each member that makes no sense.
   static Preferences load(const std::filesystem::path& file = defaultFile());
   // Makes the folder. Throws std::runtime_error; the earlier file stays as it was then.

@@ -8,27 +8,23 @@
 #include <string>
 #include <vector>
 
+#include "base/desktop_dialog.h"
+
 namespace quor::ui {
 
 class FileBrowser;
 
 class FileDialog {
  public:
-  enum class Kind { OpenFiles, OpenFolder, SaveFile };
+  using Kind = DialogKind;
+  using Request = DialogRequest;  // its startFolder may be empty: the folder of the last answer
 
-  struct Request {
-    Kind kind = Kind::OpenFolder;
-    std::string title;
-    std::vector<std::string> extensions;  // without the dot; empty: any
-    std::string suggestedName;            // SaveFile
-  };
-
-  // What was chosen, empty when the user gave up.
+  // What was chosen, empty when the user gave up. A file to save has one of the extensions asked for.
   using Answer = std::function<void(const std::vector<std::filesystem::path>&)>;
 
-  // `startFolder` is where the first dialog opens.
-  explicit FileDialog(std::filesystem::path startFolder);
-  ~FileDialog();
+  // `startFolder` is where the first dialog opens. Without `useDesktop` the browser is always used.
+  explicit FileDialog(std::filesystem::path startFolder, bool useDesktop = true);
+  ~FileDialog();  // takes an open dialog away
 
   // While a question is open, another one is not asked.
   void ask(const Request& request, Answer answer);

@@ -1,0 +1,29 @@
+// The desktop's own dialogs for choosing files and folders: the system's on Windows; elsewhere zenity or kdialog, which
+// are programs of their own and may be missing.
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace quor {
+
+enum class DialogKind { OpenFiles, OpenFolder, SaveFile };
+
+struct DialogRequest {
+  DialogKind kind = DialogKind::OpenFolder;
+  std::string title;
+  std::vector<std::string> extensions;  // without the dot, in lower case; empty: any
+  std::string suggestedName;            // SaveFile
+  std::filesystem::path startFolder;    // where it opens
+};
+
+// Blocks until the user has answered: what was chosen, none when the user gave up. SaveFile asks by itself before a
+// file that is there is chosen. Once `cancelled`, which is asked many times a second, says yes, the dialog goes away as
+// if the user had given up. Nothing where there is no such dialog or it could not be shown. On a thread of its own.
+std::optional<std::vector<std::filesystem::path>> askDesktop(const DialogRequest& request,
+                                                             const std::function<bool()>& cancelled);
+
+}  // namespace quor

@@ -1,0 +1,122 @@
+// The Batch window: a queue of captures that is put together, saved as batch.json and worked through on a thread of its
+// own. Reading and writing files and looking at captures happen on a worker thread. The interface's thread only.
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/log_store.h"
+#include "gs/training_service.h"
+#include "pipeline/batch_file.h"
+#include "pipeline/pipeline.h"
+#include "ui/models/background.h"
+#include "ui/models/batch_run.h"
+
+namespace quor::ui {
+
+class BatchForm {
+ public:
+  struct Parts {
+    LogStore& log;
+    gs::TrainingService& trainer;
+    std::function<std::unique_ptr<Pipeline>()> makePipeline;  // with the tools found now; at the begin of a run
+    std::function<bool()> occupied;                           // something else runs or trains
+    std::function<void(const std::filesystem::path&)> openProject;
+    std::function<void(BatchItem&)> configure;  // settings of a new item; may be empty
+  };
+  // Settings in words, for one item or all.
+  struct Preset {
+    std::string name;
+    std::string explanation;
+    std::function<void(BatchItem&)> apply;
+  };
+  enum class RowState { Waiting, Running, Finished, Failed };
+  struct Row {
+    std::string name;
+    std::string media;  // "Video: /path", "COLMAP dataset: /path", "Image folder: /path and 2 more"
+    RowState state = RowState::Waiting;
+    std::string text;     // what is going on, or the note of the last attempt
+    float fraction = -1;  // of the stage at work; negative: unknown
+    bool hasProject = false;
+  };
+
+  explicit BatchForm(Parts parts);
+
+  void update();  // once a frame
+
+  // The queue. While it is worked through it cannot be changed: whyNotEdit() says so, and changes are passed over.
+  const Batch& batch() const { return batch_; }
+  const std::vector<Row>& rows() const { return rows_; }
+  std::string summary() const;  // "2 of 5 finished, 1 failed"
+  std::string whyNotEdit() const;
+
+  // Where the projects and batch.json go. Not edited by the user yet, it follows the first folder of captures.
+  std::string& destination() { return destination_; }
+  void addFolder(const std::filesystem::path& folder);        // each capture in it
+  void add(const std::vector<std::filesystem::path>& paths);  // each path is one; photographs together are one
+  void remove(size_t index);
+  void move(size_t index, size_t to);
+  // Of one item, or of all that are not finished.
+  void change(const std::function<void(BatchItem&)>& edit, std::optional<size_t> index);
+  void reset(size_t index);  // a failed or finished item waits again
+  void resetFailed();
+  void openProject(size_t index) const;
+
+  std::vector<Preset> presets;  // set by the one who knows them
+
+  // batch.json. A file that is there and was not read or written here is replaced only after the user was asked.
+  void load(const std::filesystem::path& fileOrFolder);
+  void save();
+  std::string whyNotSave() const;
+  bool changed() const { return changed_; }
+  const std::string& question() const { return question_; }  // empty: none
+  void answer(bool yes);
+
+  // The run, which saves first.
+  void start();
+  std::string whyNotStart() const;  // a sentence; empty when start() will do
+  bool running() const { return run_ && run_->running(); }
+  void stop();    // training ends after its step, with scene and checkpoint; the item waits
+  void cancel();  // at once
+  bool stopping() const { return run_ && run_->stopping(); }
+
+  bool busy() const { return working_.running(); }  // files are read or written
+  const std::string& busyText() const { return busyText_; }
+  // What could not be done, and what to do; until dismissed.
+  std::vector<std::string>& messages() { return messages_; }
+
+ private:
+  // What a worker has found, for the interface's thread to take over.
+  using Apply = std::function<void(BatchForm&)>;
+
+  void work(const std::string& text, std::function<Apply()> task);
+  void append(std::vector<BatchItem> items);
+  void write(bool thenRun, bool replace);
+  void beginRun();
+  void endRun();
+  void touch();
+  void showRows(const Batch& batch);
+  bool editable(size_t index) const;
+  std::filesystem::path file() const;
+
+  const Parts parts_;
+  Batch batch_;
+  std::vector<Row> rows_;
+  std::string destination_;
+  std::string shownDestination_;   // as this object has set it
+  std::filesystem::path ownFile_;  // read or written here
+  bool changed_ = false;
+  std::string question_;
+  bool runAfterQuestion_ = false;
+  std::vector<std::string> messages_;
+  std::string busyText_;
+  std::vector<std::pair<std::string, std::function<Apply()>>> waiting_;  // tasks asked for while one is under way
+  Background<Apply> working_;
+  std::unique_ptr<BatchRun> run_;
+};
+
+}  // namespace quor::ui
