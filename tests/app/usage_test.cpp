@@ -83,20 +83,19 @@ TEST(Usage, StreamsAndFilesThatCannotBeWrittenAreSaidOnce) {
   EXPECT_EQ(runCli({"train", "no\n\x1b[31mé"}).err, "error: No such file or folder: no??[31mé\n");
 }
 
-TEST(Usage, WhatIsNotThereYetSaysSoInOneSentence) {
+TEST(Usage, WithoutADisplayTheWindowSaysSoInOneSentence) {
   TempFolder folder;
   writeFile(folder / "photos/a.jpg", "");
-  const std::vector<std::vector<std::string>> cases = {
-      {OMBRELUX_DESKTOP},
-      {OMBRELUX_DESKTOP, toUtf8(folder / "photos")},
-  };
-  for (const auto& c : cases) {
-    const Ended ended = ChildProgram(c[0], {c.begin() + 1, c.end()}).wait();
+  const std::string home = "XDG_DATA_HOME=" + toUtf8(folder / "home");
+  for (const std::vector<std::string>& arguments : {std::vector<std::string>{}, {toUtf8(folder / "photos")}}) {
+    const Ended ended = ChildProgram(OMBRELUX_DESKTOP, arguments, {"DISPLAY=", "WAYLAND_DISPLAY=", home}).wait();
     EXPECT_EQ(ended.exitCode, 1);
     EXPECT_EQ(ended.out, "");
-    EXPECT_THAT(ended.err, ::testing::MatchesRegex("error: [^\n]* not part of this version yet[^\n]*\n"));
+    EXPECT_THAT(ended.err, ::testing::MatchesRegex("error: (No window can be opened here|This program was built "
+                                                   "without its window)[^\n]*\n"));
   }
   EXPECT_FALSE(std::filesystem::exists(folder / "photos_ombrelux"));
+  EXPECT_EQ(ChildProgram(OMBRELUX_DESKTOP, {"trian"}).wait().exitCode, 2);
 }
 
 }  // namespace

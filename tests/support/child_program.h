@@ -64,6 +64,13 @@ class ChildProgram {
     return true;
   }
 
+  // Said so far.
+  std::string output() const { return readFile(out_); }
+  bool running() const {
+    siginfo_t info{};
+    return waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == 0;
+  }
+
   Ended wait() {
     int status = 0;
     waitpid(pid_, &status, 0);

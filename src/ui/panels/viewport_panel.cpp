@@ -72,7 +72,8 @@ void ViewportPanel::draw(const PanelContext& context, const std::string& status)
 
   const ImVec2 origin = ImGui::GetCursorScreenPos();
   const ImVec2 room = ImGui::GetContentRegionAvail();
-  const Area area = {origin.x, origin.y, std::max(room.x, 1.0f), std::max(room.y, 1.0f)};
+  const float statusHeight = ImGui::GetTextLineHeightWithSpacing();
+  const Area area = {origin.x, origin.y, std::max(room.x, 1.0f), std::max(room.y - statusHeight, 1.0f)};
   const ImVec2 pixels = ImGui::GetIO().DisplayFramebufferScale;
   viewport_.draw(static_cast<int>(area.width * pixels.x), static_cast<int>(area.height * pixels.y));
 
@@ -83,18 +84,20 @@ void ViewportPanel::draw(const PanelContext& context, const std::string& status)
   ImGui::PushClipRect({area.x, area.y}, {area.x + area.width, area.y + area.height}, true);
   drawPicture(area, context);
   if (viewport_.showCameras && !viewport_.photo()) drawCameras(area, hovered && !active);
+  ImGui::PopClipRect();
+  handleMouse(area, hovered, active);
+  handleKeys(hovered || ImGui::IsWindowFocused());
+  drawStatus(status);
+}
+
+void ViewportPanel::drawStatus(const std::string& status) {
   std::string line = status;
   if (shown_ && viewport_.anythingToShow()) {
     if (!line.empty()) line += "  ·  ";
     line += formatText("%llu splats  ·  %d x %d  ·  %.0f ms", static_cast<unsigned long long>(shown_->splats),
                        shown_->width, shown_->height, shown_->milliseconds);
   }
-  const float pad = 0.4f * ImGui::GetFontSize();
-  ImGui::GetWindowDrawList()->AddText({area.x + pad, area.y + area.height - 1.4f * ImGui::GetFontSize()},
-                                      ImGui::GetColorU32(ImGuiCol_TextDisabled), line.c_str());
-  ImGui::PopClipRect();
-  handleMouse(area, hovered, active);
-  handleKeys(hovered || ImGui::IsWindowFocused());
+  ImGui::TextDisabled("%s", line.c_str());
 }
 
 void ViewportPanel::drawToolbar(const PanelContext&) {

@@ -16,7 +16,7 @@ class ViewportPanel {
   ViewportPanel(Viewport& viewport, SceneRenderer& renderer, Textures& textures)
       : viewport_(viewport), renderer_(renderer), textures_(textures) {}
 
-  // Fills the window it is called in. `status` is shown in the corner, in front of what the renderer says.
+  // Fills the window it is called in. `status` begins the line under the picture.
   void draw(const PanelContext& context, const std::string& status);
 
  private:
@@ -25,6 +25,7 @@ class ViewportPanel {
   };
 
   void takePictures();
+  void drawStatus(const std::string& status);
   void drawToolbar(const PanelContext& context);
   void drawCompareBar(const PanelContext& context);
   void drawPicture(const Area& area, const PanelContext& context);

@@ -1,0 +1,101 @@
+// The program as a person meets it: it opens with a scene, shows it, lets it be turned, and closes.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstdlib>
+#include <functional>
+#include <thread>
+
+#include "gs/ply.h"
+#include "virtual_screen.h"
+
+namespace quor::test {
+namespace {
+
+// Of the screen's middle, where the viewport is: how far its pixels are from their mean.
+double variety(const Image& screen) {
+  double sum = 0, squares = 0, count = 0;
+  for (int y = screen.height / 4; y < screen.height / 2; ++y) {
+    for (int x = screen.width / 2; x < 3 * screen.width / 4; ++x) {
+      const double value = screen.rgb[3 * static_cast<size_t>(y * screen.width + x) + 1];
+      sum += value;
+      squares += value * value;
+      count += 1;
+    }
+  }
+  return std::sqrt(std::max(squares / count - sum * sum / count / count, 0.0));
+}
+
+size_t changed(const Image& a, const Image& b) {
+  size_t count = 0;
+  for (size_t i = 0; i < a.rgb.size(); ++i) count += std::abs(a.rgb[i] - b.rgb[i]) > 8;
+  return count;
+}
+
+// Balls of every colour in a ball.
+gs::GaussianSet scene() {
+  gs::GaussianSet set;
+  set.resize(400);
+  set.shDegree = 0;
+  for (size_t i = 0; i < set.count; ++i) {
+    const double height = 2 * (static_cast<double>(i) + 0.5) / 400 - 1, around = 2.4 * static_cast<double>(i);
+    const double ring = std::sqrt(1 - height * height);
+    const double at[] = {ring * std::cos(around), height, ring * std::sin(around)};
+    for (size_t a = 0; a < 3; ++a) {
+      set.positions[3 * i + a] = static_cast<float>(at[a]);
+      set.scales[3 * i + a] = -2.5f;
+      set.shDc[3 * i + a] = static_cast<float>(1.7 * at[a]);
+    }
+    set.rotations[4 * i] = 1;
+    set.opacities[i] = 4;
+  }
+  return set;
+}
+
+class WindowTest : public testing::Test {
+ protected:
+  bool waitFor(const ChildProgram& program, const std::function<bool()>& condition) const {
+    while (program.running()) {
+      if (condition()) return true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return false;
+  }
+  std::string log() const {
+    const std::filesystem::path file = folder_ / "home/Ombrelux/logs/Ombrelux.log";
+    return std::filesystem::exists(file) ? readFile(file) : "";
+  }
+  std::vector<std::string> environment() const {
+    return {screen_.environment(), "XDG_DATA_HOME=" + (folder_ / "home").string(), "QUOR_VALIDATION=1",
+            "QUOR_VALIDATION_LOG=" + (folder_ / "validation.log").string()};
+  }
+
+  TempFolder folder_;
+  VirtualScreen screen_{1000, 700};
+};
+
+TEST_F(WindowTest, ShowsASceneLetsItBeTurnedAndCloses) {
+  const std::filesystem::path file = folder_ / fromUtf8("sphère 写.ply");
+  gs::writePly(file, scene(), "");
+  ChildProgram program(OMBRELUX_DESKTOP, {toUtf8(file)}, environment());
+  ASSERT_TRUE(waitFor(program, [&] { return log().find("Loaded 400 splats from ") != std::string::npos; })) << log();
+  ASSERT_TRUE(waitFor(program, [&] { return variety(screen_.picture()) > 20; }));
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+
+  const Image before = screen_.picture();
+  screen_.act(
+      "mousemove 650 250 mousedown 1 mousemove_relative 40 0 mousemove_relative 40 10 mousemove_relative 40 0 "
+      "mouseup 1");
+  EXPECT_TRUE(waitFor(program, [&] { return changed(before, screen_.picture()) > 20000; }));
+  if (const char* keep = std::getenv("OMBRELUX_KEEP_SCREENSHOTS")) writePng(fromUtf8(keep), screen_.picture());
+  screen_.act("key ctrl+q");
+  const Ended ended = program.wait();
+  EXPECT_EQ(ended.exitCode, 0) << ended.err;
+  EXPECT_EQ(ended.err, "");
+  EXPECT_FALSE(std::filesystem::exists(folder_ / "validation.log")) << readFile(folder_ / "validation.log");
+  EXPECT_NE(log().find("Ombrelux 1.1.3 starting\n"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace quor::test
