@@ -4,6 +4,7 @@
 
 #include "base/paths.h"
 #include "pipeline/intake.h"
+#include "ui/models/settings_table.h"
 
 namespace quor::ui {
 
@@ -112,9 +113,7 @@ bool NewMedia::hasVideo() const {
 }
 
 void NewMedia::setSettings(const Project& edited) {
-  settings_.ingest = edited.ingest;
-  settings_.sparse = edited.sparse;
-  settings_.training = edited.training;
+  assignSettings(settings_, edited);
 }
 
 // What the project is called and where it goes takes a look at the disk.

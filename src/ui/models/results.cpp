@@ -52,6 +52,7 @@ const char* verdictOn(double psnr) {
 
 void Results::show(ProjectFacts facts) {
   facts_ = std::move(facts);
+  if (selected && *selected >= facts_->scores.size()) selected.reset();
 }
 
 std::string Results::sceneLine() const {

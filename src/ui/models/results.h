@@ -28,7 +28,10 @@ class Results {
   explicit Results(Parts parts) : parts_(std::move(parts)) {}
 
   void show(ProjectFacts facts);
-  void clear() { facts_.reset(); }
+  void clear() {
+    facts_.reset();
+    selected.reset();
+  }
   // Nothing while nothing is open.
   const std::optional<ProjectFacts>& facts() const { return facts_; }
 
@@ -44,6 +47,9 @@ class Results {
   void exportScene(ExportFormat format, std::filesystem::path target);
   bool exporting() const { return exporter_.busy(); }
   const std::string& exportText() const { return exporter_.text(); }
+
+  // The picture of a score that is looked at in full; nothing when none is.
+  std::optional<size_t> selected;
 
   Button folderButton() const;
   void openFolder();

@@ -239,6 +239,20 @@ const Setting& settingNamed(const std::string& key) {
   return *found;
 }
 
+Project settingsOf(const Project& project) {
+  Project settings;
+  assignSettings(settings, project);
+  settings.inputs = project.inputs;
+  settings.externalDataset = project.externalDataset;
+  return settings;
+}
+
+void assignSettings(Project& to, const Project& from) {
+  to.ingest = from.ingest;
+  to.sparse = from.sparse;
+  to.training = from.training;
+}
+
 void clampSettings(Project& project) {
   for (const Setting& setting : settingsTable()) std::visit(Clamp{project}, setting.value);
 }

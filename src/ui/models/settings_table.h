@@ -2,6 +2,7 @@
 // project and for the settings of an open one.
 #pragma once
 
+#include <array>
 #include <string>
 #include <variant>
 #include <vector>
@@ -12,6 +13,8 @@ namespace quor::ui {
 
 // Headings under which settings are shown, in this order.
 enum class SettingGroup { Frames, Sphere, Fisheye, Cameras, Training };
+inline constexpr std::array kSettingGroups = {SettingGroup::Frames, SettingGroup::Sphere, SettingGroup::Fisheye,
+                                              SettingGroup::Cameras, SettingGroup::Training};
 const char* groupTitle(SettingGroup group);
 // Whether settings of the group mean anything for these inputs.
 bool groupApplies(SettingGroup group, const Project& project);
@@ -59,6 +62,10 @@ struct Setting {
 // All but continueFromCheckpoint: in the window the button that is pressed decides that.
 const std::vector<Setting>& settingsTable();
 const Setting& settingNamed(const std::string& key);  // std::out_of_range
+
+// A project's settings with what decides which of them matter, and without the rest, which can be large.
+Project settingsOf(const Project& project);
+void assignSettings(Project& to, const Project& from);
 
 // Brings every setting within its limits.
 void clampSettings(Project& project);

@@ -7,6 +7,7 @@
 #include "base/paths.h"
 #include "base/tool_finder.h"
 #include "pipeline/intake.h"
+#include "ui/models/settings_table.h"
 
 namespace quor::ui {
 
@@ -26,11 +27,7 @@ Opened makeProject(const NewMedia::Request& request) {
   for (const MediaSource& source : request.sources) {
     inputs.insert(inputs.end(), source.inputs.begin(), source.inputs.end());
   }
-  const auto configure = [&](Project& project) {
-    project.ingest = request.settings.ingest;
-    project.sparse = request.settings.sparse;
-    project.training = request.settings.training;
-  };
+  const auto configure = [&](Project& project) { assignSettings(project, request.settings); };
   const Project project =
       createProject(inputs, request.destination, configure, "Choose another place for the project.");
   Opened opened;
@@ -155,6 +152,8 @@ void Workspace::takeFacts(ProjectFacts facts) {
   const auto written = [](const ProjectFacts& of) { return of.scene ? of.scene->written : fs::file_time_type(); };
   const bool same = (facts.scene ? facts.scene->path : fs::path()) == view_.scene && facts.dataset == view_.dataset &&
                     written(facts) == written(facts_) && facts.solved == facts_.solved;
+  const auto step = [](const ProjectFacts& of) { return of.checkpoint ? of.checkpoint->step : 0; };
+  if (step(facts) != step(facts_)) continueTo_ = 0;
   if (!same) {
     view_.scene = facts.scene ? facts.scene->path : fs::path();
     view_.dataset = facts.dataset;

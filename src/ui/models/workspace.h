@@ -75,6 +75,7 @@ class Workspace {
   bool busy() const { return pipeline_ && pipeline_->busy(); }  // a stage runs
 
   const std::optional<Project>& project() const { return project_; }
+  const std::vector<std::string>& recentProjects() const { return parts_.preferences.recentProjects; }
   // Changes its settings; they are saved in the background. A run that is under way goes on with those it began with.
   void editProject(const std::function<void(Project&)>& change);
   // What the user should know before changing settings now; empty when there is nothing.
@@ -92,7 +93,9 @@ class Workspace {
   // Training on from the checkpoint, where there is one.
   bool hasCheckpoint() const;
   Button continueButton(int upToStep) const;
-  int suggestedContinuation() const;
+  // The step to go on to: what the user has set since the checkpoint was written, else a sensible one.
+  int continuationTarget() const;
+  void setContinuationTarget(int step) { continueTo_ = step; }
   Button stopButton() const;
   Button cancelButton() const;
   std::array<StageRow, kStageCount> stages() const;
@@ -149,6 +152,7 @@ class Workspace {
   bool colmapKnown_ = false;
   bool colmapFound_ = false;
 
+  int continueTo_ = 0;  // 0: not set
   bool unsaved_ = false;
   bool saving_ = false;
   std::shared_ptr<Outcome> outcome_;  // of the run under way; written by the pipeline's worker as its last act

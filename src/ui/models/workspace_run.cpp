@@ -91,8 +91,9 @@ bool Workspace::hasCheckpoint() const {
   return project_ && facts_.checkpoint;
 }
 
-int Workspace::suggestedContinuation() const {
+int Workspace::continuationTarget() const {
   if (!hasCheckpoint()) return 0;
+  if (continueTo_ > 0) return continueTo_;
   const auto step = static_cast<int>(std::min<uint32_t>(facts_.checkpoint->step, 100000000));
   if (project_->training.iterations > step) return project_->training.iterations;
   // About as long again, in round numbers.

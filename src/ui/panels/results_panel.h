@@ -1,0 +1,13 @@
+#pragma once
+
+#include "ui/models/results.h"
+#include "ui/panel_context.h"
+
+namespace quor::ui {
+
+// What was built, how good it is, and the buttons to take it elsewhere.
+void drawResultsPanel(Results& results, const PanelContext& context);
+// The picture that was picked in the panel, in full: photograph on the left, scene on the right.
+void drawComparisonWindow(Results& results, const PanelContext& context);
+
+}  // namespace quor::ui
