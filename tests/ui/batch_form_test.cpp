@@ -83,7 +83,7 @@ TEST_F(BatchFormTest, GathersCapturesAndSaysWhatIsNone) {
              folder_ / "done", folder_ / "gone"});
   settle();
   EXPECT_THAT(names(), ElementsAre("a", "b", "c", "photos"));
-  EXPECT_THAT(form_.rows()[3].media, HasSubstr("Image folder: " + toUtf8(folder_ / "photos/1.jpg") + " and 1 more"));
+  EXPECT_THAT(form_.rows()[3].media, HasSubstr("Photographs: " + toUtf8(folder_ / "photos/1.jpg") + " and 1 more"));
   EXPECT_THAT(form_.messages(), ElementsAre(HasSubstr("no videos, photographs"), HasSubstr("is a project already"),
                                             HasSubstr("There is nothing at"), HasSubstr("a is in the queue already")));
   EXPECT_EQ(form_.destination(), toUtf8(folder_ / "captures"));

@@ -46,7 +46,8 @@ std::string mediaText(const BatchItem& item) {
   if (!item.colmapImport.empty()) return "COLMAP dataset: " + item.colmapImport;
   if (item.sources.empty()) return "No media";
   const InputSource& first = item.sources.front();
-  std::string text = std::string(kindLabel(first.kind)) + ": " + first.path;
+  const bool photograph = isImageFile(fromUtf8(first.path));
+  std::string text = std::string(photograph ? "Photographs" : kindLabel(first.kind)) + ": " + first.path;
   if (item.sources.size() > 1) text += formatText(" and %zu more", item.sources.size() - 1);
   return text;
 }
