@@ -1,6 +1,5 @@
 // Which captures a folder holds.
 #include <algorithm>
-#include <optional>
 #include <stdexcept>
 
 #include "base/paths.h"
@@ -13,22 +12,6 @@ namespace quor {
 namespace fs = std::filesystem;
 
 namespace {
-
-// Nothing when there is no capture at `path`.
-std::optional<BatchItem> itemAt(const fs::path& path) {
-  BatchItem item;
-  item.selection = toUtf8(path.filename());
-  Classification found = classifyPath(path);
-  if (found.type == PathClass::Dataset) {
-    item.colmapImport = toUtf8(path);
-    return item;
-  }
-  if (found.type != PathClass::Media) return std::nullopt;
-  detectVideoKinds(found.inputs);
-  item.sources = std::move(found.inputs);
-  item.sparse = Project::describe(item.sources, {}).sparse;
-  return item;
-}
 
 // Throws std::filesystem::filesystem_error.
 std::vector<fs::path> entriesOf(const fs::path& folder) {
@@ -46,6 +29,21 @@ std::vector<fs::path> entriesOf(const fs::path& folder) {
 
 }  // namespace
 
+std::optional<BatchItem> captureAt(const fs::path& path) {
+  BatchItem item;
+  item.selection = toUtf8(path.filename());
+  Classification found = classifyPath(path);
+  if (found.type == PathClass::Dataset) {
+    item.colmapImport = toUtf8(path);
+    return item;
+  }
+  if (found.type != PathClass::Media) return std::nullopt;
+  detectVideoKinds(found.inputs);
+  item.sources = std::move(found.inputs);
+  item.sparse = Project::describe(item.sources, {}).sparse;
+  return item;
+}
+
 Batch Batch::compose(const fs::path& folder, const fs::path& destination) {
   const std::string given = toUtf8(folder);
   const fs::path root = absolutePath(given);
@@ -59,11 +57,11 @@ Batch Batch::compose(const fs::path& folder, const fs::path& destination) {
   batch.file = batch.destination / "batch.json";
   if (whole.type != PathClass::Dataset) {
     for (const fs::path& entry : entriesOf(root)) {
-      if (std::optional<BatchItem> item = itemAt(entry)) batch.items.push_back(std::move(*item));
+      if (std::optional<BatchItem> item = captureAt(entry)) batch.items.push_back(std::move(*item));
     }
   }
   if (batch.items.empty()) {
-    std::optional<BatchItem> item = itemAt(root);
+    std::optional<BatchItem> item = captureAt(root);
     if (!item) throw std::runtime_error("No captures in " + given + ": no videos, photographs or COLMAP datasets.");
     batch.items.push_back(std::move(*item));
   }

@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -53,5 +54,8 @@ struct Batch {
   // batch.json; an empty destination is the folder itself. Throws std::runtime_error when there is none.
   static Batch compose(const std::filesystem::path& folder, const std::filesystem::path& destination);
 };
+
+// The capture at a path: a video, a folder of photographs or videos, or a COLMAP dataset; nothing when there is none.
+std::optional<BatchItem> captureAt(const std::filesystem::path& path);
 
 }  // namespace quor

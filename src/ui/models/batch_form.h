@@ -2,6 +2,8 @@
 // own. Reading and writing files and looking at captures happen on a worker thread. The interface's thread only.
 #pragma once
 
+#include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -54,8 +56,9 @@ class BatchForm {
   std::string summary() const;  // "2 of 5 finished, 1 failed"
   std::string whyNotEdit() const;
 
-  // Where the projects and batch.json go. Not edited by the user yet, it follows the first folder of captures.
-  std::string& destination() { return destination_; }
+  // The folder of the projects and of batch.json. While it is empty the first capture that is added decides.
+  const std::string& destination() const { return destination_; }
+  void setDestination(const std::string& folder);
   void addFolder(const std::filesystem::path& folder);        // each capture in it
   void add(const std::vector<std::filesystem::path>& paths);  // each path is one; photographs together are one
   void remove(size_t index);
@@ -84,39 +87,44 @@ class BatchForm {
   void cancel();  // at once
   bool stopping() const { return run_ && run_->stopping(); }
 
-  bool busy() const { return working_.running(); }  // files are read or written
-  const std::string& busyText() const { return busyText_; }
+  bool busy() const { return working_.busy(); }  // files are read or written
+  const std::string& busyText() const { return working_.text(); }
   // What could not be done, and what to do; until dismissed.
   std::vector<std::string>& messages() { return messages_; }
 
  private:
-  // What a worker has found, for the interface's thread to take over.
-  using Apply = std::function<void(BatchForm&)>;
+  struct Found {
+    std::vector<BatchItem> items;
+    std::vector<std::string> messages;
+    std::filesystem::path destination;  // when there is none yet
+  };
 
-  void work(const std::string& text, std::function<Apply()> task);
-  void append(std::vector<BatchItem> items);
+  static Found lookAt(const std::vector<std::filesystem::path>& paths);
+  Background::Failed complain();
+  void takeOver(Found found);
+  bool isQueued(const BatchItem& item) const;
+  Batch written() const;  // with the destination as it is now
   void write(bool thenRun, bool replace);
   void beginRun();
   void endRun();
   void touch();
   void showRows(const Batch& batch);
-  bool editable(size_t index) const;
-  std::filesystem::path file() const;
+  void showProgress();
 
   const Parts parts_;
   Batch batch_;
   std::vector<Row> rows_;
   std::string destination_;
-  std::string shownDestination_;   // as this object has set it
-  std::filesystem::path ownFile_;  // read or written here
+  std::filesystem::path ownFile_;  // read or written here, so that it may be replaced
+  uint64_t revision_ = 0;
   bool changed_ = false;
   std::string question_;
   bool runAfterQuestion_ = false;
   std::vector<std::string> messages_;
-  std::string busyText_;
-  std::vector<std::pair<std::string, std::function<Apply()>>> waiting_;  // tasks asked for while one is under way
-  Background<Apply> working_;
+  std::chrono::steady_clock::time_point shown_ = {};  // when the rows were last made while running
+  std::optional<size_t> atWork_;                      // the item, in those rows
   std::unique_ptr<BatchRun> run_;
+  Background working_;
 };
 
 }  // namespace quor::ui

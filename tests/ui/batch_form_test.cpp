@@ -1,0 +1,207 @@
+#include "ui/models/batch_form.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/fake_trainer.h"
+#include "support/temp_folder.h"
+#include "ui/eventually.h"
+
+namespace quor::ui {
+namespace {
+
+using test::eventually;
+using test::TempFolder;
+using test::writeFile;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class BatchFormTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    for (const char* set : {"captures/a", "captures/b", "captures/c"}) writeDataset(set);
+  }
+  void writeDataset(const std::string& path) {
+    writeFile(folder_ / path / "images/a.jpg", "");
+    for (const char* name : {"cameras.txt", "images.txt", "points3D.txt"}) {
+      writeFile(folder_ / path / "sparse/0" / name, "");
+    }
+  }
+  BatchForm::Parts parts() {
+    return {log_,
+            trainer_,
+            [this] { return std::make_unique<Pipeline>(trainer_, log_); },
+            [this] { return occupied_; },
+            [this](const std::filesystem::path& project) { opened_ = project; },
+            [](BatchItem& item) { item.training.iterations = 77; }};
+  }
+  void settle() {
+    ASSERT_TRUE(eventually(form_, [&] { return !form_.busy(); }));
+  }
+  std::vector<std::string> names() const {
+    std::vector<std::string> names;
+    for (const BatchForm::Row& row : form_.rows()) names.push_back(row.name);
+    return names;
+  }
+  // Runs until a training has begun.
+  void startTraining(int count) {
+    form_.start();
+    ASSERT_TRUE(eventually(form_, [&] { return trainer_.starts() == count && trainer_.running(); }));
+  }
+  bool ends() {
+    return eventually(form_, [&] { return !form_.running(); });
+  }
+  void finishTraining() {
+    gs::TrainResult result;
+    result.splats = 1234;
+    trainer_.end(gs::TrainState::Done, result);
+  }
+
+  const TempFolder folder_;
+  LogStore log_{500};
+  test::FakeTrainer trainer_;
+  bool occupied_ = false;
+  std::filesystem::path opened_;
+  BatchForm form_{parts()};
+};
+
+TEST_F(BatchFormTest, GathersCapturesAndSaysWhatIsNone) {
+  EXPECT_THAT(form_.whyNotStart(), HasSubstr("Add a capture"));
+  form_.addFolder(folder_ / "captures");
+  settle();
+  EXPECT_THAT(names(), ElementsAre("a", "b", "c"));
+  EXPECT_EQ(form_.destination(), toUtf8(folder_ / "captures"));
+  EXPECT_EQ(form_.batch().items[0].training.iterations, 77);
+
+  writeFile(folder_ / "photos/1.jpg", "");
+  writeFile(folder_ / "photos/2.jpg", "");
+  writeFile(folder_ / "notes/a.txt", "");
+  writeFile(folder_ / "done/project.json", "{}");
+  form_.add({folder_ / "photos/1.jpg", folder_ / "captures/a", folder_ / "photos/2.jpg", folder_ / "notes",
+             folder_ / "done", folder_ / "gone"});
+  settle();
+  EXPECT_THAT(names(), ElementsAre("a", "b", "c", "photos"));
+  EXPECT_THAT(form_.rows()[3].media, HasSubstr("Photographs: " + toUtf8(folder_ / "photos/1.jpg") + " and 1 more"));
+  EXPECT_THAT(form_.messages(), ElementsAre(HasSubstr("no videos, photographs"), HasSubstr("is a project already"),
+                                            HasSubstr("There is nothing at"), HasSubstr("a is in the queue already")));
+  EXPECT_EQ(form_.destination(), toUtf8(folder_ / "captures"));
+
+  form_.move(3, 0);
+  form_.remove(1);
+  EXPECT_THAT(names(), ElementsAre("photos", "b", "c"));
+  form_.change([](BatchItem& item) { item.training.iterations = 5; }, 2);
+  EXPECT_EQ(form_.batch().items[1].training.iterations, 77);
+  EXPECT_EQ(form_.batch().items[2].training.iterations, 5);
+}
+
+TEST_F(BatchFormTest, ReplacesNoFileThatItDoesNotKnow) {
+  const auto file = writeFile(folder_ / "out/batch.json", R"({"items": [{"colmapImport": "x", "selection": "old"}]})");
+  form_.add({folder_ / "captures/a"});
+  settle();
+  form_.setDestination(toUtf8(folder_ / "out"));
+  form_.save();
+  settle();
+  EXPECT_THAT(form_.question(), HasSubstr(toUtf8(file)));
+  form_.answer(false);
+  settle();
+  EXPECT_EQ(Batch::load(file).items[0].name(), "old");
+  EXPECT_TRUE(form_.changed());
+  form_.save();
+  settle();
+  form_.answer(true);
+  settle();
+  EXPECT_EQ(Batch::load(file).items[0].name(), "a");
+  EXPECT_FALSE(form_.changed());
+  form_.change([](BatchItem& item) { item.selection = "renamed"; }, {});
+  form_.save();
+  settle();
+  EXPECT_EQ(form_.question(), "");
+  EXPECT_EQ(Batch::load(file).items[0].name(), "renamed");
+
+  form_.load(folder_ / "captures");
+  settle();
+  EXPECT_THAT(form_.messages(), ElementsAre(HasSubstr("No batch.json in ")));
+  EXPECT_THAT(names(), ElementsAre("renamed"));
+  std::filesystem::rename(file, folder_ / "mine.json");
+  form_.load(folder_ / "mine.json");
+  settle();
+  form_.setDestination(toUtf8(folder_ / "elsewhere"));
+  form_.save();
+  settle();
+  EXPECT_EQ(Batch::load(folder_ / "mine.json").destination, folder_ / "elsewhere");
+}
+
+TEST_F(BatchFormTest, WorksThroughTheQueueAndShowsWhereItIs) {
+  form_.addFolder(folder_ / "captures");
+  settle();
+  occupied_ = true;
+  EXPECT_THAT(form_.whyNotStart(), HasSubstr("A project is being worked on"));
+  occupied_ = false;
+  std::filesystem::remove_all(folder_ / "captures/b/sparse");
+  startTraining(1);
+  EXPECT_TRUE(eventually(form_, [&] { return form_.rows()[0].state == BatchForm::RowState::Running; }));
+  EXPECT_THAT(form_.rows()[0].text, HasSubstr("Train Gaussians: "));
+  EXPECT_THAT(form_.whyNotEdit(), HasSubstr("Stop it first"));
+  form_.remove(0);
+  EXPECT_THAT(names(), ElementsAre("a", "b", "c"));
+  finishTraining();
+  ASSERT_TRUE(eventually(form_, [&] { return trainer_.starts() == 2 && trainer_.running(); }));
+  EXPECT_TRUE(eventually(form_, [&] { return form_.rows()[2].state == BatchForm::RowState::Running; }));
+  EXPECT_EQ(form_.rows()[0].text, "1234 splats");
+  EXPECT_EQ(form_.summary(), "1 of 3 finished, 1 failed");
+  form_.openProject(2);
+  EXPECT_EQ(opened_, folder_ / "captures/c_ombrelux");
+
+  form_.stop();
+  EXPECT_TRUE(form_.stopping());
+  ASSERT_TRUE(ends());
+  EXPECT_EQ(form_.rows()[2].state, BatchForm::RowState::Waiting);
+  EXPECT_THAT(form_.rows()[2].text, HasSubstr("Stopped at step 0"));
+  EXPECT_FALSE(form_.changed());
+
+  writeDataset("captures/b");
+  form_.resetFailed();
+  EXPECT_EQ(form_.batch().count(ItemState::Waiting), 2);
+  startTraining(3);
+  form_.cancel();
+  ASSERT_TRUE(ends());
+  EXPECT_EQ(form_.batch().count(ItemState::Waiting), 2);
+  EXPECT_EQ(Batch::load(folder_ / "captures").count(ItemState::Finished), 1);
+}
+
+TEST_F(BatchFormTest, TellsWhyItCouldNotRun) {
+  form_.add({folder_ / "captures/a"});
+  settle();
+  writeFile(folder_ / "file", "");
+  form_.setDestination(toUtf8(folder_ / "file"));
+  form_.start();
+  settle();
+  EXPECT_FALSE(form_.running());
+  EXPECT_THAT(form_.messages(), ElementsAre(HasSubstr("Cannot write ")));
+
+  BatchForm::Parts broken = parts();
+  broken.makePipeline = []() -> std::unique_ptr<Pipeline> { throw std::runtime_error("No device."); };
+  BatchForm form(broken);
+  form.add({folder_ / "captures/a"});
+  ASSERT_TRUE(eventually(form, [&] { return !form.busy(); }));
+  form.start();
+  ASSERT_TRUE(eventually(form, [&] { return !form.busy(); }));
+  EXPECT_THAT(form.messages(), ElementsAre("No device."));
+}
+
+TEST_F(BatchFormTest, EndsWithTheWindow) {
+  {
+    BatchForm form(parts());
+    form.addFolder(folder_ / "captures");
+    ASSERT_TRUE(eventually(form, [&] { return !form.busy(); }));
+    form.start();
+    ASSERT_TRUE(eventually(form, [&] { return trainer_.running(); }));
+  }
+  EXPECT_FALSE(trainer_.running());
+  EXPECT_EQ(Batch::load(folder_ / "captures").count(ItemState::Waiting), 3);
+}
+
+}  // namespace
+}  // namespace quor::ui

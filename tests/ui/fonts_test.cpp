@@ -1,0 +1,86 @@
+#include "ui/fonts.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <imgui.h>
+
+#include <algorithm>
+
+#include "support/scoped_environment.h"
+#include "support/temp_folder.h"
+
+namespace quor::ui {
+namespace {
+
+using test::ScopedEnvironment;
+using test::TempFolder;
+using test::writeFile;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+std::vector<std::string> described(const std::vector<FontFile>& fonts) {
+  std::vector<std::string> texts;
+  for (const FontFile& font : fonts) {
+    texts.push_back(toUtf8(font.path.filename()));
+    for (const Script script : font.scripts) texts.back() += ' ' + std::to_string(static_cast<int>(script));
+  }
+  return texts;
+}
+
+TEST(FontsTest, ChoosesByPreferenceAndBySpace) {
+  const TempFolder folder;
+  const std::vector<std::filesystem::path> folders = {folder / "gone", folder / "user", folder / "system"};
+  EXPECT_THAT(chooseFonts(folders, 16), IsEmpty());
+  for (const char* name : {"system/a/LiberationSans-Regular.ttf", "system/a/DejaVuSans.ttf", "user/DejaVuSans.ttf",
+                           "user/DejaVuSans.txt", "system/b/c/FreeSans.ttf"}) {
+    writeFile(folder / name, "");
+  }
+  EXPECT_THAT(described(chooseFonts(folders, 16)), ElementsAre("DejaVuSans.ttf 0", "LiberationSans-Regular.ttf 0"));
+  EXPECT_EQ(chooseFonts(folders, 16)[0].path, folder / "user/DejaVuSans.ttf");
+  for (const char* name : {"system/msyh.ttc", "system/DroidSansFallbackFull.ttf", "system/malgun.ttf"}) {
+    writeFile(folder / name, "");
+  }
+  EXPECT_THAT(described(chooseFonts(folders, 16)),
+              ElementsAre("DejaVuSans.ttf 0", "LiberationSans-Regular.ttf 0", "msyh.ttc 1 2 3", "malgun.ttf 4"));
+  EXPECT_THAT(described(chooseFonts(folders, 40)),
+              ElementsAre("DejaVuSans.ttf 0", "LiberationSans-Regular.ttf 0", "msyh.ttc 1 2 3"));
+}
+
+class LoadedFonts : public testing::Test {
+ protected:
+  LoadedFonts() { ImGui::CreateContext(); }
+  ~LoadedFonts() override { ImGui::DestroyContext(); }
+  static ImFontAtlas& atlas() { return *ImGui::GetIO().Fonts; }
+};
+
+TEST_F(LoadedFonts, TakeTheBuiltInOneInThePlaceOfDamagedFiles) {
+  const TempFolder folder;
+  const ScopedEnvironment windows("WINDIR", toUtf8(folder.path()).c_str());
+  writeFile(folder / "Fonts/segoeui.ttf", std::string(5000, 'x'));
+  writeFile(folder / "Fonts/DejaVuSans.ttf", "");
+  writeFile(folder / "Fonts/msyh.ttc", std::string("\0\1\0\0", 4));
+  loadFonts(1);
+  ASSERT_TRUE(atlas().IsBuilt());
+  EXPECT_EQ(atlas().Fonts.size(), 1);
+  EXPECT_EQ(atlas().Fonts[0]->FontSize, fontPixels(1));
+  EXPECT_NE(atlas().Fonts[0]->FindGlyphNoFallback('A'), nullptr);
+}
+
+TEST_F(LoadedFonts, ShowWhatPathsAndPanelsAreWrittenWith) {
+  for (const float scale : {1.0F, 2.0F, 4.0F}) {
+    const auto fonts = chooseFonts(fontFolders(), fontPixels(scale));
+    if (fonts.empty()) GTEST_SKIP() << "no font is installed";
+    loadFonts(scale);
+    ASSERT_EQ(atlas().Fonts.size(), 1);
+    EXPECT_LE(atlas().TexWidth, 4096);
+    EXPECT_LE(atlas().TexHeight, 4096);
+    for (const char16_t sign : std::u16string_view(u"éΩЖ°·—…→")) {
+      EXPECT_NE(atlas().Fonts[0]->FindGlyphNoFallback(sign), nullptr) << static_cast<int>(sign);
+    }
+    const bool withHan = std::ranges::count(fonts.back().scripts, Script::Chinese) > 0;
+    EXPECT_EQ(atlas().Fonts[0]->FindGlyphNoFallback(u'写') != nullptr, withHan);
+  }
+}
+
+}  // namespace
+}  // namespace quor::ui
