@@ -187,7 +187,7 @@ void MainWindow::drawProjectMenu() {
   for (const StageRow& row : workspace.stages()) {
     menuItem(row.runFrom, nullptr, [&] { workspace.start(row.stage, Stage::Train); });
   }
-  const int upTo = workspace.suggestedContinuation();
+  const int upTo = workspace.continuationTarget();
   menuItem(workspace.continueButton(upTo), nullptr, [&] { workspace.continueTraining(upTo); });
   ImGui::Separator();
   menuItem(workspace.stopButton(), nullptr, [&] { workspace.stopTraining(); });
@@ -254,10 +254,6 @@ void MainWindow::drawSide(const PanelContext& context) {
   if (workspace.loading()) {
     ImGui::TextDisabled("%s", workspace.taskText().c_str());
     ImGui::ProgressBar(-1.0f * static_cast<float>(ImGui::GetTime()), {-1, 0.3f * ImGui::GetFontSize()}, "");
-  }
-  if (workspace.newMedia().visible) {
-    drawNewMediaPanel(workspace.newMedia(), context);
-    return;
   }
   if (!workspace.project() && workspace.view().scene.empty()) {
     drawStart();
@@ -326,6 +322,8 @@ void MainWindow::drawWindows(const PanelContext& context) {
   if (showPreferences_) drawPreferencesWindow(parts_.preferences, context, showPreferences_);
   if (showAbout_) drawAboutWindow(parts_.about, context, showAbout_);
   if (FileBrowser* browser = parts_.dialogs.browser()) drawFileBrowserPanel(*browser, context);
+  drawNewMediaWindow(parts_.workspace.newMedia(), context);
+  drawComparisonWindow(parts_.workspace.results(), context);
   drawNotices(parts_.workspace.notices(), context);
 }
 
