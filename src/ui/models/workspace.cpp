@@ -74,6 +74,7 @@ bool Workspace::refuseOpening() {
 
 void Workspace::open(std::vector<fs::path> paths) {
   if (paths.empty() || refuseOpening()) return;
+  if (unsaved_) save();  // what is opened may be the same project
   std::string text = "Opening " + (paths.size() == 1 ? nameOf(paths.front()) : std::to_string(paths.size()) + " items");
   work_.run(
       std::move(text), [paths = std::move(paths)] { return openPaths(paths); },
@@ -83,6 +84,7 @@ void Workspace::open(std::vector<fs::path> paths) {
 
 void Workspace::importDataset(fs::path dataset, fs::path outDir) {
   if (refuseOpening()) return;
+  if (unsaved_) save();
   std::string text = "Importing " + nameOf(dataset);
   work_.run(
       std::move(text),
@@ -95,6 +97,7 @@ void Workspace::importDataset(fs::path dataset, fs::path outDir) {
 
 void Workspace::create(const NewMedia::Request& request) {
   if (refuseOpening()) return newMedia_.failed();
+  if (unsaved_) save();
   work_.run(
       "Creating the project", [request] { return makeProject(request); },
       [this, build = request.build](Opened opened) {
@@ -165,7 +168,8 @@ void Workspace::takeFacts(ProjectFacts facts) {
 
 void Workspace::findTools() {
   tools_.run(
-      {}, [configured = parts_.preferences.colmapPath] { return findColmap(configured).has_value(); },
+      {},
+      [find = parts_.findColmap, configured = parts_.preferences.colmapPath] { return find(configured).has_value(); },
       [this](bool found) {
         colmapKnown_ = true;
         colmapFound_ = found;

@@ -55,6 +55,8 @@ class Workspace {
     std::function<bool()> occupied;                           // true while a batch uses the trainer
     std::function<void()> savePreferences;                    // they have changed
     std::function<void(const std::filesystem::path&)> openFolder;
+    // By what the preferences say; called from another thread.
+    std::function<std::optional<ToolLocation>(const std::string& configured)> findColmap = &quor::findColmap;
   };
   explicit Workspace(Parts parts);
   ~Workspace();  // cancels what runs, waits for it, and saves what is not saved yet
