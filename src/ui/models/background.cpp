@@ -1,5 +1,7 @@
 #include "ui/models/background.h"
 
+#include <algorithm>
+
 #include "base/crash_handler.h"
 #include "base/failure_text.h"
 
@@ -16,7 +18,8 @@ Background::~Background() {
 
 const std::string& Background::text() const {
   static const std::string none;
-  return texts_.empty() ? none : texts_.front();
+  const auto found = std::ranges::find_if(texts_, [](const std::string& text) { return !text.empty(); });
+  return found == texts_.end() ? none : *found;
 }
 
 void Background::add(Task task) {
@@ -36,7 +39,8 @@ void Background::loop() {
     {
       std::unique_lock lock(mutex_);
       changed_.wait(lock, [this] { return ending_ || !waiting_.empty(); });
-      if (ending_) return;
+      if (ending_) std::erase_if(waiting_, [](const Task& waiting) { return waiting.atTheEnd != AtTheEnd::MustRun; });
+      if (waiting_.empty()) return;
       task = std::move(waiting_.front());
       waiting_.pop_front();
     }
@@ -74,16 +78,6 @@ void Background::update() {
     }
     texts_.pop_front();  // first: what is taken over may begin something new
     takeOver();
-  }
-}
-
-void Background::finish() {
-  while (busy()) {
-    {
-      std::unique_lock lock(mutex_);
-      changed_.wait(lock, [this] { return !finished_.empty(); });
-    }
-    update();
   }
 }
 

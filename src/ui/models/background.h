@@ -19,36 +19,38 @@ class Background {
   using Failed = std::function<void(const std::string& sentence)>;
 
   Background() = default;
-  // Waits for the task that runs; those behind it are dropped.
+  // Waits for the task that runs, and for those that must run; the others are dropped. Nothing is taken over.
   ~Background();
   Background(const Background&) = delete;
   Background& operator=(const Background&) = delete;
 
-  // `done` gets what `work` returned; `failed` the sentence when either threw. `text` says what is being done.
+  enum class AtTheEnd { MayDrop, MustRun };
+
+  // `done` gets what `work` returned; `failed` the sentence when either threw. `text` says what is being done; empty
+  // for what the user need not wait for.
   template <class Work, class Done>
-  void run(std::string text, Work work, Done done, Failed failed) {
+  void run(std::string text, Work work, Done done, Failed failed, AtTheEnd atTheEnd = AtTheEnd::MayDrop) {
     add({std::move(text),
          [work = std::move(work), done = std::move(done)]() mutable -> std::function<void()> {
            auto result = std::make_shared<decltype(work())>(work());
            return [result, done = std::move(done)]() mutable { done(std::move(*result)); };
          },
-         std::move(failed)});
+         std::move(failed), atTheEnd});
   }
 
   // Once a frame.
   void update();
   // Whether there is something that has not been taken over yet.
   bool busy() const { return !texts_.empty(); }
-  // Of the task that runs; empty when there is none.
+  // Of the first task that has one; empty when there is none.
   const std::string& text() const;
-  // Blocks until every task has run and been taken over: for the end of the program.
-  void finish();
 
  private:
   struct Task {
     std::string text;
     std::function<std::function<void()>()> work;
     Failed failed;
+    AtTheEnd atTheEnd = AtTheEnd::MayDrop;
   };
 
   void add(Task task);

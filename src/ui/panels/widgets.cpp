@@ -1,0 +1,186 @@
+#include "ui/panels/widgets.h"
+
+#include <imgui.h>
+#include <imgui_stdlib.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace quor::ui {
+
+namespace {
+
+constexpr float kTooltipWidth = 28;
+constexpr float kFieldWidth = 14;
+const ImVec4 kWarningColour = {0.95F, 0.70F, 0.25F, 1};
+
+// A number that is typed counts when its field is left: until then it may be outside of its limits. The draft lies with
+// the window's other state.
+bool drawNumber(const char* id, int value, int step, int& entered) {
+  int* draft = ImGui::GetStateStorage()->GetIntRef(ImGui::GetID(id), value);
+  ImGui::InputInt(id, draft, step, step * 10);
+  if (ImGui::IsItemDeactivatedAfterEdit()) {
+    entered = *draft;
+    return true;
+  }
+  if (!ImGui::IsItemActive()) *draft = value;
+  return false;
+}
+
+int stepOf(int most) {
+  return most > 100000 ? 1000 : most > 4000 ? 100 : most > 200 ? 10 : 1;
+}
+
+struct Draw {
+  Project& project;
+
+  bool operator()(const IntSetting& s) const {
+    int value = s.of(project);
+    const bool changed = drawNumber("##value", value, stepOf(s.most), value);
+    drawZero(s.zero, s.of(project) == 0);
+    if (!changed) return false;
+    s.of(project) = std::clamp(value, s.least, s.most);
+    return true;
+  }
+  bool operator()(const CountSetting& s) const {
+    int value = static_cast<int>(std::min(s.of(project), s.most));
+    const bool changed = drawNumber("##value", value, 50000, value);
+    drawZero(s.zero, s.of(project) == 0);
+    if (!changed) return false;
+    s.of(project) = std::min(static_cast<uint64_t>(std::max(value, 0)), s.most);
+    return true;
+  }
+  bool operator()(const RealSetting& s) const {
+    double value = s.get(project);
+    const bool changed = ImGui::SliderScalar("##value", ImGuiDataType_Double, &value, &s.least, &s.most, s.format,
+                                             ImGuiSliderFlags_AlwaysClamp);
+    if (changed) s.set(project, value);
+    return changed;
+  }
+  bool operator()(const SwitchSetting& s) const { return ImGui::Checkbox("##value", &s.of(project)); }
+  bool operator()(const ChoiceSetting& s) const {
+    int value = s.get(project);
+    const bool changed = ImGui::Combo("##value", &value, s.words.data(), static_cast<int>(s.words.size()));
+    if (changed) s.set(project, value);
+    return changed;
+  }
+  bool operator()(const TextSetting& s) const {
+    std::string& text = s.of(project);
+    bool changed = ImGui::InputText("##value", &text);
+    if (s.suggestions.empty()) return changed;
+    ImGui::SameLine(0, 0);
+    if (ImGui::BeginCombo("##suggestions", "", ImGuiComboFlags_NoPreview)) {
+      for (const char* word : s.suggestions) {
+        if (!ImGui::Selectable(word, text == word)) continue;
+        text = word;
+        changed = true;
+      }
+      ImGui::EndCombo();
+    }
+    return changed;
+  }
+  bool operator()(const ColourSetting& s) const {
+    return ImGui::ColorEdit3("##value", s.of(project).data(), ImGuiColorEditFlags_NoInputs);
+  }
+
+  static void drawZero(const char* zero, bool isZero) {
+    if (!zero || !isZero) return;
+    ImGui::SameLine();
+    ImGui::TextDisabled("0: %s", zero);
+  }
+};
+
+}  // namespace
+
+float em(float count) {
+  return ImGui::GetFontSize() * count;
+}
+
+void drawWrapped(const std::string& text) {
+  ImGui::PushTextWrapPos(0);
+  ImGui::TextUnformatted(text.c_str(), text.c_str() + text.size());
+  ImGui::PopTextWrapPos();
+}
+
+void drawFaint(const std::string& text) {
+  ImGui::PushStyleColor(ImGuiCol_Text, ImGui::GetStyleColorVec4(ImGuiCol_TextDisabled));
+  drawWrapped(text);
+  ImGui::PopStyleColor();
+}
+
+void drawWarning(const std::string& text) {
+  ImGui::PushStyleColor(ImGuiCol_Text, kWarningColour);
+  drawWrapped(text);
+  ImGui::PopStyleColor();
+}
+
+void drawHeading(const char* text) {
+  ImGui::Dummy({0, em(0.3F)});
+  ImGui::TextUnformatted(text);
+  ImGui::Separator();
+}
+
+void drawTooltip(const std::string& text) {
+  if (text.empty() || !ImGui::IsItemHovered(ImGuiHoveredFlags_AllowWhenDisabled)) return;
+  ImGui::BeginTooltip();
+  ImGui::PushTextWrapPos(em(kTooltipWidth));
+  ImGui::TextUnformatted(text.c_str());
+  ImGui::PopTextWrapPos();
+  ImGui::EndTooltip();
+}
+
+void drawSpinner(const std::string& text) {
+  const float radius = em(0.4F);
+  const ImVec2 corner = ImGui::GetCursorScreenPos();
+  const ImVec2 centre = {corner.x + radius, corner.y + em(0.5F)};
+  const auto turn = static_cast<float>(std::fmod(ImGui::GetTime() * 6, 6.283185307));
+  ImDrawList* list = ImGui::GetWindowDrawList();
+  list->PathArcTo(centre, radius, turn, turn + 4.5F, 20);
+  list->PathStroke(ImGui::GetColorU32(ImGuiCol_Text), 0, em(0.12F));
+  ImGui::Dummy({2 * radius, em(1)});
+  ImGui::SameLine();
+  drawWrapped(text + "...");
+}
+
+bool drawButton(const Button& button, float width) {
+  ImGui::BeginDisabled(!button.enabled);
+  const bool pressed = ImGui::Button(button.label.c_str(), {width, 0});
+  ImGui::EndDisabled();
+  drawTooltip(button.hint);
+  return pressed;
+}
+
+bool drawPrimaryButton(const Button& button, float width) {
+  ImGui::PushStyleVar(ImGuiStyleVar_FramePadding, {em(1), em(0.5F)});
+  ImGui::PushStyleColor(ImGuiCol_Button, ImGui::GetStyleColorVec4(ImGuiCol_ButtonActive));
+  const bool pressed = drawButton(button, width);
+  ImGui::PopStyleColor();
+  ImGui::PopStyleVar();
+  return pressed;
+}
+
+bool drawSetting(const Setting& setting, Project& project) {
+  ImGui::PushID(setting.key);
+  ImGui::SetNextItemWidth(em(kFieldWidth));
+  ImGui::BeginGroup();
+  const bool changed = std::visit(Draw{project}, setting.value);
+  ImGui::EndGroup();
+  drawTooltip(setting.meaning);
+  ImGui::SameLine();
+  ImGui::TextUnformatted(setting.label);
+  drawTooltip(setting.meaning);
+  ImGui::PopID();
+  return changed;
+}
+
+bool drawSettings(SettingGroup group, Project& project) {
+  if (!groupApplies(group, project) || !ImGui::TreeNode(groupTitle(group))) return false;
+  bool changed = false;
+  for (const Setting& setting : settingsTable()) {
+    if (setting.group == group) changed = drawSetting(setting, project) || changed;
+  }
+  ImGui::TreePop();
+  return changed;
+}
+
+}  // namespace quor::ui
