@@ -14,10 +14,10 @@ enum class DialogKind { OpenFiles, OpenFolder, SaveFile };
 
 struct DialogRequest {
   DialogKind kind = DialogKind::OpenFolder;
-  std::string title;
-  std::vector<std::string> extensions;  // without the dot, in lower case; empty: any
-  std::string suggestedName;            // SaveFile
-  std::filesystem::path startFolder;    // where it opens
+  std::string title = {};
+  std::vector<std::string> extensions = {};  // without the dot, in lower case; empty: any
+  std::string suggestedName = {};            // SaveFile
+  std::filesystem::path startFolder = {};    // where it opens
 };
 
 // Blocks until the user has answered: what was chosen, none when the user gave up. SaveFile asks by itself before a

@@ -94,6 +94,19 @@ TEST_F(BatchFormTest, GathersCapturesAndSaysWhatIsNone) {
   form_.change([](BatchItem& item) { item.training.iterations = 5; }, 2);
   EXPECT_EQ(form_.batch().items[1].training.iterations, 77);
   EXPECT_EQ(form_.batch().items[2].training.iterations, 5);
+  Project settings = form_.shownSettings();  // of all: only what is changed becomes the same
+  settings.training.shDegree = 1;
+  settings.sparse.matcher = Matcher::VocabTree;
+  form_.setSettings(settings);
+  EXPECT_EQ(form_.batch().items[2].training.iterations, 5);
+  EXPECT_EQ(form_.batch().items[2].training.shDegree, 1);
+  EXPECT_EQ(form_.batch().items[2].sparse.matcher, Matcher::VocabTree);
+  form_.select(1);
+  settings = form_.shownSettings();
+  settings.training.shDegree = 2;
+  form_.setSettings(settings);
+  EXPECT_EQ(form_.batch().items[1].training.shDegree, 2);
+  EXPECT_EQ(form_.batch().items[2].training.shDegree, 1);
 }
 
 TEST_F(BatchFormTest, ReplacesNoFileThatItDoesNotKnow) {

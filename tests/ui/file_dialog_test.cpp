@@ -193,11 +193,13 @@ TEST_F(Browser, ChoosesFilesSinglyByRangeAndOneByOne) {
 
   FileBrowser& folders = open({DialogKind::OpenFolder, "", {}, "", {}});
   EXPECT_THAT(names(), ElementsAre("empty dir/", "set/"));
-  folders.createFolder("new");
+  folders.newFolderName() = "new";
+  folders.createFolder();
   settle();
   EXPECT_THAT(names(), ElementsAre("empty dir/", "new/", "set/"));
   EXPECT_TRUE(folders.isSelected(1));
-  folders.createFolder("a/b");
+  folders.newFolderName() = "a/b";
+  folders.createFolder();
   EXPECT_THAT(folders.message(), HasSubstr("cannot be the name"));
   folders.accept();
   EXPECT_EQ(folders.answer(), Paths{folder_ / "new"});

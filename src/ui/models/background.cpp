@@ -81,14 +81,4 @@ void Background::update() {
   }
 }
 
-void Background::finish() {
-  while (busy()) {
-    {
-      std::unique_lock lock(mutex_);
-      changed_.wait(lock, [this] { return !finished_.empty(); });
-    }
-    update();
-  }
-}
-
 }  // namespace quor::ui

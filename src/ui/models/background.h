@@ -44,8 +44,6 @@ class Background {
   bool busy() const { return !texts_.empty(); }
   // Of the first task that has one; empty when there is none.
   const std::string& text() const;
-  // Blocks until every task has run and been taken over: for the end of the program.
-  void finish();
 
  private:
   struct Task {

@@ -188,6 +188,7 @@ void BatchForm::takeOver(Found found) {
 void BatchForm::remove(size_t index) {
   if (running() || index >= batch_.items.size()) return;
   batch_.items.erase(batch_.items.begin() + static_cast<std::ptrdiff_t>(index));
+  selected_.reset();
   touch();
 }
 
@@ -196,6 +197,7 @@ void BatchForm::move(size_t index, size_t to) {
   BatchItem item = std::move(batch_.items[index]);
   batch_.items.erase(batch_.items.begin() + static_cast<std::ptrdiff_t>(index));
   batch_.items.insert(batch_.items.begin() + static_cast<std::ptrdiff_t>(to), std::move(item));
+  if (selected_) selected_ = to;
   touch();
 }
 
@@ -206,6 +208,32 @@ void BatchForm::change(const std::function<void(BatchItem&)>& edit, std::optiona
     if (wanted) edit(batch_.items[i]);
   }
   touch();
+}
+
+Project BatchForm::shownSettings() const {
+  Project shown;
+  const auto open =
+      std::ranges::find_if(batch_.items, [](const BatchItem& i) { return i.state != ItemState::Finished; });
+  const auto item = selected_ ? batch_.items.begin() + static_cast<std::ptrdiff_t>(*selected_) : open;
+  if (item == batch_.items.end()) return shown;
+  shown.inputs = item->sources;
+  shown.ingest = item->ingest;
+  shown.sparse = item->sparse;
+  shown.training = item->training;
+  return shown;
+}
+
+void BatchForm::setSettings(const Project& edited) {
+  const auto json = [](const auto& settings) {
+    nlohmann::ordered_json object;
+    toJson(object, settings.ingest, settings.sparse, settings.training);
+    return object;
+  };
+  const auto difference = nlohmann::ordered_json::diff(json(shownSettings()), json(edited));
+  const auto edit = [&](BatchItem& item) {
+    fromJson(json(item).patch(difference), item.ingest, item.sparse, item.training);
+  };
+  change(edit, selected_);
 }
 
 void BatchForm::reset(size_t index) {
@@ -236,6 +264,7 @@ void BatchForm::load(const fs::path& fileOrFolder) {
     batch_ = std::move(batch);
     destination_ = toUtf8(batch_.destination);
     ownFile_ = batch_.file;
+    selected_.reset();
     touch();
     changed_ = false;
   };

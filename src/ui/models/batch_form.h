@@ -65,6 +65,13 @@ class BatchForm {
   void move(size_t index, size_t to);
   // Of one item, or of all that are not finished.
   void change(const std::function<void(BatchItem&)>& edit, std::optional<size_t> index);
+  // The item whose settings are shown; nothing: those of all that are not finished, by the example of the first.
+  const std::optional<size_t>& selected() const { return selected_; }
+  void select(std::optional<size_t> index) { selected_ = index; }
+  Project shownSettings() const;
+  // What was changed in shownSettings() is set in the items that they stand for.
+  void setSettings(const Project& edited);
+  void apply(const Preset& preset) { change(preset.apply, selected_); }
   void reset(size_t index);  // a failed or finished item waits again
   void resetFailed();
   void openProject(size_t index) const;
@@ -116,6 +123,7 @@ class BatchForm {
   std::vector<Row> rows_;
   std::string destination_;
   std::filesystem::path ownFile_;  // read or written here, so that it may be replaced
+  std::optional<size_t> selected_;
   uint64_t revision_ = 0;
   bool changed_ = false;
   std::string question_;

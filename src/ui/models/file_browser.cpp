@@ -143,7 +143,8 @@ void FileBrowser::activate(size_t index) {
   accept();
 }
 
-void FileBrowser::createFolder(const std::string& name) {
+void FileBrowser::createFolder() {
+  const std::string name = std::exchange(newFolderName_, {});
   if (name.empty() || !isFileName(name)) {
     message_ = "\"" + name + "\" cannot be the name of a folder.";
     return;

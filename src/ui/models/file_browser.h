@@ -49,7 +49,8 @@ class FileBrowser {
   void activate(size_t index);                   // a double click: into the folder, or takes the file
   std::string& fileName() { return fileName_; }  // SaveFile
 
-  void createFolder(const std::string& name);
+  std::string& newFolderName() { return newFolderName_; }
+  void createFolder();  // of that name
 
   std::string acceptLabel() const;
   std::string whyNotAccept() const;  // a sentence; empty when accept() will do
@@ -86,6 +87,7 @@ class FileBrowser {
   size_t anchor_ = 0;
   std::string pathText_;
   std::string fileName_;
+  std::string newFolderName_;
   std::string message_;
   bool showHidden_ = false;
   bool showAllFiles_ = false;

@@ -40,7 +40,8 @@ void LogView::show(LogLevel level, bool shown) {
 }
 
 void LogView::setSearch(const std::string& text) {
-  search_ = toLower(text);
+  search_ = text;
+  lowered_ = toLower(text);
   filter();
 }
 
@@ -58,7 +59,7 @@ void LogView::clear() {
 
 bool LogView::lets(const Line& line) const {
   if (!shows(line.level)) return false;
-  return search_.empty() || toLower(line.text).find(search_) != std::string::npos;
+  return lowered_.empty() || toLower(line.text).find(lowered_) != std::string::npos;
 }
 
 void LogView::filter() {

@@ -31,6 +31,7 @@ class LogView {
   void show(LogLevel level, bool shown);
   // Of those kept, whether they are shown or not.
   size_t count(LogLevel level) const { return counts_[static_cast<size_t>(level)]; }
+  const std::string& search() const { return search_; }
   void setSearch(const std::string& text);  // anywhere in a line, in whatever case
 
   // The lines shown, for the clipboard.
@@ -50,6 +51,7 @@ class LogView {
   std::array<size_t, 3> counts_ = {};
   std::array<bool, 3> levels_ = {true, true, true};
   std::string search_;
+  std::string lowered_;
 };
 
 }  // namespace quor::ui

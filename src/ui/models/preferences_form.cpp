@@ -27,8 +27,8 @@ PreferencesForm::PreferencesForm(Parts parts)
 }
 
 PreferencesForm::~PreferencesForm() {
-  if (parts_.preferences == saved_) return;
-  saving_.finish();  // two at once would write the same file
+  if (parts_.preferences == saved_ && !saving_->busy()) return;
+  saving_.reset();  // two at once would write the same file
   try {
     parts_.preferences.save(parts_.file);
   } catch (const std::exception&) {  // nobody is left to be told
@@ -41,10 +41,10 @@ void PreferencesForm::update() {
     seen_ = now;
     changed_ = Clock::now();
   }
-  for (Background* background : {&searching_, &listing_, &saving_}) background->update();
+  for (Background* background : {&searching_, &listing_, &*saving_}) background->update();
   if (Clock::now() - changed_ < parts_.pause) return;
   if (!searching_.busy() && !sameTools(now, searched_)) search();
-  if (!saving_.busy() && now != saved_) save();
+  if (!saving_->busy() && now != saved_) save();
 }
 
 void PreferencesForm::search() {
@@ -60,7 +60,7 @@ void PreferencesForm::save() {
     preferences.save(file);
     return true;
   };
-  saving_.run(
+  saving_->run(
       "Saving the preferences", work, [this](bool) { saveMessage_.clear(); },
       [this](const std::string& sentence) { saveMessage_ = "The preferences were not saved: " + sentence; });
 }

@@ -73,7 +73,7 @@ class PreferencesForm {
   std::string saveMessage_;
   Background searching_;
   Background listing_;
-  Background saving_;
+  std::optional<Background> saving_{std::in_place};
 };
 
 // What the window says at start-up when there is no COLMAP.

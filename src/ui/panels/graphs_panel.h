@@ -1,0 +1,11 @@
+#pragma once
+
+#include "ui/models/training_history.h"
+#include "ui/panel_context.h"
+
+namespace quor::ui {
+
+// Loss, splats and time per step, one above the other, in the window that is being drawn.
+void drawGraphsPanel(const TrainingHistory& history, const PanelContext& context);
+
+}  // namespace quor::ui

@@ -1,0 +1,155 @@
+// Panels only draw; here they are drawn without a screen, so that what the interface library refuses, such as a window
+// that is not ended or a table in a wrong place, shows.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <imgui.h>
+
+#include <functional>
+
+#include "support/fake_trainer.h"
+#include "support/temp_folder.h"
+#include "ui/eventually.h"
+#include "ui/models/file_dialog.h"
+#include "ui/panels/about_window.h"
+#include "ui/panels/batch_window.h"
+#include "ui/panels/file_browser_panel.h"
+#include "ui/panels/graphs_panel.h"
+#include "ui/panels/log_panel.h"
+#include "ui/panels/preferences_window.h"
+
+namespace quor::ui {
+namespace {
+
+using test::eventually;
+using test::TempFolder;
+using test::writeFile;
+
+class NoPictures : public ImageCache {
+ public:
+  std::optional<Picture> picture(const std::filesystem::path&, int) override { return std::nullopt; }
+};
+
+class Panels : public testing::Test {
+ protected:
+  Panels() {
+    ImGui::CreateContext();
+    ImGuiIO& io = ImGui::GetIO();
+    io.IniFilename = nullptr;
+    io.DisplaySize = {1280, 800};
+    io.DeltaTime = 1.0F / 60;
+    for (int key = 0; key < ImGuiKey_COUNT; ++key) io.KeyMap[key] = key;
+    io.Fonts->AddFontDefault();
+    io.Fonts->Build();
+  }
+  ~Panels() override { ImGui::DestroyContext(); }
+
+  // Twice: popups and sizes take a frame. The number of vertices drawn.
+  static int draw(const std::function<void()>& panel) {
+    for (int frame = 0; frame < 2; ++frame) {
+      ImGui::NewFrame();
+      panel();
+      ImGui::Render();
+    }
+    return ImGui::GetDrawData()->TotalVtxCount;
+  }
+  static int drawInWindow(const std::function<void()>& panel) {
+    return draw([&] {
+      ImGui::Begin("Window");
+      panel();
+      ImGui::End();
+    });
+  }
+  static void press(ImGuiKey key) { ImGui::GetIO().KeysDown[key] = true; }
+
+  const TempFolder folder_;
+  NoPictures images_;
+  FileDialog dialogs_{folder_.path(), false};
+  const PanelContext context_{images_, dialogs_, 1};
+};
+
+TEST_F(Panels, BrowseFilesUntilTheUserGivesUp) {
+  writeFile(folder_ / "a folder/x", "");
+  writeFile(folder_ / "scene.ply", "abc");
+  for (const DialogKind kind : {DialogKind::OpenFiles, DialogKind::OpenFolder, DialogKind::SaveFile}) {
+    bool answered = false;
+    dialogs_.ask({kind, "Choose", {"ply"}, "scene", {}}, [&](const auto& paths) { answered = paths.empty(); });
+    ASSERT_TRUE(eventually(dialogs_, [&] { return !dialogs_.browser()->loading(); }));
+    if (kind == DialogKind::SaveFile) dialogs_.browser()->accept();
+    EXPECT_GT(draw([&] { drawFileBrowserPanel(*dialogs_.browser(), context_); }), 500);
+    dialogs_.browser()->replace(false);
+    draw([&] { drawFileBrowserPanel(*dialogs_.browser(), context_); });
+    press(ImGuiKey_Escape);
+    ImGui::NewFrame();
+    drawFileBrowserPanel(*dialogs_.browser(), context_);
+    ImGui::Render();
+    ImGui::GetIO().KeysDown[ImGuiKey_Escape] = false;
+    dialogs_.update();
+    EXPECT_TRUE(answered);
+    draw([] {});
+  }
+}
+
+TEST_F(Panels, DrawABatchInEveryState) {
+  test::FakeTrainer trainer;
+  LogStore log(50);
+  const auto makePipeline = [&] { return std::make_unique<Pipeline>(trainer, log); };
+  BatchForm form({log, trainer, makePipeline, {}, {}, {}});
+  bool open = true;
+  const auto window = [&] { drawBatchWindow(form, context_, open); };
+  draw(window);
+  for (const char* name : {"a.mp4", "b.mp4"}) writeFile(folder_ / name, "");
+  form.add({folder_ / "a.mp4", folder_ / "b.mp4", folder_ / "none"});
+  ASSERT_TRUE(eventually(form, [&] { return !form.busy(); }));
+  form.presets.push_back({"Quick", "Soon done", [](BatchItem&) {}});
+  form.select(1);
+  EXPECT_GT(draw(window), 1000);
+  writeFile(folder_ / "batch.json", "");
+  form.save();
+  ASSERT_TRUE(eventually(form, [&] { return !form.question().empty(); }));
+  draw(window);
+  form.answer(true);
+  ASSERT_TRUE(eventually(form, [&] { return !form.busy(); }));
+  draw(window);
+  form.start();
+  ASSERT_TRUE(eventually(form, [&] {
+    draw(window);
+    return form.batch().count(ItemState::Failed) == 2;
+  }));
+  draw(window);
+  open = false;
+  EXPECT_EQ(draw(window), 0);
+}
+
+TEST_F(Panels, DrawLogGraphsPreferencesAndAbout) {
+  LogStore log(50);
+  LogView view(log, 50);
+  EXPECT_GT(drawInWindow([&] { drawLogPanel(view, context_); }), 100);
+  log.warning("careful");
+  log.error("broken 写 %s");
+  EXPECT_GT(drawInWindow([&] { drawLogPanel(view, context_); }), 200);
+
+  TrainingHistory history;
+  drawInWindow([&] { drawGraphsPanel(history, context_); });
+  gs::TrainStatus status;
+  status.state = gs::TrainState::Training;
+  for (status.step = 1; status.step < 300; ++status.step) {
+    if (status.step > 10) status.loss = 1.0F / static_cast<float>(status.step);
+    history.add(status);
+    if (status.step == 1) drawInWindow([&] { drawGraphsPanel(history, context_); });
+  }
+  ImGui::GetIO().MousePos = {150, 150};
+  EXPECT_GT(drawInWindow([&] { drawGraphsPanel(history, context_); }), 1000);
+
+  Preferences preferences;
+  PreferencesForm form({preferences, [] { return std::vector<std::string>{"A"}; }, folder_ / "settings.json"});
+  bool open = true;
+  const auto window = [&] { drawPreferencesWindow(form, context_, open); };
+  draw(window);
+  ASSERT_TRUE(eventually(form, [&] { return form.tools() && !form.devices().empty(); }));
+  preferences.deviceIndex = 7;
+  EXPECT_GT(draw(window), 500);
+  EXPECT_GT(draw([&] { drawAboutWindow(About::of("A — Vulkan", "A", true), context_, open); }), 500);
+}
+
+}  // namespace
+}  // namespace quor::ui
