@@ -7,11 +7,14 @@
 #include <memory>
 #include <optional>
 #include <thread>
+#include <utility>
 
 #include "base/crash_handler.h"
 #include "base/log_store.h"
 #include "base/open_folder.h"
 #include "base/paths.h"
+#include "base/terminal.h"
+#include "base/text.h"
 #include "base/version.h"
 #include "gpu/vulkan_context.h"
 #include "gs/engine.h"
@@ -37,6 +40,7 @@ constexpr double kFrameSeconds = 1.0 / 60;
 constexpr double kIdleSeconds = 0.2;  // between frames when nothing happens: a cursor still blinks
 // After something has happened so many frames follow one another, for what takes a frame to settle.
 constexpr int kFramesAfterEvent = 4;
+constexpr size_t kFrameTimes = 20000;
 
 std::unique_ptr<gs::VulkanContext> openContext(const Preferences& preferences, LogStore& log) {
   gs::ContextOptions options;
@@ -78,6 +82,7 @@ class Desktop {
   void passOnDropped();
   void followTraining();
   void draw();
+  void logFrameTimes();
   bool lively() const;
 
   LogStore& log_;
@@ -104,6 +109,8 @@ class Desktop {
   LogView logView_;
   TrainingHistory history_;
   MainWindow main_;
+  int interrupts_ = 0;
+  std::vector<float> frameTimes_;  // milliseconds of the interface's own work, the last few thousand
 };
 
 Desktop::Desktop(LogStore& log)
@@ -200,7 +207,9 @@ void Desktop::followTraining() {
 
 void Desktop::update() {
   passOnDropped();
+  for (const Shortcut& shortcut : window_.takeShortcuts()) main_.press(shortcut);
   if (window_.takeCloseWish()) main_.askToClose();
+  if (interruptCount() > std::exchange(interrupts_, interruptCount())) main_.interrupt();
   dialogs_.update();
   preferences_.lastDirectory = toUtf8(dialogs_.folder());
   preferencesForm_.update();
@@ -231,6 +240,18 @@ bool Desktop::lively() const {
          !renderer_.upToDate() || dialogs_.open() || ImGui::IsAnyMouseDown();
 }
 
+// For reports of a window that is slow.
+void Desktop::logFrameTimes() {
+  if (frameTimes_.empty()) return;
+  std::sort(frameTimes_.begin(), frameTimes_.end());
+  const auto share = [&](size_t percent) {
+    return static_cast<double>(frameTimes_[(frameTimes_.size() - 1) * percent / 100]);
+  };
+  log_.info(
+      formatText("The interface took %.1f ms a frame in the middle of %zu, %.1f ms for 99 of 100, at most %.1f ms.",
+                 share(50), frameTimes_.size(), share(99), share(100)));
+}
+
 int Desktop::run() {
   int frames = kFramesAfterEvent;
   auto lastFrame = Clock::now();
@@ -252,7 +273,10 @@ int Desktop::run() {
     update();
     draw();
     frames = std::max(frames - 1, 0);
+    const std::chrono::duration<float, std::milli> taken = Clock::now() - lastFrame;
+    if (frameTimes_.size() < kFrameTimes) frameTimes_.push_back(taken.count());
   }
+  logFrameTimes();
   return 0;
 }
 

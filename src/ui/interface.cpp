@@ -35,6 +35,15 @@ void setLook(float scale) {
   colours[ImGuiCol_CheckMark] = colours[ImGuiCol_SliderGrab] =
       colours[ImGuiCol_PlotHistogram] = {0.95f, 0.62f, 0.22f, 1};
   colours[ImGuiCol_Header] = {0.25f, 0.27f, 0.31f, 1};
+  colours[ImGuiCol_HeaderHovered] = colours[ImGuiCol_TabHovered] = {0.33f, 0.37f, 0.44f, 1};
+  colours[ImGuiCol_HeaderActive] = {0.38f, 0.42f, 0.50f, 1};
+  colours[ImGuiCol_FrameBgHovered] = {0.26f, 0.27f, 0.30f, 1};
+  colours[ImGuiCol_FrameBgActive] = {0.30f, 0.32f, 0.36f, 1};
+  colours[ImGuiCol_SliderGrabActive] = {1.0f, 0.72f, 0.36f, 1};
+  colours[ImGuiCol_TitleBg] = {0.14f, 0.14f, 0.15f, 1};
+  colours[ImGuiCol_TitleBgActive] = {0.20f, 0.21f, 0.24f, 1};
+  colours[ImGuiCol_NavHighlight] = {0.95f, 0.62f, 0.22f, 1};
+  colours[ImGuiCol_ResizeGrip] = {0.25f, 0.27f, 0.31f, 1};
   colours[ImGuiCol_Tab] = {0.17f, 0.18f, 0.20f, 1};
   colours[ImGuiCol_TabActive] = {0.28f, 0.31f, 0.37f, 1};
   style.ScaleAllSizes(scale);

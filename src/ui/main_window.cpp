@@ -42,11 +42,6 @@ void splitter(const char* id, bool vertical, float& size, float least, float mos
   size = std::clamp(size, least, std::max(least, most));
 }
 
-bool pressed(char key, bool shift = false) {
-  const ImGuiIO& io = ImGui::GetIO();
-  return io.KeyCtrl && !io.KeyAlt && io.KeyShift == shift && ImGui::IsKeyPressed(key, false);
-}
-
 }  // namespace
 
 MainWindow::MainWindow(const Parts& parts, const WindowState& state)
@@ -64,28 +59,46 @@ std::string MainWindow::title() const {
 }
 
 void MainWindow::draw(const PanelContext& context) {
-  handleShortcuts();
   drawMenus();
   drawBody(context);
   drawWindows(context);
   drawCloseQuestion(context);
 }
 
-void MainWindow::handleShortcuts() {
+void MainWindow::press(const Shortcut& shortcut) {
   if (ImGui::IsPopupOpen(nullptr, ImGuiPopupFlags_AnyPopupId | ImGuiPopupFlags_AnyPopupLevel)) return;
-  if (pressed('N')) newFromMedia(true);
-  if (pressed('O')) openPath(FileDialog::Kind::OpenFolder);
-  if (pressed('O', true)) openPath(FileDialog::Kind::OpenFiles);
-  if (pressed('W') && !parts_.workspace.busy()) parts_.workspace.closeProject();
-  if (pressed('Q')) askToClose();
-  if (pressed('B')) showBatch_ = true;
-  if (pressed(',')) showPreferences_ = true;
-  if (pressed('E') && parts_.workspace.results().exportButton(ExportFormat::Ply).enabled) {
-    exportScene(ExportFormat::Ply);
+  Workspace& workspace = parts_.workspace;
+  switch (shortcut.key) {
+    case 'N':
+      return newFromMedia(true);
+    case 'O':
+      return openPath(shortcut.shift ? FileDialog::Kind::OpenFiles : FileDialog::Kind::OpenFolder);
+    case 'W':
+      if (!workspace.busy()) workspace.closeProject();
+      return;
+    case 'Q':
+      return askToClose();
+    case 'B':
+      showBatch_ = true;
+      return;
+    case ',':
+      showPreferences_ = true;
+      return;
+    case 'E':
+      if (workspace.results().exportButton(ExportFormat::Ply).enabled) exportScene(ExportFormat::Ply);
+      return;
+    case 'R':
+      if (workspace.buildButton().enabled) workspace.build();
+      return;
+    case '1':
+      showSide_ = !showSide_;
+      return;
+    case '2':
+      showBottom_ = !showBottom_;
+      return;
+    default:
+      return;
   }
-  if (pressed('R') && parts_.workspace.buildButton().enabled) parts_.workspace.build();
-  if (pressed('1')) showSide_ = !showSide_;
-  if (pressed('2')) showBottom_ = !showBottom_;
 }
 
 void MainWindow::newFromMedia(bool folder) {
@@ -233,7 +246,7 @@ void MainWindow::drawBody(const PanelContext& context) {
   const float bottom = showBottom_ ? bottomHeight_ + 0.35f * unit : 0;
   ImGui::BeginChild("view", {0, -bottom}, false, ImGuiWindowFlags_NoScrollbar | ImGuiWindowFlags_NoScrollWithMouse);
   ImGui::PopStyleVar();
-  parts_.viewportPanel.draw(context, parts_.about.queues);
+  parts_.viewportPanel.draw(parts_.about.queues, viewHint());
   ImGui::PushStyleVar(ImGuiStyleVar_ItemSpacing, {0, 0});
   ImGui::EndChild();
   if (showBottom_) {
@@ -327,12 +340,41 @@ void MainWindow::drawWindows(const PanelContext& context) {
   drawNotices(parts_.workspace.notices(), context);
 }
 
+// Said where the scene will be.
+std::string MainWindow::viewHint() const {
+  if (!parts_.workspace.project()) return "Drop photographs, a video, a project or a scene here.";
+  return parts_.workspace.busy() ? "The scene appears here as soon as the cameras are solved."
+                                 : "There is no scene yet. Run the project's stages to build one.";
+}
+
+bool MainWindow::idle() const {
+  return parts_.workspace.mayClose() && !parts_.batch.running();
+}
+
+void MainWindow::stopAndClose() {
+  closeWhenIdle_ = true;
+  parts_.workspace.stopTraining();
+  parts_.batch.stop();
+}
+
+void MainWindow::closeAtOnce() {
+  parts_.workspace.cancel();
+  parts_.batch.cancel();
+  closed_ = true;
+}
+
+void MainWindow::interrupt() {
+  if (closeWhenIdle_) return closeAtOnce();
+  closing_ = true;
+  stopAndClose();
+}
+
 void MainWindow::drawCloseQuestion(const PanelContext&) {
   Workspace& workspace = parts_.workspace;
-  if (closeWhenIdle_ && !workspace.busy() && !parts_.batch.running()) closed_ = true;
+  if (closeWhenIdle_ && idle()) closed_ = true;
   if (closing_) {
     closing_ = false;
-    if (workspace.mayClose() && !parts_.batch.running()) {
+    if (idle()) {
       closed_ = true;
     } else {
       ImGui::OpenPopup(kCloseTitle);
@@ -352,18 +394,10 @@ void MainWindow::drawCloseQuestion(const PanelContext&) {
   ImGui::PopTextWrapPos();
   ImGui::Dummy({0, 0.5f * unit});
   ImGui::BeginDisabled(closeWhenIdle_);
-  if (ImGui::Button("Stop, save and close")) {
-    closeWhenIdle_ = true;
-    workspace.stopTraining();
-    parts_.batch.stop();
-  }
+  if (ImGui::Button("Stop, save and close")) stopAndClose();
   ImGui::EndDisabled();
   ImGui::SameLine();
-  if (ImGui::Button("Close at once")) {
-    workspace.cancel();
-    parts_.batch.cancel();
-    closed_ = true;
-  }
+  if (ImGui::Button("Close at once")) closeAtOnce();
   ImGui::SameLine();
   if (ImGui::Button("Go on working")) {
     closeWhenIdle_ = false;

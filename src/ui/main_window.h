@@ -3,6 +3,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 
@@ -17,6 +18,7 @@
 #include "ui/panel_context.h"
 #include "ui/panels/viewport_panel.h"
 #include "ui/viewport.h"
+#include "ui/window.h"
 
 namespace quor::ui {
 
@@ -38,9 +40,13 @@ class MainWindow {
 
   void draw(const PanelContext& context);
 
+  void press(const Shortcut& shortcut);
+
   // The user wants the window closed: true once it may be.
   void askToClose() { closing_ = true; }
   bool closed() const { return closed_; }
+  // The system wants the program to end: what runs is stopped and saved first; asked again, it is not.
+  void interrupt();
 
   std::map<std::string, bool> openPanels() const;
   // Name of what is open, for the title bar.
@@ -58,7 +64,10 @@ class MainWindow {
   void drawBottom(const PanelContext& context);
   void drawWindows(const PanelContext& context);
   void drawCloseQuestion(const PanelContext& context);
-  void handleShortcuts();
+  std::string viewHint() const;
+  bool idle() const;
+  void stopAndClose();
+  void closeAtOnce();
 
   void newFromMedia(bool folder);
   void openPath(FileDialog::Kind kind);

@@ -66,6 +66,13 @@ Window::Window(const std::string& title, const WindowState& state) : title_(titl
   glfwSetDropCallback(window_, [](GLFWwindow* window, int count, const char** paths) {
     for (int i = 0; i < count; ++i) windowOf(window).dropped_.push_back(fromUtf8(paths[i]));
   });
+  glfwSetKeyCallback(window_, [](GLFWwindow* window, int key, int scancode, int action, int modifiers) {
+    const bool plain = (modifiers & (GLFW_MOD_ALT | GLFW_MOD_SUPER)) == 0;
+    const char* name = glfwGetKeyName(key, scancode);  // what the user's keyboard has on that key
+    if (action != GLFW_PRESS || !plain || !(modifiers & GLFW_MOD_CONTROL) || name == nullptr || name[1] != 0) return;
+    const char letter = name[0] >= 'a' && name[0] <= 'z' ? static_cast<char>(name[0] - 'a' + 'A') : name[0];
+    windowOf(window).shortcuts_.push_back({letter, (modifiers & GLFW_MOD_SHIFT) != 0});
+  });
   glfwSetWindowCloseCallback(window_, [](GLFWwindow* window) {
     windowOf(window).closeWish_ = true;
     glfwSetWindowShouldClose(window, GLFW_FALSE);  // the interface asks first
@@ -122,6 +129,10 @@ void Window::remember(WindowState& state) const {
 
 std::vector<std::filesystem::path> Window::takeDropped() {
   return std::exchange(dropped_, {});
+}
+
+std::vector<Shortcut> Window::takeShortcuts() {
+  return std::exchange(shortcuts_, {});
 }
 
 bool Window::takeCloseWish() {

@@ -14,6 +14,12 @@ struct GLFWwindow;
 
 namespace quor::ui {
 
+// A key pressed with Control, and perhaps more. Letters, digits and signs are their character, letters as capitals.
+struct Shortcut {
+  char key = 0;
+  bool shift = false;
+};
+
 class Window {
  public:
   // Where it was last. Throws std::runtime_error where there is no display.
@@ -38,11 +44,14 @@ class Window {
 
   // Once each.
   std::vector<std::filesystem::path> takeDropped();
+  // Kept even when the key was let go before the next frame, which a busy device can make late.
+  std::vector<Shortcut> takeShortcuts();
   bool takeCloseWish();
 
  private:
   GLFWwindow* window_ = nullptr;
   std::vector<std::filesystem::path> dropped_;
+  std::vector<Shortcut> shortcuts_;
   bool closeWish_ = false;
   std::string title_;
 };

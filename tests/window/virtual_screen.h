@@ -17,7 +17,7 @@ class VirtualScreen {
   VirtualScreen(int width, int height)
       : server_("/bin/sh",
                 {"-c", "exec Xvfb -displayfd 1 -screen 0 " + std::to_string(width) + "x" + std::to_string(height) +
-                           "x24 -fbdir " + folder_.path().string() + " -nolisten tcp"}) {
+                           "x24 -nolisten tcp -fbdir '" + folder_.path().string() + "'"}) {
     while (server_.output().find('\n') == std::string::npos) {
       if (!server_.running()) throw std::runtime_error("Xvfb did not start: is it installed?");
       std::this_thread::sleep_for(std::chrono::milliseconds(10));

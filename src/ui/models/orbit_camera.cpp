@@ -68,7 +68,7 @@ void OrbitCamera::straighten() {
 }
 
 void OrbitCamera::frame(const Vec3& centre, double radius) {
-  distance_ = std::max(1.1 * radius / tanHalfHeight_, kNearest);
+  distance_ = std::max(1.6 * radius / tanHalfHeight_, kNearest);
   // Any direction across the up axis will do; a quarter of a right angle above the horizon shows the ground.
   const Vec3 aside = std::abs(up_[0]) < 0.9 ? Vec3{1, 0, 0} : Vec3{0, 0, 1};
   const Vec3 level = normalised(cross(aside, up_), {0, 0, 1});

@@ -60,15 +60,13 @@ void ViewportPanel::takePictures() {
   photograph_ = 0;
   if (const Image* image = viewport_.photograph()) {
     photograph_ = textures_.create(image->width, image->height, withAlpha(*image));
-    photographWidth_ = image->width;
-    photographHeight_ = image->height;
   }
 }
 
-void ViewportPanel::draw(const PanelContext& context, const std::string& status) {
+void ViewportPanel::draw(const std::string& status, const std::string& hint) {
   takePictures();
-  drawToolbar(context);
-  if (viewport_.photo()) drawCompareBar(context);
+  drawToolbar();
+  if (viewport_.photo()) drawCompareBar();
 
   const ImVec2 origin = ImGui::GetCursorScreenPos();
   const ImVec2 room = ImGui::GetContentRegionAvail();
@@ -82,7 +80,7 @@ void ViewportPanel::draw(const PanelContext& context, const std::string& status)
       ImGuiButtonFlags_MouseButtonLeft | ImGuiButtonFlags_MouseButtonRight | ImGuiButtonFlags_MouseButtonMiddle);
   const bool hovered = ImGui::IsItemHovered(), active = ImGui::IsItemActive();
   ImGui::PushClipRect({area.x, area.y}, {area.x + area.width, area.y + area.height}, true);
-  drawPicture(area, context);
+  drawPicture(area, hint);
   if (viewport_.showCameras && !viewport_.photo()) drawCameras(area, hovered && !active);
   ImGui::PopClipRect();
   handleMouse(area, hovered, active);
@@ -100,7 +98,7 @@ void ViewportPanel::drawStatus(const std::string& status) {
   ImGui::TextDisabled("%s", line.c_str());
 }
 
-void ViewportPanel::drawToolbar(const PanelContext&) {
+void ViewportPanel::drawToolbar() {
   const float unit = ImGui::GetFontSize();
   const char* kShownNames[] = {"Splats", "Points", "Splats and points"};
   int shown = static_cast<int>(viewport_.shown);
@@ -138,7 +136,7 @@ void ViewportPanel::drawToolbar(const PanelContext&) {
       "W A S D, Q E: fly.  Arrow keys: look around.  R: reset.");
 }
 
-void ViewportPanel::drawCompareBar(const PanelContext&) {
+void ViewportPanel::drawCompareBar() {
   const size_t photo = *viewport_.photo();
   const auto& photos = viewport_.cameras()->photos;
   const auto step = [&](const char* label, size_t to, bool possible) {
@@ -161,7 +159,7 @@ void ViewportPanel::drawCompareBar(const PanelContext&) {
   if (ImGui::Button("Leave photograph")) viewport_.leavePhoto();
 }
 
-void ViewportPanel::drawPicture(const Area& area, const PanelContext& context) {
+void ViewportPanel::drawPicture(const Area& area, const std::string& hint) {
   ImDrawList* list = ImGui::GetWindowDrawList();
   const auto say = [&](const std::string& text) {
     const ImVec2 size = ImGui::CalcTextSize(text.c_str(), nullptr, false, 0.8f * area.width);
@@ -173,11 +171,9 @@ void ViewportPanel::drawPicture(const Area& area, const PanelContext& context) {
   if (!failure.empty()) return say(failure);
   if (!viewport_.anythingToShow()) {
     if (viewport_.loading()) return say(viewport_.loadingText() + "...");
-    return say(viewport_.problem().empty() ? "Drop photographs, a video, a project or a scene here."
-                                           : viewport_.problem());
+    return say(viewport_.problem().empty() ? hint : viewport_.problem());
   }
   if (!shown_ || picture_ == 0) return say("Drawing...");
-  (void)context;
   if (viewport_.photo()) return drawCompared(area);
   list->AddImage(textureOf(picture_), {area.x, area.y}, {area.x + area.width, area.y + area.height});
 }

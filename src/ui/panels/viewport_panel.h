@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "ui/panel_context.h"
+#include "ui/image_cache.h"
 #include "ui/viewport.h"
 
 namespace quor::ui {
@@ -16,8 +16,8 @@ class ViewportPanel {
   ViewportPanel(Viewport& viewport, SceneRenderer& renderer, Textures& textures)
       : viewport_(viewport), renderer_(renderer), textures_(textures) {}
 
-  // Fills the window it is called in. `status` begins the line under the picture.
-  void draw(const PanelContext& context, const std::string& status);
+  // Fills the window it is called in. `status` begins the line under the picture; `hint` stands where there is none.
+  void draw(const std::string& status, const std::string& hint);
 
  private:
   struct Area {
@@ -26,9 +26,9 @@ class ViewportPanel {
 
   void takePictures();
   void drawStatus(const std::string& status);
-  void drawToolbar(const PanelContext& context);
-  void drawCompareBar(const PanelContext& context);
-  void drawPicture(const Area& area, const PanelContext& context);
+  void drawToolbar();
+  void drawCompareBar();
+  void drawPicture(const Area& area, const std::string& hint);
   void drawCompared(const Area& area);
   void drawCameras(const Area& area, bool hovered);
   void handleMouse(const Area& area, bool hovered, bool active);
@@ -38,7 +38,6 @@ class ViewportPanel {
   SceneRenderer& renderer_;
   Textures& textures_;
   TextureId picture_ = 0, photograph_ = 0;
-  int photographWidth_ = 0, photographHeight_ = 0;
   std::optional<RenderedPicture> shown_;  // without its pixels
   uint64_t photographVersion_ = 0;
   bool dragged_ = false;
