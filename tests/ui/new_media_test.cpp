@@ -104,6 +104,16 @@ TEST_F(NewMediaTest, ShowsWhereTheProjectGoesBeforeItIsMade) {
   EXPECT_THAT(form_.destinationNote(), HasSubstr("is the project of another capture"));
 }
 
+TEST_F(NewMediaTest, AFormThatWasClosedStaysClosed) {
+  photo("Garden/a.png");
+  form_.add({folder_ / "Garden"});
+  form_.clear();
+  form_.visible = false;
+  settle();
+  EXPECT_THAT(form_.sources(), IsEmpty());
+  EXPECT_FALSE(form_.visible);
+}
+
 TEST_F(NewMediaTest, WhatStandsInTheWayIsSaid) {
   photo("Garden/a.png");
   add({folder_ / "Garden"});

@@ -327,6 +327,15 @@ TEST_F(WorkspaceTest, WhileSomethingRunsNothingElseIsOpenedOrStarted) {
   finishRun();
   EXPECT_TRUE(workspace_->mayClose());
 
+  // A run that is begun while something is looked at comes first.
+  workspace_->build();
+  workspace_->open({Project::fromDataset(dataset("other"), {}).root});
+  until([&] { return trainer_.running() && !workspace_->loading(); });
+  EXPECT_THAT(notice().lines, ElementsAre(refusal));
+  EXPECT_EQ(workspace_->project()->root, project.root);
+  workspace_->cancel();
+  finishRun();
+
   occupied_ = true;
   EXPECT_THAT(workspace_->buildButton().hint, HasSubstr("batch"));
   workspace_->open({folder_.path()});

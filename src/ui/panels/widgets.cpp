@@ -16,9 +16,9 @@ constexpr float kRoomForLabels = 28;  // beside the fields
 const ImVec4 kWarningColour = {0.95F, 0.70F, 0.25F, 1};
 
 // A number that is typed counts when its field is left: until then it may be outside of its limits. The draft lies with
-// the window's other state.
+// the window's other state, under a name of its own: to ask for the field's would disturb its group.
 bool drawNumber(const char* id, int value, int step, int& entered) {
-  int* draft = ImGui::GetStateStorage()->GetIntRef(ImGui::GetID(id), value);
+  int* draft = ImGui::GetStateStorage()->GetIntRef(ImGui::GetID("draft"), value);
   ImGui::InputInt(id, draft, step, step * 10);
   if (ImGui::IsItemDeactivatedAfterEdit()) {
     entered = *draft;
