@@ -104,6 +104,16 @@ TEST_F(NewMediaTest, ShowsWhereTheProjectGoesBeforeItIsMade) {
   EXPECT_THAT(form_.destinationNote(), HasSubstr("is the project of another capture"));
 }
 
+TEST_F(NewMediaTest, AFormThatWasClosedStaysClosed) {
+  photo("Garden/a.png");
+  form_.add({folder_ / "Garden"});
+  form_.clear();
+  form_.visible = false;
+  settle();
+  EXPECT_THAT(form_.sources(), IsEmpty());
+  EXPECT_FALSE(form_.visible);
+}
+
 TEST_F(NewMediaTest, WhatStandsInTheWayIsSaid) {
   photo("Garden/a.png");
   add({folder_ / "Garden"});
@@ -131,8 +141,10 @@ TEST_F(NewMediaTest, PresetsAreNumbersAndNumbersAreAPresetOrTheUsersOwn) {
   EXPECT_EQ(form_.preset(), Preset::Custom);
   form_.choose(Preset::Custom);
   EXPECT_EQ(form_.settings().training.iterations, edited.training.iterations);
-  EXPECT_EQ(presetNumbers(form_.settings()),
-            "300 frames from each video, trained on at up to 2560 pixels, 30,001 steps, as many splats as needed");
+  edited.inputs = {{"walk.mp4", InputKind::Video}};
+  EXPECT_EQ(
+      presetNumbers(edited),
+      "300 frames from each video, pictures of up to 2560 pixels, 30,001 training steps, as many splats as needed");
 }
 
 TEST_F(NewMediaTest, TheSourcesSuggestHowCamerasAreSolvedUntilTheUserDecides) {

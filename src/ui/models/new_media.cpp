@@ -61,7 +61,9 @@ void NewMedia::add(std::vector<fs::path> paths) {
                                                           : std::to_string(paths.size()) + " files and folders");
   finder_.run(
       std::move(text), [paths = std::move(paths)] { return findAll(paths); },
-      [this](FoundMedia found) { add(std::move(found)); },
+      [this, round = round_](FoundMedia found) {
+        if (round == round_) add(std::move(found));
+      },
       [this](const std::string& sentence) { problems_.push_back(sentence); });
 }
 
@@ -96,6 +98,7 @@ void NewMedia::setKind(size_t source, InputKind kind) {
 }
 
 void NewMedia::clear() {
+  ++round_;
   origins_.clear();
   sources_.clear();
   problems_.clear();

@@ -91,6 +91,7 @@ class NewMedia {
   SparseSettings suggested_;  // by the sources; what the user has changed stays
   std::string noCreate_, noBuild_;
   size_t descriptions_ = 0;
+  size_t round_ = 0;  // of the form; what was looked for in an earlier one is of no interest
   Background finder_;
   Background describer_;
 };

@@ -10,6 +10,8 @@ struct Notice {
   std::string title;
   std::vector<std::string> lines;
   bool isError = false;
+
+  bool operator==(const Notice&) const = default;
 };
 
 }  // namespace quor::ui

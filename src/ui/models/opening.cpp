@@ -114,6 +114,7 @@ Opened openDataset(const fs::path& dataset, const fs::path& outDir) {
 
 Opened openPaths(const std::vector<fs::path>& paths) {
   std::vector<fs::path> whole;
+  whole.reserve(paths.size());
   for (const fs::path& path : paths) whole.push_back(path.empty() ? path : absolutePath(toUtf8(path)));
   return whole.size() == 1 ? openOne(whole.front()) : openSeveral(whole);
 }

@@ -58,7 +58,7 @@ Workspace::~Workspace() {
 }
 
 void Workspace::say(Notice notice) {
-  notices_.push_back(std::move(notice));
+  if (notices_.empty() || notices_.back() != notice) notices_.push_back(std::move(notice));
 }
 
 void Workspace::fail(const std::string& title, const std::string& sentence) {
@@ -111,9 +111,9 @@ void Workspace::create(const NewMedia::Request& request) {
       });
 }
 
-// A run may have begun, in the batch window, while this was looked at; the project is then opened nonetheless, since
-// nothing of what runs is touched.
 void Workspace::takeOver(Opened opened) {
+  // A run may have begun while this was looked at.
+  if ((opened.project || !opened.scene.empty()) && refuseOpening()) return;
   if (!opened.gone.empty()) {
     std::erase(parts_.preferences.recentProjects, toUtf8(opened.gone));
     if (parts_.savePreferences) parts_.savePreferences();

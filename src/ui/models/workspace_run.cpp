@@ -19,11 +19,9 @@ size_t indexOf(Stage stage) {
 }
 
 std::string trainingText(const gs::TrainStatus& status) {
-  std::string text = "Step " + withThousands(static_cast<uint64_t>(status.step)) + " of " +
-                     withThousands(static_cast<uint64_t>(std::max(status.iterations, 0))) + ", " +
-                     withThousands(status.splats) + " splats";
-  if (status.loss == status.loss) text += formatText(", loss %.4f", static_cast<double>(status.loss));
-  return text;
+  return "Step " + withThousands(static_cast<uint64_t>(status.step)) + " of " +
+         withThousands(static_cast<uint64_t>(std::max(status.iterations, 0))) + ", " + withThousands(status.splats) +
+         " splats";
 }
 
 bool mentions(const std::string& sentence, const char* part) {

@@ -121,10 +121,7 @@ void drawFooter(NewMedia& form) {
   ImGui::PushStyleVar(ImGuiStyleVar_FramePadding, {em(0.6F), em(0.5F)});
   if (drawButton(form.createButton())) form.create(false);
   ImGui::SameLine();
-  if (drawButton({"Cancel", "Closes the form and forgets what was added.", true})) {
-    form.clear();
-    form.visible = false;
-  }
+  if (drawButton({"Cancel", "Closes the form and forgets what was added.", true})) form.visible = false;
   ImGui::PopStyleVar();
   if (!form.buildButton().enabled) drawFaint(form.buildButton().hint);
 }
@@ -153,6 +150,7 @@ void drawNewMediaWindow(NewMedia& form, const PanelContext& context) {
     drawFooter(form);
   }
   ImGui::End();
+  if (!form.visible) form.clear();
 }
 
 }  // namespace quor::ui

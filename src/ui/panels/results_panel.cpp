@@ -98,6 +98,7 @@ void drawResultsPanel(Results& results, const PanelContext& context) {
 void drawComparisonWindow(Results& results, const PanelContext& context) {
   if (!results.selected || !results.facts()) return;
   const std::vector<ViewScore>& scores = results.facts()->scores;
+  if (*results.selected >= scores.size()) return;
   const ViewScore& score = scores[*results.selected];
   bool open = true;
   ImGui::SetNextWindowSize({em(60), em(26)}, ImGuiCond_FirstUseEver);

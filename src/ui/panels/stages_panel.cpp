@@ -108,7 +108,7 @@ void drawContinuing(Workspace& workspace) {
   if (!workspace.hasCheckpoint() || workspace.busy()) return;
   const int target = workspace.continuationTarget();
   if (drawButton(workspace.continueButton(target), -1)) workspace.continueTraining(target);
-  int* draft = ImGui::GetStateStorage()->GetIntRef(ImGui::GetID("##target"), target);
+  int* draft = ImGui::GetStateStorage()->GetIntRef(ImGui::GetID("draft"), target);
   ImGui::SetNextItemWidth(em(9));
   ImGui::InputInt("up to this step##target", draft, 1000, 10000);
   if (ImGui::IsItemDeactivatedAfterEdit()) {

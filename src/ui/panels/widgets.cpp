@@ -12,12 +12,13 @@ namespace {
 
 constexpr float kTooltipWidth = 28;
 constexpr float kFieldWidth = 14;
+constexpr float kRoomForLabels = 28;  // beside the fields
 const ImVec4 kWarningColour = {0.95F, 0.70F, 0.25F, 1};
 
 // A number that is typed counts when its field is left: until then it may be outside of its limits. The draft lies with
-// the window's other state.
+// the window's other state, under a name of its own: to ask for the field's would disturb its group.
 bool drawNumber(const char* id, int value, int step, int& entered) {
-  int* draft = ImGui::GetStateStorage()->GetIntRef(ImGui::GetID(id), value);
+  int* draft = ImGui::GetStateStorage()->GetIntRef(ImGui::GetID("draft"), value);
   ImGui::InputInt(id, draft, step, step * 10);
   if (ImGui::IsItemDeactivatedAfterEdit()) {
     entered = *draft;
@@ -37,7 +38,6 @@ struct Draw {
   bool operator()(const IntSetting& s) const {
     int value = s.of(project);
     const bool changed = drawNumber("##value", value, stepOf(s.most), value);
-    drawZero(s.zero, s.of(project) == 0);
     if (!changed) return false;
     s.of(project) = std::clamp(value, s.least, s.most);
     return true;
@@ -45,7 +45,6 @@ struct Draw {
   bool operator()(const CountSetting& s) const {
     int value = static_cast<int>(std::min(s.of(project), s.most));
     const bool changed = drawNumber("##value", value, 50000, value);
-    drawZero(s.zero, s.of(project) == 0);
     if (!changed) return false;
     s.of(project) = std::min(static_cast<uint64_t>(std::max(value, 0)), s.most);
     return true;
@@ -82,13 +81,15 @@ struct Draw {
   bool operator()(const ColourSetting& s) const {
     return ImGui::ColorEdit3("##value", s.of(project).data(), ImGuiColorEditFlags_NoInputs);
   }
-
-  static void drawZero(const char* zero, bool isZero) {
-    if (!zero || !isZero) return;
-    ImGui::SameLine();
-    ImGui::TextDisabled("0: %s", zero);
-  }
 };
+
+void drawZero(const Setting& setting, Project& project) {
+  const auto* number = std::get_if<IntSetting>(&setting.value);
+  const auto* count = std::get_if<CountSetting>(&setting.value);
+  const char* zero = number ? number->zero : count ? count->zero : nullptr;
+  if (!zero || (number ? number->of(project) != 0 : count->of(project) != 0)) return;
+  drawFaint(std::string("0: ") + zero);
+}
 
 }  // namespace
 
@@ -160,15 +161,26 @@ bool drawPrimaryButton(const Button& button, float width) {
 }
 
 bool drawSetting(const Setting& setting, Project& project) {
+  const float room = ImGui::GetContentRegionAvail().x;
+  const bool beside = std::holds_alternative<SwitchSetting>(setting.value) || room > em(kRoomForLabels);
   ImGui::PushID(setting.key);
-  ImGui::SetNextItemWidth(em(kFieldWidth));
+  if (!beside) {
+    drawWrapped(setting.label);
+    drawTooltip(setting.meaning);
+  }
+  // The buttons of some fields stand outside of their width.
+  ImGui::PushItemWidth(std::min(em(kFieldWidth), room - em(2)));
   ImGui::BeginGroup();
   const bool changed = std::visit(Draw{project}, setting.value);
   ImGui::EndGroup();
+  ImGui::PopItemWidth();
   drawTooltip(setting.meaning);
-  ImGui::SameLine();
-  ImGui::TextUnformatted(setting.label);
-  drawTooltip(setting.meaning);
+  if (beside) {
+    ImGui::SameLine();
+    ImGui::TextUnformatted(setting.label);
+    drawTooltip(setting.meaning);
+  }
+  drawZero(setting, project);
   ImGui::PopID();
   return changed;
 }

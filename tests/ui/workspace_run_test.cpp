@@ -1,0 +1,197 @@
+#include "ui/workspace_fixture.h"
+
+namespace quor::ui {
+namespace {
+
+namespace fs = std::filesystem;
+using test::oneSplat;
+using test::WorkspaceTest;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+
+TEST_F(WorkspaceTest, FromDroppedPhotographsToAScene) {
+  open({photos("Garden", 3)});
+  NewMedia& form = workspace_->newMedia();
+  EXPECT_TRUE(form.visible);
+  until([&] { return form.buildButton().enabled; });
+  form.create(true);
+  until([&] { return workspace_->busy(); });
+  const fs::path root = folder_ / "Garden_ombrelux";
+  const Notice created = notice();
+  EXPECT_EQ(created.title, "Created project");
+  EXPECT_FALSE(created.isError);
+  EXPECT_THAT(created.lines, ElementsAre("Found 1 sources in " + toUtf8(folder_ / "Garden"),
+                                         "Garden: 3 images (subfolders included)", "Project folder: " + toUtf8(root)));
+  EXPECT_FALSE(form.visible);
+  EXPECT_THAT(form.sources(), IsEmpty());
+  EXPECT_THAT(preferences_.recentProjects, ElementsAre(toUtf8(root)));
+
+  until([&] { return trainer_.running() || !workspace_->busy(); });
+  ASSERT_TRUE(trainer_.running()) << workspace_->stages()[1].text;
+  until([&] { return !workspace_->view().dataset.empty(); });
+  EXPECT_EQ(workspace_->view().dataset, workspace_->project()->solvedFolder());
+  EXPECT_EQ(trainer_.job().iterations, 7000);
+  EXPECT_EQ(trainer_.job().resolution, 1600);
+  gs::TrainStatus status;
+  status.state = gs::TrainState::Training;
+  status.step = 1250;
+  status.iterations = 7000;
+  status.splats = 34567;
+  status.loss = 0.05F;
+  status.secondsLeft = 200;
+  trainer_.setStatus(status);
+  until([&] { return row(Stage::Train).timeLeft == "about 3 min left"; });
+  EXPECT_EQ(row(Stage::Train).text, "Step 1,250 of 7,000, 34,567 splats");
+  EXPECT_EQ(row(Stage::Frames).text, "3 frames");
+  EXPECT_THAT(workspace_->closeQuestion(), StartsWith("Training is at step 1250 of 7000."));
+
+  const uint64_t generation = workspace_->view().generation;
+  gs::writePly(workspace_->project()->sceneFile(), oneSplat(), {});
+  gs::TrainResult result;
+  result.splats = 1;
+  trainer_.end(gs::TrainState::Done, result);
+  until([&] { return !workspace_->view().scene.empty(); });
+  EXPECT_EQ(workspace_->view().scene, workspace_->project()->sceneFile());
+  EXPECT_GT(workspace_->view().generation, generation);
+  EXPECT_THAT(workspace_->results().facts()->summary,
+              ElementsAre("3 frames", "3 images registered", "scene.ply exported"));
+  EXPECT_THAT(workspace_->notices(), IsEmpty());
+  EXPECT_TRUE(workspace_->mayClose());
+
+  // As somebody finds it the next day.
+  make();
+  open({root});
+  EXPECT_EQ(row(Stage::Sparse).state, StageState::Done);
+  EXPECT_EQ(row(Stage::Sparse).text, "3 images registered");
+  EXPECT_EQ(workspace_->buildButton().label, "Build again");
+  EXPECT_EQ(workspace_->view().scene, root / "output" / "scene.ply");
+}
+
+TEST_F(WorkspaceTest, TrainingGoesOnOnlyFromACheckpointThatFits) {
+  Project project = solvedProject();
+  project.training.continueFromCheckpoint = true;  // as the command line leaves it
+  project.save();
+  open({project.root});
+  EXPECT_FALSE(workspace_->hasCheckpoint());
+  EXPECT_THAT(workspace_->continueButton(1000).hint, HasSubstr("no checkpoint yet"));
+
+  writeCheckpoint(project, 500);
+  open({project.root});
+  EXPECT_EQ(workspace_->continuationTarget(), 1500);
+  EXPECT_EQ(workspace_->continueButton(500).hint,
+            "The checkpoint is already at step 500. Set more iterations than that to continue training it.");
+  workspace_->editProject([](Project& edited) { edited.training.technique = gs::Technique::Mcmc; });
+  EXPECT_THAT(workspace_->continueButton(1500).hint, StartsWith("The checkpoint was trained with Vanilla;"));
+  workspace_->editProject([](Project& edited) { edited.training.technique = gs::Technique::Vanilla; });
+  EXPECT_EQ(workspace_->continueButton(1500).label, "Continue training from step 500");
+  workspace_->continueTraining(1500);
+  until([&] { return trainer_.running(); });
+  EXPECT_TRUE(trainer_.job().resume);
+  EXPECT_EQ(trainer_.job().iterations, 1500);
+  workspace_->stopTraining();
+  finishRun();
+  EXPECT_EQ(Project::load(project.root).training.iterations, 1500);
+
+  workspace_->start(Stage::Train, Stage::Train);
+  until([&] { return trainer_.running(); });
+  EXPECT_FALSE(trainer_.job().resume);
+  workspace_->cancel();
+  finishRun();
+  EXPECT_THAT(workspace_->notices(), IsEmpty());
+  EXPECT_EQ(row(Stage::Train).text, "Cancelled");
+}
+
+TEST_F(WorkspaceTest, CamerasThatAreNewerThanTheCheckpointAreTrainedFromTheStart) {
+  Project project = Project::create({{toUtf8(photos("p", 3)), InputKind::Images}}, {});
+  const fs::path model = project.solvedFolder() / "sparse";
+  gs::colmap::writeModel(model, test::modelOf({"a.jpg"}), {}, gs::colmap::Encoding::Binary);
+  writeCheckpoint(project, 50);
+  fs::last_write_time(model / "images.bin", fs::last_write_time(project.checkpointFile()) + std::chrono::hours(1));
+  open({project.root});
+  EXPECT_THAT(workspace_->continueButton(5000).hint, HasSubstr("solved again after this checkpoint"));
+}
+
+TEST_F(WorkspaceTest, AFailedTrainingNamesTheCheckpointThatItLeft) {
+  const Project project = solvedProject();
+  open({project.root});
+  const auto fail = [&](const std::string& sentence) {
+    workspace_->start(Stage::Train, Stage::Train);
+    until([&] { return trainer_.running(); });
+    if (!sentence.empty()) writeCheckpoint(project, 1200);
+    trainer_.end(gs::TrainState::Failed, {}, sentence.empty() ? "The disk is full." : sentence);
+    until([&] { return !workspace_->notices().empty(); });
+  };
+  fail({});
+  EXPECT_THAT(notice().lines, ElementsAre("The disk is full."));
+  fail("Training failed: vkQueueSubmit failed (VkResult -4): the GPU device was lost (driver reset or hang)");
+  const Notice lost = notice();
+  EXPECT_EQ(lost.title, "Train Gaussians failed");
+  EXPECT_THAT(lost.lines,
+              ElementsAre(StartsWith("Training failed: "), StartsWith("A checkpoint was saved at step 1,200"),
+                          HasSubstr("until Ombrelux is started again")));
+}
+
+TEST_F(WorkspaceTest, WhileSomethingRunsNothingElseIsOpenedOrStarted) {
+  const Project project = solvedProject();
+  open({project.root});
+  workspace_->build();
+  until([&] { return trainer_.running(); });
+  EXPECT_FALSE(workspace_->buildButton().enabled);
+  EXPECT_TRUE(workspace_->stopButton().enabled);
+  const std::string refusal = "Finish or cancel the running stage before opening something else.";
+  const std::vector<std::function<void()>> openings = {[&] { workspace_->open({folder_.path()}); },
+                                                       [&] { workspace_->importDataset(folder_ / "set", {}); },
+                                                       [&] { workspace_->closeProject(); }};
+  for (const auto& opening : openings) {
+    opening();
+    EXPECT_THAT(notice().lines, ElementsAre(refusal));
+  }
+  ASSERT_TRUE(workspace_->project());
+  EXPECT_FALSE(workspace_->mayClose());
+  workspace_->cancel();
+  finishRun();
+  EXPECT_TRUE(workspace_->mayClose());
+
+  // A run that is begun while something is looked at comes first.
+  workspace_->build();
+  workspace_->open({Project::fromDataset(dataset("other"), {}).root});
+  until([&] { return trainer_.running() && !workspace_->loading(); });
+  EXPECT_THAT(notice().lines, ElementsAre(refusal));
+  EXPECT_EQ(workspace_->project()->root, project.root);
+  workspace_->cancel();
+  finishRun();
+
+  occupied_ = true;
+  EXPECT_THAT(workspace_->buildButton().hint, HasSubstr("batch"));
+  workspace_->open({folder_.path()});
+  EXPECT_THAT(notice().lines, ElementsAre(refusal));
+}
+
+TEST_F(WorkspaceTest, WithoutColmapTheFramesCanStillBePrepared) {
+  const Project project = Project::create({{toUtf8(photos("p", 3)), InputKind::Images}}, {});
+  preferences_.colmapPath.clear();
+  make();
+  open({project.root});
+  until([&] { return workspace_->colmapMissing(); });
+  EXPECT_EQ(workspace_->buildButton().hint, kNoColmap);
+  EXPECT_EQ(row(Stage::Frames).runFrom.hint, kNoColmap);
+  ASSERT_TRUE(row(Stage::Frames).runOnly.enabled);
+  EXPECT_FALSE(row(Stage::Sparse).runOnly.enabled);
+  workspace_->start(Stage::Frames, Stage::Frames);
+  until([&] { return row(Stage::Sparse).runOnly.hint == kNoColmap; });  // no longer for want of frames
+  EXPECT_EQ(row(Stage::Train).runOnly.hint, "There is no camera solve to train from. Run Camera solve first.");
+
+  preferences_.colmapPath = toUtf8(colmap_.executable());
+  workspace_->findTools();
+  until([&] { return row(Stage::Sparse).runOnly.enabled; });
+  colmap_.on("mapper", "echo 'no good initial pair'; exit 1\n");
+  workspace_->start(Stage::Sparse, Stage::Train);
+  until([&] { return !workspace_->notices().empty(); });
+  EXPECT_EQ(notice().title, "Sparse reconstruction failed");
+  EXPECT_EQ(row(Stage::Sparse).state, StageState::Failed);
+}
+
+}  // namespace
+}  // namespace quor::ui
