@@ -107,6 +107,9 @@ TEST_F(BatchFormTest, GathersCapturesAndSaysWhatIsNone) {
   form_.setSettings(settings);
   EXPECT_EQ(form_.batch().items[1].training.shDegree, 2);
   EXPECT_EQ(form_.batch().items[2].training.shDegree, 1);
+  form_.apply(form_.presets().back());
+  EXPECT_GT(form_.batch().items[1].training.iterations, 77);
+  EXPECT_EQ(form_.batch().items[2].training.iterations, 5);
 }
 
 TEST_F(BatchFormTest, ReplacesNoFileThatItDoesNotKnow) {

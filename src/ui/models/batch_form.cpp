@@ -8,6 +8,7 @@
 #include "base/text.h"
 #include "pipeline/intake.h"
 #include "project/classify.h"
+#include "ui/models/presets.h"
 #include "ui/models/words.h"
 
 namespace quor::ui {
@@ -64,9 +65,36 @@ BatchForm::RowState rowState(ItemState state) {
   return BatchForm::RowState::Waiting;
 }
 
+Project projectOf(const BatchItem& item) {
+  Project project;
+  project.inputs = item.sources;
+  project.ingest = item.ingest;
+  project.sparse = item.sparse;
+  project.training = item.training;
+  return project;
+}
+
+void takeSettings(const Project& project, BatchItem& item) {
+  item.ingest = project.ingest;
+  item.sparse = project.sparse;
+  item.training = project.training;
+}
+
+std::vector<BatchForm::Preset> presetsForItems() {
+  std::vector<BatchForm::Preset> presets;
+  for (const Preset preset : kPresets) {
+    presets.push_back({presetName(preset), presetMeaning(preset), [preset](BatchItem& item) {
+                         Project project = projectOf(item);
+                         applyPreset(preset, project);
+                         takeSettings(project, item);
+                       }});
+  }
+  return presets;
+}
+
 }  // namespace
 
-BatchForm::BatchForm(Parts parts) : parts_(std::move(parts)) {}
+BatchForm::BatchForm(Parts parts) : parts_(std::move(parts)), presets_(presetsForItems()) {}
 
 void BatchForm::update() {
   working_.update();
@@ -211,16 +239,10 @@ void BatchForm::change(const std::function<void(BatchItem&)>& edit, std::optiona
 }
 
 Project BatchForm::shownSettings() const {
-  Project shown;
   const auto open =
       std::ranges::find_if(batch_.items, [](const BatchItem& i) { return i.state != ItemState::Finished; });
   const auto item = selected_ ? batch_.items.begin() + static_cast<std::ptrdiff_t>(*selected_) : open;
-  if (item == batch_.items.end()) return shown;
-  shown.inputs = item->sources;
-  shown.ingest = item->ingest;
-  shown.sparse = item->sparse;
-  shown.training = item->training;
-  return shown;
+  return item == batch_.items.end() ? Project() : projectOf(*item);
 }
 
 void BatchForm::setSettings(const Project& edited) {

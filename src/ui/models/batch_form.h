@@ -71,12 +71,12 @@ class BatchForm {
   Project shownSettings() const;
   // What was changed in shownSettings() is set in the items that they stand for.
   void setSettings(const Project& edited);
-  void apply(const Preset& preset) { change(preset.apply, selected_); }
-  void reset(size_t index);  // a failed or finished item waits again
+  void apply(const Preset& preset) { change(preset.apply, selected_); }  // to them, too
+  void reset(size_t index);                                              // a failed or finished item waits again
   void resetFailed();
   void openProject(size_t index) const;
 
-  std::vector<Preset> presets;  // set by the one who knows them
+  const std::vector<Preset>& presets() const { return presets_; }
 
   // batch.json. A file that is there and was not read or written here is replaced only after the user was asked.
   void load(const std::filesystem::path& fileOrFolder);
@@ -119,6 +119,7 @@ class BatchForm {
   void showProgress();
 
   const Parts parts_;
+  const std::vector<Preset> presets_;
   Batch batch_;
   std::vector<Row> rows_;
   std::string destination_;

@@ -55,7 +55,7 @@ void drawAsking(const Button& button, const PanelContext& context, FileDialog::R
 void drawAdding(BatchForm& form, const PanelContext& context) {
   const bool can = form.whyNotEdit().empty() && !context.dialogs.open();
   const auto add = [&form](const Paths& paths) { form.add(paths); };
-  drawAsking({"Add captures...",
+  drawAsking({"Add folder of captures...",
               "A folder of captures: each video, each folder of photographs and each COLMAP dataset in it", can},
              context, {FileDialog::Kind::OpenFolder}, [&form](const Paths& paths) { form.addFolder(paths.front()); });
   ImGui::SameLine();
@@ -125,7 +125,8 @@ bool drawRow(BatchForm& form, size_t i) {
   ImGui::TableNextColumn();
   ImGui::AlignTextToFramePadding();
   const bool selected = form.selected() == i;
-  if (ImGui::Selectable(row.name.c_str(), selected)) form.select(selected ? std::nullopt : std::optional(i));
+  const ImGuiSelectableFlags flags = ImGuiSelectableFlags_SpanAllColumns | ImGuiSelectableFlags_AllowItemOverlap;
+  if (ImGui::Selectable(row.name.c_str(), selected, flags)) form.select(selected ? std::nullopt : std::optional(i));
   drawTooltip(row.media);
   ImGui::TableNextColumn();
   ImGui::AlignTextToFramePadding();
@@ -165,11 +166,11 @@ void drawSettingsOfItems(BatchForm& form) {
   drawFaint(form.selected() ? "Click its row again to change all captures."
                             : "Click a row to change that capture alone.");
   ImGui::BeginDisabled(!form.whyNotEdit().empty());
-  for (const BatchForm::Preset& preset : form.presets) {
+  for (const BatchForm::Preset& preset : form.presets()) {
     if (drawButton({preset.name, preset.explanation})) form.apply(preset);
     ImGui::SameLine();
   }
-  if (!form.presets.empty()) ImGui::NewLine();
+  if (!form.presets().empty()) ImGui::NewLine();
   Project settings = form.shownSettings();
   bool changed = false;
   for (const SettingGroup group : kSettingGroups) changed = drawSettings(group, settings) || changed;
@@ -189,8 +190,8 @@ void drawRun(BatchForm& form) {
     if (drawButton({"Cancel at once", "Ends now. What training has not written yet is lost."})) form.cancel();
   } else {
     const std::string refusal = form.whyNotStart();
-    if (drawPrimaryButton(
-            {"Run", refusal.empty() ? "Builds every capture that is not finished." : refusal, refusal.empty()})) {
+    if (drawButton({"Run", refusal.empty() ? "Builds every capture that is not finished." : refusal, refusal.empty()},
+                   em(7))) {
       form.start();
     }
     ImGui::SameLine();

@@ -125,10 +125,10 @@ void drawEnd(FileBrowser& browser) {
                                        ImGuiInputTextFlags_EnterReturnsTrue);
   }
   const std::string refusal = browser.whyNotAccept();
-  if (drawPrimaryButton({browser.acceptLabel(), refusal, refusal.empty()}) || entered) browser.accept();
+  if (drawButton({browser.acceptLabel(), refusal, refusal.empty()}, em(9)) || entered) browser.accept();
   ImGui::SameLine();
-  if (ImGui::Button("Cancel")) browser.giveUp();
-  const bool alone = ImGui::IsWindowFocused() && !ImGui::IsAnyItemActive();
+  if (ImGui::Button("Cancel", {em(6), 0})) browser.giveUp();
+  const bool alone = ImGui::IsWindowFocused(ImGuiFocusedFlags_RootAndChildWindows) && !ImGui::IsAnyItemActive();
   if (alone && ImGui::IsKeyPressed(ImGui::GetKeyIndex(ImGuiKey_Escape))) browser.giveUp();
 }
 

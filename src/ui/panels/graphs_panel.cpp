@@ -70,14 +70,13 @@ void drawScale(Curve curve, const Plot& plot, ImDrawList& list) {
 }
 
 // Returns the point under the mouse.
-const TrainingHistory::Point* drawGraph(const TrainingHistory& history, Curve curve, float height,
+const TrainingHistory::Point* drawGraph(const TrainingHistory& history, Curve curve, ImVec2 size,
                                         const TrainingHistory::Point* marked) {
   ImGui::TextUnformatted(curveName(curve));
   ImGui::SameLine();
   const TrainingHistory::Point& last = history.points().back();
   const TrainingHistory::Point& told = marked != nullptr ? *marked : last;
   ImGui::TextDisabled("%s", curveText(curve, told.value(curve)).c_str());
-  const ImVec2 size = {std::max(ImGui::GetContentRegionAvail().x, em(4)), height};
   ImGui::InvisibleButton(curveName(curve), size);
   const bool hovered = ImGui::IsItemHovered();
   const std::optional<TrainingHistory::Range> range = history.range(curve);
@@ -98,8 +97,14 @@ const TrainingHistory::Point* drawGraph(const TrainingHistory& history, Curve cu
 void drawGraphsPanel(const TrainingHistory& history, const PanelContext&) {
   if (history.points().empty())
     return drawFaint("Loss, number of splats and time per step are shown here while a scene trains.");
-  const float titles = ImGui::GetTextLineHeightWithSpacing() + ImGui::GetStyle().ItemSpacing.y;
-  const float height = std::max(ImGui::GetContentRegionAvail().y / kCurveCount - titles, em(3));
+  // One above the other, or side by side where there is more width than height.
+  const ImVec2 room = ImGui::GetContentRegionAvail();
+  const ImVec2 gap = ImGui::GetStyle().ItemSpacing;
+  const float title = ImGui::GetTextLineHeightWithSpacing();
+  const bool sideBySide = room.x > 1.5F * room.y;
+  const float rows = sideBySide ? 1 : kCurveCount, columns = sideBySide ? kCurveCount : 1;
+  const ImVec2 size = {std::max((room.x - (columns - 1) * gap.x) / columns, em(4)),
+                       std::max((room.y - (rows - 1) * gap.y) / rows - title, em(3))};
   // All graphs mark the step that is pointed at in one of them; the one below is known from the last frame.
   ImGuiStorage& storage = *ImGui::GetStateStorage();
   const ImGuiID id = ImGui::GetID("marked step");
@@ -107,7 +112,10 @@ void drawGraphsPanel(const TrainingHistory& history, const PanelContext&) {
   const TrainingHistory::Point* marked = step < 0 ? nullptr : history.at(step);
   const TrainingHistory::Point* pointedAt = nullptr;
   for (const Curve curve : kCurves) {
-    const TrainingHistory::Point* here = drawGraph(history, curve, height, marked);
+    if (sideBySide && curve != kCurves.front()) ImGui::SameLine();
+    ImGui::BeginGroup();
+    const TrainingHistory::Point* here = drawGraph(history, curve, size, marked);
+    ImGui::EndGroup();
     if (here != nullptr) pointedAt = here;
   }
   storage.SetInt(id, pointedAt == nullptr ? -1 : pointedAt->step);

@@ -5,7 +5,7 @@
 
 namespace quor::ui {
 
-// Loss, splats and time per step, one above the other, in the window that is being drawn.
+// Loss, splats and time per step, in the window that is being drawn.
 void drawGraphsPanel(const TrainingHistory& history, const PanelContext& context);
 
 }  // namespace quor::ui

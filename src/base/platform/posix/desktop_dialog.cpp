@@ -33,6 +33,13 @@ std::string patterns(const DialogRequest& request) {
   return text;
 }
 
+// What the filter is called: "*.jpg, *.png".
+std::string filterName(const DialogRequest& request) {
+  std::string text;
+  for (const std::string& extension : request.extensions) text.append(text.empty() ? "*." : ", *.").append(extension);
+  return text;
+}
+
 // Folders end in a slash, which tells zenity to go into them.
 std::string startPath(const DialogRequest& request) {
   std::string path = toUtf8(request.startFolder);
@@ -51,7 +58,7 @@ std::vector<std::string> zenityArguments(const DialogRequest& request) {
     arguments.insert(arguments.end(), {"--save", "--confirm-overwrite"});
   }
   if (!request.extensions.empty() && request.kind != DialogKind::OpenFolder) {
-    arguments.push_back("--file-filter=" + request.title + " | " + patterns(request));
+    arguments.push_back("--file-filter=" + filterName(request) + " | " + patterns(request));
     arguments.emplace_back("--file-filter=All files | *");
   }
   return arguments;
@@ -70,7 +77,7 @@ std::vector<std::string> kdialogArguments(const DialogRequest& request) {
   const bool save = request.kind == DialogKind::SaveFile;  // asks by itself before it overwrites
   if (!save) arguments.insert(arguments.end(), {"--multiple", "--separate-output"});
   add(save ? "--getsavefilename" : "--getopenfilename");
-  if (!request.extensions.empty()) arguments.push_back(patterns(request) + "|" + request.title);
+  if (!request.extensions.empty()) arguments.push_back(patterns(request) + "|" + filterName(request));
   return arguments;
 }
 

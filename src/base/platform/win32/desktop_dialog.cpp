@@ -87,7 +87,7 @@ void describe(IFileDialog* dialog, const DialogRequest& request) {
   for (const std::string& extension : request.extensions) {
     patterns += (patterns.empty() ? L"*." : L";*.") + toWide(extension);
   }
-  const COMDLG_FILTERSPEC filters[] = {{title.c_str(), patterns.c_str()}, {L"All files", L"*.*"}};
+  const COMDLG_FILTERSPEC filters[] = {{patterns.c_str(), patterns.c_str()}, {L"All files", L"*.*"}};
   dialog->SetFileTypes(static_cast<UINT>(std::size(filters)), filters);
   if (request.kind == DialogKind::SaveFile) dialog->SetDefaultExtension(toWide(request.extensions.front()).c_str());
 }
