@@ -85,7 +85,7 @@ Opened openSeveral(const std::vector<fs::path>& paths) {
     addMedia(opened.media, path, found);
   }
   if (!opened.media.sources.empty()) return opened;
-  if (paths.size() == opened.media.problems.size()) return refuseNothing(paths.front());
+  if (opened.media.origins.empty()) return openOne(paths.front());  // says why not
   return refused("Cannot open this", opened.media.problems);
 }
 
