@@ -70,8 +70,10 @@ std::string presetNumbers(const Project& settings) {
   const int edge =
       settings.training.trainingResolution > 0 ? std::min(settings.training.trainingResolution, frameEdge) : frameEdge;
   const uint64_t splats = settings.training.splatBudget;
-  return formatText("%d frames from each video, trained on at up to %d pixels, %s steps, ",
-                    settings.ingest.targetFrameCount, edge,
+  const auto isVideo = [](const InputSource& input) { return input.kind != InputKind::Images; };
+  const bool video = std::ranges::any_of(settings.inputs, isVideo);
+  return (video ? std::to_string(settings.ingest.targetFrameCount) + " frames from each video, p" : std::string("P")) +
+         formatText("ictures of up to %d pixels, %s training steps, ", edge,
                     withThousands(static_cast<uint64_t>(std::max(settings.training.iterations, 0))).c_str()) +
          (splats > 0 ? "at most " + withThousands(splats) + " splats" : std::string("as many splats as needed"));
 }
