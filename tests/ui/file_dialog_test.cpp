@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include <algorithm>
 
@@ -118,6 +119,7 @@ TEST_F(DesktopDialog, ShowsAFolderWithoutWaitingForTheProgram) {
   EXPECT_FALSE(openFolder(folder_ / "gone"));
   EXPECT_TRUE(openFolder(folder_.path()));
   EXPECT_FALSE(fs::exists(folder_ / "late"));
+  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);  // it is no child of this program, and none is left behind
   EXPECT_TRUE(eventually(dialog_, [&] { return fs::exists(folder_ / "late"); }));
   EXPECT_EQ(argumentsOf("xdg-open"), toUtf8(folder_.path()) + "\n");
 }

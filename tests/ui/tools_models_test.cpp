@@ -79,7 +79,8 @@ gs::TrainStatus at(int32_t step, float loss, uint64_t splats = 1000, double mill
 
 TEST(TrainingHistoryTest, KeepsTheWholeRunInBoundedMemory) {
   TrainingHistory history(64);
-  for (int32_t step = 1; step <= 30000; ++step) history.add(at(step, 1.0F / static_cast<float>(step), 2 * step));
+  for (int32_t step = 1; step <= 30000; ++step)
+    history.add(at(step, 1.0F / static_cast<float>(step), 2 * static_cast<uint64_t>(step)));
   EXPECT_LE(history.points().size(), 64);
   EXPECT_GE(history.points().size(), 30);
   EXPECT_GT(history.lastStep(), 29000);

@@ -82,6 +82,7 @@ void takeSettings(const Project& project, BatchItem& item) {
 
 std::vector<BatchForm::Preset> presetsForItems() {
   std::vector<BatchForm::Preset> presets;
+  presets.reserve(kPresets.size());
   for (const Preset preset : kPresets) {
     presets.push_back({presetName(preset), presetMeaning(preset), [preset](BatchItem& item) {
                          Project project = projectOf(item);
@@ -349,7 +350,7 @@ std::string BatchForm::whyNotStart() const {
   if (std::string reason = whyNotSave(); !reason.empty()) return reason;
   if (batch_.count(ItemState::Finished) == batch_.items.size())
     return "Every capture is finished. Add another one first.";
-  if (parts_.occupied && parts_.occupied()) {
+  if ((parts_.occupied && parts_.occupied()) || parts_.trainer.running()) {
     return "A project is being worked on. Wait until it is finished, or stop it in the main window.";
   }
   return {};

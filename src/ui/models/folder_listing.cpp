@@ -87,7 +87,7 @@ std::vector<FolderEntry> listFolder(const fs::path& folder) {
 
 fs::path homeFolder() {
   for (const char* variable : {"HOME", "USERPROFILE"}) {
-    const fs::path home = fromUtf8(environmentVariable(variable).value_or(""));
+    fs::path home = fromUtf8(environmentVariable(variable).value_or(""));
     if (home.is_absolute()) return home;
   }
   return {};
