@@ -17,7 +17,7 @@ namespace quor::ui {
 namespace {
 
 constexpr float kPointOpacity = 0.95f;
-constexpr float kPointScale = 0.15f;  // of the distance to a point's neighbours
+constexpr float kPointScale = 0.05f;  // of the distance to a point's neighbours: dots
 constexpr size_t kSampledPoints = 2000;
 
 float middle(std::vector<float>& values, double share) {

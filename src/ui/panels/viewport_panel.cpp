@@ -89,12 +89,12 @@ void ViewportPanel::draw(const std::string& status, const std::string& hint) {
 }
 
 void ViewportPanel::drawStatus(const std::string& status) {
-  std::string line = status;
+  std::string line;
   if (shown_ && viewport_.anythingToShow()) {
-    if (!line.empty()) line += "  ·  ";
-    line += formatText("%llu splats  ·  %d x %d  ·  %.0f ms", static_cast<unsigned long long>(shown_->splats),
-                       shown_->width, shown_->height, shown_->milliseconds);
+    line = formatText("%llu splats  ·  %d x %d  ·  %.0f ms  ·  ", static_cast<unsigned long long>(shown_->splats),
+                      shown_->width, shown_->height, shown_->milliseconds);
   }
+  line += status;
   ImGui::TextDisabled("%s", line.c_str());
 }
 

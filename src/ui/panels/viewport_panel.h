@@ -16,7 +16,7 @@ class ViewportPanel {
   ViewportPanel(Viewport& viewport, SceneRenderer& renderer, Textures& textures)
       : viewport_(viewport), renderer_(renderer), textures_(textures) {}
 
-  // Fills the window it is called in. `status` begins the line under the picture; `hint` stands where there is none.
+  // Fills the window it is called in. `status` ends the line under the picture; `hint` stands where there is none.
   void draw(const std::string& status, const std::string& hint);
 
  private:
