@@ -15,6 +15,7 @@
 #include "base/paths.h"
 #include "base/terminal.h"
 #include "base/text.h"
+#include "base/tool_finder.h"
 #include "base/version.h"
 #include "gpu/vulkan_context.h"
 #include "gs/engine.h"
@@ -110,7 +111,8 @@ class Desktop {
   TrainingHistory history_;
   MainWindow main_;
   int interrupts_ = 0;
-  std::vector<float> frameTimes_;  // milliseconds of the interface's own work, the last few thousand
+  std::string colmapPath_ = preferences_.colmapPath;  // that the workspace knows
+  std::vector<float> frameTimes_;                     // milliseconds of the interface's own work, the last few thousand
 };
 
 Desktop::Desktop(LogStore& log)
@@ -151,7 +153,8 @@ Desktop::~Desktop() {
 }
 
 std::unique_ptr<Pipeline> Desktop::makePipeline() {
-  return std::make_unique<Pipeline>(engine_, log_, preferencesForm_.tools().value_or(Tools{}), context_.get());
+  const Tools tools{findColmap(preferences_.colmapPath), findFfmpeg(preferences_.ffmpegPath)};
+  return std::make_unique<Pipeline>(engine_, log_, tools, context_.get());
 }
 
 Workspace::Parts Desktop::workspaceParts() {
@@ -213,6 +216,7 @@ void Desktop::update() {
   dialogs_.update();
   preferences_.lastDirectory = toUtf8(dialogs_.folder());
   preferencesForm_.update();
+  if (preferences_.colmapPath != std::exchange(colmapPath_, preferences_.colmapPath)) workspace_.findTools();
   workspace_.update();
   batch_->update();
   followTraining();

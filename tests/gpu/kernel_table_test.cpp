@@ -74,6 +74,7 @@ const std::vector<Row> kRows = {
     {"ssim_gradient_columns_wide", kRuns, "ro ro ro wo", 8},
     {"sift_match_tiles_packed", kTile, "ro ro wo wo", 24},
     {"sift_match_tiles_wide", kRuns, "ro ro wo wo", 24},
+    {"activate_scaled", kLine, "ro ro wo wo", 8},
 };
 
 std::span<const uint32_t> wordsOf(const EmbeddedKernel& kernel) {

@@ -35,7 +35,6 @@ set(OMBRELUX_KERNELS
   sift_match_cross
 
   # Beyond the fixed part of the table.
-  "activate_scaled|activate|SCALED=1"
   gather_rows
   weigh_near_gradients
   flag_diverged
@@ -48,4 +47,5 @@ set(OMBRELUX_KERNELS
   ssim_gradient_columns_wide
   "sift_match_tiles_packed|sift_match_tiles|PACKED_DOT=1"
   sift_match_tiles_wide
+  "activate_scaled|activate|SCALED=1"
 )
