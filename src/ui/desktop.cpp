@@ -201,10 +201,13 @@ void Desktop::passOnDropped() {
 void Desktop::followTraining() {
   const gs::TrainStatus training = engine_.status();
   history_.add(training);
+  // A batch trains other scenes than the one that is open.
+  const bool wanted = preferences_.visualizer && workspace_.busy() && workspace_.project() &&
+                      workspace_.project()->training.visualizerEnabled;
   const bool trains = engine_.running() &&
                       (training.state == gs::TrainState::Training || training.state == gs::TrainState::Evaluating ||
                        training.state == gs::TrainState::Exporting);
-  viewport_.setLive(trains && preferences_.visualizer);
+  viewport_.setLive(trains && wanted);
   viewport_.setSource(workspace_.view());
 }
 

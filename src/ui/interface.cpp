@@ -43,6 +43,7 @@ void setLook(float scale) {
   colours[ImGuiCol_TitleBg] = {0.14f, 0.14f, 0.15f, 1};
   colours[ImGuiCol_TitleBgActive] = {0.20f, 0.21f, 0.24f, 1};
   colours[ImGuiCol_NavHighlight] = {0.95f, 0.62f, 0.22f, 1};
+  colours[ImGuiCol_ModalWindowDimBg] = {0, 0, 0, 0.5f};
   colours[ImGuiCol_ResizeGrip] = {0.25f, 0.27f, 0.31f, 1};
   colours[ImGuiCol_Tab] = {0.17f, 0.18f, 0.20f, 1};
   colours[ImGuiCol_TabActive] = {0.28f, 0.31f, 0.37f, 1};
