@@ -2,7 +2,7 @@
 # Checks what the tests alone cannot see. Without arguments asan, tsan and tidy, else those named:
 #   asan     every test under AddressSanitizer, LeakSanitizer and UndefinedBehaviorSanitizer, with Vulkan validation
 #   tsan     the tests of what has threads of its own under ThreadSanitizer:
-#            the label "threads", and of `gs` the dataset, the engine and the trainer
+#            the label "threads", and of `gs` the dataset, the engine, the trainer and its live copy
 #   tidy     clang-tidy over all sources
 #   changed  clang-tidy over the sources that differ from the branch main
 #   windows  (also --windows) builds for Windows with MinGW-w64 and runs unit tests, the command line and a crash under
@@ -30,7 +30,7 @@ check_tsan() {
   # ThreadSanitizer cannot map its shadow memory where the kernel spreads addresses widely.
   export TSAN_OPTIONS=suppressions=$PWD/scripts/tsan_suppressions.txt
   setarch -R ctest --preset tsan -L threads
-  setarch -R build/tsan/bin/test_gs --gtest_filter='Dataset*:Engine*:Trainer*'
+  setarch -R build/tsan/bin/test_gs --gtest_filter='Dataset*:Engine*:Trainer*:LiveScene*'
 }
 
 tidy() {

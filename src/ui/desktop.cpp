@@ -20,6 +20,7 @@
 #include "gpu/vulkan_context.h"
 #include "gs/engine.h"
 #include "gs/live_scene.h"
+#include "pipeline/intake.h"
 #include "pipeline/pipeline.h"
 #include "project/preferences.h"
 #include "ui/interface.h"
@@ -51,7 +52,17 @@ std::unique_ptr<gs::VulkanContext> openContext(const Preferences& preferences, L
     const bool allowed = environmentVariable("QUOR_ALLOW_VULKAN_LAYERS").has_value();
     log.info((allowed ? "Vulkan layer allowed: " : "Vulkan layer kept out: ") + layer);
   }
-  auto context = std::make_unique<gs::VulkanContext>(options);
+  std::unique_ptr<gs::VulkanContext> context;
+  try {
+    context = std::make_unique<gs::VulkanContext>(options);
+  } catch (const std::exception& error) {
+    if (options.deviceIndex < 0) throw;
+    // A card that was taken out must not keep the window, and with it the preferences, from opening.
+    log.warning(std::string("The graphics device that was chosen cannot be used (") + error.what() +
+                "): another one is taken.");
+    options.deviceIndex = -1;
+    context = std::make_unique<gs::VulkanContext>(options);
+  }
   const gs::DeviceInfo& info = context->info();
   log.info(gs::describe(info) + (info.driver.empty() ? "" : " · driver " + info.driver));
   return context;
@@ -183,8 +194,8 @@ MainWindow::Parts Desktop::windowParts() {
 }
 
 void Desktop::open(const std::vector<std::string>& paths) {
-  std::vector<std::filesystem::path> opened;
-  for (const std::string& path : paths) opened.push_back(std::filesystem::absolute(fromUtf8(path)));
+  std::vector<std::filesystem::path> opened(paths.size());
+  std::transform(paths.begin(), paths.end(), opened.begin(), absolutePath);
   if (!opened.empty()) workspace_.open(std::move(opened));
 }
 
