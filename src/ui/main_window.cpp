@@ -311,7 +311,9 @@ void MainWindow::drawStart() {
   std::string chosen;
   for (const std::string& project : recent) {
     const std::string name = toUtf8(fromUtf8(project).filename());
-    if (ImGui::Selectable((name + "##" + project).c_str())) chosen = project;
+    ImGui::PushID(project.c_str());  // two folders may have one name
+    if (ImGui::Selectable(name.c_str())) chosen = project;
+    ImGui::PopID();
     if (ImGui::IsItemHovered()) ImGui::SetTooltip("%s", project.c_str());
   }
   if (!chosen.empty()) parts_.workspace.open({fromUtf8(chosen)});

@@ -181,6 +181,7 @@ void SceneRenderer::draw(Gpu& gpu, const RenderRequest& request) {
     picture = reading.version() > 0 ? drawFrom(reading.splats(), reading.shDegree())
                                     : drawSplats(gpu, gpu.points, 0, request);
   } else {
+    if (std::exchange(gpu.liveVersion, 0) > 0) live_.clear();  // the training is over: its copy's memory is free again
     picture = drawFrom(gpu.scene, gpu.sceneDegree);
   }
   picture->milliseconds = Milliseconds(Clock::now() - start).count();
