@@ -41,12 +41,13 @@ class DesktopDialog : public testing::Test {
   std::string argumentsOf(const char* program) const { return readFile(folder_ / program); }
 
   std::optional<Paths> ask(const DialogRequest& request) {
-    std::optional<Paths> answer;
-    dialog_.ask(request, [&](const Paths& paths) { answer = paths; });
-    EXPECT_TRUE(eventually(dialog_, [&] { return answer || dialog_.browser(); }));
-    return answer;
+    answer_.reset();
+    dialog_.ask(request, [&](const Paths& paths) { answer_ = paths; });
+    EXPECT_TRUE(eventually(dialog_, [&] { return answer_ || dialog_.browser(); }));
+    return answer_;
   }
 
+  std::optional<Paths> answer_;  // may come after ask() has ended
   const TempFolder folder_;
   const ScopedEnvironment path_{"PATH", toUtf8(folder_ / "bin").c_str()};
   FileDialog dialog_{folder_ / "start"};
