@@ -84,10 +84,10 @@ void SceneRenderer::setPoints(std::shared_ptr<const gs::GaussianSet> points) {
   wake_.notify_all();
 }
 
-void SceneRenderer::request(std::optional<RenderRequest> request) {
+void SceneRenderer::request(const std::optional<RenderRequest>& request) {
   {
     const std::lock_guard lock(mutex_);
-    request_ = std::move(request);
+    request_ = request;
     requestIsNew_ = request_.has_value();
   }
   wake_.notify_all();

@@ -59,7 +59,7 @@ class SceneRenderer {
   void setPoints(std::shared_ptr<const gs::GaussianSet> points);
 
   // The newest request is drawn; those that it overtakes are not. Nothing stops the drawing.
-  void request(std::optional<RenderRequest> request);
+  void request(const std::optional<RenderRequest>& request);
 
   // The last picture, once.
   std::optional<RenderedPicture> take();

@@ -73,7 +73,7 @@ void Viewport::loadScene(const std::filesystem::path& file) {
         log.info("Loaded " + std::to_string(loaded.set->count) + " splats from " + toUtf8(file));
         return loaded;
       },
-      [this, file](Loaded loaded) {
+      [this, file](const Loaded& loaded) {
         if (file != source_.scene) return;
         haveScene_ = true;
         sceneBall_ = loaded.ball;
