@@ -28,6 +28,9 @@ struct StatsPush {
 };
 static_assert(sizeof(StatsPush) == 16);
 
+// The threshold is meant for copies of the old opacity (Kerbl et al. 2023). Halves that share it share its gradient.
+constexpr float kHalfGradient = 0.5f;
+
 }  // namespace
 
 void VanillaDensifier::accumulate(ComputeStream& stream, const SplatStore& splats, const Renderer& renderer) {
@@ -51,7 +54,7 @@ std::vector<float> VanillaDensifier::statistics(Transfer& transfer, uint32_t cou
   if (startOver_) return mean;
   transfer.download(sum_, mean.data(), 0, count * sizeof(float));
   transfer.download(views_, views.data(), 0, count * sizeof(float));
-  for (size_t i = 0; i < count; ++i) mean[i] = views[i] > 0 ? mean[i] / views[i] : 0.0f;
+  for (size_t i = 0; i < count; ++i) mean[i] = std::isfinite(mean[i]) && views[i] > 0 ? mean[i] / views[i] : 0.0f;
   return mean;
 }
 
@@ -71,7 +74,7 @@ DensifyReport VanillaDensifier::refine(ComputeStream& stream, Transfer& transfer
     keep[i] = rows.opacity(i) >= job_.pruneOpacity && !tooLarge;
     if (!keep[i]) continue;
     ++kept;
-    if (statistic[i] > job_.densifyGradient) candidates.push_back(i);  // a NaN is none
+    if (statistic[i] > kHalfGradient * job_.densifyGradient) candidates.push_back(i);
   }
   const uint64_t room = cap_ > kept ? cap_ - kept : 0;
   if (candidates.size() > room) {
