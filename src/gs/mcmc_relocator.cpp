@@ -43,10 +43,10 @@ class WeightedDraw {
   std::vector<double> sums_;
 };
 
-// Gives the splats in `chosen` (with repetitions) the values that let them share their place with that many copies,
-// then lets `place` put each copy.
-template <class Place>
-void shareAndPlace(SplatRows& rows, const std::vector<size_t>& chosen, Place place) {
+// Lets each row of `dead` become a copy of a row drawn, which shares its place with its copies.
+void relocate(SplatRows& rows, const std::vector<size_t>& dead, const WeightedDraw& draw, SplitMix64& random) {
+  std::vector<size_t> chosen(dead.size());
+  for (size_t& i : chosen) i = draw.draw(random);
   std::vector<int> copies(rows.count(), 1);
   for (const size_t i : chosen) ++copies[i];
   for (const size_t i : chosen) {
@@ -57,7 +57,16 @@ void shareAndPlace(SplatRows& rows, const std::vector<size_t>& chosen, Place pla
     rows.makeFresh(i);
     copies[i] = 1;
   }
-  for (size_t c = 0; c < chosen.size(); ++c) place(c, chosen[c]);
+  for (size_t c = 0; c < dead.size(); ++c) rows.copyOver(dead[c], chosen[c]);
+}
+
+// Splits rows drawn until there are `count`.
+void grow(SplatRows& rows, uint64_t count, const WeightedDraw& draw, SplitMix64& random) {
+  while (rows.count() < count) {
+    const size_t i = draw.draw(random);
+    rows.makeFresh(i);
+    rows.splitLongAxis(i);
+  }
 }
 
 }  // namespace
@@ -96,20 +105,10 @@ RelocateReport McmcRelocator::refine(ComputeStream& stream, Transfer& transfer, 
   }
   const WeightedDraw alive(weights);
   if (alive.possible()) {
-    std::vector<size_t> chosen(dead.size());
-    for (size_t& i : chosen) i = alive.draw(random);
-    shareAndPlace(rows, chosen, [&](size_t c, size_t from) { rows.copyOver(dead[c], from); });
+    relocate(rows, dead, alive, random);
     report.relocated = dead.size();
-  }
-
-  const uint64_t count = std::min(wanted, cap_);
-  if (rows.count() < count) {
-    report.grown = count - rows.count();
-    for (size_t i = 0; i < rows.count(); ++i) weights[i] = static_cast<double>(rows.opacity(i));
-    const WeightedDraw all(weights);
-    std::vector<size_t> chosen(report.grown);
-    for (size_t& i : chosen) i = all.draw(random);
-    shareAndPlace(rows, chosen, [&](size_t, size_t from) { rows.appendCopy(from); });
+    grow(rows, std::min(wanted, cap_), alive, random);
+    report.grown = rows.count() - splats.count();
   }
   if (report.reset + report.relocated + report.grown > 0) rows.apply(stream, transfer, splats, cap_);
   return report;

@@ -1,6 +1,7 @@
 #include "gs/splat_rows.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <stdexcept>
 
@@ -11,6 +12,29 @@ namespace {
 
 void appendRow(std::vector<float>& values, size_t width, size_t i) {
   for (size_t k = 0; k < width; ++k) values.push_back(values[i * width + k]);
+}
+
+// What the blending takes for opaque (and 1 has no logit).
+constexpr double kMostAlpha = 0.999;
+
+// The splat's axis `k` in the world: column k of R(q).
+std::array<double, 3> axisOf(const float* rotation, size_t k) {
+  std::array<double, 4> q{};
+  double norm = 0;
+  for (size_t j = 0; j < 4; ++j) {
+    q[j] = static_cast<double>(rotation[j]);
+    norm += q[j] * q[j];
+  }
+  for (double& value : q) value /= std::sqrt(std::max(norm, 1e-12));
+  const double w = q[0];
+  const std::array<double, 3> u = {q[1], q[2], q[3]};
+  // e + 2 w (u x e) + 2 u x (u x e) for the unit vector e = e_k
+  const size_t next = (k + 1) % 3, last = (k + 2) % 3;
+  std::array<double, 3> axis{};
+  axis[k] = 1 - 2 * (u[next] * u[next] + u[last] * u[last]);
+  axis[next] = 2 * (u[k] * u[next] + w * u[last]);
+  axis[last] = 2 * (u[k] * u[last] - w * u[next]);
+  return axis;
 }
 
 void copyRow(std::vector<float>& values, size_t width, size_t to, size_t from) {
@@ -59,6 +83,22 @@ void SplatRows::copyOver(size_t i, size_t from) {
   sources[i] = sources[from] | kFreshRow;
 }
 
+size_t SplatRows::splitLongAxis(size_t i) {
+  const auto scale = scales.begin() + static_cast<ptrdiff_t>(3 * i);
+  const size_t k = static_cast<size_t>(std::max_element(scale, scale + 3) - scale);
+  const double reach = kSplitReach * std::exp(static_cast<double>(scales[3 * i + k]));
+  const std::array<double, 3> axis = axisOf(&rotations[4 * i], k);
+  scales[3 * i + k] += static_cast<float>(0.5 * std::log(1 - kSplitReach * kSplitReach));
+  setOpacity(i, static_cast<float>(splitOpacity(static_cast<double>(opacity(i)))));
+  const size_t half = appendCopy(i);
+  sources[half] = sources[i];
+  for (size_t a = 0; a < 3; ++a) {
+    positions[3 * i + a] -= static_cast<float>(reach * axis[a]);
+    positions[3 * half + a] += static_cast<float>(reach * axis[a]);
+  }
+  return half;
+}
+
 void SplatRows::keepOnly(const std::vector<bool>& keep) {
   size_t to = 0;
   for (size_t i = 0; i < count(); ++i) {
@@ -81,6 +121,14 @@ void SplatRows::apply(ComputeStream& stream, Transfer& transfer, SplatStore& spl
   splats.uploadGroup(transfer, kPositions, positions);
   splats.uploadGroup(transfer, kScales, scales);
   splats.uploadGroup(transfer, kOpacities, opacities);
+}
+
+double splitOpacity(double opacity) {
+  // (1 - half * falloff)^2 = 1 - opacity, where the old centre is kSplitReach off along an axis that has become
+  // shorter.
+  const double falloff = std::exp(-0.5 * kSplitReach * kSplitReach / (1 - kSplitReach * kSplitReach));
+  const double half = (1 - std::sqrt(1 - opacity)) / falloff;
+  return std::min({half, opacity, kMostAlpha});
 }
 
 uint64_t resetDiverged(ComputeStream& stream, Transfer& transfer, const SplatStore& splats, SplatRows& rows,

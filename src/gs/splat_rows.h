@@ -26,6 +26,9 @@ class SplatRows {
   size_t appendCopy(size_t i);
   // Row i becomes a copy of row `from`, afresh.
   void copyOver(size_t i, size_t from);
+  // Splits row i in two along its longest axis, into itself and a new row, whose index it returns; see splitOpacity().
+  // Both keep the optimiser state that row i has until makeFresh().
+  size_t splitLongAxis(size_t i);
   void makeFresh(size_t i) { sources[i] |= kFreshRow; }
   void keepOnly(const std::vector<bool>& keep);
 
@@ -35,6 +38,13 @@ class SplatRows {
   std::vector<float> positions, scales, rotations, opacities;  // as stored: log scales, logits
   std::vector<uint32_t> sources;                               // see kFreshRow
 };
+
+// A split along an axis puts the halves so many standard deviations to either side of the old centre, each with
+// sqrt(1 - kSplitReach^2) of its extent along the axis: together they have its mean and covariance.
+inline constexpr double kSplitReach = 0.5;
+// What each half's opacity must be for as much light to pass through the old centre as before, but no more than the
+// whole's, which nearly opaque splats would take, and less than 1.
+double splitOpacity(double opacity);
 
 // Puts splats right that have a parameter which is no finite number: each becomes a faint copy of a sound one. Returns
 // their number; throws std::runtime_error when no sound splat is left.

@@ -1,7 +1,6 @@
 #include "gs/vanilla_densifier.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 
 #include "gpu/vulkan_context.h"
@@ -10,8 +9,6 @@
 namespace quor::gs {
 namespace {
 
-// A split splat's two children are this much smaller (Kerbl et al. 2023).
-constexpr float kSplitShrink = 1.6f;
 // Of the scene extent; larger splats are pruned once opacities have been reset.
 constexpr double kLargestSplat = 0.1;
 // Of the scene extent: how far from a camera a splat's gradients count in full. The paper has 0.37; docs/quality.md has
@@ -31,35 +28,8 @@ struct StatsPush {
 };
 static_assert(sizeof(StatsPush) == 16);
 
-// A draw from the splat's own distribution, as an offset from its mean: R(q) (s * n).
-std::array<float, 3> drawOffset(const SplatRows& rows, size_t i, SplitMix64& random) {
-  std::array<double, 4> q{};
-  double norm = 0;
-  for (size_t k = 0; k < 4; ++k) {
-    q[k] = static_cast<double>(rows.rotations[4 * i + k]);
-    norm += q[k] * q[k];
-  }
-  for (double& value : q) value /= std::sqrt(std::max(norm, 1e-12));
-  std::array<double, 3> v{};
-  for (size_t k = 0; k < 3; ++k) v[k] = std::exp(static_cast<double>(rows.scales[3 * i + k])) * random.normal();
-  // v + 2 w (u x v) + 2 u x (u x v), with q = (w, u)
-  const auto cross = [](const std::array<double, 3>& a, const std::array<double, 3>& b) {
-    return std::array<double, 3>{a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
-  };
-  const std::array<double, 3> u = {q[1], q[2], q[3]};
-  const auto t = cross(u, v);
-  const auto tt = cross(u, t);
-  std::array<float, 3> offset{};
-  for (size_t k = 0; k < 3; ++k) offset[k] = static_cast<float>(v[k] + 2 * q[0] * t[k] + 2 * tt[k]);
-  return offset;
-}
-
-void placeChild(SplatRows& rows, size_t child, const std::array<float, 3>& offset) {
-  for (size_t k = 0; k < 3; ++k) {
-    rows.positions[3 * child + k] += offset[k];
-    rows.scales[3 * child + k] -= std::log(kSplitShrink);
-  }
-}
+// The threshold is meant for copies of the old opacity (Kerbl et al. 2023). Halves that share it share its gradient.
+constexpr float kHalfGradient = 0.5f;
 
 }  // namespace
 
@@ -84,7 +54,7 @@ std::vector<float> VanillaDensifier::statistics(Transfer& transfer, uint32_t cou
   if (startOver_) return mean;
   transfer.download(sum_, mean.data(), 0, count * sizeof(float));
   transfer.download(views_, views.data(), 0, count * sizeof(float));
-  for (size_t i = 0; i < count; ++i) mean[i] = views[i] > 0 ? mean[i] / views[i] : 0.0f;
+  for (size_t i = 0; i < count; ++i) mean[i] = std::isfinite(mean[i]) && views[i] > 0 ? mean[i] / views[i] : 0.0f;
   return mean;
 }
 
@@ -104,7 +74,7 @@ DensifyReport VanillaDensifier::refine(ComputeStream& stream, Transfer& transfer
     keep[i] = rows.opacity(i) >= job_.pruneOpacity && !tooLarge;
     if (!keep[i]) continue;
     ++kept;
-    if (statistic[i] > job_.densifyGradient) candidates.push_back(i);  // a NaN is none
+    if (statistic[i] > kHalfGradient * job_.densifyGradient) candidates.push_back(i);
   }
   const uint64_t room = cap_ > kept ? cap_ - kept : 0;
   if (candidates.size() > room) {
@@ -122,14 +92,9 @@ DensifyReport VanillaDensifier::refine(ComputeStream& stream, Transfer& transfer
   }
 
   for (const size_t i : candidates) {
-    if (rows.largestScale(i) <= job_.denseFraction * extent_) {
-      rows.appendCopy(i);
-      ++report.cloned;
-      continue;
-    }
-    for (int child = 0; child < 2; ++child) placeChild(rows, rows.appendCopy(i), drawOffset(rows, i, random));
-    keep[i] = false;
-    ++report.split;
+    ++(rows.largestScale(i) <= job_.denseFraction * extent_ ? report.cloned : report.split);
+    rows.makeFresh(i);
+    rows.splitLongAxis(i);
   }
   keep.resize(rows.count(), true);
   rows.keepOnly(keep);

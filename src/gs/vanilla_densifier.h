@@ -1,6 +1,9 @@
-// Adaptive density control (Kerbl et al. 2023, section 5): splats whose screen gradient is large are cloned when small
-// and split when large, nearly transparent ones are pruned, and opacities are reset now and then. With a cap the
-// candidates with the largest statistic come first.
+// Adaptive density control (Kerbl et al. 2023, section 5): splats whose screen gradient is large become two, nearly
+// transparent ones are pruned, and opacities are reset now and then. With a cap the candidates with the largest
+// statistic come first. The paper clones small splats in place and splits large ones into two drawn at random, both
+// with the old opacity. Here every splat is split alike, along its longest axis and so that the image hardly changes
+// (splat_rows.h): what it showed is not shown twice until the optimiser has undone it, and less of it becomes fog
+// (docs/quality.md).
 #pragma once
 
 #include <cstdint>
@@ -14,9 +17,9 @@
 namespace quor::gs {
 
 struct DensifyReport {
-  uint64_t reset = 0;  // diverged splats
-  uint64_t cloned = 0;
-  uint64_t split = 0;
+  uint64_t reset = 0;   // diverged splats
+  uint64_t cloned = 0;  // split in two, up to the dense fraction of the scene extent in size
+  uint64_t split = 0;   // and larger ones
   uint64_t pruned = 0;
 };
 
