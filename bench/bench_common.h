@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <exception>
 #include <memory>
 #include <numeric>
@@ -92,9 +93,18 @@ inline SceneFigures measureScene(gs::VulkanContext& context, gs::KernelRegistry&
   return figures;
 }
 
+// Processor time of this process, all threads, so far. On a software driver it says what a stretch costs where the
+// cores are shared with other work; on a GPU what the host has to do.
+inline double processorMilliseconds() {
+  timespec now{};
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+  return 1e3 * static_cast<double>(now.tv_sec) + 1e-6 * static_cast<double>(now.tv_nsec);
+}
+
 struct Timing {
   double median = 0, least = 0;  // milliseconds
   size_t runs = 0;
+  double processor = 0;  // milliseconds of one run, where that was measured
 };
 
 // Calls `once`, which returns the milliseconds it took, until that was long or often enough; three times at least.
@@ -106,7 +116,7 @@ Timing measure(Once once, double enoughMilliseconds, size_t mostRuns) {
     total += times.back();
   }
   std::sort(times.begin(), times.end());
-  return {times[times.size() / 2], times.front(), times.size()};
+  return {times[times.size() / 2], times.front(), times.size(), 0};
 }
 
 // What every bench's main is: names the device (QUOR_DEVICE chooses it), then `run(context, registry, size)` for the

@@ -41,10 +41,11 @@ Dataset oneView(const Size& size) {
 }
 
 // A run of this technique that has come to these splats and knows no moments yet.
-Checkpoint checkpointOf(const TrainJob& job, GaussianSet set) {
+Checkpoint checkpointOf(const TrainJob& job, GaussianSet set, double extent) {
   Checkpoint checkpoint;
   checkpoint.header.technique = job.technique;
   checkpoint.header.count = checkpoint.header.mcmcTarget = set.count;
+  checkpoint.header.sceneExtent = static_cast<float>(extent);
   for (size_t g = 0; g < kGroupCount; ++g) {
     checkpoint.firstMoments[g].resize(set.count * kGroupWidths[g]);
     checkpoint.secondMoments[g].resize(set.count * kGroupWidths[g]);
@@ -63,7 +64,7 @@ void run(VulkanContext& context, KernelRegistry& registry, const Size& size) {
 
   quor::LogStore log(100);
   Trainer trainer(context, registry, log, job, dataset);
-  trainer.resume(checkpointOf(job, std::move(scene)));
+  trainer.resume(checkpointOf(job, std::move(scene), dataset.geometry.extent));
   for (int i = 0; i < 2; ++i) trainer.step();
   const auto timing = quor::bench::measure(
       [&] {

@@ -58,7 +58,7 @@ Renderer::Renderer(VulkanContext& context, Variants variants, Mode mode)
       variants_(std::move(variants)),
       sorter_(context),
       scanner_(context),
-      loss_(context, variants_.wideLoss),
+      loss_(context, variants_.stripLoss),
       total_(context, sizeof(uint32_t), BufferKind::Readback, "instance count") {}
 
 std::vector<std::string> Renderer::kernelNames() const {

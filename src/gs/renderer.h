@@ -34,7 +34,7 @@ class Renderer {
   struct Variants {
     std::string forward;
     std::string backward;
-    bool wideLoss = false;
+    bool stripLoss = false;
     static Variants forDevice(const VulkanContext& context, const KernelRegistry& registry);
   };
 

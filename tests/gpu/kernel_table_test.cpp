@@ -27,6 +27,7 @@ struct Row {
 // What the host code counts on, in the order of the embedded table.
 constexpr Size kColumns = {32, 1, 1};
 constexpr Size kRuns = {8, 8, 1};
+constexpr Size kSubgroup = {8, 1, 1};
 constexpr const char* kBackwardAccess = "ro ro ro ro ro ro ro ro ro ro rw rw rw rw";
 const std::vector<Row> kRows = {
     {"activate", kLine, "ro ro wo wo", 4},
@@ -62,16 +63,15 @@ const std::vector<Row> kRows = {
     {"sift_match_tiles", kTile, "ro ro wo wo", 24},
     {"sift_match_reduce", kLine, "ro ro wo wo", 24},
     {"sift_match_cross", kLine, "ro ro wo", 12},
+    {"activate_scaled", kLine, "ro ro wo wo", 8},
     {"gather_rows", kLine, "ro ro wo", 12},
     {"weigh_near_gradients", kLine, "rw ro", 8},
     {"flag_diverged", kLine, "ro ro ro ro ro ro wo", 4},
     {"radix_scatter_ranked", kLine, "ro ro wo wo ro", 12},
     {"rasterize_forward_wide", kColumns, "ro ro ro ro ro ro wo wo wo wo", 16},
     {"rasterize_backward_wide", kColumns, kBackwardAccess, 16},
-    {"ssim_rows_wide", kRuns, "ro ro wo", 8},
-    {"ssim_columns_wide", kRuns, "ro wo wo", 12},
-    {"ssim_gradient_rows_wide", kRuns, "ro wo", 8},
-    {"ssim_gradient_columns_wide", kRuns, "ro ro ro wo", 8},
+    {"loss_strips", kSubgroup, "ro ro wo wo", 20},
+    {"accumulated_gradient", kLine, "ro ro wo", 16},
     {"sift_match_tiles_packed", kTile, "ro ro wo wo", 24},
     {"sift_match_tiles_wide", kRuns, "ro ro wo wo", 24},
 };

@@ -42,10 +42,8 @@ set(OMBRELUX_KERNELS
   radix_scatter_ranked
   rasterize_forward_wide
   rasterize_backward_wide
-  ssim_rows_wide
-  ssim_columns_wide
-  ssim_gradient_rows_wide
-  ssim_gradient_columns_wide
+  loss_strips
+  accumulated_gradient
   "sift_match_tiles_packed|sift_match_tiles|PACKED_DOT=1"
   sift_match_tiles_wide
 )

@@ -124,13 +124,15 @@ void main() {
   Pixels a = load(top), b = load(top + uvec2(0u, 4u));
 
   // From the last splat that any pixel of the block walked to, eight at a time, invocation 0 the one behind.
-  for (int batch = int(subgroupMax(max4(max(a.last, b.last)))); batch > 0; batch -= int(kRows)) {
+  int batch = int(subgroupMax(max4(max(a.last, b.last))));
+  if (batch > 0) do {
     const int mineAt = batch - 1 - int(lane);
     const uint id = splatId[first + uint(max(mineAt, 0))];
     const Splat mine = loadSplat(id);
     uint reaching = subgroupBallot(mineAt >= 0 && reachesBlock(mine, vec2(corner))).x;
-    while (reaching != 0u) {
-      const uint j = findLSB(reaching);
+    do {
+      const uint j = findLSB(reaching) & 7u;
+      const bool reached = reaching != 0u;
       reaching &= reaching - 1u;
       const Splat s = shuffleSplat(mine, j);
       const vec2 d = centre - s.mean;
@@ -138,7 +140,8 @@ void main() {
       Sums sums = Sums(0.0, 0.0, 0.0, vec3(0.0));
       contribute(a, sums, d.y + kRowsA, d.x, s, place);
       contribute(b, sums, d.y + kRowsB, d.x, s, place);
-      accumulate(subgroupShuffle(id, j), sums, d.x, s);
-    }
-  }
+      if (reached) accumulate(subgroupShuffle(id, j), sums, d.x, s);
+    } while (reaching != 0u);
+    batch -= int(kRows);
+  } while (batch > 0);
 }

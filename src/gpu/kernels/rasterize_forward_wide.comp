@@ -77,21 +77,24 @@ void main() {
   Pixels b = Pixels(inside * vec4(lessThan(vec4(top.y) + kRowsB, vec4(height))), vec4(0.0), vec4(0.0), vec4(0.0), vec4(0.0));
   bool unfinished = inside > 0.0 && top.y < height;
 
-  for (uint batch = first; batch < end && subgroupAny(unfinished); batch += kRows) {
+  uint batch = first;
+  if (first < end) do {
     const Splat mine = loadSplat(splatId[min(batch + lane, end - 1u)]);
     uint reaching = subgroupBallot(batch + lane < end && reachesBlock(mine, vec2(corner))).x;
-    while (reaching != 0u) {
-      const uint j = findLSB(reaching);
+    do {
+      const uint j = findLSB(reaching) & 7u;
+      Splat s = shuffleSplat(mine, j);
+      s.opacity = reaching != 0u ? s.opacity : 0.0;
       reaching &= reaching - 1u;
-      const Splat s = shuffleSplat(mine, j);
       const vec2 d = centre - s.mean;
       const float place = float(batch - first + j + 1u);
       blend(a, d.y + kRowsA, d.x, s, place);
       blend(b, d.y + kRowsB, d.x, s, place);
-    }
+    } while (reaching != 0u);
     const vec4 most = max(a.T, b.T);
     unfinished = max(max(most.x, most.y), max(most.z, most.w)) >= TRANSMITTANCE_MIN;
-  }
+    batch += kRows;
+  } while (batch < end && subgroupAny(unfinished));
   store(a, top);
   store(b, top + uvec2(0u, 4u));
 }
