@@ -25,7 +25,6 @@ struct Row {
 };
 
 // What the host code counts on, in the order of the embedded table.
-constexpr Size kColumns = {32, 1, 1};
 constexpr Size kRuns = {8, 8, 1};
 constexpr Size kSubgroup = {8, 1, 1};
 constexpr const char* kBackwardAccess = "ro ro ro ro ro ro ro ro ro ro rw rw rw rw";
@@ -68,8 +67,8 @@ const std::vector<Row> kRows = {
     {"weigh_near_gradients", kLine, "rw ro", 8},
     {"flag_diverged", kLine, "ro ro ro ro ro ro wo", 4},
     {"radix_scatter_ranked", kLine, "ro ro wo wo ro", 12},
-    {"rasterize_forward_wide", kColumns, "ro ro ro ro ro ro wo wo wo wo", 16},
-    {"rasterize_backward_wide", kColumns, kBackwardAccess, 16},
+    {"rasterize_forward_wide", kSubgroup, "ro ro ro ro ro ro wo wo wo wo", 16},
+    {"rasterize_backward_wide", kSubgroup, kBackwardAccess, 16},
     {"loss_strips", kSubgroup, "ro ro wo wo", 20},
     {"accumulated_gradient", kLine, "ro ro wo", 16},
     {"sift_match_tiles_packed", kTile, "ro ro wo wo", 24},
