@@ -26,7 +26,7 @@ struct Row {
 
 // What the host code counts on, in the order of the embedded table.
 constexpr Size kRuns = {8, 8, 1};
-constexpr Size kSubgroup = {8, 1, 1};
+constexpr Size kEight = {8, 1, 1};
 constexpr const char* kBackwardAccess = "ro ro ro ro ro ro ro ro ro ro rw rw rw rw";
 const std::vector<Row> kRows = {
     {"activate", kLine, "ro ro wo wo", 4},
@@ -66,10 +66,14 @@ const std::vector<Row> kRows = {
     {"gather_rows", kLine, "ro ro wo", 12},
     {"weigh_near_gradients", kLine, "rw ro", 8},
     {"flag_diverged", kLine, "ro ro ro ro ro ro wo", 4},
-    {"radix_scatter_ranked", kLine, "ro ro wo wo ro", 12},
-    {"rasterize_forward_wide", kSubgroup, "ro ro ro ro ro ro wo wo wo wo", 16},
-    {"rasterize_backward_wide", kSubgroup, kBackwardAccess, 16},
-    {"loss_strips", kSubgroup, "ro ro wo wo", 20},
+    {"radix_runs_count", kEight, "ro rw", 12},
+    {"radix_runs_scatter", kEight, "ro ro wo wo rw", 12},
+    {"scan_runs", kEight, "rw wo", 8},
+    {"list_count", kEight, "ro ro ro ro ro ro rw", 32},
+    {"list_write", kEight, "ro ro ro ro ro ro rw wo", 32},
+    {"rasterize_forward_wide", kEight, "ro ro ro ro ro ro wo wo wo wo", 16},
+    {"rasterize_backward_wide", kEight, kBackwardAccess, 16},
+    {"loss_strips", kEight, "ro ro wo wo", 20},
     {"accumulated_gradient", kLine, "ro ro wo", 16},
     {"sift_match_tiles_packed", kTile, "ro ro wo wo", 24},
     {"sift_match_tiles_wide", kRuns, "ro ro wo wo", 24},

@@ -78,7 +78,9 @@ TEST_F(RendererTest, ForwardImagesAgreeWithTheReference) {
   const std::vector<std::string> forwards = {"rasterize_forward",
                                              Renderer::Variants::forDevice(context, registry).forward};
   for (const std::string& forward : forwards) {
-    Renderer renderer(context, {forward, registry.backwardKernelName(), false}, Renderer::Mode::RenderOnly);
+    // The lists go with the kernels that walk them.
+    Renderer renderer(context, {forward, registry.backwardKernelName(), false, forward != forwards[0]},
+                      Renderer::Mode::RenderOnly);
     for (const auto& [width, height, count] : {std::array{70, 45, 300}, {16, 16, 40}, {33, 1, 40}, {1, 1, 40}}) {
       for (int degree = 0; degree <= 3; ++degree) {
         const GaussianSet set = test::randomScene(static_cast<size_t>(count), 7 + static_cast<uint64_t>(degree));

@@ -39,7 +39,11 @@ set(OMBRELUX_KERNELS
   gather_rows
   weigh_near_gradients
   flag_diverged
-  radix_scatter_ranked
+  radix_runs_count
+  radix_runs_scatter
+  scan_runs
+  list_count
+  list_write
   rasterize_forward_wide
   rasterize_backward_wide
   loss_strips

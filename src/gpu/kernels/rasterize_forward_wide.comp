@@ -53,10 +53,16 @@ void blend(inout Pixels p, vec4 dy, float dx, Splat s, float place) {
   p.last = mix(p.last, vec4(place), on);
 }
 
+float mostLight(Column c) {
+  const vec4 most = max(c.upper.T, c.lower.T);
+  return max(max(most.x, most.y), max(most.z, most.w));
+}
+
 // Blends those of the eight splats that reach the block; the first of them has this place in the list.
 void blendBatch(inout Column column, uint block, Splat mine, bool listed, uint place) {
   const vec2 centre = vec2(blockCorner(block) + uvec2(gl_SubgroupInvocationID, 0u)) + 0.5;
-  uint reaching = subgroupBallot(listed && reachesBlock(mine, vec2(blockCorner(block)))).x;
+  const bool unfinished = subgroupAny(mostLight(column) >= TRANSMITTANCE_MIN);
+  uint reaching = subgroupBallot(unfinished && listed && reachesBlock(mine, vec2(blockCorner(block)))).x;
   do {
     const uint j = findLSB(reaching) & 7u;
     Splat s = shuffleSplat(mine, j);
@@ -75,8 +81,6 @@ Column unblended(uint block) {
   return Column(Pixels(T * vec4(lessThan(vec4(top.y) + kRowsA, vec4(height))), zero, zero, zero, zero),
                 Pixels(T * vec4(lessThan(vec4(top.y) + kRowsB, vec4(height))), zero, zero, zero, zero));
 }
-
-vec4 mostLight(Column c) { return max(c.upper.T, c.lower.T); }
 
 void store(Pixels p, uvec2 top) {
   for (uint k = 0u; k < 4u; ++k) {
@@ -112,8 +116,7 @@ void main() {
     blendBatch(c1, 1u, mine, listed, place);
     blendBatch(c2, 2u, mine, listed, place);
     blendBatch(c3, 3u, mine, listed, place);
-    const vec4 most = max(max(mostLight(c0), mostLight(c1)), max(mostLight(c2), mostLight(c3)));
-    unfinished = max(max(most.x, most.y), max(most.z, most.w)) >= TRANSMITTANCE_MIN;
+    unfinished = max(max(mostLight(c0), mostLight(c1)), max(mostLight(c2), mostLight(c3))) >= TRANSMITTANCE_MIN;
     batch += kRows;
   } while (batch < end && subgroupAny(unfinished));
   store(c0, 0u);
