@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -72,6 +73,7 @@ struct SceneFigures {
   uint64_t storeBytes = 0;  // of splats, gradients and moments on the GPU
   uint32_t visible = 0;     // splats in the view
   uint32_t instances = 0;   // of splats in tiles
+  double pairs = 0;         // of pixel and splat, up to the last that the pixel needs
 };
 
 inline SceneFigures measureScene(gs::VulkanContext& context, gs::KernelRegistry& registry, const gs::GaussianSet& set,
@@ -90,6 +92,11 @@ inline SceneFigures measureScene(gs::VulkanContext& context, gs::KernelRegistry&
   transfer.download(renderer.visible(), visible.data(), 0, visible.size() * sizeof(int32_t));
   figures.visible = static_cast<uint32_t>(std::accumulate(visible.begin(), visible.end(), 0));
   figures.instances = renderer.instances();
+  renderer.rasterize(stream, {0, 0, 0});
+  stream.submit();
+  std::vector<int32_t> walked(static_cast<size_t>(camera.width) * static_cast<size_t>(camera.height));
+  transfer.download(renderer.walked(), walked.data(), 0, walked.size() * sizeof(int32_t));
+  figures.pairs = std::accumulate(walked.begin(), walked.end(), 0.0);
   return figures;
 }
 

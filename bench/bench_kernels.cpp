@@ -15,6 +15,7 @@
 #include <string_view>
 
 #include "bench_common.h"
+#include "bench_peaks.h"
 #include "gpu/compute_stream.h"
 #include "gpu/kernels/include/shared_constants.h"
 #include "gpu/radix_sorter.h"
@@ -84,7 +85,8 @@ class KernelBench {
 
   void run() {
     std::printf("%u splats (%u visible), %ux%u, degree %u: %u instances\n", n_, v_, w_, h_, degree_, m_);
-    measureBandwidth();
+    bandwidth_ = quor::bench::measurePeaks(context_, stream_.registry()).bytes;
+    std::printf("a copy moves %.1f GB/s\n", bandwidth_ * 1e-6);
     addProjection();
     addLists();
     addForward();
@@ -345,15 +347,6 @@ class KernelBench {
                      processor.end());
     timing.processor = processor[processor.size() / 2];
     return timing;
-  }
-
-  void measureBandwidth() {
-    const uint64_t bytes = context_.info().deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU ? 64 << 20 : 512 << 20;
-    const GpuBuffer from = words(bytes / 4), to = words(bytes / 4);
-    const double milliseconds = time({"copy", "", 0, [&] { stream_.copy(from, to, bytes); }}).median;
-    bandwidth_ = 2.0 * static_cast<double>(bytes) / milliseconds;
-    std::printf("a copy of %llu MiB moves %.1f GB/s\n", static_cast<unsigned long long>(bytes >> 20),
-                bandwidth_ * 1e-6);
   }
 
   void report(const Row& row) {

@@ -74,6 +74,7 @@ class Renderer {
   uint32_t instances() const { return instances_; }
   const GpuBuffer& image() const { return image_; }               // height x width x 3
   const GpuBuffer& accumulated() const { return accumulated_; }   // height x width
+  const GpuBuffer& walked() const { return walked_; }             // int, per pixel: list entries up to its last
   const GpuBuffer& visible() const { return visible_; }           // int, per splat
   const GpuBuffer& screenMeanGradient() const { return dMean_; }  // 2 per splat, per pixel
   const GpuBuffer& depths() const { return depth_; }              // of visible splats

@@ -75,6 +75,7 @@ const std::vector<Row> kRows = {
     {"rasterize_backward_wide", kEight, kBackwardAccess, 16},
     {"loss_strips", kEight, "ro ro wo wo", 20},
     {"accumulated_gradient", kLine, "ro ro wo", 16},
+    {"multiply_add_peak", kLine, "wo", 8},
     {"sift_match_tiles_packed", kTile, "ro ro wo wo", 24},
     {"sift_match_tiles_wide", kRuns, "ro ro wo wo", 24},
 };

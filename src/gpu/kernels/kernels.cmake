@@ -48,6 +48,7 @@ set(OMBRELUX_KERNELS
   rasterize_backward_wide
   loss_strips
   accumulated_gradient
+  multiply_add_peak
   "sift_match_tiles_packed|sift_match_tiles|PACKED_DOT=1"
   sift_match_tiles_wide
 )
