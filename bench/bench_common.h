@@ -2,10 +2,12 @@
 #pragma once
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <exception>
 #include <memory>
 #include <numeric>
@@ -71,6 +73,7 @@ struct SceneFigures {
   uint64_t storeBytes = 0;  // of splats, gradients and moments on the GPU
   uint32_t visible = 0;     // splats in the view
   uint32_t instances = 0;   // of splats in tiles
+  double pairs = 0;         // of pixel and splat, up to the last that the pixel needs
 };
 
 inline SceneFigures measureScene(gs::VulkanContext& context, gs::KernelRegistry& registry, const gs::GaussianSet& set,
@@ -89,12 +92,26 @@ inline SceneFigures measureScene(gs::VulkanContext& context, gs::KernelRegistry&
   transfer.download(renderer.visible(), visible.data(), 0, visible.size() * sizeof(int32_t));
   figures.visible = static_cast<uint32_t>(std::accumulate(visible.begin(), visible.end(), 0));
   figures.instances = renderer.instances();
+  renderer.rasterize(stream, {0, 0, 0});
+  stream.submit();
+  std::vector<int32_t> walked(static_cast<size_t>(camera.width) * static_cast<size_t>(camera.height));
+  transfer.download(renderer.walked(), walked.data(), 0, walked.size() * sizeof(int32_t));
+  figures.pairs = std::accumulate(walked.begin(), walked.end(), 0.0);
   return figures;
+}
+
+// Processor time of this process, all threads, so far. On a software driver it says what a stretch costs where the
+// cores are shared with other work; on a GPU what the host has to do.
+inline double processorMilliseconds() {
+  timespec now{};
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+  return 1e3 * static_cast<double>(now.tv_sec) + 1e-6 * static_cast<double>(now.tv_nsec);
 }
 
 struct Timing {
   double median = 0, least = 0;  // milliseconds
   size_t runs = 0;
+  double processor = 0;  // milliseconds of one run, where that was measured
 };
 
 // Calls `once`, which returns the milliseconds it took, until that was long or often enough; three times at least.
@@ -106,7 +123,7 @@ Timing measure(Once once, double enoughMilliseconds, size_t mostRuns) {
     total += times.back();
   }
   std::sort(times.begin(), times.end());
-  return {times[times.size() / 2], times.front(), times.size()};
+  return {times[times.size() / 2], times.front(), times.size(), 0};
 }
 
 // What every bench's main is: names the device (QUOR_DEVICE chooses it), then `run(context, registry, size)` for the

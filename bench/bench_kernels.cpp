@@ -15,9 +15,11 @@
 #include <string_view>
 
 #include "bench_common.h"
+#include "bench_peaks.h"
 #include "gpu/compute_stream.h"
 #include "gpu/kernels/include/shared_constants.h"
 #include "gpu/radix_sorter.h"
+#include "gpu/run_sorter.h"
 #include "gpu/scanner.h"
 #include "gpu/transfer.h"
 #include "gs/image_loss.h"
@@ -69,29 +71,31 @@ class KernelBench {
         h_(static_cast<uint32_t>(size.height)),
         splats_(context, SplatStore::Use::Training),
         scanner_(context),
-        plainSorter_(context, "radix_scatter"),
-        rankedSorter_(context, "radix_scatter_ranked") {
+        sorter_(context),
+        runSorter_(context) {
     if (context.timestampBits() == 0) {
       throw std::runtime_error("The device has no timestamps, so single kernels cannot be timed on it.");
     }
     splats_.upload(transfer_, scene);
     scanner_.reserve(std::max(n_ + 1, m_));
-    for (RadixSorter* sorter : {&plainSorter_, &rankedSorter_}) sorter->reserve(std::max(n_, m_));
+    sorter_.reserve(std::max(n_, m_));
+    runSorter_.reserve(std::max(n_, m_));
     stream_.setProfiling(true);
   }
 
   void run() {
     std::printf("%u splats (%u visible), %ux%u, degree %u: %u instances\n", n_, v_, w_, h_, degree_, m_);
-    measureBandwidth();
+    bandwidth_ = quor::bench::measurePeaks(context_, stream_.registry()).bytes;
+    std::printf("a copy moves %.1f GB/s\n", bandwidth_ * 1e-6);
     addProjection();
     addLists();
     addForward();
     addLoss();
-    addWideLoss();
+    addLossTail();
     addBackward();
     addOptimiser();
     addPrimitives();
-    std::printf("%-52s %9s %9s %9s %8s %6s\n", "kernel", "ms", "least", "MB", "GB/s", "share");
+    std::printf("%-52s %9s %9s %9s %9s %8s %6s\n", "kernel", "ms", "least", "cpu ms", "MB", "GB/s", "share");
     for (const Row& row : rows_) report(row);
     for (const EmbeddedKernel& kernel : embeddedKernels()) {
       const auto isOf = [&](const Row& row) { return row.kernel == kernel.name; };
@@ -163,14 +167,29 @@ class KernelBench {
 
     // Eight passes over the depths, and four over the tiles, leave the result where it began.
     add("bin_count", footprintBytes + 4.0 * n_, counting, push, n_,
-        [this] { rankedSorter_.sort(stream_, depthKey_, order_, depthKeyPartner_, orderPartner_, n_, 32); });
+        [this] { runSorter_.sort(stream_, depthKey_, order_, depthKeyPartner_, orderPartner_, n_, 32); });
     add("bin_write", footprintBytes + 4.0 * n_ + 8.0 * m_, writing, push, n_, [this, count = rows_.back().work] {
       count();
       stream_.fill(tileCount_, 0, 4, 4ull * n_);
       scanner_.scan(stream_, tileCount_, n_ + 1);
     });
+    const uint32_t runs = RunSorter::runsFor(n_);
+    const Push listPush = {n_, w_, h_, uint32_t{TILE_SIZE}, tilesX_, tilesY_, runs, 0u};
+    Buffers listCounting = footprints, listWriting = footprints;
+    listCounting.push_back(&tileTable_);
+    listWriting.insert(listWriting.end(), {&tileTable_, &listed_});
+    rows_.push_back({"list_count", "", footprintBytes + 4.0 * tiles_ * runs,
+                     grid("list_count", listCounting, listPush, runs / 8, 1, 1),
+                     [this] { stream_.fill(tileTable_, 0); }});
+    rows_.push_back({"list_write", "", footprintBytes + 8.0 * tiles_ * runs + 4.0 * m_,
+                     grid("list_write", listWriting, listPush, runs / 8, 1, 1),
+                     [this, runs, count = rows_.back().work] {
+                       stream_.fill(tileTable_, 0);
+                       count();
+                       grid("scan_runs", {&tileTable_, &listStart_}, {tiles_, runs}, 1, 1, 1)();
+                     }});
     add("tile_ranges", 4.0 * m_ + 4.0 * tiles_, {&tileKey_, &tileStart_}, {m_, tiles_}, tiles_ + 1,
-        [this] { rankedSorter_.sort(stream_, tileKey_, splatId_, tileKeyPartner_, splatIdPartner_, m_, 16); });
+        [this] { runSorter_.sort(stream_, tileKey_, splatId_, tileKeyPartner_, splatIdPartner_, m_, 16); });
   }
 
   void addBlending(std::string_view kernel, const Buffers& outputs, bool runs, Work prepare = {}) {
@@ -200,12 +219,15 @@ class KernelBench {
     addPlanes("ssim_chain_backward", "", 72, {&partner_, &image_, &target_, &dSsim_}, {w_, h_}, 16, 16, 3);
   }
 
-  // Eight pixels an invocation, eight by eight invocations a group.
-  void addWideLoss() {
-    addPlanes("ssim_rows_wide", "", 84, {&image_, &target_, &planes_}, {w_, h_}, 64, 8, 3);
-    addPlanes("ssim_columns_wide", "", 108, {&planes_, &partner_, &dSsim_}, {w_, h_, scales_.ssim}, 8, 64, 3);
-    addPlanes("ssim_gradient_rows_wide", "", 72, {&partner_, &planes_}, {w_, h_}, 64, 8, 9);
-    addPlanes("ssim_gradient_columns_wide", "", 72, {&planes_, &image_, &target_, &dSsim_}, {w_, h_}, 8, 64, 3);
+  // The whole loss in one kernel, and step by step what ends it.
+  void addLossTail() {
+    if (runsWide()) {
+      const uint32_t across = w_ <= 96 ? 1 : 1 + groupsOf(w_ - 96, 76), down = groupsOf(h_, 192);
+      rows_.push_back({"loss_strips", "", 27.0 * p_,
+                       grid("loss_strips", {&image_, &photo_, &dImage_, &partials_},
+                            {w_, h_, groupsOf(h_, down), scales_.l1, scales_.ssim}, across, down, 3)});
+    }
+    add("accumulated_gradient", 20.0 * p_, {&dImage_, &accumulated_, &dAccumulated_}, {0.1f, 0.1f, 0.1f, p_}, p_);
     add("loss_grad", 56.0 * p_, {&image_, &target_, &dSsim_, &accumulated_, &dImage_, &dAccumulated_},
         {p_, scales_.l1, 0.1f, 0.1f, 0.1f, 1u}, p_);
   }
@@ -271,47 +293,72 @@ class KernelBench {
       count();
       scanner_.scan(stream_, histogram_, 16 * blocks);
     };
-    for (const std::string_view scatter : {"radix_scatter", "radix_scatter_ranked"}) {
-      add(scatter, 16.0 * m_, {&keysA_, &valuesA_, &keysB_, &valuesB_, &histogram_}, {m_, 0u, blocks}, invocations,
-          places);
-    }
-    // Each pass of four bits reads the keys twice and the values once, and writes both.
-    const auto sort = [&](RadixSorter& sorter, uint32_t bits, std::string_view detail) {
-      rows_.push_back({"RadixSorter", detail, 5.0 * bits * m_,
+    add("radix_scatter", 16.0 * m_, {&keysA_, &valuesA_, &keysB_, &valuesB_, &histogram_}, {m_, 0u, blocks},
+        invocations, places);
+    const uint32_t runs = RunSorter::runsFor(m_);
+    const Work zero = [this, runs] {
+      stream_.copy(randomKeys_, keysA_, randomKeys_.size());
+      stream_.fill(runTable_, 0, 1024ull * runs);
+    };
+    rows_.push_back({"radix_runs_count", "", 4.0 * m_ + 2048.0 * runs,
+                     grid("radix_runs_count", {&keysA_, &runTable_}, {m_, 0u, runs}, runs / 8, 1, 1), zero});
+    const Work counted = [zero, count = rows_.back().work] {
+      zero();
+      count();
+    };
+    rows_.push_back(
+        {"scan_runs", "", 2048.0 * runs, grid("scan_runs", {&runTable_, &runStarts_}, {256u, runs}, 1, 1, 1), counted});
+    const Work scanned = [counted, scan = rows_.back().work] {
+      counted();
+      scan();
+    };
+    rows_.push_back({"radix_runs_scatter", "", 16.0 * m_ + 2048.0 * runs,
+                     grid("radix_runs_scatter", {&keysA_, &valuesA_, &keysB_, &valuesB_, &runTable_}, {m_, 0u, runs},
+                          runs / 8, 1, 1),
+                     scanned});
+    // Each pass of four or eight bits reads the keys twice and the values once, and writes both.
+    const auto sort = [&](auto& sorter, uint32_t bits, uint32_t digitBits, std::string_view name,
+                          std::string_view detail) {
+      rows_.push_back({name, detail, 20.0 * (bits / digitBits) * m_,
                        [this, &sorter, bits] { sorter.sort(stream_, keysA_, valuesA_, keysB_, valuesB_, m_, bits); },
                        restore});
     };
-    sort(plainSorter_, 32, "32 bits, radix_scatter");
-    sort(rankedSorter_, 32, "32 bits, radix_scatter_ranked");
-    sort(plainSorter_, 16, "16 bits, radix_scatter");
-    sort(rankedSorter_, 16, "16 bits, radix_scatter_ranked");
+    sort(sorter_, 32, 4, "RadixSorter", "32 bits");
+    sort(runSorter_, 32, 8, "RunSorter", "32 bits");
+    sort(sorter_, 16, 4, "RadixSorter", "16 bits");
+    sort(runSorter_, 16, 8, "RunSorter", "16 bits");
   }
 
   quor::bench::Timing time(const Row& row) {
+    std::vector<double> processor;
     const auto once = [&] {
-      stream_.mark("prepare");
       if (row.prepare) row.prepare();
+      stream_.submit();
+      stream_.takeProfile();
       stream_.mark("work");
       row.work();
+      const double before = quor::bench::processorMilliseconds();
       stream_.submit();
+      processor.push_back(quor::bench::processorMilliseconds() - before);
       return stream_.takeProfile().back().milliseconds;
     };
-    return quor::bench::measure(once, 200, 20);
-  }
-
-  void measureBandwidth() {
-    const uint64_t bytes = context_.info().deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU ? 64 << 20 : 512 << 20;
-    const GpuBuffer from = words(bytes / 4), to = words(bytes / 4);
-    const double milliseconds = time({"copy", "", 0, [&] { stream_.copy(from, to, bytes); }}).median;
-    bandwidth_ = 2.0 * static_cast<double>(bytes) / milliseconds;
-    std::printf("a copy of %llu MiB moves %.1f GB/s\n", static_cast<unsigned long long>(bytes >> 20),
-                bandwidth_ * 1e-6);
+    quor::bench::Timing timing = quor::bench::measure(once, 200, 20);
+    std::nth_element(processor.begin(), processor.begin() + static_cast<ptrdiff_t>(processor.size() / 2),
+                     processor.end());
+    timing.processor = processor[processor.size() / 2];
+    return timing;
   }
 
   void report(const Row& row) {
-    const quor::bench::Timing timing = time(row);
     const std::string name = std::string(row.kernel) + (row.detail.empty() ? "" : ", ") + std::string(row.detail);
-    std::printf("%-52s %9.3f %9.3f ", name.c_str(), timing.median, timing.least);
+    if (name.find(only_) == std::string::npos && !name.starts_with("tile_ranges")) {
+      if (row.prepare) row.prepare();
+      row.work();
+      stream_.submit();
+      return;
+    }
+    const quor::bench::Timing timing = time(row);
+    std::printf("%-52s %9.3f %9.3f %9.3f ", name.c_str(), timing.median, timing.least, timing.processor);
     if (row.bytes == kPairs) {
       std::vector<int32_t> walked(p_);
       transfer_.download(walked_, walked.data(), 0, walked_.size());
@@ -334,7 +381,9 @@ class KernelBench {
   const LossScales scales_ = lossScales(0.2f, camera_.width, camera_.height);
   SplatStore splats_;
   Scanner scanner_;
-  RadixSorter plainSorter_, rankedSorter_;
+  RadixSorter sorter_;
+  RunSorter runSorter_;
+  const std::string only_ = std::getenv("BENCH_ONLY") != nullptr ? std::getenv("BENCH_ONLY") : "";
   double bandwidth_ = 0;  // bytes a millisecond
   std::vector<Row> rows_;
 
@@ -350,6 +399,9 @@ class KernelBench {
   GpuBuffer dMean_ = words(2ull * n_), dConic_ = words(3ull * n_), dOpacity_ = words(n_), dColour_ = words(3ull * n_);
   GpuBuffer dLogScale_ = words(3ull * n_), statistic_ = words(n_), views_ = words(n_);
   GpuBuffer randomKeys_ = words(m_), keysA_ = words(m_), valuesA_ = words(m_), keysB_ = words(m_), valuesB_ = words(m_);
+  GpuBuffer tileTable_ = words(uint64_t{tiles_} * RunSorter::runsFor(n_)), listed_ = words(m_);
+  GpuBuffer listStart_ = words(tiles_ + 1ull), runTable_ = words(256ull * RunSorter::runsFor(m_));
+  GpuBuffer runStarts_ = words(257);
   GpuBuffer histogram_ = words(16ull * groupsOf(m_, 1024)), totals_ = words(groupsOf(m_, 1024));
 };
 

@@ -27,10 +27,6 @@ Count blocksOf(Count count) {
 
 }  // namespace
 
-const char* RadixSorter::scatterKernelFor(const DeviceInfo& device) {
-  return device.deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU ? "radix_scatter_ranked" : "radix_scatter";
-}
-
 void RadixSorter::reserve(size_t count) {
   const uint64_t entries = blocksOf<uint64_t>(count) * kDigits;
   if (!histogram_ || histogram_.size() < entries * sizeof(uint32_t)) {
@@ -55,7 +51,7 @@ bool RadixSorter::sort(ComputeStream& stream, const GpuBuffer& keysA, const GpuB
     const uint32_t invocations = blocks * kBlockInvocations;
     stream.dispatch1D("radix_hist", {in.first, &histogram_}, push, invocations);
     scanner_.scan(stream, histogram_, blocks * kDigits);
-    stream.dispatch1D(scatterKernel_, {in.first, in.second, out.first, out.second, &histogram_}, push, invocations);
+    stream.dispatch1D("radix_scatter", {in.first, in.second, out.first, out.second, &histogram_}, push, invocations);
     std::swap(in, out);
   }
   return passes % 2 == 1;

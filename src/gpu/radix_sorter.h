@@ -5,18 +5,12 @@
 #include <cstdint>
 
 #include "gpu/scanner.h"
-#include "gpu/vulkan_context.h"
 
 namespace quor::gs {
 
 class RadixSorter {
  public:
-  explicit RadixSorter(VulkanContext& context) : RadixSorter(context, scatterKernelFor(context.info())) {}
-  // With a scatter kernel of one's choice, "radix_scatter" or "radix_scatter_ranked"; both give the same result.
-  RadixSorter(VulkanContext& context, const char* scatterKernel)
-      : context_(context), scanner_(context), scatterKernel_(scatterKernel) {}
-
-  static const char* scatterKernelFor(const DeviceInfo& device);
+  explicit RadixSorter(VulkanContext& context) : context_(context), scanner_(context) {}
 
   void reserve(size_t count);
   // Sorts the first `count` pairs of A by the low keyBits bits, with B as partner; true when the result lies in B.
@@ -26,7 +20,6 @@ class RadixSorter {
  private:
   VulkanContext& context_;
   Scanner scanner_;
-  const char* scatterKernel_;
   GpuBuffer histogram_;
 };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "gpu/kernels/include/shared_constants.h"
 #include "gpu/vulkan_context.h"
 
 namespace quor::gs {
@@ -14,9 +15,13 @@ struct SizePush {
 struct BlurPush {
   uint32_t width, height, axis, planes;
 };
-struct ColumnsPush {
-  uint32_t width, height;
-  float scale;
+struct StripsPush {
+  uint32_t width, height, rows;
+  float l1Scale, ssimScale;
+};
+struct AccumulatedPush {
+  float red, green, blue;
+  uint32_t pixels;
 };
 struct TailPush {
   uint32_t pixels;
@@ -27,14 +32,15 @@ struct GradPush {
   float l1Scale, red, green, blue;
   uint32_t composited;
 };
-static_assert(sizeof(BlurPush) == 16 && sizeof(TailPush) == 8 && sizeof(GradPush) == 24);
+static_assert(sizeof(BlurPush) == 16 && sizeof(TailPush) == 8 && sizeof(GradPush) == 24 && sizeof(StripsPush) == 20);
 
 constexpr uint32_t kPlanes = 15;
 constexpr uint32_t kPartialItems = 256;
 
-// Of the kernels that own runs of eight pixels: eight runs by eight lines a group.
-constexpr uint32_t kRunGroup = 64, kRunLines = 8;
-constexpr uint32_t kGradientPlanes = 9;
+// Of loss_strips: the columns that a strip between two others owns, and about how many rows it is long. Longer strips
+// repeat less at their ends, more strips keep more cores busy.
+constexpr uint32_t kStripOwned = 8 * LOSS_STRIP_COLUMNS - 2 * LOSS_STRIP_HALO;
+constexpr uint32_t kStripRows = 192;
 
 uint32_t groups(uint32_t items, uint32_t each) {
   return (items + each - 1) / each;
@@ -42,6 +48,27 @@ uint32_t groups(uint32_t items, uint32_t each) {
 
 uint64_t partialGroups(uint64_t items) {
   return (items + kPartialItems - 1) / kPartialItems;
+}
+
+// How loss_strips cuts an image of this size: strips side by side, one below the other, and rows of each.
+struct Strips {
+  uint32_t across, down, rows;
+  Strips(uint32_t width, uint32_t height) {
+    const uint32_t ends = kStripOwned + 2 * LOSS_STRIP_HALO;  // at the image's edges there is nothing to look over to
+    across = width <= ends ? 1 : 1 + groups(width - ends, kStripOwned);
+    down = groups(height, kStripRows);
+    rows = groups(height, down);
+  }
+};
+
+// Groups whose sums finishScore() adds up, for an image of this size and at most for one of so many pixels.
+uint64_t partialsOf(bool strips, int width, int height) {
+  const uint32_t w = static_cast<uint32_t>(width), h = static_cast<uint32_t>(height);
+  const Strips cut(w, h);
+  return strips ? uint64_t{3} * cut.across * cut.down : partialGroups(uint64_t{3} * w * h);
+}
+uint64_t mostPartials(uint64_t pixels) {
+  return 3 * (pixels / 32 + 1);  // images of a single row or column are cut into the most
 }
 
 }  // namespace
@@ -61,52 +88,44 @@ void ImageLoss::reserve(uint64_t pixels) {
   const auto make = [&](uint64_t floats, const char* name) {
     return GpuBuffer(context_, floats * sizeof(float), BufferKind::Device, name);
   };
-  target_ = make(3 * pixels, "target image");
-  planes_ = make(kPlanes * pixels, "SSIM planes");
-  planesPartner_ = make(kPlanes * pixels, "SSIM planes partner");
-  dSsim_ = make(3 * pixels, "SSIM gradient");
+  if (!strips_) {
+    target_ = make(3 * pixels, "target image");
+    planes_ = make(kPlanes * pixels, "SSIM planes");
+    planesPartner_ = make(kPlanes * pixels, "SSIM planes partner");
+    dSsim_ = make(3 * pixels, "SSIM gradient");
+  }
   dImage_ = make(3 * pixels, "image gradient");
   dAccumulated_ = make(pixels, "accumulated opacity gradient");
-  const uint64_t bytes = partialGroups(3 * pixels) * 3 * sizeof(float);
+  const uint64_t bytes = mostPartials(pixels) * 3 * sizeof(float);
   partials_ = GpuBuffer(context_, bytes, BufferKind::Device, "loss partials");
   partialsOnHost_ = GpuBuffer(context_, bytes, BufferKind::Readback, "loss partials on the host");
 }
 
 std::vector<std::string> ImageLoss::kernelNames() const {
-  if (wide_) {
-    return {"u8_to_f32",     "ssim_rows_wide",          "ssim_columns_wide",
-            "loss_partials", "ssim_gradient_rows_wide", "ssim_gradient_columns_wide",
-            "loss_grad"};
-  }
+  if (strips_) return {"loss_strips", "accumulated_gradient"};
   return {"u8_to_f32",     "ssim_stack_blur_h",  "ssim_blur15",         "ssim_tail_forward",
           "loss_partials", "ssim_tail_backward", "ssim_chain_backward", "loss_grad"};
 }
 
-void ImageLoss::recordStatistics(ComputeStream& stream, const Frame& frame, const GpuBuffer& photo, float ssimScale) {
+void ImageLoss::recordStrips(ComputeStream& stream, const Frame& frame, const GpuBuffer& photo,
+                             const LossScales& scales) {
   const uint32_t w = static_cast<uint32_t>(frame.width), h = static_cast<uint32_t>(frame.height);
-  stream.dispatch1D("u8_to_f32", {&photo, &target_}, 3 * w * h, 3 * w * h);
-  if (wide_) {
-    stream.dispatch("ssim_rows_wide", {&frame.image, &target_, &planes_}, SizePush{w, h}, groups(w, kRunGroup),
-                    groups(h, kRunLines), 3);
-    stream.dispatch("ssim_columns_wide", {&planes_, &planesPartner_, &dSsim_}, ColumnsPush{w, h, ssimScale},
-                    groups(w, kRunLines), groups(h, kRunGroup), 3);
-    return;
-  }
+  const Strips cut(w, h);
+  stream.dispatch("loss_strips", {&frame.image, &photo, &dImage_, &partials_},
+                  StripsPush{w, h, cut.rows, scales.l1, scales.ssim}, cut.across, cut.down, 3);
+}
+
+void ImageLoss::recordStatistics(ComputeStream& stream, const Frame& frame, const GpuBuffer& photo) {
+  const uint32_t w = static_cast<uint32_t>(frame.width), h = static_cast<uint32_t>(frame.height);
   const uint32_t gx = groups(w, 16), gy = groups(h, 16);
+  stream.dispatch1D("u8_to_f32", {&photo, &target_}, 3 * w * h, 3 * w * h);
   stream.dispatch("ssim_stack_blur_h", {&frame.image, &target_, &planes_}, SizePush{w, h}, gx, gy, 3);
   stream.dispatch("ssim_blur15", {&planes_, &planesPartner_}, BlurPush{w, h, 1, kPlanes}, gx, gy, kPlanes);
 }
 
-// From the gradients of the statistics back to the image.
+// From the statistics back to the image.
 void ImageLoss::recordSsimGradient(ComputeStream& stream, const Frame& frame, float ssimScale) {
   const uint32_t w = static_cast<uint32_t>(frame.width), h = static_cast<uint32_t>(frame.height);
-  if (wide_) {
-    stream.dispatch("ssim_gradient_rows_wide", {&planesPartner_, &planes_}, SizePush{w, h}, groups(w, kRunGroup),
-                    groups(h, kRunLines), kGradientPlanes);
-    stream.dispatch("ssim_gradient_columns_wide", {&planes_, &frame.image, &target_, &dSsim_}, SizePush{w, h},
-                    groups(w, kRunLines), groups(h, kRunGroup), 3);
-    return;
-  }
   const uint32_t gx = groups(w, 16), gy = groups(h, 16);
   stream.dispatch1D("ssim_tail_backward", {&planesPartner_, &planes_}, TailPush{w * h, ssimScale}, 3 * w * h);
   stream.dispatch("ssim_blur15", {&planes_, &planesPartner_}, BlurPush{w, h, 0, kPlanes}, gx, gy, kPlanes);
@@ -116,34 +135,54 @@ void ImageLoss::recordSsimGradient(ComputeStream& stream, const Frame& frame, fl
 
 void ImageLoss::backward(ComputeStream& stream, const Frame& frame, const GpuBuffer& photo, const LossScales& scales,
                          const float background[3], bool composited, bool withScore) {
-  recordStatistics(stream, frame, photo, scales.ssim);
+  const uint32_t pixels = static_cast<uint32_t>(frame.width) * static_cast<uint32_t>(frame.height);
+  if (strips_) {
+    recordStrips(stream, frame, photo, scales);
+    if (composited) {
+      stream.dispatch1D("accumulated_gradient", {&dImage_, &frame.accumulated, &dAccumulated_},
+                        AccumulatedPush{background[0], background[1], background[2], pixels}, pixels);
+    } else {
+      stream.fill(dAccumulated_, 0, uint64_t{pixels} * sizeof(float));
+    }
+    if (withScore) copyPartials(stream, frame);
+    return;
+  }
+  recordStatistics(stream, frame, photo);
   if (withScore) recordPartials(stream, frame);
   recordSsimGradient(stream, frame, scales.ssim);
-  const uint32_t pixels = static_cast<uint32_t>(frame.width) * static_cast<uint32_t>(frame.height);
   const GradPush push = {pixels, scales.l1, background[0], background[1], background[2], composited ? 1u : 0u};
   stream.dispatch1D("loss_grad", {&frame.image, &target_, &dSsim_, &frame.accumulated, &dImage_, &dAccumulated_}, push,
                     pixels);
 }
 
 ImageScores ImageLoss::score(ComputeStream& stream, const Frame& frame, const GpuBuffer& photo) {
-  recordStatistics(stream, frame, photo, 1.0f);
-  recordPartials(stream, frame);
+  if (strips_) {
+    recordStrips(stream, frame, photo, {});
+    copyPartials(stream, frame);
+  } else {
+    recordStatistics(stream, frame, photo);
+    recordPartials(stream, frame);
+  }
   stream.submit();
   return finishScore(frame.width, frame.height);
 }
 
 void ImageLoss::recordPartials(ComputeStream& stream, const Frame& frame) {
   const uint32_t pixels = static_cast<uint32_t>(frame.width) * static_cast<uint32_t>(frame.height);
-  if (!wide_) stream.dispatch1D("ssim_tail_forward", {&planesPartner_, &dSsim_}, pixels, 3 * pixels);
+  stream.dispatch1D("ssim_tail_forward", {&planesPartner_, &dSsim_}, pixels, 3 * pixels);
   stream.dispatch1D("loss_partials", {&frame.image, &target_, &dSsim_, &partials_}, 3 * pixels, 3 * pixels);
-  stream.copy(partials_, partialsOnHost_, partialGroups(uint64_t{3} * pixels) * 3 * sizeof(float));
+  copyPartials(stream, frame);
+}
+
+void ImageLoss::copyPartials(ComputeStream& stream, const Frame& frame) {
+  stream.copy(partials_, partialsOnHost_, partialsOf(strips_, frame.width, frame.height) * 3 * sizeof(float));
 }
 
 ImageScores ImageLoss::finishScore(int width, int height) const {
   const uint64_t items = 3 * static_cast<uint64_t>(width) * static_cast<uint64_t>(height);
   const float* partial = static_cast<const float*>(partialsOnHost_.mapped());
   double sums[3] = {0, 0, 0};
-  for (uint64_t i = 0; i < 3 * partialGroups(items); ++i) sums[i % 3] += static_cast<double>(partial[i]);
+  for (uint64_t i = 0; i < 3 * partialsOf(strips_, width, height); ++i) sums[i % 3] += static_cast<double>(partial[i]);
   const double count = static_cast<double>(items);
   return {sums[0] / count, sums[1] / count, sums[2] / count};
 }

@@ -32,8 +32,8 @@ struct ImageScores {
 
 class ImageLoss {
  public:
-  // `wide` takes the kernels that blur eight pixels an invocation; both ways give the same results.
-  ImageLoss(VulkanContext& context, bool wide) : context_(context), wide_(wide) {}
+  // `strips` takes the kernel that does all in one pass, with subgroups of eight; both ways give the same results.
+  ImageLoss(VulkanContext& context, bool strips) : context_(context), strips_(strips) {}
 
   std::vector<std::string> kernelNames() const;
 
@@ -61,17 +61,19 @@ class ImageLoss {
   const GpuBuffer& accumulatedGradient() const { return dAccumulated_; }
 
  private:
-  // The statistics of SSIM and what follows from them pixel by pixel, for a gradient of that scale.
-  void recordStatistics(ComputeStream& stream, const Frame& frame, const GpuBuffer& photo, float ssimScale);
+  // Everything but the gradient of accumulated opacity, in one pass.
+  void recordStrips(ComputeStream& stream, const Frame& frame, const GpuBuffer& photo, const LossScales& scales);
+  // Step by step.
+  void recordStatistics(ComputeStream& stream, const Frame& frame, const GpuBuffer& photo);
   void recordPartials(ComputeStream& stream, const Frame& frame);
   void recordSsimGradient(ComputeStream& stream, const Frame& frame, float ssimScale);
+  void copyPartials(ComputeStream& stream, const Frame& frame);
 
   VulkanContext& context_;
-  bool wide_;
+  bool strips_;
   uint64_t pixelRoom_ = 0;
-  GpuBuffer target_;
-  GpuBuffer planes_, planesPartner_;
-  GpuBuffer dSsim_;  // the SSIM map for scores
+  GpuBuffer target_, planes_, planesPartner_;  // not for strips, nor the next
+  GpuBuffer dSsim_;                            // the SSIM map for scores
   GpuBuffer dImage_, dAccumulated_;
   GpuBuffer partials_, partialsOnHost_;
 };

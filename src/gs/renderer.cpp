@@ -23,6 +23,9 @@ struct ScaledPush {
 };
 static_assert(sizeof(ScaledPush) == 8);
 
+struct ScanRunsPush {
+  uint32_t rows, runs;
+};
 struct RangesPush {
   uint32_t instances, tiles;
 };
@@ -45,8 +48,8 @@ Renderer::Variants Renderer::Variants::forDevice(const VulkanContext& context, c
   const DeviceInfo& device = context.info();
   const bool wide = device.deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU && device.subgroupShuffle &&
                     device.subgroupSize == 8 && device.floatAtomics;
-  if (wide) return {"rasterize_forward_wide", "rasterize_backward_wide", true};
-  return {"rasterize_forward", registry.backwardKernelName(), false};
+  if (wide) return {"rasterize_forward_wide", "rasterize_backward_wide", true, true};
+  return {"rasterize_forward", registry.backwardKernelName()};
 }
 
 Renderer::Renderer(VulkanContext& context, KernelRegistry& registry, Mode mode)
@@ -57,23 +60,20 @@ Renderer::Renderer(VulkanContext& context, Variants variants, Mode mode)
       mode_(mode),
       variants_(std::move(variants)),
       sorter_(context),
+      runSorter_(context),
       scanner_(context),
-      loss_(context, variants_.wideLoss),
+      loss_(context, variants_.stripLoss),
       total_(context, sizeof(uint32_t), BufferKind::Readback, "instance count") {}
 
 std::vector<std::string> Renderer::kernelNames() const {
-  std::vector<std::string> names = {"activate",
-                                    "preprocess_forward",
-                                    "depth_keys",
-                                    "radix_hist",
-                                    RadixSorter::scatterKernelFor(context_.info()),
-                                    "scan_block",
-                                    "scan_add",
-                                    "bin_count",
-                                    "bin_write",
-                                    "tile_ranges",
-                                    variants_.forward,
+  std::vector<std::string> names = {"activate", "preprocess_forward", "depth_keys", variants_.forward,
                                     "composite_background"};
+  if (variants_.runLists) {
+    names.insert(names.end(), {"radix_runs_count", "radix_runs_scatter", "scan_runs", "list_count", "list_write"});
+  } else {
+    names.insert(names.end(),
+                 {"radix_hist", "radix_scatter", "scan_block", "scan_add", "bin_count", "bin_write", "tile_ranges"});
+  }
   if (mode_ == Mode::Training) {
     for (std::string& name : loss_.kernelNames()) names.push_back(std::move(name));
     names.insert(names.end(), {"preprocess_backward", "activation_backward"});
@@ -100,9 +100,13 @@ void Renderer::reserve(uint32_t splats, int width, int height) {
     depthKeyPartner_ = make(n, "depth keys partner");
     order_ = make(n, "depth order");
     orderPartner_ = make(n, "depth order partner");
-    tileCount_ = make(n + 1, "tile counts");
-    sorter_.reserve(n);
-    scanner_.reserve(n + 1);
+    if (variants_.runLists) {
+      runSorter_.reserve(splats);
+    } else {
+      tileCount_ = make(n + 1, "tile counts");
+      sorter_.reserve(n);
+      scanner_.reserve(n + 1);
+    }
     if (mode_ == Mode::Training) {
       dMean_ = make(2 * n, "screen mean gradient");
       dConic_ = make(3 * n, "conic gradient");
@@ -118,23 +122,34 @@ void Renderer::reserve(uint32_t splats, int width, int height) {
     transmittance_ = make(pixels, "transmittance");
     walked_ = make(pixels, "walked");
   }
-  const uint32_t tiles = tilesOf(width) * tilesOf(height);
-  if (tiles > tileRoom_) {
-    tileRoom_ = tiles;
-    tileStart_ = make(tiles + 1, "tile starts");
-  }
+  reserveTiles(tilesOf(width) * tilesOf(height));
   if (mode_ == Mode::Training) loss_.reserve(pixels);
+}
+
+void Renderer::reserveTiles(uint32_t tiles) {
+  tileRoom_ = std::max(tileRoom_, tiles);
+  const auto make = [&](GpuBuffer& buffer, uint64_t words, const char* name) {
+    if (buffer.size() >= words * sizeof(uint32_t)) return;
+    buffer = GpuBuffer();
+    buffer = GpuBuffer(context_, words * sizeof(uint32_t), BufferKind::Device, name);
+  };
+  make(tileStart_, uint64_t{tileRoom_} + 1, "tile starts");
+  if (variants_.runLists) make(tileTable_, uint64_t{tileRoom_} * RunSorter::runsFor(splatRoom_), "tile counts by run");
 }
 
 void Renderer::reserveInstances(uint32_t instances) {
   if (instances <= instanceRoom_) return;
   instanceRoom_ = static_cast<uint32_t>(std::min<uint64_t>(instances + instances / 2ull + 4096, UINT32_MAX / 4));
   if (instances > instanceRoom_) throw std::runtime_error("The scene lists too many splats in one view.");
-  for (GpuBuffer* buffer : {&tileKey_, &tileKeyPartner_, &splatId_, &splatIdPartner_}) {
+  std::vector<GpuBuffer*> buffers = {&splatId_};
+  if (!variants_.runLists) {
+    buffers.insert(buffers.end(), {&tileKey_, &tileKeyPartner_, &splatIdPartner_});
+    sorter_.reserve(instanceRoom_);
+  }
+  for (GpuBuffer* buffer : buffers) {
     *buffer = GpuBuffer();
     *buffer = GpuBuffer(context_, instanceRoom_ * sizeof(uint32_t), BufferKind::Device, "tile instances");
   }
-  sorter_.reserve(instanceRoom_);
 }
 
 void Renderer::project(ComputeStream& stream, const SplatStore& splats, const Camera& camera, int shDegree,
@@ -162,7 +177,7 @@ void Renderer::project(ComputeStream& stream, const SplatStore& splats, const Ca
   const uint32_t w = static_cast<uint32_t>(width_), h = static_cast<uint32_t>(height_);
   const uint32_t size[4] = {n, w, h, static_cast<uint32_t>(std::clamp(shDegree, 0, 3))};
   std::copy(std::begin(size), std::end(size), camera_.size);
-  bin_ = {n, w, h, kTile, tilesX_, tilesY_, {0, 0}};
+  bin_ = {n, w, h, kTile, tilesX_, tilesY_, RunSorter::runsFor(n), 0};
 
   stream.mark("projection");
   const auto activated = {&splats.value(kScales), &splats.value(kOpacities), static_cast<const GpuBuffer*>(&scale_),
@@ -178,27 +193,43 @@ void Renderer::project(ComputeStream& stream, const SplatStore& splats, const Ca
                     camera_, n);
   stream.mark("depth sort");
   stream.dispatch1D("depth_keys", {&depth_, &visible_, &depthKey_, &order_}, n, n);
-  orderInPartner_ = sorter_.sort(stream, depthKey_, order_, depthKeyPartner_, orderPartner_, n, 32);
-
-  stream.mark("tile lists");
-  const GpuBuffer& order = orderInPartner_ ? orderPartner_ : order_;
-  stream.dispatch1D("bin_count", {&order, &mean_, &conic_, &opacity_, &halfExtent_, &visible_, &tileCount_}, bin_, n);
-  stream.fill(tileCount_, 0, sizeof(uint32_t), n * sizeof(uint32_t));
-  scanner_.scan(stream, tileCount_, n + 1);
-  stream.copy(tileCount_, total_, sizeof(uint32_t), n * sizeof(uint32_t));
+  orderInPartner_ = variants_.runLists
+                        ? runSorter_.sort(stream, depthKey_, order_, depthKeyPartner_, orderPartner_, n, 32)
+                        : sorter_.sort(stream, depthKey_, order_, depthKeyPartner_, orderPartner_, n, 32);
+  countInstances(stream);
   stream.submit();
   instances_ = *static_cast<const uint32_t*>(total_.mapped());
   reserveInstances(instances_);
 }
 
-void Renderer::rasterize(ComputeStream& stream, const std::array<float, 3>& background) {
-  background_ = background;
-  const uint32_t tiles = tilesX_ * tilesY_;
-  if (!tileKey_) reserveInstances(1);
+void Renderer::countInstances(ComputeStream& stream) {
   stream.mark("tile lists");
-  const GpuBuffer& order = orderInPartner_ ? orderPartner_ : order_;
+  const uint32_t n = bin_.count, tiles = tilesX_ * tilesY_;
+  if (variants_.runLists) {
+    stream.fill(tileTable_, 0, uint64_t{tiles} * bin_.runs * sizeof(uint32_t));
+    stream.dispatch("list_count", {&order(), &mean_, &conic_, &opacity_, &halfExtent_, &visible_, &tileTable_}, bin_,
+                    n > 0 ? bin_.runs / 8 : 0, 1, 1);
+    stream.dispatch("scan_runs", {&tileTable_, &tileStart_}, ScanRunsPush{tiles, bin_.runs}, 1, 1, 1);
+    stream.copy(tileStart_, total_, sizeof(uint32_t), tiles * sizeof(uint32_t));
+    return;
+  }
+  stream.dispatch1D("bin_count", {&order(), &mean_, &conic_, &opacity_, &halfExtent_, &visible_, &tileCount_}, bin_, n);
+  stream.fill(tileCount_, 0, sizeof(uint32_t), n * sizeof(uint32_t));
+  scanner_.scan(stream, tileCount_, n + 1);
+  stream.copy(tileCount_, total_, sizeof(uint32_t), n * sizeof(uint32_t));
+}
+
+void Renderer::writeLists(ComputeStream& stream) {
+  stream.mark("tile lists");
+  stream.dispatch("list_write", {&order(), &mean_, &conic_, &opacity_, &halfExtent_, &visible_, &tileTable_, &splatId_},
+                  bin_, bin_.count > 0 ? bin_.runs / 8 : 0, 1, 1);
+}
+
+void Renderer::sortIntoTiles(ComputeStream& stream) {
+  stream.mark("tile lists");
+  const uint32_t tiles = tilesX_ * tilesY_;
   stream.dispatch1D("bin_write",
-                    {&order, &mean_, &conic_, &opacity_, &halfExtent_, &visible_, &tileCount_, &tileKey_, &splatId_},
+                    {&order(), &mean_, &conic_, &opacity_, &halfExtent_, &visible_, &tileCount_, &tileKey_, &splatId_},
                     bin_, bin_.count);
   stream.mark("tile sort");
   const uint32_t bits = static_cast<uint32_t>(std::bit_width(std::max(tiles, 2u) - 1));
@@ -207,6 +238,16 @@ void Renderer::rasterize(ComputeStream& stream, const std::array<float, 3>& back
     std::swap(splatId_, splatIdPartner_);
   }
   stream.dispatch1D("tile_ranges", {&tileKey_, &tileStart_}, RangesPush{instances_, tiles}, tiles + 1);
+}
+
+void Renderer::rasterize(ComputeStream& stream, const std::array<float, 3>& background) {
+  background_ = background;
+  if (!splatId_) reserveInstances(1);
+  if (variants_.runLists) {
+    writeLists(stream);
+  } else {
+    sortIntoTiles(stream);
+  }
 
   stream.mark("forward");
   const RasterPush push = {bin_.width, bin_.height, tilesX_, 0};

@@ -14,6 +14,7 @@
 #include "gpu/compute_stream.h"
 #include "gpu/gpu_buffer.h"
 #include "gpu/radix_sorter.h"
+#include "gpu/run_sorter.h"
 #include "gpu/scanner.h"
 #include "gs/camera.h"
 #include "gs/image_loss.h"
@@ -34,7 +35,8 @@ class Renderer {
   struct Variants {
     std::string forward;
     std::string backward;
-    bool wideLoss = false;
+    bool stripLoss = false;
+    bool runLists = false;  // tile lists by counters a tile and run of splats, instead of a sort
     static Variants forDevice(const VulkanContext& context, const KernelRegistry& registry);
   };
 
@@ -72,6 +74,7 @@ class Renderer {
   uint32_t instances() const { return instances_; }
   const GpuBuffer& image() const { return image_; }               // height x width x 3
   const GpuBuffer& accumulated() const { return accumulated_; }   // height x width
+  const GpuBuffer& walked() const { return walked_; }             // int, per pixel: list entries up to its last
   const GpuBuffer& visible() const { return visible_; }           // int, per splat
   const GpuBuffer& screenMeanGradient() const { return dMean_; }  // 2 per splat, per pixel
   const GpuBuffer& depths() const { return depth_; }              // of visible splats
@@ -93,17 +96,24 @@ class Renderer {
   };
   static_assert(sizeof(CameraBlock) == 112);
   struct BinPush {
-    uint32_t count, width, height, tileSize, tilesX, tilesY, reserved[2];
+    uint32_t count, width, height, tileSize, tilesX, tilesY, runs, reserved;
   };
   static_assert(sizeof(BinPush) == 32);
 
+  void reserveTiles(uint32_t tiles);
   void reserveInstances(uint32_t instances);
+  const GpuBuffer& order() const { return orderInPartner_ ? orderPartner_ : order_; }
+  // Instances counted, their total copied for the host; then each tile's list written, front to back, and tileStart_.
+  void countInstances(ComputeStream& stream);
+  void writeLists(ComputeStream& stream);
+  void sortIntoTiles(ComputeStream& stream);
   void requireTraining() const;
 
   VulkanContext& context_;
   Mode mode_;
   Variants variants_;
   RadixSorter sorter_;
+  RunSorter runSorter_;
   Scanner scanner_;
   ImageLoss loss_;
 
@@ -127,7 +137,7 @@ class Renderer {
   GpuBuffer depthKey_, depthKeyPartner_, order_, orderPartner_;
   GpuBuffer tileCount_, total_;
   GpuBuffer tileKey_, tileKeyPartner_, splatId_, splatIdPartner_;
-  GpuBuffer tileStart_;
+  GpuBuffer tileStart_, tileTable_;
   GpuBuffer image_, accumulated_, transmittance_, walked_;
   GpuBuffer dMean_, dConic_, dOpacity_, dColour_;
 };

@@ -25,8 +25,8 @@ struct Row {
 };
 
 // What the host code counts on, in the order of the embedded table.
-constexpr Size kColumns = {32, 1, 1};
 constexpr Size kRuns = {8, 8, 1};
+constexpr Size kEight = {8, 1, 1};
 constexpr const char* kBackwardAccess = "ro ro ro ro ro ro ro ro ro ro rw rw rw rw";
 const std::vector<Row> kRows = {
     {"activate", kLine, "ro ro wo wo", 4},
@@ -62,16 +62,20 @@ const std::vector<Row> kRows = {
     {"sift_match_tiles", kTile, "ro ro wo wo", 24},
     {"sift_match_reduce", kLine, "ro ro wo wo", 24},
     {"sift_match_cross", kLine, "ro ro wo", 12},
+    {"activate_scaled", kLine, "ro ro wo wo", 8},
     {"gather_rows", kLine, "ro ro wo", 12},
     {"weigh_near_gradients", kLine, "rw ro", 8},
     {"flag_diverged", kLine, "ro ro ro ro ro ro wo", 4},
-    {"radix_scatter_ranked", kLine, "ro ro wo wo ro", 12},
-    {"rasterize_forward_wide", kColumns, "ro ro ro ro ro ro wo wo wo wo", 16},
-    {"rasterize_backward_wide", kColumns, kBackwardAccess, 16},
-    {"ssim_rows_wide", kRuns, "ro ro wo", 8},
-    {"ssim_columns_wide", kRuns, "ro wo wo", 12},
-    {"ssim_gradient_rows_wide", kRuns, "ro wo", 8},
-    {"ssim_gradient_columns_wide", kRuns, "ro ro ro wo", 8},
+    {"radix_runs_count", kEight, "ro rw", 12},
+    {"radix_runs_scatter", kEight, "ro ro wo wo rw", 12},
+    {"scan_runs", kEight, "rw wo", 8},
+    {"list_count", kEight, "ro ro ro ro ro ro rw", 32},
+    {"list_write", kEight, "ro ro ro ro ro ro rw wo", 32},
+    {"rasterize_forward_wide", kEight, "ro ro ro ro ro ro wo wo wo wo", 16},
+    {"rasterize_backward_wide", kEight, kBackwardAccess, 16},
+    {"loss_strips", kEight, "ro ro wo wo", 20},
+    {"accumulated_gradient", kLine, "ro ro wo", 16},
+    {"multiply_add_peak", kLine, "wo", 8},
     {"sift_match_tiles_packed", kTile, "ro ro wo wo", 24},
     {"sift_match_tiles_wide", kRuns, "ro ro wo wo", 24},
     {"activate_scaled", kLine, "ro ro wo wo", 8},

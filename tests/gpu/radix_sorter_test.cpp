@@ -4,6 +4,7 @@
 #include <numeric>
 
 #include "base/split_mix64.h"
+#include "gpu/run_sorter.h"
 #include "support/gpu_fixture.h"
 #include "support/temp_folder.h"
 
@@ -16,17 +17,17 @@ class RadixSorterTest : public GpuTest {
  protected:
   // Compares each way to sort with the standard library.
   void sortAndCompare(const std::vector<uint32_t>& keys, uint32_t keyBits) {
-    for (const char* scatter : {"radix_scatter", "radix_scatter_ranked"}) {
-      SCOPED_TRACE(scatter);
-      sortAndCompare(keys, keyBits, scatter);
-    }
+    sortAndCompare<RadixSorter>(keys, keyBits, 4);
+    sortAndCompare<RunSorter>(keys, keyBits, 8);
   }
 
   // Sorts with a few items of room behind; values are the keys' first places.
-  void sortAndCompare(std::vector<uint32_t> keys, uint32_t keyBits, const char* scatter) {
+  template <class Sorter>
+  void sortAndCompare(std::vector<uint32_t> keys, uint32_t keyBits, uint32_t digitBits) {
+    SCOPED_TRACE(digitBits);
     const auto count = static_cast<uint32_t>(keys.size());
-    const uint32_t passes = (keyBits + 3) / 4;
-    const uint32_t mask = passes == 8 ? UINT32_MAX : (1u << 4 * passes) - 1;
+    const uint32_t passes = (keyBits + digitBits - 1) / digitBits;
+    const uint32_t mask = digitBits * passes == 32 ? UINT32_MAX : (1u << digitBits * passes) - 1;
     std::vector<uint32_t> values(count);
     std::iota(values.begin(), values.end(), 0u);
     std::vector<uint32_t> order = values;
@@ -39,7 +40,7 @@ class RadixSorterTest : public GpuTest {
     const GpuBuffer keysA = makeBuffer(keys), valuesA = makeBuffer(values);
     const GpuBuffer keysB = makeBuffer(std::vector<uint32_t>(count + 7, kUntouched));
     const GpuBuffer valuesB = makeBuffer(std::vector<uint32_t>(count + 7, kUntouched));
-    RadixSorter sorter(context, scatter);
+    Sorter sorter(context);
     sorter.reserve(count);
     const bool inB = sorter.sort(stream, keysA, valuesA, keysB, valuesB, count, keyBits);
     stream.submit();
@@ -57,7 +58,7 @@ class RadixSorterTest : public GpuTest {
 };
 
 TEST_F(RadixSorterTest, BlockBordersAndDigits) {
-  for (const uint32_t count : {0u, 1u, 2u, 3u, 1023u, 1024u, 1025u, 4095u, 4097u, 66'000u}) {
+  for (const uint32_t count : {0u, 1u, 2u, 3u, 31u, 33u, 1023u, 1024u, 1025u, 4095u, 4097u, 66'000u}) {
     sortAndCompare(randomKeys(count), 32);
     sortAndCompare(randomKeys(count, 0x3F), 6);  // many equal keys: their order must stay
   }
@@ -89,6 +90,10 @@ TEST_F(RadixSorterTest, BeyondTheReservedSizeIsAFault) {
   sorter.reserve(1'000'000);  // 977 blocks need less than the smallest histogram, made for 1536
   EXPECT_EQ(sortError(sorter, 1536 * 1024), "no exception");
   EXPECT_EQ(sortError(sorter, 1536 * 1024 + 1), "RadixSorter used beyond its reserved size");
+
+  RunSorter runs(context);
+  EXPECT_EQ(test::thrownText([&] { runs.sort(stream, small, small, small, small, 2, 0); }),
+            "RunSorter used beyond its reserved size");
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <cmath>
 
+#include "base/split_mix64.h"
 #include "support/gpu_fixture.h"
 #include "support/random_splats.h"
 #include "support/reference_renderer.h"
@@ -77,7 +78,9 @@ TEST_F(RendererTest, ForwardImagesAgreeWithTheReference) {
   const std::vector<std::string> forwards = {"rasterize_forward",
                                              Renderer::Variants::forDevice(context, registry).forward};
   for (const std::string& forward : forwards) {
-    Renderer renderer(context, {forward, registry.backwardKernelName(), false}, Renderer::Mode::RenderOnly);
+    // The lists go with the kernels that walk them.
+    Renderer renderer(context, {forward, registry.backwardKernelName(), false, forward != forwards[0]},
+                      Renderer::Mode::RenderOnly);
     for (const auto& [width, height, count] : {std::array{70, 45, 300}, {16, 16, 40}, {33, 1, 40}, {1, 1, 40}}) {
       for (int degree = 0; degree <= 3; ++degree) {
         const GaussianSet set = test::randomScene(static_cast<size_t>(count), 7 + static_cast<uint64_t>(degree));
@@ -197,6 +200,42 @@ TEST_F(RendererTest, AnImageEqualToItsPhotographScoresPerfectly) {
     EXPECT_DOUBLE_EQ(scores.psnr(), 100.0);
     EXPECT_DOUBLE_EQ(scores.ssim, 1.0);
     EXPECT_DOUBLE_EQ(scores.l1, 0.0);
+  }
+}
+
+// The loss in one pass cuts the image into strips that look over to their neighbours: sizes about their borders,
+// against the reference's scores and the plain kernels' gradients, which the finite differences below hold.
+TEST_F(RendererTest, TheLossInStripsIsTheLossStepByStep) {
+  if (context.info().subgroupSize != 8 || !context.info().subgroupShuffle) GTEST_SKIP() << "needs subgroups of eight";
+  for (const auto& [width, height] : {std::pair{1, 1}, {54, 3}, {64, 12}, {65, 192}, {109, 193}, {3, 400}, {315, 17}}) {
+    SCOPED_TRACE(testing::Message() << width << "x" << height);
+    const auto bytes = testPhoto(width, height);
+    const size_t pixels = static_cast<size_t>(width) * static_cast<size_t>(height);
+    SplitMix64 random(pixels);
+    std::vector<float> values;
+    for (const uint8_t b : bytes) values.push_back(static_cast<float>(b / 255.0 + 0.4 * (random.uniform() - 0.5)));
+    const GpuBuffer photo = makeBuffer(packBytes(bytes)), image = makeBuffer(values);
+    const GpuBuffer accumulated = makeBuffer(std::vector<float>(pixels, 0.5f));
+    const float background[3] = {0.3f, 0.1f, 0.6f};
+    const ImageLoss::Frame frame = {image, accumulated, width, height};
+    std::vector<float> dImage[2], dAccumulated[2];
+    for (const bool strips : {false, true}) {
+      ImageLoss loss(context, strips);
+      loss.reserve(pixels);
+      loss.backward(stream, frame, photo, lossScales(0.2f, width, height), background, true, true);
+      stream.submit();
+      dImage[strips] = readBuffer<float>(loss.imageGradient());
+      dAccumulated[strips] = readBuffer<float>(loss.accumulatedGradient());
+      const ImageScores scores = loss.finishScore(width, height);
+      const auto expected = test::scoreReference({values.begin(), values.end()}, asTarget(bytes), width, height);
+      EXPECT_NEAR(scores.l1, expected.l1, 1e-5);
+      EXPECT_NEAR(scores.mse, expected.mse, 1e-5);
+      EXPECT_NEAR(scores.ssim, expected.ssim, 1e-5);
+    }
+    // SSIM's denominators amplify the rounding of the blurs; gradients are of the order of one over the values' number.
+    const float tolerance = 2e-4f / static_cast<float>(3 * pixels);
+    for (size_t i = 0; i < 3 * pixels; ++i) ASSERT_NEAR(dImage[1][i], dImage[0][i], tolerance) << i;
+    for (size_t i = 0; i < pixels; ++i) ASSERT_NEAR(dAccumulated[1][i], dAccumulated[0][i], tolerance) << i;
   }
 }
 

@@ -38,13 +38,16 @@ set(OMBRELUX_KERNELS
   gather_rows
   weigh_near_gradients
   flag_diverged
-  radix_scatter_ranked
+  radix_runs_count
+  radix_runs_scatter
+  scan_runs
+  list_count
+  list_write
   rasterize_forward_wide
   rasterize_backward_wide
-  ssim_rows_wide
-  ssim_columns_wide
-  ssim_gradient_rows_wide
-  ssim_gradient_columns_wide
+  loss_strips
+  accumulated_gradient
+  multiply_add_peak
   "sift_match_tiles_packed|sift_match_tiles|PACKED_DOT=1"
   sift_match_tiles_wide
   "activate_scaled|activate|SCALED=1"

@@ -1,14 +1,15 @@
-// How the wide blending kernels share out a tile: four subgroups of eight invocations, each subgroup with a block of 8 x 8
-// pixels and each invocation with a column of eight. A subgroup takes eight splats of the list at a time, one an
-// invocation, finds out which of them reach its block, and hands those around by shuffles: a splat is loaded once for
-// sixty-four pixels. Needs subgroups of exactly eight.
+// How the wide blending kernels share out a tile: one subgroup of eight invocations takes it as four blocks of 8 x 8 pixels,
+// in each of which an invocation has a column of eight. The subgroup takes eight splats of the list at a time, one an
+// invocation, finds out which of them reach each block, and hands those around by shuffles: a splat is loaded once for the
+// tile's 256 pixels. Needs subgroups of exactly eight.
+//
+// Loops are written with their condition at the end: a driver that runs both sides of every branch runs a loop's body once
+// more to find the condition at its beginning false.
 const uint kRows = 8u;
 const vec4 kRowsA = vec4(0.0, 1.0, 2.0, 3.0), kRowsB = vec4(4.0, 5.0, 6.0, 7.0);
 
-// The top left pixel of the subgroup's block.
-uvec2 blockCorner() {
-  return gl_WorkGroupID.xy * TILE_SIZE + uvec2(gl_SubgroupID & 1u, gl_SubgroupID >> 1u) * kRows;
-}
+// The top left pixel of block 0 to 3 of the tile.
+uvec2 blockCorner(uint block) { return gl_WorkGroupID.xy * TILE_SIZE + uvec2(block & 1u, block >> 1u) * kRows; }
 
 struct Splat {
   vec2 mean;

@@ -33,4 +33,9 @@
 #define SSIM_C1 0.0001
 #define SSIM_C2 0.0009
 
+// Pixels of a row that an invocation of loss_strips holds, and how far over its columns a strip of it looks to both
+// sides.
+#define LOSS_STRIP_COLUMNS 12
+#define LOSS_STRIP_HALO 10
+
 #endif
