@@ -62,7 +62,6 @@ const std::vector<Row> kRows = {
     {"sift_match_tiles", kTile, "ro ro wo wo", 24},
     {"sift_match_reduce", kLine, "ro ro wo wo", 24},
     {"sift_match_cross", kLine, "ro ro wo", 12},
-    {"activate_scaled", kLine, "ro ro wo wo", 8},
     {"gather_rows", kLine, "ro ro wo", 12},
     {"weigh_near_gradients", kLine, "rw ro", 8},
     {"flag_diverged", kLine, "ro ro ro ro ro ro wo", 4},
