@@ -217,7 +217,7 @@ const Named kSizes[] = {{"sample", {7000, 315, 177, 0}},     {"7k-320", {7000, 3
 // Without a name, what the device is up to: the reference step takes a processor minutes.
 std::vector<Size> sizesFrom(const std::vector<std::string>& words, bool onProcessor) {
   std::vector<Size> sizes;
-  if (words.size() >= 3) {
+  if (words.size() >= 3 && words[0].find_first_not_of("0123456789") == std::string::npos) {
     const auto number = [&](size_t i) { return std::atoi(words[i].c_str()); };
     sizes = {{static_cast<uint32_t>(number(0)), number(1), number(2), words.size() > 3 ? number(3) : 3}};
     if (sizes[0].splats > 0 && sizes[0].width > 0 && sizes[0].height > 0) return sizes;

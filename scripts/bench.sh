@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Builds the benches and runs each in turn on the device that QUOR_DEVICE names: the steps of every size that the device is
 # up to, kernel by kernel, and the time to the first step. BENCH_DATASET names a dataset to start on (none: the last is left
-# out); the steps' figures are also written to BENCH_JSON, for scripts/bench_compare. Arguments go to bench_step and
-# bench_kernels: none, or SPLATS WIDTH HEIGHT [DEGREE].
+# out); the steps' figures are also written to BENCH_JSON, for scripts/bench_compare. Arguments are bench_step's:
+# names of sizes, or SPLATS WIDTH HEIGHT [DEGREE], which bench_kernels takes as well.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
@@ -14,7 +14,9 @@ json=${BENCH_JSON:-build/bench_step.json}
 echo "== steps (also in $json)"
 "$bin/bench_step" --json "$json" "$@"
 echo "== kernels"
-"$bin/bench_kernels" "$@"
+kernels=()
+[[ ! ${1:-} =~ ^[0-9]+$ ]] || kernels=("$@")
+"$bin/bench_kernels" "${kernels[@]}"
 echo "== help and devices, seconds"
 for command in help devices; do
   /usr/bin/env bash -c "TIMEFORMAT='%R s $command'; time '$bin/OmbreluxCLI' $command >/dev/null"
