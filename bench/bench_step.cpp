@@ -4,10 +4,10 @@
 //   bench_step [--json FILE] [SIZE... | SPLATS WIDTH HEIGHT [DEGREE]]
 //
 // SIZE is one of the names below, or "all". The step's time is the host's clock around whole steps without profiling,
-// the processor's is that of all threads; stage times are the GPU's own timestamps. A stage's floor is the longer of
-// its least bytes at the bandwidth of a copy and its multiply-adds at the measured peak (step_stages.h). Two JSON files
-// are compared by scripts/bench_compare. QUOR_FORCE_FALLBACKS=1 measures the kernels of a device that has neither float
-// atomics nor subgroup operations.
+// the processor's is that of all threads; stage times are the GPU's own timestamps, or the host's clock about separate
+// submissions. A stage's floor is the longer of its least bytes at the bandwidth of a copy and its multiply-adds at the
+// measured peak (step_stages.h). Two JSON files are compared by scripts/bench_compare. QUOR_FORCE_FALLBACKS=1 measures
+// the kernels of a device that has neither float atomics nor subgroup operations.
 #include <chrono>
 #include <climits>
 #include <map>
@@ -244,7 +244,7 @@ void run(const std::vector<std::string>& words, const char* json) {
   }
   const quor::bench::Peaks peaks = quor::bench::measurePeaks(context, registry);
   std::printf("copy %.1f GB/s; arithmetic %.1f G multiply-adds/s\n", peaks.bytes * 1e-6, peaks.multiplyAdds * 1e-6);
-  if (context.timestampBits() == 0) std::printf("the device has no timestamps: whole steps only\n");
+  if (context.timestampBits() == 0) std::printf("no timestamps: stages are submitted one by one\n");
   std::vector<StepReport> reports;
   for (const Size& size : sizes) {
     reports.push_back(measureStep(context, registry, size, peaks));
