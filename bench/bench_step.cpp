@@ -4,10 +4,10 @@
 //   bench_step [--json FILE] [SIZE... | SPLATS WIDTH HEIGHT [DEGREE]]
 //
 // SIZE is one of the names below, or "all". The step's time is the host's clock around whole steps without profiling,
-// the processor's is that of all threads; stage times are the GPU's own timestamps. A stage's floor is the longer of
-// its least bytes at the bandwidth of a copy and its multiply-adds at the measured peak (step_stages.h). Two JSON files
-// are compared by scripts/bench_compare. QUOR_FORCE_FALLBACKS=1 measures the kernels of a device that has neither float
-// atomics nor subgroup operations.
+// the processor's is that of all threads; stage times are the GPU's own timestamps, or the host's clock about separate
+// submissions. A stage's floor is the longer of its least bytes at the bandwidth of a copy and its multiply-adds at the
+// measured peak (step_stages.h). Two JSON files are compared by scripts/bench_compare. QUOR_FORCE_FALLBACKS=1 measures
+// the kernels of a device that has neither float atomics nor subgroup operations.
 #include <chrono>
 #include <climits>
 #include <map>
@@ -217,7 +217,7 @@ const Named kSizes[] = {{"sample", {7000, 315, 177, 0}},     {"7k-320", {7000, 3
 // Without a name, what the device is up to: the reference step takes a processor minutes.
 std::vector<Size> sizesFrom(const std::vector<std::string>& words, bool onProcessor) {
   std::vector<Size> sizes;
-  if (words.size() >= 3) {
+  if (words.size() >= 3 && words[0].find_first_not_of("0123456789") == std::string::npos) {
     const auto number = [&](size_t i) { return std::atoi(words[i].c_str()); };
     sizes = {{static_cast<uint32_t>(number(0)), number(1), number(2), words.size() > 3 ? number(3) : 3}};
     if (sizes[0].splats > 0 && sizes[0].width > 0 && sizes[0].height > 0) return sizes;
@@ -244,7 +244,7 @@ void run(const std::vector<std::string>& words, const char* json) {
   }
   const quor::bench::Peaks peaks = quor::bench::measurePeaks(context, registry);
   std::printf("copy %.1f GB/s; arithmetic %.1f G multiply-adds/s\n", peaks.bytes * 1e-6, peaks.multiplyAdds * 1e-6);
-  if (context.timestampBits() == 0) std::printf("the device has no timestamps: whole steps only\n");
+  if (context.timestampBits() == 0) std::printf("no timestamps: stages are submitted one by one\n");
   std::vector<StepReport> reports;
   for (const Size& size : sizes) {
     reports.push_back(measureStep(context, registry, size, peaks));

@@ -158,14 +158,25 @@ void ComputeStream::submit() {
   poolIndex_ = 0;
   setsInPool_ = 0;
   if (timer_.enabled()) timer_.finish();
+  if (timer_.byHost()) timer_.hostFinish();
 }
 
 void ComputeStream::setProfiling(bool on) {
+  using Clock = StageTimer::Clock;
+  setProfiling(!on ? Clock::Off : context_.timestampBits() > 0 ? Clock::Gpu : Clock::Host);
+}
+
+void ComputeStream::setProfiling(StageTimer::Clock clock) {
   if (recording_) throw std::logic_error("profiling switched inside a recording");
-  timer_.enable(on);
+  timer_.set(clock);
 }
 
 void ComputeStream::mark(const char* stage) {
+  if (timer_.byHost()) {
+    submit();
+    timer_.hostMark(stage);
+    return;
+  }
   if (!timer_.enabled()) return;
   begin();
   timer_.mark(commands_.handle(), stage);

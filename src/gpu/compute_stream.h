@@ -57,9 +57,10 @@ class ComputeStream {
 
   // Start of a named stretch of the recording, for profiling: while profiling is on, submit() adds the GPU time of each
   // stretch to a table by name. `stage` must live on (a literal). Of one recording 1023 stretches are told apart.
-  // Without profiling, or on a device without timestamps, mark() costs nothing. Profiling is switched between
-  // recordings only.
+  // Without profiling mark() costs nothing; on a device without timestamps it submits what was recorded before, and the
+  // host's clock is read. Profiling is switched between recordings only.
   void setProfiling(bool on);
+  void setProfiling(StageTimer::Clock clock);
   void mark(const char* stage);
   using StageTime = quor::gs::StageTime;
   std::vector<StageTime> takeProfile() { return timer_.take(); }  // and starts over

@@ -18,9 +18,9 @@ StageTimer::~StageTimer() {
   vkDestroyQueryPool(context_.device(), pool_, nullptr);
 }
 
-void StageTimer::enable(bool on) {
-  enabled_ = on && context_.timestampBits() > 0;
-  if (!enabled_ || pool_ != VK_NULL_HANDLE) return;
+void StageTimer::set(Clock clock) {
+  clock_ = clock;
+  if (!enabled() || pool_ != VK_NULL_HANDLE) return;
   auto info = vulkanStruct<VkQueryPoolCreateInfo>(VK_STRUCTURE_TYPE_QUERY_POOL_CREATE_INFO);
   info.queryType = VK_QUERY_TYPE_TIMESTAMP;
   info.queryCount = kMarks + 1;
@@ -56,6 +56,17 @@ void StageTimer::finish() {
     const auto elapsed = static_cast<double>((ticks[i + 1] - ticks[i]) & mask);
     add(open_[i], elapsed * static_cast<double>(context_.info().timestampPeriod) * 1e-6);
   }
+  open_.clear();
+}
+
+void StageTimer::hostMark(const char* stage) {
+  open_.assign(1, stage);
+  hostStart_ = std::chrono::steady_clock::now();
+}
+
+void StageTimer::hostFinish() {
+  if (open_.empty()) return;
+  add(open_[0], std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - hostStart_).count());
   open_.clear();
 }
 

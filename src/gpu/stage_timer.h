@@ -1,9 +1,10 @@
-// Times the named stretches of a stream's recordings with the GPU's timestamps. On a queue without timestamps it stays
-// off.
+// Times the named stretches of a stream's recordings: with the GPU's timestamps or, on a queue without them, with the
+// host's clock, for which the stream submits each stretch on its own.
 #pragma once
 
 #include <volk.h>
 
+#include <chrono>
 #include <cstdint>
 #include <vector>
 
@@ -24,8 +25,10 @@ class StageTimer {
   StageTimer(const StageTimer&) = delete;
   StageTimer& operator=(const StageTimer&) = delete;
 
-  void enable(bool on);
-  bool enabled() const { return enabled_; }
+  enum class Clock { Off, Gpu, Host };
+  void set(Clock clock);
+  bool enabled() const { return clock_ == Clock::Gpu; }
+  bool byHost() const { return clock_ == Clock::Host; }
 
   // The calls of one recording, in this order; all but finish() record into `commands`.
   void begin(VkCommandBuffer commands);
@@ -33,15 +36,20 @@ class StageTimer {
   void end(VkCommandBuffer commands);
   void finish();  // after the GPU is done
 
+  // By the host's clock: between two submissions, and after one.
+  void hostMark(const char* stage);
+  void hostFinish();
+
   std::vector<StageTime> take();
 
  private:
   void add(const char* stage, double milliseconds);
 
   VulkanContext& context_;
-  bool enabled_ = false;
+  Clock clock_ = Clock::Off;
   VkQueryPool pool_ = VK_NULL_HANDLE;
   std::vector<const char*> open_;  // stages marked in this recording
+  std::chrono::steady_clock::time_point hostStart_;
   std::vector<StageTime> table_;
 };
 

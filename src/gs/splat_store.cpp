@@ -27,7 +27,9 @@ uint64_t bytesOf(Group g, uint64_t rows) {
 }  // namespace
 
 GpuBuffer SplatStore::make(Group g, const char* what, uint32_t capacity) const {
-  return GpuBuffer(*context_, bytesOf(g, capacity), BufferKind::Device, std::string(kGroupNames[g]) + what);
+  constexpr uint64_t kQuad = 4 * sizeof(float);  // kernels may take four values at a time
+  const uint64_t bytes = (bytesOf(g, capacity) + kQuad - 1) / kQuad * kQuad;
+  return GpuBuffer(*context_, bytes, BufferKind::Device, std::string(kGroupNames[g]) + what);
 }
 
 void SplatStore::makeRoom(uint32_t capacity) {

@@ -91,7 +91,7 @@ Trainer::Trainer(VulkanContext& context, KernelRegistry& registry, LogStore& log
       order_(job.seed, static_cast<uint32_t>(dataset.training.size())),
       loss_(std::numeric_limits<float>::quiet_NaN()) {
   std::vector<std::string> kernels = renderer_.kernelNames();
-  for (const char* name : {"adam", "gather_rows", "flag_diverged"}) kernels.emplace_back(name);
+  for (const char* name : {"adam_quads", "gather_rows", "flag_diverged"}) kernels.emplace_back(name);
   if (job_.technique == Technique::Vanilla) {
     for (const char* name : {"weigh_near_gradients", "grad_stats"}) kernels.emplace_back(name);
   } else {
@@ -213,9 +213,9 @@ void Trainer::optimise() {
     const AdamPush push = {
         count,       rates[g],       static_cast<float>(kBeta1), static_cast<float>(kBeta2), kEpsilon,
         correction1, rootCorrection2};
-    stream_.dispatch1D("adam",
+    stream_.dispatch1D("adam_quads",
                        {&splats_.value(g), &splats_.firstMoment(g), &splats_.secondMoment(g), &splats_.gradient(g)},
-                       push, count);
+                       push, (count + 3) / 4);
   }
 }
 

@@ -75,6 +75,7 @@ const std::vector<Row> kRows = {
     {"loss_strips", kEight, "ro ro wo wo", 20},
     {"accumulated_gradient", kLine, "ro ro wo", 16},
     {"multiply_add_peak", kLine, "wo", 8},
+    {"adam_quads", kLine, "rw rw rw ro", 28},
     {"sift_match_tiles_packed", kTile, "ro ro wo wo", 24},
     {"sift_match_tiles_wide", kRuns, "ro ro wo wo", 24},
     {"activate_scaled", kLine, "ro ro wo wo", 8},

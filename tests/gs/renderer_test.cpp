@@ -149,6 +149,27 @@ TEST_F(RendererTest, PermutingTheSplatsChangesNothing) {
   EXPECT_EQ(render(renderer, set, camera, 3, {0, 0, 0}), render(renderer, reversed, camera, 3, {0, 0, 0}));
 }
 
+TEST_F(RendererTest, ListsByRunsAreThoseOfTheSort) {
+  // Fewer splats than runs, runs of unequal length, and so many that there are more runs.
+  for (const size_t count : {5u, 1000u, 70'000u}) {
+    GaussianSet set = test::randomScene(count, 13);
+    if (count > 5000) {
+      for (float& scale : set.scales) scale -= 2.5f;  // else a few in front hide the rest
+    }
+    const Camera camera = test::testCamera(70, 45);
+    std::vector<float> images[2];
+    uint32_t instances[2];
+    for (const bool runs : {false, true}) {
+      Renderer renderer(context, {"rasterize_forward", registry.backwardKernelName(), false, runs},
+                        Renderer::Mode::RenderOnly);
+      images[runs] = render(renderer, set, camera, 0, {0.1f, 0.2f, 0.3f});
+      instances[runs] = renderer.instances();
+    }
+    EXPECT_EQ(instances[1], instances[0]) << count;
+    EXPECT_EQ(images[1], images[0]) << count;
+  }
+}
+
 TEST_F(RendererTest, MisuseIsRefused) {
   Renderer renderer(context, registry, Renderer::Mode::RenderOnly);
   renderer.reserve(2, 32, 32);
@@ -282,7 +303,7 @@ void checkGradients(RendererTest& test, VulkanContext& context, Transfer& transf
   transfer.upload(photo, words.data(), 0, words.size() * 4);
   for (const std::string& variant : variants) {
     const bool wide = variant.ends_with("wide");
-    Renderer renderer(context, {"rasterize_forward", variant, wide}, Renderer::Mode::Training);
+    Renderer renderer(context, {"rasterize_forward", variant, wide, wide}, Renderer::Mode::Training);
     SplatStore store(context, SplatStore::Use::Training);
     store.upload(transfer, set);
     renderer.reserve(store.count(), camera.width, camera.height);

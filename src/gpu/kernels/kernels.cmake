@@ -48,6 +48,7 @@ set(OMBRELUX_KERNELS
   loss_strips
   accumulated_gradient
   multiply_add_peak
+  adam_quads
   "sift_match_tiles_packed|sift_match_tiles|PACKED_DOT=1"
   sift_match_tiles_wide
   "activate_scaled|activate|SCALED=1"

@@ -20,12 +20,16 @@ void main() {
   const uint each = (count + runs - 1u) / runs;
   const uint end = run < runs ? min((run + 1u) * each, count) : 0u;
   for (uint k = run * each; k < end; ++k) {
+    const uint i = order[k];
     Footprint f;
-    if (!footprint(order[k], f)) continue;
-    for (int y = f.first.y; y <= f.last.y; ++y) {
-      for (int x = f.first.x; x <= f.last.x; ++x) {
-        if (touchesTile(f, ivec2(x, y), vec2(width, height))) ++table[(uint(y) * tilesX + uint(x)) * runs + run];
+    const bool drawn = footprint(i, f);
+    ivec2 tile = drawn ? f.first : ivec2(0);
+    do {
+      if (drawn && touchesTile(f, tile, vec2(width, height))) {
+        ++table[(uint(tile.y) * tilesX + uint(tile.x)) * runs + run];
       }
-    }
+      ++tile.x;
+      if (tile.x > f.last.x) tile = ivec2(f.first.x, tile.y + 1);
+    } while (drawn && tile.y <= f.last.y);
   }
 }

@@ -23,16 +23,17 @@ void main() {
   for (uint k = run * each; k < end; ++k) {
     const uint i = order[k];
     Footprint f;
-    if (!footprint(i, f)) continue;
-    for (int y = f.first.y; y <= f.last.y; ++y) {
-      for (int x = f.first.x; x <= f.last.x; ++x) {
-        if (touchesTile(f, ivec2(x, y), vec2(width, height))) {
-          const uint entry = (uint(y) * tilesX + uint(x)) * runs + run;
-          const uint place = table[entry];
-          table[entry] = place + 1u;
-          splatId[place] = i;
-        }
+    const bool drawn = footprint(i, f);
+    ivec2 tile = drawn ? f.first : ivec2(0);
+    do {
+      if (drawn && touchesTile(f, tile, vec2(width, height))) {
+        const uint entry = (uint(tile.y) * tilesX + uint(tile.x)) * runs + run;
+        const uint place = table[entry];
+        table[entry] = place + 1u;
+        splatId[place] = i;
       }
-    }
+      ++tile.x;
+      if (tile.x > f.last.x) tile = ivec2(f.first.x, tile.y + 1);
+    } while (drawn && tile.y <= f.last.y);
   }
 }

@@ -67,13 +67,21 @@ vec3 colourBackward(uint i, vec3 p) {
   const uint rest = shRestCount(cam.size.w);
   const uint base = i * SH_REST_FLOATS;
 
+  // One walk over the coefficients: what each channel would pass on to the direction is summed before it is known whether
+  // the channel passes anything.
   vec3 c = vec3(0.5) + SH_C0 * vec3(shDc[3u * i], shDc[3u * i + 1u], shDc[3u * i + 2u]);
+  mat3 slope = mat3(0.0);  // slope[channel]
   float basis[15];
+  vec3 gradient[15];
   shBasis(direction, basis);
+  shBasisGradient(direction, gradient);
   if (rest > 0u) {
     for (uint k = 0u; k < 15u; ++k) {
       if (k < rest) {
-        c += basis[k] * vec3(shRest[base + 3u * k], shRest[base + 3u * k + 1u], shRest[base + 3u * k + 2u]);
+        const uint at = base + 3u * k;
+        const vec3 own = vec3(shRest[at], shRest[at + 1u], shRest[at + 2u]);
+        c += basis[k] * own;
+        slope += outerProduct(gradient[k], own);
       }
     }
   }
@@ -81,18 +89,11 @@ vec3 colourBackward(uint i, vec3 p) {
   for (uint k = 0u; k < 3u; ++k) dShDc[3u * i + k] = SH_C0 * d[k];
   if (rest == 0u) return vec3(0.0);
 
-  vec3 gradient[15];
-  shBasisGradient(direction, gradient);
-  vec3 dDirection = vec3(0.0);
   for (uint k = 0u; k < 15u; ++k) {
-    vec3 g = vec3(0.0);
-    if (k < rest) {
-      g = basis[k] * d;
-      const uint at = base + 3u * k;
-      dDirection += dot(vec3(shRest[at], shRest[at + 1u], shRest[at + 2u]), d) * gradient[k];
-    }
+    const vec3 g = k < rest ? basis[k] * d : vec3(0.0);
     for (uint j = 0u; j < 3u; ++j) dShRest[base + 3u * k + j] = g[j];
   }
+  const vec3 dDirection = slope * d;
   return (dDirection - direction * dot(direction, dDirection)) * inverseLength;
 }
 

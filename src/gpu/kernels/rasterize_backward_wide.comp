@@ -80,18 +80,18 @@ float max4(vec4 v) { return max(max(v.x, v.y), max(v.z, v.w)); }
 
 void contribute(inout Pixels p, inout Sums sums, vec4 dy, float dx, Splat s, float place) {
   const vec4 q = s.conic.x * dx * dx + dy * (2.0 * s.conic.y * dx + s.conic.z * dy);
-  const vec4 raw = s.opacity * exp(-0.5 * max(q, vec4(0.0)));
+  const vec4 raw = s.opacity * exp(-0.5 * q);
   const vec4 capped = min(vec4(ALPHA_MAX), raw);
-  const vec4 on = vec4(greaterThanEqual(p.last, vec4(place))) * vec4(greaterThanEqual(capped, vec4(ALPHA_MIN))) *
-                  vec4(greaterThanEqual(q, vec4(0.0)));
-  const vec4 alpha = on * capped;
+  vec4 alpha = where(greaterThanEqual(p.last, vec4(place)), capped);
+  alpha = where(greaterThanEqual(capped, vec4(ALPHA_MIN)), alpha);
+  alpha = where(greaterThanEqual(q, vec4(0.0)), alpha);
   const vec4 inverse = 1.0 / (1.0 - alpha);
   p.T *= inverse;
   const vec4 weight = alpha * p.T;
   const vec4 cg = s.colour.r * p.red + s.colour.g * p.green + s.colour.b * p.blue;
   const vec4 dAlpha = p.T * cg + p.S * inverse;
   p.S -= cg * weight;
-  const vec4 dq = -0.5 * alpha * dAlpha * vec4(lessThan(raw, vec4(ALPHA_MAX)));
+  const vec4 dq = where(lessThan(raw, vec4(ALPHA_MAX)), -0.5 * alpha * dAlpha);
   sums.s0 += sum4(dq);
   sums.s1 += sum4(dq * dy);
   sums.s2 += sum4(dq * dy * dy);

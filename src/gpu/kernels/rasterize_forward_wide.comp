@@ -41,16 +41,14 @@ struct Column {  // of a block
 void blend(inout Pixels p, vec4 dy, float dx, Splat s, float place) {
   const vec4 q = s.conic.x * dx * dx + dy * (2.0 * s.conic.y * dx + s.conic.z * dy);
   const vec4 alpha = min(vec4(ALPHA_MAX), s.opacity * exp(-0.5 * q));
-  const bvec4 unfinished = greaterThanEqual(p.T, vec4(TRANSMITTANCE_MIN));
-  const bvec4 seen = greaterThanEqual(alpha, vec4(ALPHA_MIN));
-  const bvec4 sane = greaterThanEqual(q, vec4(0.0));
-  const vec4 on = vec4(unfinished) * vec4(seen) * vec4(sane);
-  const vec4 weight = on * alpha * p.T;
+  vec4 weight = where(greaterThanEqual(alpha, vec4(ALPHA_MIN)), alpha * p.T);
+  weight = where(greaterThanEqual(q, vec4(0.0)), weight);
+  weight = where(greaterThanEqual(p.T, vec4(TRANSMITTANCE_MIN)), weight);
   p.red += weight * s.colour.r;
   p.green += weight * s.colour.g;
   p.blue += weight * s.colour.b;
   p.T -= weight;
-  p.last = mix(p.last, vec4(place), on);
+  p.last = mix(p.last, vec4(place), greaterThan(weight, vec4(0.0)));
 }
 
 float mostLight(Column c) {

@@ -11,6 +11,9 @@ const vec4 kRowsA = vec4(0.0, 1.0, 2.0, 3.0), kRowsB = vec4(4.0, 5.0, 6.0, 7.0);
 // The top left pixel of block 0 to 3 of the tile.
 uvec2 blockCorner(uint block) { return gl_WorkGroupID.xy * TILE_SIZE + uvec2(block & 1u, block >> 1u) * kRows; }
 
+// v where the condition holds, else 0: a choice costs less there than a factor of 0 or 1.
+vec4 where(bvec4 condition, vec4 v) { return mix(vec4(0.0), v, condition); }
+
 struct Splat {
   vec2 mean;
   vec3 conic;
