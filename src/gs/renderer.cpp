@@ -17,6 +17,8 @@ uint32_t tilesOf(int pixels) {
   return (static_cast<uint32_t>(pixels) + kTile - 1) / kTile;
 }
 
+constexpr uint32_t kMostByRuns = 4'000'000;
+
 struct ScaledPush {
   uint32_t count;
   float factor;
@@ -48,7 +50,9 @@ Renderer::Variants Renderer::Variants::forDevice(const VulkanContext& context, c
   const DeviceInfo& device = context.info();
   const bool wide = device.deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU && device.subgroupShuffle &&
                     device.subgroupSize == 8 && device.floatAtomics;
-  if (wide) return {"rasterize_forward_wide", "rasterize_backward_wide", true, true};
+  // Not the lists by runs: llvmpipe ends an invocation's loops after 65 535 turns, and a run of many splats over many
+  // tiles takes more: splats would be missing without a word.
+  if (wide) return {"rasterize_forward_wide", "rasterize_backward_wide", true, false, true};
   return {"rasterize_forward", registry.backwardKernelName()};
 }
 
@@ -73,6 +77,7 @@ std::vector<std::string> Renderer::kernelNames() const {
   } else {
     names.insert(names.end(),
                  {"radix_hist", "radix_scatter", "scan_block", "scan_add", "bin_count", "bin_write", "tile_ranges"});
+    if (variants_.runSorts) names.insert(names.end(), {"radix_runs_count", "radix_runs_scatter", "scan_runs"});
   }
   if (mode_ == Mode::Training) {
     for (std::string& name : loss_.kernelNames()) names.push_back(std::move(name));
@@ -104,7 +109,7 @@ void Renderer::reserve(uint32_t splats, int width, int height) {
       runSorter_.reserve(splats);
     } else {
       tileCount_ = make(n + 1, "tile counts");
-      sorter_.reserve(n);
+      reserveSort(splats);
       scanner_.reserve(n + 1);
     }
     if (mode_ == Mode::Training) {
@@ -137,6 +142,16 @@ void Renderer::reserveTiles(uint32_t tiles) {
   if (variants_.runLists) make(tileTable_, uint64_t{tileRoom_} * RunSorter::runsFor(splatRoom_), "tile counts by run");
 }
 
+// An invocation walks a run by itself, and llvmpipe ends its loops after 65 535 turns.
+bool Renderer::sortsByRuns(uint32_t count) const {
+  return variants_.runSorts && count <= kMostByRuns;
+}
+
+void Renderer::reserveSort(uint32_t count) {
+  if (variants_.runSorts) runSorter_.reserve(std::min(count, kMostByRuns));
+  if (!sortsByRuns(count)) sorter_.reserve(count);
+}
+
 void Renderer::reserveInstances(uint32_t instances) {
   if (instances <= instanceRoom_) return;
   instanceRoom_ = static_cast<uint32_t>(std::min<uint64_t>(instances + instances / 2ull + 4096, UINT32_MAX / 4));
@@ -144,7 +159,7 @@ void Renderer::reserveInstances(uint32_t instances) {
   std::vector<GpuBuffer*> buffers = {&splatId_};
   if (!variants_.runLists) {
     buffers.insert(buffers.end(), {&tileKey_, &tileKeyPartner_, &splatIdPartner_});
-    sorter_.reserve(instanceRoom_);
+    reserveSort(instanceRoom_);
   }
   for (GpuBuffer* buffer : buffers) {
     *buffer = GpuBuffer();
@@ -193,9 +208,9 @@ void Renderer::project(ComputeStream& stream, const SplatStore& splats, const Ca
                     camera_, n);
   stream.mark("depth sort");
   stream.dispatch1D("depth_keys", {&depth_, &visible_, &depthKey_, &order_}, n, n);
-  orderInPartner_ = variants_.runLists
-                        ? runSorter_.sort(stream, depthKey_, order_, depthKeyPartner_, orderPartner_, n, 32)
-                        : sorter_.sort(stream, depthKey_, order_, depthKeyPartner_, orderPartner_, n, 32);
+  const bool byRuns = variants_.runLists || sortsByRuns(n);
+  orderInPartner_ = byRuns ? runSorter_.sort(stream, depthKey_, order_, depthKeyPartner_, orderPartner_, n, 32)
+                           : sorter_.sort(stream, depthKey_, order_, depthKeyPartner_, orderPartner_, n, 32);
   countInstances(stream);
   stream.submit();
   instances_ = *static_cast<const uint32_t*>(total_.mapped());
@@ -233,7 +248,11 @@ void Renderer::sortIntoTiles(ComputeStream& stream) {
                     bin_, bin_.count);
   stream.mark("tile sort");
   const uint32_t bits = static_cast<uint32_t>(std::bit_width(std::max(tiles, 2u) - 1));
-  if (sorter_.sort(stream, tileKey_, splatId_, tileKeyPartner_, splatIdPartner_, instances_, bits)) {
+  const bool swapped =
+      sortsByRuns(instances_)
+          ? runSorter_.sort(stream, tileKey_, splatId_, tileKeyPartner_, splatIdPartner_, instances_, bits)
+          : sorter_.sort(stream, tileKey_, splatId_, tileKeyPartner_, splatIdPartner_, instances_, bits);
+  if (swapped) {
     std::swap(tileKey_, tileKeyPartner_);
     std::swap(splatId_, splatIdPartner_);
   }

@@ -37,6 +37,7 @@ class Renderer {
     std::string backward;
     bool stripLoss = false;
     bool runLists = false;  // tile lists by counters a tile and run of splats, instead of a sort
+    bool runSorts = false;  // RunSorter instead of RadixSorter
     static Variants forDevice(const VulkanContext& context, const KernelRegistry& registry);
   };
 
@@ -102,6 +103,8 @@ class Renderer {
 
   void reserveTiles(uint32_t tiles);
   void reserveInstances(uint32_t instances);
+  bool sortsByRuns(uint32_t count) const;
+  void reserveSort(uint32_t count);
   const GpuBuffer& order() const { return orderInPartner_ ? orderPartner_ : order_; }
   // Instances counted, their total copied for the host; then each tile's list written, front to back, and tileStart_.
   void countInstances(ComputeStream& stream);

@@ -192,6 +192,23 @@ TEST_F(RendererTest, MisuseIsRefused) {
             "lossAndBackward on a render-only Renderer");
 }
 
+// As large as a scene gets in minutes of training: what an invocation does for many splats must not end early.
+TEST_F(RendererTest, ListsEverySplatOfALargeScene) {
+  const gs::GaussianSet scene = test::randomScene(60000, 7);
+  const Camera camera = test::testCamera(640, 427);
+  SplatStore splats(context, SplatStore::Use::RenderOnly);
+  splats.upload(transfer, scene);
+  const auto instances = [&](Renderer::Variants variants) {
+    Renderer renderer(context, std::move(variants), Renderer::Mode::RenderOnly);
+    renderer.reserve(splats.count(), camera.width, camera.height);
+    renderer.project(stream, splats, camera, 0, 0.01f);
+    return renderer.instances();
+  };
+  const uint32_t plain = instances({"rasterize_forward", registry.backwardKernelName()});
+  EXPECT_GT(plain, 500000u);
+  EXPECT_EQ(instances(Renderer::Variants::forDevice(context, registry)), plain);
+}
+
 TEST_F(RendererTest, ScoresAgreeWithTheReference) {
   const int width = 37, height = 22;
   const GaussianSet set = test::randomScene(120, 5);
