@@ -169,21 +169,6 @@ class KernelBench {
       stream_.fill(tileCount_, 0, 4, 4ull * n_);
       scanner_.scan(stream_, tileCount_, n_ + 1);
     });
-    const uint32_t runs = RunSorter::runsFor(n_);
-    const Push listPush = {n_, w_, h_, uint32_t{TILE_SIZE}, tilesX_, tilesY_, runs, 0u};
-    Buffers listCounting = footprints, listWriting = footprints;
-    listCounting.push_back(&tileTable_);
-    listWriting.insert(listWriting.end(), {&tileTable_, &listed_});
-    rows_.push_back({"list_count", "", footprintBytes + 4.0 * tiles_ * runs,
-                     grid("list_count", listCounting, listPush, runs / 8, 1, 1),
-                     [this] { stream_.fill(tileTable_, 0); }});
-    rows_.push_back({"list_write", "", footprintBytes + 8.0 * tiles_ * runs + 4.0 * m_,
-                     grid("list_write", listWriting, listPush, runs / 8, 1, 1),
-                     [this, runs, count = rows_.back().work] {
-                       stream_.fill(tileTable_, 0);
-                       count();
-                       grid("scan_runs", {&tileTable_, &listStart_}, {tiles_, runs}, 1, 1, 1)();
-                     }});
     add("tile_ranges", 4.0 * m_ + 4.0 * tiles_, {&tileKey_, &tileStart_}, {m_, tiles_}, tiles_ + 1,
         [this] { runSorter_.sort(stream_, tileKey_, splatId_, tileKeyPartner_, splatIdPartner_, m_, 16); });
   }
@@ -397,8 +382,7 @@ class KernelBench {
   GpuBuffer dMean_ = words(2ull * n_), dConic_ = words(3ull * n_), dOpacity_ = words(n_), dColour_ = words(3ull * n_);
   GpuBuffer dLogScale_ = words(3ull * n_), statistic_ = words(n_), views_ = words(n_);
   GpuBuffer randomKeys_ = words(m_), keysA_ = words(m_), valuesA_ = words(m_), keysB_ = words(m_), valuesB_ = words(m_);
-  GpuBuffer tileTable_ = words(uint64_t{tiles_} * RunSorter::runsFor(n_)), listed_ = words(m_);
-  GpuBuffer listStart_ = words(tiles_ + 1ull), runTable_ = words(256ull * RunSorter::runsFor(m_));
+  GpuBuffer runTable_ = words(256ull * RunSorter::runsFor(m_));
   GpuBuffer runStarts_ = words(257);
   GpuBuffer histogram_ = words(16ull * groupsOf(m_, 1024)), totals_ = words(groupsOf(m_, 1024));
 };

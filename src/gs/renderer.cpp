@@ -25,9 +25,6 @@ struct ScaledPush {
 };
 static_assert(sizeof(ScaledPush) == 8);
 
-struct ScanRunsPush {
-  uint32_t rows, runs;
-};
 struct RangesPush {
   uint32_t instances, tiles;
 };
@@ -50,9 +47,7 @@ Renderer::Variants Renderer::Variants::forDevice(const VulkanContext& context, c
   const DeviceInfo& device = context.info();
   const bool wide = device.deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU && device.subgroupShuffle &&
                     device.subgroupSize == 8 && device.floatAtomics;
-  // Not the lists by runs: llvmpipe ends an invocation's loops after 65 535 turns, and a run of many splats over many
-  // tiles takes more: splats would be missing without a word.
-  if (wide) return {"rasterize_forward_wide", "rasterize_backward_wide", true, false, true};
+  if (wide) return {"rasterize_forward_wide", "rasterize_backward_wide", true, true};
   return {"rasterize_forward", registry.backwardKernelName()};
 }
 
@@ -70,15 +65,10 @@ Renderer::Renderer(VulkanContext& context, Variants variants, Mode mode)
       total_(context, sizeof(uint32_t), BufferKind::Readback, "instance count") {}
 
 std::vector<std::string> Renderer::kernelNames() const {
-  std::vector<std::string> names = {"activate", "preprocess_forward", "depth_keys", variants_.forward,
-                                    "composite_background"};
-  if (variants_.runLists) {
-    names.insert(names.end(), {"radix_runs_count", "radix_runs_scatter", "scan_runs", "list_count", "list_write"});
-  } else {
-    names.insert(names.end(),
-                 {"radix_hist", "radix_scatter", "scan_block", "scan_add", "bin_count", "bin_write", "tile_ranges"});
-    if (variants_.runSorts) names.insert(names.end(), {"radix_runs_count", "radix_runs_scatter", "scan_runs"});
-  }
+  std::vector<std::string> names = {"activate",   "preprocess_forward", "depth_keys",      "bin_count",
+                                    "bin_write",  "tile_ranges",        "radix_hist",      "radix_scatter",
+                                    "scan_block", "scan_add",           variants_.forward, "composite_background"};
+  if (variants_.runSorts) names.insert(names.end(), {"radix_runs_count", "radix_runs_scatter", "scan_runs"});
   if (mode_ == Mode::Training) {
     for (std::string& name : loss_.kernelNames()) names.push_back(std::move(name));
     names.insert(names.end(), {"preprocess_backward", "activation_backward"});
@@ -105,13 +95,9 @@ void Renderer::reserve(uint32_t splats, int width, int height) {
     depthKeyPartner_ = make(n, "depth keys partner");
     order_ = make(n, "depth order");
     orderPartner_ = make(n, "depth order partner");
-    if (variants_.runLists) {
-      runSorter_.reserve(splats);
-    } else {
-      tileCount_ = make(n + 1, "tile counts");
-      reserveSort(splats);
-      scanner_.reserve(n + 1);
-    }
+    tileCount_ = make(n + 1, "tile counts");
+    reserveSort(splats);
+    scanner_.reserve(n + 1);
     if (mode_ == Mode::Training) {
       dMean_ = make(2 * n, "screen mean gradient");
       dConic_ = make(3 * n, "conic gradient");
@@ -127,24 +113,25 @@ void Renderer::reserve(uint32_t splats, int width, int height) {
     transmittance_ = make(pixels, "transmittance");
     walked_ = make(pixels, "walked");
   }
-  reserveTiles(tilesOf(width) * tilesOf(height));
+  const uint32_t tiles = tilesOf(width) * tilesOf(height);
+  if (tiles > tileRoom_) {
+    tileRoom_ = tiles;
+    tileStart_ = make(uint64_t{tiles} + 1, "tile starts");
+  }
   if (mode_ == Mode::Training) loss_.reserve(pixels);
-}
-
-void Renderer::reserveTiles(uint32_t tiles) {
-  tileRoom_ = std::max(tileRoom_, tiles);
-  const auto make = [&](GpuBuffer& buffer, uint64_t words, const char* name) {
-    if (buffer.size() >= words * sizeof(uint32_t)) return;
-    buffer = GpuBuffer();
-    buffer = GpuBuffer(context_, words * sizeof(uint32_t), BufferKind::Device, name);
-  };
-  make(tileStart_, uint64_t{tileRoom_} + 1, "tile starts");
-  if (variants_.runLists) make(tileTable_, uint64_t{tileRoom_} * RunSorter::runsFor(splatRoom_), "tile counts by run");
 }
 
 // An invocation walks a run by itself, and llvmpipe ends its loops after 65 535 turns.
 bool Renderer::sortsByRuns(uint32_t count) const {
   return variants_.runSorts && count <= kMostByRuns;
+}
+
+bool Renderer::sort(ComputeStream& stream, const SortPair& in, const SortPair& partner, uint32_t count,
+                    uint32_t keyBits) {
+  const auto with = [&](auto& sorter) {
+    return sorter.sort(stream, *in.keys, *in.values, *partner.keys, *partner.values, count, keyBits);
+  };
+  return sortsByRuns(count) ? with(runSorter_) : with(sorter_);
 }
 
 void Renderer::reserveSort(uint32_t count) {
@@ -156,12 +143,8 @@ void Renderer::reserveInstances(uint32_t instances) {
   if (instances <= instanceRoom_) return;
   instanceRoom_ = static_cast<uint32_t>(std::min<uint64_t>(instances + instances / 2ull + 4096, UINT32_MAX / 4));
   if (instances > instanceRoom_) throw std::runtime_error("The scene lists too many splats in one view.");
-  std::vector<GpuBuffer*> buffers = {&splatId_};
-  if (!variants_.runLists) {
-    buffers.insert(buffers.end(), {&tileKey_, &tileKeyPartner_, &splatIdPartner_});
-    reserveSort(instanceRoom_);
-  }
-  for (GpuBuffer* buffer : buffers) {
+  reserveSort(instanceRoom_);
+  for (GpuBuffer* buffer : {&tileKey_, &tileKeyPartner_, &splatId_, &splatIdPartner_}) {
     *buffer = GpuBuffer();
     *buffer = GpuBuffer(context_, instanceRoom_ * sizeof(uint32_t), BufferKind::Device, "tile instances");
   }
@@ -208,9 +191,7 @@ void Renderer::project(ComputeStream& stream, const SplatStore& splats, const Ca
                     camera_, n);
   stream.mark("depth sort");
   stream.dispatch1D("depth_keys", {&depth_, &visible_, &depthKey_, &order_}, n, n);
-  const bool byRuns = variants_.runLists || sortsByRuns(n);
-  orderInPartner_ = byRuns ? runSorter_.sort(stream, depthKey_, order_, depthKeyPartner_, orderPartner_, n, 32)
-                           : sorter_.sort(stream, depthKey_, order_, depthKeyPartner_, orderPartner_, n, 32);
+  orderInPartner_ = sort(stream, {&depthKey_, &order_}, {&depthKeyPartner_, &orderPartner_}, n, 32);
   countInstances(stream);
   stream.submit();
   instances_ = *static_cast<const uint32_t*>(total_.mapped());
@@ -219,25 +200,11 @@ void Renderer::project(ComputeStream& stream, const SplatStore& splats, const Ca
 
 void Renderer::countInstances(ComputeStream& stream) {
   stream.mark("tile lists");
-  const uint32_t n = bin_.count, tiles = tilesX_ * tilesY_;
-  if (variants_.runLists) {
-    stream.fill(tileTable_, 0, uint64_t{tiles} * bin_.runs * sizeof(uint32_t));
-    stream.dispatch("list_count", {&order(), &mean_, &conic_, &opacity_, &halfExtent_, &visible_, &tileTable_}, bin_,
-                    n > 0 ? bin_.runs / 8 : 0, 1, 1);
-    stream.dispatch("scan_runs", {&tileTable_, &tileStart_}, ScanRunsPush{tiles, bin_.runs}, 1, 1, 1);
-    stream.copy(tileStart_, total_, sizeof(uint32_t), tiles * sizeof(uint32_t));
-    return;
-  }
+  const uint32_t n = bin_.count;
   stream.dispatch1D("bin_count", {&order(), &mean_, &conic_, &opacity_, &halfExtent_, &visible_, &tileCount_}, bin_, n);
   stream.fill(tileCount_, 0, sizeof(uint32_t), n * sizeof(uint32_t));
   scanner_.scan(stream, tileCount_, n + 1);
   stream.copy(tileCount_, total_, sizeof(uint32_t), n * sizeof(uint32_t));
-}
-
-void Renderer::writeLists(ComputeStream& stream) {
-  stream.mark("tile lists");
-  stream.dispatch("list_write", {&order(), &mean_, &conic_, &opacity_, &halfExtent_, &visible_, &tileTable_, &splatId_},
-                  bin_, bin_.count > 0 ? bin_.runs / 8 : 0, 1, 1);
 }
 
 void Renderer::sortIntoTiles(ComputeStream& stream) {
@@ -248,11 +215,7 @@ void Renderer::sortIntoTiles(ComputeStream& stream) {
                     bin_, bin_.count);
   stream.mark("tile sort");
   const uint32_t bits = static_cast<uint32_t>(std::bit_width(std::max(tiles, 2u) - 1));
-  const bool swapped =
-      sortsByRuns(instances_)
-          ? runSorter_.sort(stream, tileKey_, splatId_, tileKeyPartner_, splatIdPartner_, instances_, bits)
-          : sorter_.sort(stream, tileKey_, splatId_, tileKeyPartner_, splatIdPartner_, instances_, bits);
-  if (swapped) {
+  if (sort(stream, {&tileKey_, &splatId_}, {&tileKeyPartner_, &splatIdPartner_}, instances_, bits)) {
     std::swap(tileKey_, tileKeyPartner_);
     std::swap(splatId_, splatIdPartner_);
   }
@@ -262,11 +225,7 @@ void Renderer::sortIntoTiles(ComputeStream& stream) {
 void Renderer::rasterize(ComputeStream& stream, const std::array<float, 3>& background) {
   background_ = background;
   if (!splatId_) reserveInstances(1);
-  if (variants_.runLists) {
-    writeLists(stream);
-  } else {
-    sortIntoTiles(stream);
-  }
+  sortIntoTiles(stream);
 
   stream.mark("forward");
   const RasterPush push = {bin_.width, bin_.height, tilesX_, 0};

@@ -36,7 +36,6 @@ class Renderer {
     std::string forward;
     std::string backward;
     bool stripLoss = false;
-    bool runLists = false;  // tile lists by counters a tile and run of splats, instead of a sort
     bool runSorts = false;  // RunSorter instead of RadixSorter
     static Variants forDevice(const VulkanContext& context, const KernelRegistry& registry);
   };
@@ -97,18 +96,21 @@ class Renderer {
   };
   static_assert(sizeof(CameraBlock) == 112);
   struct BinPush {
-    uint32_t count, width, height, tileSize, tilesX, tilesY, runs, reserved;
+    uint32_t count, width, height, tileSize, tilesX, tilesY, reserved[2];
   };
   static_assert(sizeof(BinPush) == 32);
 
-  void reserveTiles(uint32_t tiles);
   void reserveInstances(uint32_t instances);
   bool sortsByRuns(uint32_t count) const;
   void reserveSort(uint32_t count);
+  struct SortPair {
+    const GpuBuffer *keys, *values;
+  };
+  // By what suits the device; true when the result lies in the partner.
+  bool sort(ComputeStream& stream, const SortPair& in, const SortPair& partner, uint32_t count, uint32_t keyBits);
   const GpuBuffer& order() const { return orderInPartner_ ? orderPartner_ : order_; }
   // Instances counted, their total copied for the host; then each tile's list written, front to back, and tileStart_.
   void countInstances(ComputeStream& stream);
-  void writeLists(ComputeStream& stream);
   void sortIntoTiles(ComputeStream& stream);
   void requireTraining() const;
 
@@ -140,7 +142,7 @@ class Renderer {
   GpuBuffer depthKey_, depthKeyPartner_, order_, orderPartner_;
   GpuBuffer tileCount_, total_;
   GpuBuffer tileKey_, tileKeyPartner_, splatId_, splatIdPartner_;
-  GpuBuffer tileStart_, tileTable_;
+  GpuBuffer tileStart_;
   GpuBuffer image_, accumulated_, transmittance_, walked_;
   GpuBuffer dMean_, dConic_, dOpacity_, dColour_;
 };

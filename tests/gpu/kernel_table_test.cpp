@@ -68,8 +68,6 @@ const std::vector<Row> kRows = {
     {"radix_runs_count", kEight, "ro rw", 12},
     {"radix_runs_scatter", kEight, "ro ro wo wo rw", 12},
     {"scan_runs", kEight, "rw wo", 8},
-    {"list_count", kEight, "ro ro ro ro ro ro rw", 32},
-    {"list_write", kEight, "ro ro ro ro ro ro rw wo", 32},
     {"rasterize_forward_wide", kEight, "ro ro ro ro ro ro wo wo wo wo", 16},
     {"rasterize_backward_wide", kEight, kBackwardAccess, 16},
     {"loss_strips", kEight, "ro ro wo wo", 20},

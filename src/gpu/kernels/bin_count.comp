@@ -15,7 +15,6 @@
 #include "shared_constants.h"
 #include "item_index.glsl"
 #include "tile_test.glsl"
-layout(local_size_x = 256) in;
 #include "bin_bindings.glsl"
 
 layout(binding = 6) writeonly buffer TileCount { uint tileCount[]; };

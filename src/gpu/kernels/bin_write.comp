@@ -12,7 +12,6 @@
 #include "shared_constants.h"
 #include "item_index.glsl"
 #include "tile_test.glsl"
-layout(local_size_x = 256) in;
 #include "bin_bindings.glsl"
 
 layout(binding = 6) readonly buffer Offset { uint offset[]; };

@@ -41,8 +41,6 @@ set(OMBRELUX_KERNELS
   radix_runs_count
   radix_runs_scatter
   scan_runs
-  list_count
-  list_write
   rasterize_forward_wide
   rasterize_backward_wide
   loss_strips

@@ -102,9 +102,4 @@ void PreferencesForm::chooseDevice(size_t index) {
   parts_.preferences.deviceIndex = static_cast<int>(index) - 1;
 }
 
-std::optional<std::string> colmapNotice(const PreferencesForm& form) {
-  if (!form.tools() || form.tools()->colmap) return std::nullopt;
-  return kColmapMissing;
-}
-
 }  // namespace quor::ui

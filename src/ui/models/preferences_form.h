@@ -76,11 +76,4 @@ class PreferencesForm {
   std::optional<Background> saving_{std::in_place};
 };
 
-// What the window says at start-up when there is no COLMAP.
-inline constexpr const char* kColmapMissing =
-    "COLMAP was not found. Sparse reconstruction needs it: set its folder in Preferences.";
-
-// That sentence once the search has ended without COLMAP; nothing otherwise.
-std::optional<std::string> colmapNotice(const PreferencesForm& form);
-
 }  // namespace quor::ui

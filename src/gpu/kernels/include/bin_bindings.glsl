@@ -1,4 +1,5 @@
-// The inputs that the kernels which list splats by tile share: the depth-ordered splats and their footprints.
+// The inputs that bin_count and bin_write share: the depth-ordered splats and their footprints.
+layout(local_size_x = 256) in;
 layout(binding = 0) readonly buffer Order { uint order[]; };
 layout(binding = 1) readonly buffer Mean { float mean[]; };
 layout(binding = 2) readonly buffer Conic { float conic[]; };
@@ -12,8 +13,8 @@ layout(push_constant) uniform Push {
   uint tileSize;
   uint tilesX;
   uint tilesY;
-  uint runs;  // of list_count and list_write
-  uint reserved;
+  uint reserved0;
+  uint reserved1;
 };
 
 // false when splat i is listed nowhere.
