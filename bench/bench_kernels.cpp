@@ -185,6 +185,7 @@ class KernelBench {
   void addForward() {
     const Buffers outputs = {&image_, &accumulated_, &transmittance_, &walked_};
     addBlending("rasterize_forward", outputs, true);
+    addBlending("rasterize_forward_pairs", outputs, Renderer::runsPairs(context_));
     addBlending("rasterize_forward_wide", outputs, runsWide());
     add("composite_background", 28.0 * p_, {&image_, &accumulated_}, {0.0f, 0.0f, 0.0f, p_}, p_);
   }
@@ -224,6 +225,7 @@ class KernelBench {
     addBlending("rasterize_backward:SG=0,NATIVE_ATOMIC=1", outputs, atomics, zero);
     addBlending("rasterize_backward:SG=1,NATIVE_ATOMIC=0", outputs, reduces, zero);
     addBlending("rasterize_backward:SG=1,NATIVE_ATOMIC=1", outputs, reduces && atomics, zero);
+    addBlending("rasterize_backward_pairs", outputs, Renderer::runsPairs(context_), zero);
     addBlending("rasterize_backward_wide", outputs, runsWide() && atomics, zero);
 
     add("preprocess_backward", (degree_ > 0 ? 236.0 : 56.0) * n_ + (84 + restBytes()) * v_,

@@ -51,6 +51,11 @@ Renderer::Variants Renderer::Variants::forDevice(const VulkanContext& context, c
   return {"rasterize_forward", registry.backwardKernelName()};
 }
 
+bool Renderer::runsPairs(const VulkanContext& context) {
+  const DeviceInfo& device = context.info();
+  return device.subgroupShuffle && device.subgroupSize >= 8 && device.floatAtomics;
+}
+
 Renderer::Renderer(VulkanContext& context, KernelRegistry& registry, Mode mode)
     : Renderer(context, Variants::forDevice(context, registry), mode) {}
 

@@ -39,6 +39,8 @@ class Renderer {
     bool runSorts = false;  // RunSorter instead of RadixSorter
     static Variants forDevice(const VulkanContext& context, const KernelRegistry& registry);
   };
+  // Whether the device can run rasterize_forward_pairs and rasterize_backward_pairs.
+  static bool runsPairs(const VulkanContext& context);
 
   Renderer(VulkanContext& context, KernelRegistry& registry, Mode mode);
   Renderer(VulkanContext& context, Variants variants, Mode mode);

@@ -7,6 +7,7 @@
 
 #include "base/text.h"
 #include "gpu/vulkan_context.h"
+#include "gs/blend_trial.h"
 #include "gs/resume.h"
 #include "gs/schedule.h"
 #include "gs/seed.h"
@@ -81,7 +82,7 @@ Trainer::Trainer(VulkanContext& context, KernelRegistry& registry, LogStore& log
       stream_(context, registry),
       transfer_(context),
       splats_(context, SplatStore::Use::Training),
-      renderer_(context, registry, Renderer::Mode::Training),
+      renderer_(context, variantsByTrial(context, registry, log), Renderer::Mode::Training),
       photos_(context, dataset.training, photoShare(context)),
       random_(SplitMix64::fromSeed(job.seed)),
       cap_(sayCap(capFor(context, job, dataset), log)),

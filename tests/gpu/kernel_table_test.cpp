@@ -27,6 +27,7 @@ struct Row {
 // What the host code counts on, in the order of the embedded table.
 constexpr Size kRuns = {8, 8, 1};
 constexpr Size kEight = {8, 1, 1};
+constexpr Size kPairs = {128, 1, 1};
 constexpr const char* kBackwardAccess = "ro ro ro ro ro ro ro ro ro ro rw rw rw rw";
 const std::vector<Row> kRows = {
     {"activate", kLine, "ro ro wo wo", 4},
@@ -70,6 +71,8 @@ const std::vector<Row> kRows = {
     {"scan_runs", kEight, "rw wo", 8},
     {"rasterize_forward_wide", kEight, "ro ro ro ro ro ro wo wo wo wo", 16},
     {"rasterize_backward_wide", kEight, kBackwardAccess, 16},
+    {"rasterize_forward_pairs", kPairs, "ro ro ro ro ro ro wo wo wo wo", 16},
+    {"rasterize_backward_pairs", kPairs, kBackwardAccess, 16},
     {"loss_strips", kEight, "ro ro wo wo", 20},
     {"accumulated_gradient", kLine, "ro ro wo", 16},
     {"multiply_add_peak", kLine, "wo", 8},

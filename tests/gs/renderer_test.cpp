@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "base/split_mix64.h"
+#include "gs/blend_trial.h"
 #include "support/gpu_fixture.h"
 #include "support/random_splats.h"
 #include "support/reference_renderer.h"
@@ -49,6 +50,7 @@ class RendererTest : public GpuTest {
 
   std::vector<std::string> backwardVariants() const {
     std::vector<std::string> names = {Renderer::Variants::forDevice(context, registry).backward};
+    if (Renderer::runsPairs(context)) names.push_back("rasterize_backward_pairs");
     for (const char* sg : {"0", "1"}) {
       for (const char* atomic : {"0", "1"}) {
         if ((*sg == '1' && !context.info().subgroupReduce) || (*atomic == '1' && !context.info().floatAtomics))
@@ -75,11 +77,11 @@ class RendererTest : public GpuTest {
 
 TEST_F(RendererTest, ForwardImagesAgreeWithTheReference) {
   const std::array<float, 3> background = {0.2f, 0.4f, 0.1f};
-  const std::vector<std::string> forwards = {"rasterize_forward",
-                                             Renderer::Variants::forDevice(context, registry).forward};
+  std::vector<std::string> forwards = {"rasterize_forward", Renderer::Variants::forDevice(context, registry).forward};
+  if (Renderer::runsPairs(context)) forwards.emplace_back("rasterize_forward_pairs");
   for (const std::string& forward : forwards) {
     // The lists go with the kernels that walk them.
-    Renderer renderer(context, {forward, registry.backwardKernelName(), false, forward != forwards[0]},
+    Renderer renderer(context, {forward, registry.backwardKernelName(), false, forward.ends_with("wide")},
                       Renderer::Mode::RenderOnly);
     for (const auto& [width, height, count] : {std::array{70, 45, 300}, {16, 16, 40}, {33, 1, 40}, {1, 1, 40}}) {
       for (int degree = 0; degree <= 3; ++degree) {
@@ -207,6 +209,52 @@ TEST_F(RendererTest, ListsEverySplatOfALargeScene) {
   const uint32_t plain = instances({"rasterize_forward", registry.backwardKernelName()});
   EXPECT_GT(plain, 500000u);
   EXPECT_EQ(instances(Renderer::Variants::forDevice(context, registry)), plain);
+}
+
+// Lists of several batches, of which subgroups pass over much: what one kernel of a variant adds up the other takes
+// apart, so both go together.
+TEST_F(RendererTest, PairsOfPixelsAreBlendedAsPixelByPixel) {
+  if (!Renderer::runsPairs(context)) GTEST_SKIP() << "needs subgroups of eight or more";
+  const GaussianSet scene = test::randomScene(6000, 17);
+  const Camera camera = test::testCamera(150, 83);
+  const GpuBuffer photo = makeBuffer(packBytes(testPhoto(camera.width, camera.height)));
+  SplatStore store(context, SplatStore::Use::Training);
+  store.upload(transfer, scene);
+  std::vector<float> images[2], gradients[2][kGroupCount];
+  for (const bool pairs : {false, true}) {
+    Renderer renderer(context,
+                      pairs ? Renderer::Variants{"rasterize_forward_pairs", "rasterize_backward_pairs"}
+                            : Renderer::Variants{"rasterize_forward", registry.backwardKernelName()},
+                      Renderer::Mode::Training);
+    renderer.reserve(store.count(), camera.width, camera.height);
+    renderer.project(stream, store, camera, 1, kNear);
+    renderer.rasterize(stream, {0.3f, 0.1f, 0.6f});
+    renderer.lossAndBackward(stream, store, photo, lossScales(0.2f, camera.width, camera.height), {}, false);
+    stream.submit();
+    EXPECT_GT(renderer.instances(), 30u * 1000u);
+    images[pairs] = readBuffer<float>(renderer.image());
+    for (const Group g : {kPositions, kScales, kRotations, kOpacities, kShDc}) {
+      gradients[pairs][g] = readBuffer<float>(store.gradient(g));
+    }
+  }
+  for (size_t i = 0; i < images[0].size(); ++i) ASSERT_NEAR(images[1][i], images[0][i], 1e-4) << i;
+  for (const Group g : {kPositions, kScales, kRotations, kOpacities, kShDc}) {
+    double difference = 0, norm = 0;
+    for (size_t i = 0; i < gradients[0][g].size(); ++i) {
+      difference += std::pow(static_cast<double>(gradients[1][g][i] - gradients[0][g][i]), 2);
+      norm += std::pow(static_cast<double>(gradients[0][g][i]), 2);
+    }
+    EXPECT_LT(std::sqrt(difference), 1e-3 * std::sqrt(norm)) << "group " << g;
+  }
+}
+
+TEST_F(RendererTest, ATrialFindsThePairsLikeThePlainKernels) {
+  if (!Renderer::runsPairs(context)) GTEST_SKIP() << "needs subgroups of eight or more";
+  const auto trial = BlendTrial::of(context, registry, {"rasterize_forward", registry.backwardKernelName()},
+                                    {"rasterize_forward_pairs", "rasterize_backward_pairs"});
+  EXPECT_TRUE(trial.alike);
+  EXPECT_GT(trial.firstMs, 0);
+  EXPECT_GT(trial.secondMs, 0);
 }
 
 TEST_F(RendererTest, ScoresAgreeWithTheReference) {

@@ -43,6 +43,8 @@ set(OMBRELUX_KERNELS
   scan_runs
   rasterize_forward_wide
   rasterize_backward_wide
+  rasterize_forward_pairs
+  rasterize_backward_pairs
   loss_strips
   accumulated_gradient
   multiply_add_peak
