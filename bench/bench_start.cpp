@@ -1,10 +1,12 @@
 // Where the time goes from the start of a program to its first training step, and what views cost in memory.
 //
-//   bench_start DATASET [RESOLUTION]
+//   bench_start DATASET [RESOLUTION [MEGABYTES]]
 //
-// Run it twice: the second time the driver's own cache of kernels is warm. Nothing is written.
+// MEGABYTES of photographs may stay in memory (by itself, half of what is free); the others go to a temporary file. Run
+// it twice: the second time the driver's own cache of kernels is warm. Nothing is written.
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -41,7 +43,7 @@ double residentMegabytes() {
   return static_cast<double>(usage.ru_maxrss) / 1024;
 }
 
-void run(const char* folder, int resolution) {
+void run(const char* folder, int resolution, uint64_t budget) {
   Stopwatch clock;
   applyLayerPolicy();
   VulkanContext context({});
@@ -50,7 +52,7 @@ void run(const char* folder, int resolution) {
   quor::LogStore log(100);
   const std::atomic<bool> cancel = false;
   const double before = residentMegabytes();
-  const Dataset dataset = loadDataset({quor::fromUtf8(folder), resolution, true, 8, {}, {}}, log, cancel);
+  const Dataset dataset = loadDataset({quor::fromUtf8(folder), resolution, true, 8, {}, {}, {{}, budget}}, log, cancel);
   clock.say("model read, photographs decoded and scaled");
   const double loaded = residentMegabytes();
   TrainJob job;
@@ -77,11 +79,12 @@ void run(const char* folder, int resolution) {
 
 int main(int argc, char** argv) {
   if (argc < 2) {
-    std::fprintf(stderr, "usage: %s DATASET [RESOLUTION]\n", argv[0]);
+    std::fprintf(stderr, "usage: %s DATASET [RESOLUTION [MEGABYTES]]\n", argv[0]);
     return 2;
   }
   try {
-    run(argv[1], argc > 2 ? std::atoi(argv[2]) : 0);
+    const int megabytes = argc > 3 ? std::atoi(argv[3]) : 0;
+    run(argv[1], argc > 2 ? std::atoi(argv[2]) : 0, static_cast<uint64_t>(std::max(megabytes, 0)) * 1000000);
     return 0;
   } catch (const std::exception& e) {
     std::fprintf(stderr, "error: %s\n", e.what());

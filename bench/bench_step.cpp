@@ -43,8 +43,8 @@ TrainJob steadyJob(const Size& size) {
 Dataset oneView(const Size& size) {
   Dataset dataset;
   const size_t bytes = 3 * static_cast<size_t>(size.width) * static_cast<size_t>(size.height);
-  dataset.training.push_back({"view", quor::bench::benchCamera(size), {size.width, size.height, {}}});
-  dataset.training[0].image.rgb.assign(bytes, 0x60);
+  const quor::Image image{size.width, size.height, std::vector<uint8_t>(bytes, 0x60)};
+  dataset.training.push_back({"view", quor::bench::benchCamera(size), StoredImage(image)});
   return dataset;
 }
 

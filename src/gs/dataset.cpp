@@ -9,6 +9,7 @@
 #include "base/cancelled.h"
 #include "base/parallel.h"
 #include "base/paths.h"
+#include "base/text.h"
 #include "gs/source_camera.h"
 #include "gs/view_loader.h"
 
@@ -42,14 +43,15 @@ colmap::Model readModel(const DatasetOptions& options, LogStore& log) {
   return model;
 }
 
-// Reads the photographs on worker threads; the first refusal in order is the one that is reported.
+// Reads the photographs into the pool on worker threads; the first refusal in order is the one that is reported.
 class PhotographLoader {
  public:
-  PhotographLoader(const colmap::Model& model, std::filesystem::path folder, int resolution,
+  PhotographLoader(const colmap::Model& model, std::filesystem::path folder, int resolution, ImagePool& pool,
                    const std::atomic<bool>& cancel, const std::function<void(size_t, size_t)>& progress)
       : images_(model.images),
         folder_(std::move(folder)),
         resolution_(resolution),
+        pool_(pool),
         cancel_(cancel),
         progress_(progress),
         views_(images_.size()) {
@@ -68,7 +70,8 @@ class PhotographLoader {
     if (cancel_) return;
     try {
       if (std::optional<Image> photograph = readPhotograph(folder_, images_[i].name)) {
-        views_[i] = viewOf(std::move(*photograph), images_[i].name, sources_[i], resolution_);
+        LoadedView view = viewOf(std::move(*photograph), images_[i].name, sources_[i], resolution_);
+        views_[i] = View{std::move(view.name), view.camera, pool_.store(std::move(view.image))};
       }
     } catch (const std::bad_alloc&) {
       throw std::runtime_error("There is not enough memory for the dataset's images.");
@@ -81,6 +84,7 @@ class PhotographLoader {
   const std::vector<colmap::Image>& images_;
   const std::filesystem::path folder_;
   const int resolution_;
+  ImagePool& pool_;
   const std::atomic<bool>& cancel_;
   const std::function<void(size_t, size_t)>& progress_;
   std::vector<SourceCamera> sources_;
@@ -128,7 +132,8 @@ Dataset loadDataset(const DatasetOptions& options, LogStore& log, const std::ato
   colmap::Model model = readModel(options, log);
   const std::filesystem::path folder =
       options.imagesFolder.empty() ? colmap::imagesDir(options.folder) : options.imagesFolder;
-  auto views = PhotographLoader(model, folder, options.resolution, cancel, progress).load();
+  ImagePool pool(options.pool);
+  auto views = PhotographLoader(model, folder, options.resolution, pool, cancel, progress).load();
 
   std::vector<Camera> cameras;
   for (const auto& view : views) {
@@ -140,12 +145,17 @@ Dataset loadDataset(const DatasetOptions& options, LogStore& log, const std::ato
   warnOfSkipped(model, views, log);
 
   Dataset dataset;
+  dataset.pool = pool.options();
   dataset.geometry = sceneGeometry(cameras);
   dataset.points = std::move(model.points);
   distribute(std::move(views), options, dataset, log);
   log.info("Dataset: " + std::to_string(dataset.training.size()) + " training views, " +
            std::to_string(dataset.heldOut.size()) + " held out, " + std::to_string(dataset.points.count()) +
            " sparse points");
+  if (pool.filedImages() > 0) {
+    log.info(formatText("%zu photographs (%.2f GB) do not fit into memory: a temporary file holds them.",
+                        pool.filedImages(), static_cast<double>(pool.filedBytes()) * 1e-9));
+  }
   return dataset;
 }
 

@@ -1,5 +1,6 @@
 // A solved COLMAP model and its photographs, ready to train on: every photograph decoded, scaled to the job's
-// resolution and freed of lens distortion, with the pinhole camera that belongs to the pixels that are left.
+// resolution and freed of lens distortion, with the pinhole camera that belongs to the pixels that are left. However
+// many they are, they take a bounded amount of memory (gs/image_pool.h).
 #pragma once
 
 #include <array>
@@ -14,13 +15,23 @@
 #include "base/log_store.h"
 #include "colmap/model.h"
 #include "gs/camera.h"
+#include "gs/image_pool.h"
 
 namespace quor::gs {
+
+// A view with its pixels at hand: one at a time, or one a thread.
+struct LoadedView {
+  std::string name;  // as in the model
+  Camera camera;     // of `image`'s size
+  Image image;
+};
 
 struct View {
   std::string name;  // as in the model
   Camera camera;     // of `image`'s size
-  Image image;
+  StoredImage image;
+
+  LoadedView load() const { return {name, camera, image.load()}; }
 };
 
 // Where the cameras stand. The extent is the trainer's unit of length: COLMAP scenes have none.
@@ -43,6 +54,8 @@ struct DatasetOptions {
   // Where the two lie apart from each other; empty = found from `folder`.
   std::filesystem::path imagesFolder;
   std::filesystem::path modelFolder;
+
+  ImagePoolOptions pool = {};  // for the photographs, training and held-out
 };
 
 struct Dataset {
@@ -50,6 +63,7 @@ struct Dataset {
   std::vector<View> heldOut;
   colmap::Points points;
   SceneGeometry geometry;  // of all registered views that could be read
+  ImagePoolOptions pool;   // that the photographs lie in
 
   uint64_t imageBytes() const;  // of all views
 };
@@ -61,14 +75,16 @@ struct ViewSplit {
 };
 ViewSplit splitViews(size_t count, bool evalMode, int testEvery);
 
-// The view at 1 / 2^level of its size, each edge rounded and at least 1; safe on any thread.
-View viewAtLevel(const View& view, int level);
+// The camera at 1 / 2^level of its size, each edge rounded and at least 1.
+Camera cameraAtLevel(const Camera& camera, int level);
 
-// Reads the model, then decodes the photographs on worker threads. `progress` (may be empty) is called with (done,
+// Reads the model, then decodes the photographs on worker threads, each of which holds no more than the one that it is
+// at. `progress` (may be empty) is called with (done,
 // total), never from two threads at once; when `cancel` becomes true the load ends with std::runtime_error "Cancelled".
 // Images that cannot be read, or whose names lead out of the images folder, are skipped with a warning in `log`; views
 // are in name order, and when the split would leave none to train on, none is held out. Throws std::runtime_error with
-// a whole sentence: no model, no images, a camera or a pose that is none, an image that is not its camera's shape.
+// a whole sentence: no model, no images, a camera or a pose that is none, an image that is not its camera's shape, no
+// room for the pixels.
 Dataset loadDataset(const DatasetOptions& options, LogStore& log, const std::atomic<bool>& cancel,
                     const std::function<void(size_t, size_t)>& progress = {});
 

@@ -183,10 +183,11 @@ void Engine::runTraining(const TrainJob& asked) {
     }
     const int resolution = loadResolution(job, context_);
     update([&](TrainStatus& s) { s.iterations = job.iterations; });
-    const Dataset dataset = loadDataset(
-        {job.dataset, resolution, job.evalMode, job.testEvery, {}, {}}, log_, cancel_, [&](size_t done, size_t total) {
-          report(TrainState::Loading, formatText("Loading the images: %zu of %zu", done, total));
-        });
+    const Dataset dataset =
+        loadDataset({job.dataset, resolution, job.evalMode, job.testEvery, {}, {}, {job.output, 0}}, log_, cancel_,
+                    [&](size_t done, size_t total) {
+                      report(TrainState::Loading, formatText("Loading the images: %zu of %zu", done, total));
+                    });
     throwIfCancelled();
     warnOfLimit(job, dataset, resolution, log_);
     const TrainResult result = train(job, dataset);
@@ -236,9 +237,10 @@ TrainResult Engine::train(const TrainJob& job, const Dataset& dataset) {
 EvalResult Engine::scoreHeldOut(Trainer& trainer, const fs::path& folder) {
   report(TrainState::Evaluating, "Scoring the held-out views");
   EvalReport written(folder);
-  const EvalResult result = trainer.evaluate(cancel_, [&](const View& view, const ImageScores& scores, Image render) {
-    written.add(view, scores, std::move(render));
-  });
+  const EvalResult result =
+      trainer.evaluate(cancel_, [&](const LoadedView& view, const ImageScores& scores, Image render) {
+        written.add(view, scores, std::move(render));
+      });
   log_.info(describe(result));
   try {
     written.finish();

@@ -94,7 +94,7 @@ void removeEvalReport(const fs::path& folder) noexcept {
   }
 }
 
-void EvalReport::add(const View& view, const ImageScores& scores, const Image& render) {
+void EvalReport::add(const LoadedView& view, const ImageScores& scores, const Image& render) {
   scores_ += csvField(view.name) + formatText(",%.4f,%.6f,%.6f\n", scores.psnr(), scores.ssim, scores.l1);
   if (!failure_.empty()) return;
   waiting_.push_back(

@@ -20,7 +20,7 @@ class EvalReport {
   explicit EvalReport(std::filesystem::path folder) : folder_(std::move(folder)) {}
 
   // Never throws for a file that cannot be written; finish() says so. `render` has the photograph's size.
-  void add(const View& view, const ImageScores& scores, const Image& render);
+  void add(const LoadedView& view, const ImageScores& scores, const Image& render);
 
   // Writes what is left. Throws std::runtime_error with the first failure.
   void finish();

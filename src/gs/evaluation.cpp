@@ -30,8 +30,9 @@ EvalResult evaluate(ComputeStream& stream, Transfer& transfer, Renderer& rendere
                     const OnViewScored& each) {
   double psnr = 0, ssim = 0, l1 = 0;
   GpuBuffer photo;
-  for (const View& view : views) {
+  for (const View& stored : views) {
     if (cancel) throw std::runtime_error(kCancelled);
+    const LoadedView view = stored.load();
     const size_t bytes = view.image.rgb.size();
     if (photo.size() < bytes) {
       photo = GpuBuffer(stream.context(), (bytes + 3) / 4 * 4, BufferKind::Device, "held-out photograph");

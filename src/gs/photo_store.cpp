@@ -1,7 +1,8 @@
 #include "gs/photo_store.h"
 
 #include <algorithm>
-#include <cstring>
+#include <mutex>
+#include <utility>
 
 #include "base/parallel.h"
 #include "gpu/vulkan_context.h"
@@ -17,66 +18,78 @@ uint64_t roundUp4(uint64_t bytes) {
 
 }  // namespace
 
-PhotoStore::PhotoStore(VulkanContext& context, const std::vector<View>& views, uint64_t gpuShare)
-    : context_(context), views_(views), gpuShare_(gpuShare), cameras_(views.size()), places_(views.size()) {}
+PhotoStore::PhotoStore(VulkanContext& context, const std::vector<View>& views, uint64_t gpuShare,
+                       ImagePoolOptions scaledPool)
+    : context_(context),
+      views_(views),
+      gpuShare_(gpuShare),
+      scaledPool_(std::move(scaledPool)),
+      cameras_(views.size()),
+      places_(views.size()) {}
 
-const std::vector<uint8_t>& PhotoStore::pixels(size_t view) const {
-  return scaled_.empty() ? views_[view].image.rgb : scaled_[view].rgb;
+Image PhotoStore::scaled(size_t view, int level) const {
+  Image image = views_[view].image.load();
+  return level > 0 ? resizeImage(image, cameras_[view].width, cameras_[view].height) : image;
+}
+
+uint64_t PhotoStore::bytesOnGpu(size_t view) const {
+  return roundUp4(static_cast<uint64_t>(cameras_[view].width) * static_cast<uint64_t>(cameras_[view].height) * 3);
 }
 
 bool PhotoStore::setLevel(Transfer& transfer, int level) {
   if (level == level_) return false;
-  level_ = level;
-  for (Staging& staging : staging_) {
-    if (staging.filled.valid()) staging.filled.get();
-    staging.view = SIZE_MAX;
-  }
+  for (Staging& staging : staging_) staging.forget();
   scaled_.clear();
-  if (level > 0) {
-    scaled_.resize(views_.size());
-    parallelFor(views_.size(), [&](size_t i) {
-      View view = viewAtLevel(views_[i], level);
-      cameras_[i] = view.camera;
-      scaled_[i] = std::move(view.image);
-    });
-  } else {
-    for (size_t i = 0; i < views_.size(); ++i) cameras_[i] = views_[i].camera;
-  }
-
+  chunks_.clear();
   uint64_t total = 0, largest = 4;
   for (size_t i = 0; i < views_.size(); ++i) {
-    total += roundUp4(pixels(i).size());
-    largest = std::max<uint64_t>(largest, roundUp4(pixels(i).size()));
+    cameras_[i] = cameraAtLevel(views_[i].camera, level);
+    total += bytesOnGpu(i);
+    largest = std::max(largest, bytesOnGpu(i));
   }
   if (current_.size() < largest) current_ = GpuBuffer(context_, largest, BufferKind::Device, "photograph");
-  chunks_.clear();
   resident_ = total <= gpuShare_;
   if (resident_) {
-    makeResident(transfer, std::min(std::max(kChunk, largest), context_.info().maxAllocationSize));
-    scaled_.clear();
-    scaled_.shrink_to_fit();
+    makeResident(transfer, level, std::min(std::max(kChunk, largest), context_.info().maxAllocationSize));
   } else {
-    for (Staging& staging : staging_) {
-      if (staging.buffer.size() < largest) {
-        staging.buffer = GpuBuffer(context_, largest, BufferKind::Upload, "photograph staging");
-      }
-    }
+    stayOnHost(level, largest);
   }
+  level_ = level;
   return true;
 }
 
-void PhotoStore::makeResident(Transfer& transfer, uint64_t chunkLimit) {
+void PhotoStore::makeResident(Transfer& transfer, int level, uint64_t chunkLimit) {
   std::vector<uint64_t> sizes;
   for (size_t i = 0; i < views_.size(); ++i) {
-    const uint64_t bytes = roundUp4(pixels(i).size());
+    const uint64_t bytes = bytesOnGpu(i);
     if (sizes.empty() || sizes.back() + bytes > chunkLimit) sizes.push_back(0);
     places_[i] = {sizes.size() - 1, sizes.back()};
     sizes.back() += bytes;
   }
   for (const uint64_t size : sizes) chunks_.emplace_back(context_, size, BufferKind::Device, "photographs");
-  for (size_t i = 0; i < views_.size(); ++i) {
-    transfer.upload(chunks_[places_[i].chunk], pixels(i).data(), places_[i].offset, pixels(i).size());
+  std::mutex transferMutex;
+  parallelFor(views_.size(), [&](size_t i) {
+    const Image image = scaled(i, level);
+    const std::lock_guard lock(transferMutex);
+    transfer.upload(chunks_[places_[i].chunk], image.rgb.data(), places_[i].offset, image.rgb.size());
+  });
+}
+
+void PhotoStore::stayOnHost(int level, uint64_t largest) {
+  for (Staging& staging : staging_) {
+    if (staging.buffer.size() >= largest) continue;
+    staging.buffer = GpuBuffer(context_, largest, BufferKind::Upload, "photograph staging");
   }
+  if (level == 0) return;
+  ImagePool pool(scaledPool_);
+  scaled_.resize(views_.size());
+  parallelFor(views_.size(), [&](size_t i) { scaled_[i] = pool.store(scaled(i, level)); });
+}
+
+void PhotoStore::Staging::forget() {
+  view = SIZE_MAX;
+  // A photograph that nobody waits for any more may have failed.
+  if (filled.valid()) std::exchange(filled, {}).wait();
 }
 
 void PhotoStore::prefetch(size_t view) {
@@ -84,24 +97,26 @@ void PhotoStore::prefetch(size_t view) {
     return;
   Staging& staging = staging_[nextStaging_];
   nextStaging_ ^= 1;
-  if (staging.filled.valid()) staging.filled.get();
+  staging.forget();
+  staging.filled = std::async(std::launch::async,
+                              [to = static_cast<uint8_t*>(staging.buffer.mapped()),
+                               image = scaled_.empty() ? views_[view].image : scaled_[view]] { image.read(to); });
   staging.view = view;
-  staging.filled = std::async(std::launch::async, [this, &staging, view] {
-    std::memcpy(staging.buffer.mapped(), pixels(view).data(), pixels(view).size());
-  });
 }
 
 const GpuBuffer& PhotoStore::fetch(ComputeStream& stream, size_t view) {
-  const uint64_t bytes =
-      roundUp4(static_cast<uint64_t>(cameras_[view].width) * static_cast<uint64_t>(cameras_[view].height) * 3);
   if (resident_) {
-    stream.copy(chunks_[places_[view].chunk], current_, bytes, places_[view].offset, 0);
+    stream.copy(chunks_[places_[view].chunk], current_, bytesOnGpu(view), places_[view].offset, 0);
     return current_;
   }
   prefetch(view);
   Staging& staging = staging_[0].view == view ? staging_[0] : staging_[1];
-  if (staging.filled.valid()) staging.filled.get();
-  stream.copy(staging.buffer, current_, bytes);
+  if (staging.filled.valid()) {
+    staging.view = SIZE_MAX;  // should it have failed
+    staging.filled.get();
+    staging.view = view;
+  }
+  stream.copy(staging.buffer, current_, bytesOnGpu(view));
   return current_;
 }
 

@@ -1,5 +1,6 @@
 // The photographs at the size of the current level, ready for the GPU. When all of them fit the share of GPU memory
-// they stay there; otherwise they stay in host memory and each is copied over ahead of its step.
+// they stay there; otherwise they stay with the host, in memory or in a file, and each is brought over ahead of its
+// step.
 #pragma once
 
 #include <array>
@@ -16,11 +17,12 @@ namespace quor::gs {
 
 class PhotoStore {
  public:
-  // `views` must outlive the store. `gpuShare` is the most that resident photographs may take, in bytes.
-  PhotoStore(VulkanContext& context, const std::vector<View>& views, uint64_t gpuShare);
+  // `views` must outlive the store. `gpuShare` is the most that resident photographs may take, in bytes; `scaledPool`
+  // is for the smaller photographs of a level that are not resident.
+  PhotoStore(VulkanContext& context, const std::vector<View>& views, uint64_t gpuShare, ImagePoolOptions scaledPool);
 
-  // Shrinks the photographs to 1 / 2^level on worker threads and uploads them if they fit. Does nothing and returns
-  // false when that is the level already.
+  // Shrinks the photographs to 1 / 2^level on worker threads and uploads each at once if all fit. Does nothing and
+  // returns false when that is the level already.
   bool setLevel(Transfer& transfer, int level);
 
   const Camera& camera(size_t view) const { return cameras_[view]; }
@@ -29,7 +31,8 @@ class PhotoStore {
 
   // Starts to bring a photograph near the GPU, on another thread.
   void prefetch(size_t view);
-  // Records the copy into the returned buffer, valid until the next submit.
+  // Records the copy into the returned buffer, valid until the next submit. Throws when the photograph could not be
+  // read.
   const GpuBuffer& fetch(ComputeStream& stream, size_t view);
 
  private:
@@ -41,18 +44,24 @@ class PhotoStore {
     GpuBuffer buffer;
     std::future<void> filled;
     size_t view = SIZE_MAX;
+
+    void forget();
   };
 
-  const std::vector<uint8_t>& pixels(size_t view) const;
-  void makeResident(Transfer& transfer, uint64_t chunkLimit);
+  Image scaled(size_t view, int level) const;
+  // Packed, padded to whole words; known before any is scaled.
+  uint64_t bytesOnGpu(size_t view) const;
+  void makeResident(Transfer& transfer, int level, uint64_t chunkLimit);
+  void stayOnHost(int level, uint64_t largest);
 
   VulkanContext& context_;
   const std::vector<View>& views_;
   uint64_t gpuShare_;
+  ImagePoolOptions scaledPool_;
   int level_ = -1;
   bool resident_ = false;
   std::vector<Camera> cameras_;
-  std::vector<Image> scaled_;  // empty at level 0: the views themselves serve
+  std::vector<StoredImage> scaled_;  // empty at level 0, where the views themselves serve, and while resident
   std::vector<GpuBuffer> chunks_;
   std::vector<Place> places_;
   std::array<Staging, 2> staging_;

@@ -57,6 +57,11 @@ uint64_t largestPixels(const Dataset& dataset) {
   return pixels;
 }
 
+// For the smaller photographs of a level, which have a quarter of the pixels at most.
+ImagePoolOptions scaledPool(const Dataset& dataset) {
+  return {dataset.pool.folder, (dataset.pool.budget + 3) / 4};
+}
+
 // Room for photographs and images, then as many splats as the budget and the device allow.
 SplatCap capFor(const VulkanContext& context, const TrainJob& job, const Dataset& dataset) {
   const uint64_t photos = std::min(dataset.imageBytes(), photoShare(context));
@@ -83,7 +88,7 @@ Trainer::Trainer(VulkanContext& context, KernelRegistry& registry, LogStore& log
       transfer_(context),
       splats_(context, SplatStore::Use::Training),
       renderer_(context, variantsByTrial(context, registry, log), Renderer::Mode::Training),
-      photos_(context, dataset.training, photoShare(context)),
+      photos_(context, dataset.training, photoShare(context), scaledPool(dataset)),
       random_(SplitMix64::fromSeed(job.seed)),
       cap_(sayCap(capFor(context, job, dataset), log)),
       mcmcTarget_(std::min(job.mcmcTarget, cap_)),

@@ -61,7 +61,7 @@ std::optional<Image> readPhotograph(const std::filesystem::path& folder, const s
   }
 }
 
-View viewOf(Image photograph, const std::string& name, const SourceCamera& source, int resolution) {
+LoadedView viewOf(Image photograph, const std::string& name, const SourceCamera& source, int resolution) {
   if (!uniformlyScaled(source.camera, photograph.width, photograph.height)) {
     throw std::runtime_error("Image " + name + " has " + sizeText(photograph.width, photograph.height) +
                              " pixels, but its camera in the COLMAP model has " +

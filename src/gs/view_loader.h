@@ -17,6 +17,6 @@ std::optional<Image> readPhotograph(const std::filesystem::path& folder, const s
 // Scales a photograph so that the view's longest edge is at most `resolution` (0 = as it is) and undistorts it. Throws
 // std::runtime_error when its size is not the camera's, uniformly scaled, or the lens leaves
 // nothing to see.
-View viewOf(Image photograph, const std::string& name, const SourceCamera& source, int resolution);
+LoadedView viewOf(Image photograph, const std::string& name, const SourceCamera& source, int resolution);
 
 }  // namespace quor::gs

@@ -43,17 +43,15 @@ SceneGeometry sceneGeometry(const std::vector<Camera>& cameras) {
   return geometry;
 }
 
-View viewAtLevel(const View& view, int level) {
+Camera cameraAtLevel(const Camera& camera, int level) {
   const auto side = [&](int length) { return std::max(1, static_cast<int>(std::lround(std::ldexp(length, -level)))); };
-  const int width = side(view.image.width);
-  const int height = side(view.image.height);
-  return {view.name, view.camera.resized(width, height), resizeImage(view.image, width, height)};
+  return camera.resized(side(camera.width), side(camera.height));
 }
 
 uint64_t Dataset::imageBytes() const {
   uint64_t bytes = 0;
-  for (const View& view : training) bytes += view.image.rgb.size();
-  for (const View& view : heldOut) bytes += view.image.rgb.size();
+  for (const View& view : training) bytes += view.image.bytes();
+  for (const View& view : heldOut) bytes += view.image.bytes();
   return bytes;
 }
 

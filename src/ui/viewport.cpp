@@ -150,7 +150,7 @@ void Viewport::loadPhotograph() {
         if (!image) throw std::runtime_error("The photograph " + posed.name + " cannot be read.");
         return gs::viewOf(std::move(*image), posed.name, posed.source, kPhotographEdge);
       },
-      [this, name = posed.name](gs::View view) {
+      [this, name = posed.name](gs::LoadedView view) {
         if (!photo_ || !cameras_ || cameras_->photos[*photo_].name != name) return;
         photograph_ = std::move(view.image);
         photographCamera_ = view.camera;

@@ -5,6 +5,7 @@
 #include "base/atomic_file.h"
 #include "base/paths.h"
 #include "base/split_mix64.h"
+#include "base/temporary_file.h"
 #include "base/text.h"
 #include "base/time_text.h"
 #include "support/platform.h"
@@ -22,6 +23,24 @@ using test::writeFile;
 
 bool isThere(const std::filesystem::path& path) {
   return exists(symlink_status(path));
+}
+
+TEST(TemporaryFile, IsReadWhereItWasWrittenAndLeavesNothing) {
+  const TempFolder folder;
+  {
+    TemporaryFile file(folder.path()), other(folder.path());
+    file.write("defg", 4, 3);
+    file.write("abc", 3, 0);
+    other.write("ABC", 3, 0);
+    char text[8] = {};
+    file.read(text, 5, 1);
+    EXPECT_STREQ(text, "bcdef");
+    EXPECT_EQ(thrownText([&] { file.read(text, 5, 3); }), "the file is too short");
+    EXPECT_EQ(thrownText([&] { file.read(text, 1, 100); }), "the file is too short");
+    EXPECT_EQ(is_empty(folder.path()), !test::kWindows) << "where it can, it has no name while it is in use either";
+  }
+  EXPECT_TRUE(is_empty(folder.path()));
+  EXPECT_NE(thrownText([&] { TemporaryFile(folder / "none"); }), "no exception");
 }
 
 TEST(AtomicFile, ReplacesOnlyWhenCommitted) {

@@ -48,7 +48,7 @@ Image photographOf(const colmap::Camera& camera, int scaleDown = 1) {
 }
 
 // The largest difference between a view and the pattern as its pinhole camera sees it.
-double worstError(const View& view) {
+double worstError(const LoadedView& view) {
   double worst = 0;
   for (int j = 0; j < view.image.height; ++j) {
     for (int i = 0; i < view.image.width; ++i) {
@@ -96,13 +96,14 @@ class DatasetTest : public testing::Test {
     return thrownText([&] { load(); });
   }
 
-  std::vector<std::string> warnings() const {
+  std::vector<std::string> logged(LogLevel level) const {
     std::vector<std::string> texts;
     for (const LogEntry& entry : log_.entriesAfter(0)) {
-      if (entry.level == LogLevel::Warning) texts.push_back(entry.text);
+      if (entry.level == level) texts.push_back(entry.text);
     }
     return texts;
   }
+  std::vector<std::string> warnings() const { return logged(LogLevel::Warning); }
 
   test::TempFolder folder_;
   colmap::Model model_;
@@ -133,7 +134,7 @@ TEST_F(DatasetTest, ViewsComeInNameOrderFromSubFoldersAndAreSplit) {
   EXPECT_THAT(warnings(), ElementsAre("2 point(s) of the COLMAP model have no valid position and were dropped."));
   EXPECT_THAT(dataset.training[3].camera.rotation, ElementsAre(-1, 0, 0, 0, 1, 0, 0, 0, -1));
   EXPECT_THAT(dataset.training[3].camera.centre(), ElementsAre(6, 0, 0));
-  for (const View& view : dataset.training) EXPECT_LT(worstError(view), 0.51) << view.name;
+  for (const View& view : dataset.training) EXPECT_LT(worstError(view.load()), 0.51) << view.name;
 }
 
 TEST_F(DatasetTest, LensesAreUndoneAtEveryResolution) {
@@ -150,11 +151,11 @@ TEST_F(DatasetTest, LensesAreUndoneAtEveryResolution) {
     const Dataset dataset = load();
     ASSERT_EQ(dataset.training.size(), 6u);
     for (const View& view : dataset.training) {
-      EXPECT_LT(worstError(view), resolution == 0 ? 2.5 : 5.0) << view.name << resolution;
-      EXPECT_EQ(view.image.width, view.camera.width);
+      EXPECT_LT(worstError(view.load()), resolution == 0 ? 2.5 : 5.0) << view.name << resolution;
+      EXPECT_EQ(view.image.width(), view.camera.width);
       // What the lens squeezes is gained, what it stretches is lost: the view is about as large as the photograph.
       const int photograph = view.name == "1.png" || view.name == "2.png" || view.name == "3.png" ? 320 : 160;
-      const int longest = std::max(view.image.width, view.image.height);
+      const int longest = std::max(view.image.width(), view.image.height());
       EXPECT_NEAR(longest, resolution == 0 ? photograph : 100, resolution == 0 ? 0.15 * photograph : 0) << view.name;
     }
   }
@@ -167,11 +168,11 @@ TEST_F(DatasetTest, PhotographsMayBeUniformlyScaledButNotCropped) {
   EXPECT_DOUBLE_EQ(view.camera.fx, 100 * 60.0 / 121);
   EXPECT_DOUBLE_EQ(view.camera.cy, 40 * 40.0 / 81);
 
-  const View level = viewAtLevel(view, 2);
-  EXPECT_EQ(level.image.width, 15);
-  EXPECT_EQ(level.camera.height, 10);
-  EXPECT_DOUBLE_EQ(level.camera.fx, view.camera.fx / 4);
-  EXPECT_EQ(viewAtLevel(view, 30).image.rgb.size(), 3u);
+  const Camera level = cameraAtLevel(view.camera, 2);
+  EXPECT_EQ(level.width, 15);
+  EXPECT_EQ(level.height, 10);
+  EXPECT_DOUBLE_EQ(level.fx, view.camera.fx / 4);
+  EXPECT_EQ(cameraAtLevel(view.camera, 30).width, 1);
 
   model_.cameras[1].width = 100;
   EXPECT_THAT(failure(), StartsWith("Image half.png has 60x40 pixels, but its camera in the COLMAP model has 100x81."));
@@ -209,6 +210,25 @@ TEST_F(DatasetTest, UnreadableImagesAreSkippedAndNamesThatLeadOutsideAreNotFollo
   std::filesystem::remove_all(folder_ / "images");
   std::filesystem::create_directory(folder_ / "images");
   EXPECT_EQ(failure(), "None of the dataset's images could be read from " + toUtf8(folder_ / "images"));
+}
+
+TEST_F(DatasetTest, WhatDoesNotFitIntoMemoryIsReadFromAFileThatNobodySees) {
+  for (int i = 0; i < 9; ++i) add(std::to_string(i) + ".png");
+  options_.evalMode = true;
+  options_.pool = {folder_ / "output", 3 * 120 * 80 * 3};
+  EXPECT_THAT(failure(), StartsWith("The photographs do not fit into memory, and " + toUtf8(folder_ / "output")));
+  std::filesystem::create_directory(folder_ / "output");
+  const Dataset dataset = load();
+  EXPECT_TRUE(std::filesystem::is_empty(folder_ / "output"));
+  EXPECT_EQ(dataset.heldOut.size(), 2u);
+  for (const auto* views : {&dataset.training, &dataset.heldOut}) {
+    for (const View& view : *views) EXPECT_LT(worstError(view.load()), 0.51) << view.name;
+  }
+  EXPECT_EQ(logged(LogLevel::Information).back(),
+            "6 photographs (0.00 GB) do not fit into memory: a temporary file holds them.");
+  options_.pool.budget = 0;
+  load();
+  EXPECT_THAT(logged(LogLevel::Information).back(), StartsWith("Dataset: 7 training views, 2 held out"));
 }
 
 TEST_F(DatasetTest, ASplitThatWouldLeaveNothingToTrainOnHoldsNothingOut) {

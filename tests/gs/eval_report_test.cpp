@@ -23,7 +23,7 @@ Image flat(int width, int height, uint8_t value) {
   return {width, height, std::vector<uint8_t>(static_cast<size_t>(width * height * 3), value)};
 }
 
-View viewNamed(const std::string& name) {
+LoadedView viewNamed(const std::string& name) {
   return {name, {}, flat(4, 3, 200)};
 }
 

@@ -5,6 +5,7 @@
 
 #include "support/gpu_fixture.h"
 #include "support/small_room.h"
+#include "support/temp_folder.h"
 
 namespace quor::gs {
 namespace {
@@ -41,25 +42,54 @@ TEST_F(TrainerTest, BothTechniquesReachAStatedQualityOnHeldOutViews) {
 }
 
 TEST_F(TrainerTest, PhotographsComeOverTheSameWhetherResidentOrNot) {
-  PhotoStore resident(context, room().training, UINT64_MAX), streamed(context, room().training, 0);
+  // Photographs in memory and in a file.
+  const test::TempFolder folder;
+  const ImagePoolOptions tiny{folder.path(), 1};
+  std::vector<View> filed = room().training;
+  {
+    ImagePool pool(tiny);
+    for (View& view : filed) view.image = pool.store(view.image.load());
+    ASSERT_EQ(pool.filedImages(), filed.size());
+  }
+  const std::vector<View>& kept = room().training;
+  PhotoStore stores[] = {{context, kept, UINT64_MAX, {}},
+                         {context, filed, UINT64_MAX, tiny},
+                         {context, kept, 0, {}},
+                         {context, filed, 0, tiny}};
   for (const int level : {2, 0}) {
-    resident.setLevel(transfer, level);
-    streamed.setLevel(transfer, level);
-    ASSERT_TRUE(resident.resident());
-    ASSERT_FALSE(streamed.resident());
-    for (const size_t view : {size_t{0}, size_t{5}, size_t{5}, size_t{15}, size_t{1}}) {
-      streamed.prefetch(view == 1 ? 7 : view);  // also one that is then not asked for
-      const GpuBuffer& a = resident.fetch(stream, view);
-      const GpuBuffer& b = streamed.fetch(stream, view);
-      stream.submit();
-      EXPECT_EQ(readBuffer<uint8_t>(a), readBuffer<uint8_t>(b)) << "view " << view << " level " << level;
-      const size_t bytes = static_cast<size_t>(resident.camera(view).width * resident.camera(view).height) * 3;
-      const View expected = viewAtLevel(room().training[view], level);
-      auto bytesOnGpu = readBuffer<uint8_t>(a);
-      bytesOnGpu.resize(bytes);
-      EXPECT_EQ(bytesOnGpu, expected.image.rgb);
+    for (size_t s = 0; s < std::size(stores); ++s) {
+      PhotoStore& photos = stores[s];
+      photos.setLevel(transfer, level);
+      ASSERT_EQ(photos.resident(), s < 2);
+      for (const size_t view : {size_t{0}, size_t{5}, size_t{5}, size_t{15}, size_t{1}}) {
+        photos.prefetch(view == 1 ? 7 : view);  // also one that is then not asked for
+        const GpuBuffer& photo = photos.fetch(stream, view);
+        stream.submit();
+        const Camera& camera = photos.camera(view);
+        EXPECT_EQ(camera, cameraAtLevel(kept[view].camera, level));
+        const Image expected = resizeImage(kept[view].image.load(), camera.width, camera.height);
+        auto bytesOnGpu = readBuffer<uint8_t>(photo);
+        bytesOnGpu.resize(expected.rgb.size());
+        EXPECT_EQ(bytesOnGpu, expected.rgb) << "view " << view << " level " << level << " store " << s;
+      }
     }
   }
+}
+
+TEST_F(TrainerTest, APhotographThatCannotBeReadIsNeverTrainedOn) {
+  const test::TempFolder folder;
+  std::vector<View> views = room().training;
+  views[3].image = StoredImage({96, 64}, std::make_shared<TemporaryFile>(folder.path()), 0);
+  PhotoStore photos(context, views, 0, {});
+  photos.setLevel(transfer, 0);
+  photos.prefetch(3);
+  const std::string sentence = "A photograph cannot be read again from the temporary file in " + toUtf8(folder.path()) +
+                               ": the file is too short.";
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    EXPECT_EQ(test::thrownText([&] { photos.fetch(stream, 3); }), sentence);
+  }
+  for (const size_t unasked : {3u, 1u, 2u}) photos.prefetch(unasked);
+  EXPECT_EQ(test::thrownText([&] { photos.setLevel(transfer, 1); }), sentence);
 }
 
 }  // namespace

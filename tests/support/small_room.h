@@ -20,7 +20,7 @@ inline const gs::Dataset& smallRoom() {
       view.name = sample::photoName(i);
       view.camera = {poses[i].width, poses[i].height, poses[i].fx,       poses[i].fy,
                      poses[i].cx,    poses[i].cy,     poses[i].rotation, poses[i].translation};
-      view.image = sample::renderView(scene, poses[i]);
+      view.image = gs::StoredImage(sample::renderView(scene, poses[i]));
       cameras.push_back(view.camera);
       (i % 5 == 2 ? d.heldOut : d.training).push_back(std::move(view));
     }

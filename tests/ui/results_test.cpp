@@ -50,7 +50,7 @@ TEST_F(ResultsTest, ReadsTheScoresThatTrainingWrites) {
   const fs::path eval = project_.outputFolder() / "eval";
   gs::EvalReport report(eval);
   for (const char* name : {"s01/a \"b\", c.jpg", "s01/plain.jpg", "s01_plain.jpg"}) {
-    gs::View view;
+    gs::LoadedView view;
     view.name = name;
     view.image = {2, 2, std::vector<uint8_t>(12)};
     gs::ImageScores scores;

@@ -161,13 +161,13 @@ struct Options {
 void renderBetween(Scene& scene, const std::vector<gs::View>& views, const Options& options) {
   for (size_t i = 0; i + 1 < views.size(); i += static_cast<size_t>(options.every)) {
     const gs::View &a = views[i], &b = views[i + 1];
-    const bool alike = a.image.width == b.image.width && a.image.height == b.image.height;
+    const bool alike = a.camera.width == b.camera.width && a.camera.height == b.camera.height;
     if (!alike || turn(a.camera.rotation, b.camera.rotation) > kWidestTurn) continue;
-    std::vector<Image> images = {a.image};
+    std::vector<Image> images = {a.image.load()};
     for (int k = 1; k <= options.between; ++k) {
       images.push_back(scene.render(between(a.camera, b.camera, static_cast<double>(k) / (options.between + 1))));
     }
-    images.push_back(b.image);
+    images.push_back(b.image.load());
     write(options.out, stem(a) + "-" + stem(b), row(images));
   }
 }
@@ -181,8 +181,8 @@ void renderViews(const Options& options) {
   Scene scene(options.scene, data.geometry.extent);
   if (options.between > 0) return renderBetween(scene, data.training, options);
   for (const gs::View& view : data.heldOut) {
-    const Image image = scene.render(view.camera);
-    write(options.out, stem(view), row({view.image, image, fourfoldDifference(view.image, image)}));
+    const Image photograph = view.image.load(), image = scene.render(view.camera);
+    write(options.out, stem(view), row({photograph, image, fourfoldDifference(photograph, image)}));
   }
 }
 

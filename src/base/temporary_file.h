@@ -1,0 +1,33 @@
+// Room on the disk for what memory is too small for, while the program runs: nobody else can open the file, and it is
+// gone when its owner is, or the program, however that ends.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+
+namespace quor {
+
+// Every failure is std::runtime_error with the system's bare reason. Reads and writes of different places may run on
+// any number of threads at once.
+class TemporaryFile {
+ public:
+  // Empty = the system's folder for such files.
+  explicit TemporaryFile(std::filesystem::path folder);
+  ~TemporaryFile();
+  TemporaryFile(const TemporaryFile&) = delete;
+  TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+  const std::filesystem::path& folder() const { return folder_; }
+
+  // The file grows as needed.
+  void write(const void* from, size_t bytes, uint64_t offset);
+  // Throws when the file ends before.
+  void read(void* to, size_t bytes, uint64_t offset) const;
+
+ private:
+  std::filesystem::path folder_;
+  std::intptr_t file_;  // a descriptor, or Windows' handle
+};
+
+}  // namespace quor

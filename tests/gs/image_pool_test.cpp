@@ -1,0 +1,82 @@
+#include "gs/image_pool.h"
+
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/resource.h>
+
+#include "base/parallel.h"
+#include "base/split_mix64.h"
+#include "support/temp_folder.h"
+
+namespace quor::gs {
+namespace {
+
+namespace fs = std::filesystem;
+using test::thrownText;
+
+Image noise(int width, int height, uint64_t seed) {
+  SplitMix64 random(seed);
+  Image image{width, height, std::vector<uint8_t>(static_cast<size_t>(3 * width * height))};
+  for (uint8_t& value : image.rgb) value = static_cast<uint8_t>(random.next());
+  return image;
+}
+
+// The process's files may grow to this length; beyond it the system refuses, as a full disk does.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t bytes) : handler_(signal(SIGXFSZ, SIG_IGN)) {
+    getrlimit(RLIMIT_FSIZE, &before_);
+    const rlimit limit{bytes, before_.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~FileSizeLimit() {
+    setrlimit(RLIMIT_FSIZE, &before_);
+    signal(SIGXFSZ, handler_);
+  }
+
+ private:
+  rlimit before_{};
+  sighandler_t handler_;
+};
+
+TEST(ImagePool, GivesEveryPictureBackFromMemoryOrFileOnAnyThread) {
+  const test::TempFolder folder;
+  std::vector<StoredImage> stored(200);
+  const auto original = [](size_t i) { return noise(64 + static_cast<int>(i % 7), 31, i); };
+  {
+    ImagePool pool({folder.path(), 10 * 70 * 31 * 3});
+    parallelFor(stored.size(), [&](size_t i) {
+      stored[i] = pool.store(original(i));
+      // While others are being stored.
+      EXPECT_EQ(stored[i].load().rgb, original(i).rgb) << i;
+    });
+    EXPECT_EQ(pool.filedImages(), 190u);  // any ten fit, and no eleven
+  }
+  EXPECT_TRUE(fs::is_empty(folder.path())) << "a killed run would leave it";
+  parallelFor(stored.size(), [&](size_t i) {
+    const Image image = stored[i].load();
+    EXPECT_EQ(std::pair(image.width, image.height), std::pair(original(i).width, 31));
+    EXPECT_EQ(image.rgb, original(i).rgb) << i;
+  });
+}
+
+TEST(ImagePool, SaysWhatToDoWhenTheDiskIsFull) {
+  const test::TempFolder folder;
+  ImagePool pool({folder.path(), 1});
+  const Image image = noise(1000, 400, 1);  // 1.2 MB
+  const StoredImage first = pool.store(image);
+  {
+    const FileSizeLimit limit(2'000'000);
+    EXPECT_EQ(thrownText([&] { pool.store(image); }),
+              "The photographs do not fit into memory, and " + toUtf8(folder.path()) +
+                  " cannot take the rest of them (at least 3 MB): File too large. Make room there, or lower the "
+                  "training resolution.");
+  }
+  EXPECT_EQ(first.load().rgb, image.rgb);
+
+  ImagePool nowhere({folder / "none", 1});
+  EXPECT_THAT(thrownText([&] { nowhere.store(image); }), testing::HasSubstr("No such file or directory. Make room"));
+}
+
+}  // namespace
+}  // namespace quor::gs
