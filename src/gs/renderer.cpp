@@ -96,19 +96,13 @@ void Renderer::reserve(uint32_t splats, int width, int height) {
     depth_ = make(n, "depths");
     halfExtent_ = make(2 * n, "half-extents");
     visible_ = make(n, "visibility");
-    depthKey_ = make(n, "depth keys");
-    depthKeyPartner_ = make(n, "depth keys partner");
-    order_ = make(n, "depth order");
-    orderPartner_ = make(n, "depth order partner");
-    tileCount_ = make(n + 1, "tile counts");
     reserveSort(splats);
     scanner_.reserve(n + 1);
-    if (mode_ == Mode::Training) {
-      dMean_ = make(2 * n, "screen mean gradient");
-      dConic_ = make(3 * n, "conic gradient");
-      dOpacity_ = make(n, "opacity gradient");
-      dColour_ = make(3 * n, "colour gradient");
-    }
+    const bool training = mode_ == Mode::Training;
+    dMean_ = make(training ? 2 * n : n, "screen mean gradient, depth keys");
+    dConic_ = make(training ? 3 * n : n + 1, "conic gradient, tile counts");
+    dOpacity_ = make(n, "opacity gradient, depth order");
+    dColour_ = make(training ? 3 * n : n, "colour gradient, depth order");
   }
   const uint64_t pixels = static_cast<uint64_t>(width) * static_cast<uint64_t>(height);
   if (pixels > pixelRoom_) {
@@ -195,8 +189,8 @@ void Renderer::project(ComputeStream& stream, const SplatStore& splats, const Ca
                      &splats.value(kShRest), &mean_, &conic_, &colour_, &depth_, &halfExtent_, &visible_},
                     camera_, n);
   stream.mark("depth sort");
-  stream.dispatch1D("depth_keys", {&depth_, &visible_, &depthKey_, &order_}, n, n);
-  orderInPartner_ = sort(stream, {&depthKey_, &order_}, {&depthKeyPartner_, &orderPartner_}, n, 32);
+  stream.dispatch1D("depth_keys", {&depth_, &visible_, &depthKey(), &orderBegun()}, n, n);
+  orderInPartner_ = sort(stream, {&depthKey(), &orderBegun()}, {&depthKeyPartner(), &orderPartner()}, n, 32);
   countInstances(stream);
   stream.submit();
   instances_ = *static_cast<const uint32_t*>(total_.mapped());
@@ -206,17 +200,18 @@ void Renderer::project(ComputeStream& stream, const SplatStore& splats, const Ca
 void Renderer::countInstances(ComputeStream& stream) {
   stream.mark("tile lists");
   const uint32_t n = bin_.count;
-  stream.dispatch1D("bin_count", {&order(), &mean_, &conic_, &opacity_, &halfExtent_, &visible_, &tileCount_}, bin_, n);
-  stream.fill(tileCount_, 0, sizeof(uint32_t), n * sizeof(uint32_t));
-  scanner_.scan(stream, tileCount_, n + 1);
-  stream.copy(tileCount_, total_, sizeof(uint32_t), n * sizeof(uint32_t));
+  stream.dispatch1D("bin_count", {&order(), &mean_, &conic_, &opacity_, &halfExtent_, &visible_, &tileCount()}, bin_,
+                    n);
+  stream.fill(tileCount(), 0, sizeof(uint32_t), n * sizeof(uint32_t));
+  scanner_.scan(stream, tileCount(), n + 1);
+  stream.copy(tileCount(), total_, sizeof(uint32_t), n * sizeof(uint32_t));
 }
 
 void Renderer::sortIntoTiles(ComputeStream& stream) {
   stream.mark("tile lists");
   const uint32_t tiles = tilesX_ * tilesY_;
   stream.dispatch1D("bin_write",
-                    {&order(), &mean_, &conic_, &opacity_, &halfExtent_, &visible_, &tileCount_, &tileKey_, &splatId_},
+                    {&order(), &mean_, &conic_, &opacity_, &halfExtent_, &visible_, &tileCount(), &tileKey_, &splatId_},
                     bin_, bin_.count);
   stream.mark("tile sort");
   const uint32_t bits = static_cast<uint32_t>(std::bit_width(std::max(tiles, 2u) - 1));

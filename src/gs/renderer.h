@@ -23,7 +23,7 @@
 namespace quor::gs {
 
 // GPU bytes that a renderer for training takes per splat and per pixel, for budgeting.
-inline constexpr uint64_t kRendererBytesPerSplat = uint64_t{30} * 4;
+inline constexpr uint64_t kRendererBytesPerSplat = uint64_t{25} * 4;
 inline constexpr uint64_t kRendererBytesPerPixel = uint64_t{6} * 4 + kLossBytesPerPixel;
 
 class Renderer {
@@ -110,7 +110,13 @@ class Renderer {
   };
   // By what suits the device; true when the result lies in the partner.
   bool sort(ComputeStream& stream, const SortPair& in, const SortPair& partner, uint32_t count, uint32_t keyBits);
-  const GpuBuffer& order() const { return orderInPartner_ ? orderPartner_ : order_; }
+  // What the lists are made with is done with before the gradients are begun, and lies in their memory.
+  const GpuBuffer& depthKey() const { return dMean_; }
+  const GpuBuffer& depthKeyPartner() const { return dConic_; }
+  const GpuBuffer& tileCount() const { return dConic_; }  // after the depth sort
+  const GpuBuffer& orderBegun() const { return dOpacity_; }
+  const GpuBuffer& orderPartner() const { return dColour_; }
+  const GpuBuffer& order() const { return orderInPartner_ ? orderPartner() : orderBegun(); }
   // Instances counted, their total copied for the host; then each tile's list written, front to back, and tileStart_.
   void countInstances(ComputeStream& stream);
   void sortIntoTiles(ComputeStream& stream);
@@ -141,8 +147,7 @@ class Renderer {
 
   GpuBuffer scale_, opacity_;
   GpuBuffer mean_, conic_, colour_, depth_, halfExtent_, visible_;
-  GpuBuffer depthKey_, depthKeyPartner_, order_, orderPartner_;
-  GpuBuffer tileCount_, total_;
+  GpuBuffer total_;
   GpuBuffer tileKey_, tileKeyPartner_, splatId_, splatIdPartner_;
   GpuBuffer tileStart_;
   GpuBuffer image_, accumulated_, transmittance_, walked_;
