@@ -188,24 +188,30 @@ class Around {
     splats.uploadMoments(transfer_, first_, second_);
   }
 
-  void sayDigest(const char* name, const SplatStore& splats) {
+  void sayDigest(const std::string& name, uint64_t value) const {
+    std::printf("  digest of %s: %016llx\n", name.c_str(), static_cast<unsigned long long>(value));
+  }
+  void sayDigest(const std::string& name, const GaussianSet& set, const GroupArrays& first = {},
+                 const GroupArrays& second = {}) const {
     if (!digests_) return;
-    uint64_t all = 0;
-    GroupArrays first, second;
-    GaussianSet set = splats.download(transfer_);
-    splats.downloadMoments(transfer_, first, second);
+    uint64_t all = set.count;
     for (size_t g = 0; g < kGroupCount; ++g) {
       for (const auto* values : {&set.group(static_cast<Group>(g)), &first[g], &second[g]}) {
         all = all * 31 + digest({reinterpret_cast<const char*>(values->data()), 4 * values->size()});
       }
     }
-    std::printf("  digest of %s: %016llx, %u splats\n", name, static_cast<unsigned long long>(all), splats.count());
+    sayDigest(name, all);
   }
-  void sayDigest(const char* name, const fs::path& file) {
+  void sayDigest(const std::string& name, const SplatStore& splats) {
+    if (!digests_) return;
+    GroupArrays first, second;
+    splats.downloadMoments(transfer_, first, second);
+    sayDigest(name, splats.download(transfer_), first, second);
+  }
+  void sayDigest(const std::string& name, const fs::path& file) const {
     if (!digests_) return;
     std::ifstream stream(file, std::ios::binary);
-    const std::string bytes{std::istreambuf_iterator<char>(stream), {}};
-    std::printf("  digest of %s: %016llx\n", name, static_cast<unsigned long long>(digest(bytes)));
+    sayDigest(name, digest(std::string{std::istreambuf_iterator<char>(stream), {}}));
   }
 
   void measureStep() {
@@ -334,6 +340,7 @@ class Around {
     const auto bytes = static_cast<double>(fs::file_size(path));
     measure(
         "scene.ply, read", bytes, [&] { set = {}; }, [&] { set = readPly(path); }, [&] { floors_.read(path, bytes); });
+    sayDigest("scene.ply, read", set);
   }
 
   // The whole photographs are read, where they are scaled, and what is left of them goes up.
