@@ -9,36 +9,22 @@
 // measured peak (step_stages.h). Two JSON files are compared by scripts/bench_compare. QUOR_FORCE_FALLBACKS=1 measures
 // the kernels of a device that has neither float atomics nor subgroup operations.
 #include <chrono>
-#include <climits>
 #include <map>
 #include <string>
 
 #include "bench_common.h"
 #include "bench_peaks.h"
-#include "gs/schedule.h"
 #include "gs/trainer.h"
+#include "samples.h"
+#include "steady_training.h"
 #include "step_stages.h"
 
 namespace {
 
 using namespace quor::gs;
+using quor::bench::Samples;
 using quor::bench::Size;
-
-// The default technique's steps, with every learning rate zero and no pass on the set of splats: the work of a step,
-// and the scene stays as it is.
-TrainJob steadyJob(const Size& size) {
-  TrainJob job;
-  job.technique = Technique::Mcmc;
-  job.iterations = 30000;
-  job.shDegree = size.degree;
-  job.shDegreeInterval = 0;
-  job.downscaleLevels = 0;
-  job.densifyFrom = INT_MAX;
-  job.splatBudget = job.mcmcTarget = size.splats;
-  job.mcmcPositionRateStart = job.mcmcPositionRateEnd = job.opacityRate = job.mcmcOpacityRateEnd = 0;
-  job.scaleRate = job.rotationRate = job.shDcRate = 0;
-  return resolved(job);
-}
+using quor::bench::writeSamples;
 
 Dataset oneView(const Size& size) {
   Dataset dataset;
@@ -47,28 +33,6 @@ Dataset oneView(const Size& size) {
   dataset.training.push_back({"view", quor::bench::benchCamera(size), StoredImage(image)});
   return dataset;
 }
-
-// A run of this technique that has come to these splats and knows no moments yet.
-Checkpoint checkpointOf(const TrainJob& job, GaussianSet set, double extent) {
-  Checkpoint checkpoint;
-  checkpoint.header.technique = job.technique;
-  checkpoint.header.count = checkpoint.header.mcmcTarget = set.count;
-  checkpoint.header.sceneExtent = static_cast<float>(extent);
-  for (size_t g = 0; g < kGroupCount; ++g) {
-    checkpoint.firstMoments[g].resize(set.count * kGroupWidths[g]);
-    checkpoint.secondMoments[g].resize(set.count * kGroupWidths[g]);
-  }
-  checkpoint.set = std::move(set);
-  return checkpoint;
-}
-
-struct Samples {
-  std::vector<double> sorted;
-  explicit Samples(std::vector<double> values) : sorted(std::move(values)) { std::sort(sorted.begin(), sorted.end()); }
-  double at(double share) const {
-    return sorted[static_cast<size_t>(share * static_cast<double>(sorted.size() - 1) + 0.5)];
-  }
-};
 
 struct StageReport {
   std::string name;
@@ -113,7 +77,7 @@ std::vector<StageReport> profile(Trainer& trainer, const quor::bench::StepSize& 
 
 StepReport measureStep(VulkanContext& context, KernelRegistry& registry, const Size& size,
                        const quor::bench::Peaks& peaks) {
-  const TrainJob job = steadyJob(size);
+  const TrainJob job = quor::bench::steadyJob(size);
   const Dataset dataset = oneView(size);
   GaussianSet set = quor::bench::benchScene(size);
   const auto figures = quor::bench::measureScene(context, registry, set, dataset.training[0].camera);
@@ -127,7 +91,7 @@ StepReport measureStep(VulkanContext& context, KernelRegistry& registry, const S
 
   quor::LogStore log(100);
   Trainer trainer(context, registry, log, job, dataset);
-  trainer.resume(checkpointOf(job, std::move(set), dataset.geometry.extent));
+  trainer.resume(quor::bench::checkpointOf(job, std::move(set), dataset.geometry.extent));
   for (int i = 0; i < 2; ++i) trainer.step();
   std::vector<double> wall, processor;
   for (double total = 0; wall.size() < 5 || (wall.size() < kSteps && total < kEnoughMilliseconds);
@@ -170,11 +134,6 @@ void print(const StepReport& r, const quor::bench::Peaks& peaks) {
   std::printf("  memory: splats, gradients and moments %.0f bytes a splat; all buffers %.1f MB, %.0f bytes a splat\n",
               r.storeBytes / r.scene.splats, r.allBytes * 1e-6, r.allBytes / r.scene.splats);
   std::fflush(stdout);
-}
-
-void writeSamples(std::FILE* file, const Samples& s) {
-  std::fprintf(file, "{\"least\": %.4f, \"q1\": %.4f, \"median\": %.4f, \"q3\": %.4f, \"runs\": %zu}", s.at(0),
-               s.at(0.25), s.at(0.5), s.at(0.75), s.sorted.size());
 }
 
 void writeJson(const char* path, const VulkanContext& context, const quor::bench::Peaks& peaks,

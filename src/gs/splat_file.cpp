@@ -5,7 +5,6 @@
 #include <bit>
 #include <cmath>
 #include <cstring>
-#include <numeric>
 #include <vector>
 
 #include "base/atomic_file.h"
@@ -30,17 +29,22 @@ char byteOf(double value) {
   return static_cast<char>(static_cast<uint8_t>(clamped));
 }
 
+struct Ranked {
+  double importance;
+  uint64_t index;
+};
+
 // Opacity times volume, so that a viewer that draws a part of the file draws what matters most.
-std::vector<uint64_t> byImportance(const GaussianSet& set) {
-  std::vector<double> importance(set.count);
+std::vector<Ranked> byImportance(const GaussianSet& set) {
+  std::vector<Ranked> order(set.count);
   for (uint64_t i = 0; i < set.count; ++i) {
     const float* s = &set.scales[3 * i];
     const double value = sigmoid(set.opacities[i]) * std::exp(static_cast<double>(s[0]) + s[1] + s[2]);
-    importance[i] = std::isnan(value) ? -1.0 : value;
+    order[i] = {std::isnan(value) ? -1.0 : value, i};
   }
-  std::vector<uint64_t> order(set.count);
-  std::iota(order.begin(), order.end(), uint64_t{0});
-  std::stable_sort(order.begin(), order.end(), [&](uint64_t a, uint64_t b) { return importance[a] > importance[b]; });
+  std::sort(order.begin(), order.end(), [](const Ranked& a, const Ranked& b) {
+    return a.importance > b.importance || (a.importance == b.importance && a.index < b.index);
+  });
   return order;
 }
 
@@ -63,11 +67,11 @@ void fillRecord(const GaussianSet& set, uint64_t i, char* out) {
 
 void writeSplat(const std::filesystem::path& path, const GaussianSet& set) {
   AtomicFile file(path);
-  const std::vector<uint64_t> order = byImportance(set);
+  const std::vector<Ranked> order = byImportance(set);
   std::vector<char> block(std::min(set.count, kBlock) * kRecordBytes);
   for (uint64_t first = 0; first < set.count && file.good(); first += kBlock) {
     const uint64_t n = std::min(kBlock, set.count - first);
-    for (uint64_t i = 0; i < n; ++i) fillRecord(set, order[first + i], &block[i * kRecordBytes]);
+    for (uint64_t i = 0; i < n; ++i) fillRecord(set, order[first + i].index, &block[i * kRecordBytes]);
     file.stream().write(block.data(), static_cast<std::streamsize>(n * kRecordBytes));
   }
   file.commit();
