@@ -53,7 +53,7 @@ std::vector<View> photographs(const Size& size, size_t count) {
   for (size_t v = 0; v < count; ++v) {
     quor::Image image{size.width, size.height, std::vector<uint8_t>(static_cast<size_t>(kPhotoBytes))};
     for (size_t i = 0; i < image.rgb.size(); ++i) image.rgb[i] = static_cast<uint8_t>(i * i / 1021 + 17 * v);
-    views.push_back({"view" + std::to_string(v), quor::bench::benchCamera(size), std::move(image)});
+    views.push_back({"view" + std::to_string(v), quor::bench::benchCamera(size), StoredImage(std::move(image))});
   }
   return views;
 }
@@ -347,7 +347,7 @@ class Around {
   void measureLevels() {
     const std::vector<View> views = photographs(size_, kPhotographs);
     const double all = kPhotoBytes * kPhotographs;
-    PhotoStore photos(context_, views, UINT64_MAX);
+    PhotoStore photos(context_, views, UINT64_MAX, {});
     for (const int level : {2, 1, 0}) {
       const double bytes = level > 0 ? all + all / std::pow(4, level) : all;
       measureCopy(
@@ -364,7 +364,8 @@ class Around {
     renderer.reserve(splats.count(), size_.width, size_.height);
     const std::atomic<bool> cancel = false;
     const auto evaluateViews = [&] {
-      evaluate(stream_, transfer_, renderer, splats, views, {}, cancel, [](const View&, const ImageScores&, auto) {});
+      evaluate(stream_, transfer_, renderer, splats, views, {}, cancel,
+               [](const LoadedView&, const ImageScores&, const quor::Image&) {});
     };
     evaluateViews();
     measure("evaluation, " + std::to_string(kHeldOut) + " views", 0, {}, evaluateViews, {});
