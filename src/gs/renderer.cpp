@@ -140,13 +140,25 @@ void Renderer::reserveSort(uint32_t count) {
 
 void Renderer::reserveInstances(uint32_t instances) {
   if (instances <= instanceRoom_) return;
-  instanceRoom_ = static_cast<uint32_t>(std::min<uint64_t>(instances + instances / 2ull + 4096, UINT32_MAX / 4));
+  instanceRoom_ = static_cast<uint32_t>(std::min<uint64_t>(instances + instances / 4ull + 4096, UINT32_MAX / 4));
   if (instances > instanceRoom_) throw std::runtime_error("The scene lists too many splats in one view.");
   reserveSort(instanceRoom_);
-  for (GpuBuffer* buffer : {&tileKey_, &tileKeyPartner_, &splatId_, &splatIdPartner_}) {
+  tileKeyPartner_ = GpuBuffer();
+  for (GpuBuffer* buffer : {&tileKey_, &splatId_, &splatIdPartner_}) {
     *buffer = GpuBuffer();
     *buffer = GpuBuffer(context_, instanceRoom_ * sizeof(uint32_t), BufferKind::Device, "tile instances");
   }
+}
+
+// The gradients of the SH coefficients are made when the lists are done with, and are the largest.
+void Renderer::chooseKeyPartner(const SplatStore& splats) {
+  const uint64_t needed = instanceRoom_ * sizeof(uint32_t);
+  keyPartner_ = &splats.gradient(kShRest);
+  if (keyPartner_->size() >= needed) return;
+  if (tileKeyPartner_.size() < needed) {
+    tileKeyPartner_ = GpuBuffer(context_, needed, BufferKind::Device, "tile instances");
+  }
+  keyPartner_ = &tileKeyPartner_;
 }
 
 void Renderer::project(ComputeStream& stream, const SplatStore& splats, const Camera& camera, int shDegree,
@@ -194,7 +206,8 @@ void Renderer::project(ComputeStream& stream, const SplatStore& splats, const Ca
   countInstances(stream);
   stream.submit();
   instances_ = *static_cast<const uint32_t*>(total_.mapped());
-  reserveInstances(instances_);
+  reserveInstances(std::max(instances_, 1u));
+  chooseKeyPartner(splats);
 }
 
 void Renderer::countInstances(ComputeStream& stream) {
@@ -215,16 +228,16 @@ void Renderer::sortIntoTiles(ComputeStream& stream) {
                     bin_, bin_.count);
   stream.mark("tile sort");
   const uint32_t bits = static_cast<uint32_t>(std::bit_width(std::max(tiles, 2u) - 1));
-  if (sort(stream, {&tileKey_, &splatId_}, {&tileKeyPartner_, &splatIdPartner_}, instances_, bits)) {
-    std::swap(tileKey_, tileKeyPartner_);
+  const GpuBuffer* keys = &tileKey_;
+  if (sort(stream, {keys, &splatId_}, {keyPartner_, &splatIdPartner_}, instances_, bits)) {
+    keys = keyPartner_;
     std::swap(splatId_, splatIdPartner_);
   }
-  stream.dispatch1D("tile_ranges", {&tileKey_, &tileStart_}, RangesPush{instances_, tiles}, tiles + 1);
+  stream.dispatch1D("tile_ranges", {keys, &tileStart_}, RangesPush{instances_, tiles}, tiles + 1);
 }
 
 void Renderer::rasterize(ComputeStream& stream, const std::array<float, 3>& background) {
   background_ = background;
-  if (!splatId_) reserveInstances(1);
   sortIntoTiles(stream);
 
   stream.mark("forward");

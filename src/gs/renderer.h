@@ -4,7 +4,7 @@
 //
 // A frame is project() (records and submits: the host needs the number of instances), rasterize() and, for training,
 // lossAndBackward(); the last two only record. All sizes are made ahead by reserve(); only the instance list may still
-// grow, by half, when a view lists more than any before it.
+// grow, by a quarter, when a view lists more than any before it.
 #pragma once
 
 #include <array>
@@ -103,6 +103,7 @@ class Renderer {
   static_assert(sizeof(BinPush) == 32);
 
   void reserveInstances(uint32_t instances);
+  void chooseKeyPartner(const SplatStore& splats);
   bool sortsByRuns(uint32_t count) const;
   void reserveSort(uint32_t count);
   struct SortPair {
@@ -149,6 +150,7 @@ class Renderer {
   GpuBuffer mean_, conic_, colour_, depth_, halfExtent_, visible_;
   GpuBuffer total_;
   GpuBuffer tileKey_, tileKeyPartner_, splatId_, splatIdPartner_;
+  const GpuBuffer* keyPartner_ = nullptr;  // of this frame: tileKeyPartner_, or what a store has to spare
   GpuBuffer tileStart_;
   GpuBuffer image_, accumulated_, transmittance_, walked_;
   GpuBuffer dMean_, dConic_, dOpacity_, dColour_;

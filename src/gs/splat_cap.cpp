@@ -11,8 +11,8 @@ namespace quor::gs {
 namespace {
 
 constexpr double kMemoryShare = 0.85;
-// Tile instances and their partners: 16 bytes each, ten a splat is a dense view.
-constexpr uint64_t kInstanceBytesPerSplat = 160;
+// A tile instance takes 12 bytes and room for a quarter more; ten a splat is a dense view.
+constexpr uint64_t kInstanceBytesPerSplat = 150;
 constexpr uint64_t kBytesPerSplat =
     SplatStore::kTrainingBytesPerSplat + kRendererBytesPerSplat + kInstanceBytesPerSplat;
 constexpr uint64_t kLargestGroupBytes = kGroupWidths[kShRest] * sizeof(float);
