@@ -6,7 +6,8 @@
 
 namespace quor {
 
-// Bytes that can still be taken without swapping; UINT64_MAX where the system does not say.
+// Bytes that can still be taken without swapping, in a container without passing its limit; UINT64_MAX where the system
+// does not say.
 uint64_t availableHostMemory();
 
 }  // namespace quor
