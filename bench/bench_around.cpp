@@ -236,7 +236,7 @@ class Around {
 
   // The threshold that one splat in kAddedEvery is above.
   float threshold(const Renderer& renderer) {
-    std::vector<float> gradient(2 * size_.splats), length(size_.splats);
+    std::vector<float> gradient(size_t{2} * size_.splats), length(size_.splats);
     transfer_.download(renderer.screenMeanGradient(), gradient.data(), 0, 4 * gradient.size());
     for (size_t i = 0; i < length.size(); ++i) {
       length[i] = std::hypot(gradient[2 * i] * 0.5f * kWidth, gradient[2 * i + 1] * 0.5f * kHeight);

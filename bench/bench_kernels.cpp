@@ -304,7 +304,8 @@ class KernelBench {
     // Each pass of four or eight bits reads the keys twice and the values once, and writes both.
     const auto sort = [&](auto& sorter, uint32_t bits, uint32_t digitBits, std::string_view name,
                           std::string_view detail) {
-      rows_.push_back({name, detail, 20.0 * (bits / digitBits) * m_,
+      const uint32_t passes = bits / digitBits;
+      rows_.push_back({name, detail, 20.0 * passes * m_,
                        [this, &sorter, bits] { sorter.sort(stream_, keysA_, valuesA_, keysB_, valuesB_, m_, bits); },
                        restore});
     };
