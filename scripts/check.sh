@@ -41,12 +41,12 @@ tidy() {
 }
 
 check_tidy() {
-  mapfile -t files < <(git ls-files -- 'src/*.cpp' 'tools/*.cpp' 'bench/*.cpp' ':!*/win32/*')
+  mapfile -t files < <(git ls-files -- 'src/*.cpp' 'tools/*.cpp' 'bench/*.cpp' ':(exclude)src/base/platform/win32')
   tidy "${files[@]}"
 }
 
 check_changed() {
-  mapfile -t files < <(git diff --name-only --diff-filter=d main -- 'src/*.cpp' 'tools/*.cpp' 'bench/*.cpp' ':!*/win32/*')
+  mapfile -t files < <(git diff --name-only --diff-filter=d main -- 'src/*.cpp' 'tools/*.cpp' 'bench/*.cpp' ':(exclude)src/base/platform/win32')
   tidy "${files[@]}"
 }
 

@@ -125,7 +125,7 @@ BlendTrial BlendTrial::of(VulkanContext& context, KernelRegistry& registry, cons
 }
 
 Renderer::Variants variantsByTrial(VulkanContext& context, KernelRegistry& registry, LogStore& log) {
-  const Renderer::Variants plain = Renderer::Variants::forDevice(context, registry);
+  Renderer::Variants plain = Renderer::Variants::forDevice(context, registry);
   if (plain.forward != "rasterize_forward" || !Renderer::runsPairs(context)) return plain;
   Renderer::Variants pairs = plain;
   pairs.forward = "rasterize_forward_pairs";

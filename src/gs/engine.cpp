@@ -237,10 +237,8 @@ TrainResult Engine::train(const TrainJob& job, const Dataset& dataset) {
 EvalResult Engine::scoreHeldOut(Trainer& trainer, const fs::path& folder) {
   report(TrainState::Evaluating, "Scoring the held-out views");
   EvalReport written(folder);
-  const EvalResult result =
-      trainer.evaluate(cancel_, [&](const LoadedView& view, const ImageScores& scores, Image render) {
-        written.add(view, scores, std::move(render));
-      });
+  const EvalResult result = trainer.evaluate(cancel_, [&](const LoadedView& view, const ImageScores& scores,
+                                                          const Image& render) { written.add(view, scores, render); });
   log_.info(describe(result));
   try {
     written.finish();

@@ -22,7 +22,7 @@ struct RenderSettings {
 };
 
 // Called for each view in turn with its figures and the scene's picture of it.
-using OnViewScored = std::function<void(const LoadedView& view, const ImageScores& scores, Image render)>;
+using OnViewScored = std::function<void(const LoadedView& view, const ImageScores& scores, const Image& render)>;
 
 // Means over the views of each view's figures (PSNR is averaged in dB); no views give an empty result. The renderer is
 // one for training, with room for the splats; it is given room for the views. `cancel` ends it with "Cancelled".
