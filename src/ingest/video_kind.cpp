@@ -21,7 +21,7 @@ constexpr int kHeight = 128;
 
 struct GreyPicture {
   std::vector<int> value;
-  int at(int x, int y) const { return value[static_cast<size_t>(y * kWidth + x)]; }
+  int at(int x, int y) const { return value[static_cast<size_t>(y) * kWidth + static_cast<size_t>(x)]; }
 };
 
 double columnDifference(const GreyPicture& picture, int a, int b) {
