@@ -78,13 +78,12 @@ ViewSplit splitViews(size_t count, bool evalMode, int testEvery);
 // The camera at 1 / 2^level of its size, each edge rounded and at least 1.
 Camera cameraAtLevel(const Camera& camera, int level);
 
-// Reads the model, then decodes the photographs on worker threads, each of which holds no more than the one that it is
-// at. `progress` (may be empty) is called with (done,
-// total), never from two threads at once; when `cancel` becomes true the load ends with std::runtime_error "Cancelled".
-// Images that cannot be read, or whose names lead out of the images folder, are skipped with a warning in `log`; views
-// are in name order, and when the split would leave none to train on, none is held out. Throws std::runtime_error with
-// a whole sentence: no model, no images, a camera or a pose that is none, an image that is not its camera's shape, no
-// room for the pixels.
+// Reads the model, then decodes the photographs on worker threads, each of which holds no more than the one that it
+// is at. `progress` (may be empty) is called with (done, total), never from two threads at once; when `cancel`
+// becomes true the load ends with std::runtime_error "Cancelled". Images that cannot be read, or whose names lead
+// out of the images folder, are skipped with a warning in `log`; views are in name order, and when the split would
+// leave none to train on, none is held out. Throws std::runtime_error with a whole sentence: no model, no images, a
+// camera or a pose that is none, an image that is not its camera's shape, no room for the pixels.
 Dataset loadDataset(const DatasetOptions& options, LogStore& log, const std::atomic<bool>& cancel,
                     const std::function<void(size_t, size_t)>& progress = {});
 
