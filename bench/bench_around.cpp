@@ -15,18 +15,20 @@
 #include <random>
 #include <string>
 
-#include "base/sync_file.h"
+#include "base/files/sync_file.h"
 #include "bench_common.h"
 #include "bench_peaks.h"
-#include "gs/checkpoint.h"
-#include "gs/evaluation.h"
-#include "gs/mcmc_relocator.h"
-#include "gs/photo_store.h"
-#include "gs/ply.h"
-#include "gs/splat_file.h"
-#include "gs/splat_snapshot.h"
-#include "gs/trainer.h"
-#include "gs/vanilla_densifier.h"
+#include "gs/data/device_image_cache.h"
+#include "gs/files/checkpoint.h"
+#include "gs/files/ply.h"
+#include "gs/files/splat_file.h"
+#include "gs/splat_kernels.h"
+#include "gs/splats/splat_snapshot.h"
+#include "gs/train/evaluation.h"
+#include "gs/train/strategy/mcmc_relocator.h"
+#include "gs/train/strategy/vanilla_densifier.h"
+#include "gs/train/trainer.h"
+#include "kernels.h"
 #include "samples.h"
 #include "steady_training.h"
 
@@ -45,7 +47,7 @@ constexpr double kExtent = 5;  // larger than the bench's scene is deep, so that
 constexpr size_t kDeadEvery = 20, kAddedEvery = 20;
 constexpr int kStepsBetweenPasses = 100;
 constexpr double kEnoughMilliseconds = 1500;
-constexpr size_t kMostRuns = 15;
+constexpr size_t kMaxRuns = 15;
 
 // The one place that makes photographs' pixels.
 std::vector<View> photographs(const Size& size, size_t count) {
@@ -169,7 +171,7 @@ class Around {
 
   void measure(std::string name, double bytes, const Step& prepare, const Step& work, const Step& floor) {
     std::vector<double> wall, processor, floors;
-    for (double total = 0; wall.size() < 5 || (total < kEnoughMilliseconds && wall.size() < kMostRuns);
+    for (double total = 0; wall.size() < 5 || (total < kEnoughMilliseconds && wall.size() < kMaxRuns);
          total += wall.back()) {
       if (prepare) prepare();
       const double before = quor::bench::processorMilliseconds();
@@ -347,7 +349,7 @@ class Around {
   void measureLevels() {
     const std::vector<View> views = photographs(size_, kPhotographs);
     const double all = kPhotoBytes * kPhotographs;
-    PhotoStore photos(context_, views, UINT64_MAX, {});
+    DeviceImageCache photos(context_, views, UINT64_MAX, {});
     for (const int level : {2, 1, 0}) {
       const double bytes = level > 0 ? all + all / std::pow(4, level) : all;
       measureCopy(
@@ -441,7 +443,7 @@ void run(const std::vector<std::string>& words) {
   if (counts.empty()) counts = {50000, 200000};
   applyLayerPolicy();
   VulkanContext context({});
-  KernelRegistry registry(context);
+  KernelRegistry registry(context, {splatKernels(), benchKernels()});
   std::printf("%s · driver %s\n", describe(context.info()).c_str(), context.info().driver.c_str());
   std::vector<Report> reports;
   for (const uint32_t count : counts) {

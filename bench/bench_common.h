@@ -14,15 +14,17 @@
 #include <vector>
 
 #include "base/split_mix64.h"
-#include "gpu/compute_stream.h"
-#include "gpu/gpu_buffer.h"
-#include "gpu/kernel_registry.h"
-#include "gpu/transfer.h"
-#include "gpu/vulkan_context.h"
-#include "gs/camera.h"
-#include "gs/gaussian_set.h"
-#include "gs/renderer.h"
-#include "gs/splat_store.h"
+#include "gpu/compute/compute_stream.h"
+#include "gpu/compute/kernel_registry.h"
+#include "gpu/device/vulkan_context.h"
+#include "gpu/memory/gpu_buffer.h"
+#include "gpu/memory/transfer.h"
+#include "gs/render/camera.h"
+#include "gs/render/renderer.h"
+#include "gs/splat_kernels.h"
+#include "gs/splats/gaussian_set.h"
+#include "gs/splats/splat_store.h"
+#include "kernels.h"
 
 namespace quor::bench {
 
@@ -95,7 +97,7 @@ inline SceneFigures measureScene(gs::VulkanContext& context, gs::KernelRegistry&
   renderer.rasterize(stream, {0, 0, 0});
   stream.submit();
   std::vector<int32_t> walked(static_cast<size_t>(camera.width) * static_cast<size_t>(camera.height));
-  transfer.download(renderer.walked(), walked.data(), 0, walked.size() * sizeof(int32_t));
+  transfer.download(renderer.lastContributor(), walked.data(), 0, walked.size() * sizeof(int32_t));
   figures.pairs = std::accumulate(walked.begin(), walked.end(), 0.0);
   return figures;
 }
@@ -131,7 +133,7 @@ int benchMain(int argc, char** argv, const std::vector<Size>& onProcessor, const
   try {
     gs::applyLayerPolicy();
     gs::VulkanContext context({});
-    gs::KernelRegistry registry(context);
+    gs::KernelRegistry registry(context, {gs::splatKernels(), gs::benchKernels()});
     std::printf("%s · driver %s\n", describe(context.info()).c_str(), context.info().driver.c_str());
     std::vector<Size> sizes = context.info().deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU ? onProcessor : onGpu;
     if (argc > 1) {

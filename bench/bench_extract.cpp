@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <exception>
 
-#include "base/log_store.h"
-#include "base/paths.h"
+#include "base/files/paths.h"
+#include "base/log/log_store.h"
 #include "ingest/frame_extractor.h"
 
 int main(int argc, char** argv) try {

@@ -15,15 +15,15 @@
 
 #include "bench_common.h"
 #include "bench_peaks.h"
-#include "gpu/compute_stream.h"
-#include "gpu/kernels/include/shared_constants.h"
-#include "gpu/radix_sorter.h"
-#include "gpu/run_sorter.h"
-#include "gpu/scanner.h"
-#include "gpu/transfer.h"
-#include "gs/image_loss.h"
-#include "gs/renderer.h"
-#include "gs/splat_store.h"
+#include "gpu/compute/compute_stream.h"
+#include "gpu/memory/transfer.h"
+#include "gpu/sort/radix_sorter.h"
+#include "gpu/sort/run_sorter.h"
+#include "gpu/sort/scanner.h"
+#include "gs/render/image_loss.h"
+#include "gs/render/kernels/include/shared_constants.h"
+#include "gs/render/renderer.h"
+#include "gs/splats/splat_store.h"
 
 namespace {
 
@@ -93,10 +93,12 @@ class KernelBench {
     addPrimitives();
     std::printf("%-52s %9s %9s %9s %9s %8s %6s\n", "kernel", "ms", "least", "cpu ms", "MB", "GB/s", "share");
     for (const Row& row : rows_) report(row);
-    for (const EmbeddedKernel& kernel : embeddedKernels()) {
-      const auto isOf = [&](const Row& row) { return row.kernel == kernel.name; };
-      if (std::none_of(rows_.begin(), rows_.end(), isOf)) {
-        std::printf("%-52s not on this device\n", std::string(kernel.name).c_str());
+    for (const auto& table : {gpuKernels(), splatKernels()}) {
+      for (const EmbeddedKernel& kernel : table) {
+        const auto isOf = [&](const Row& row) { return row.kernel == kernel.name; };
+        if (std::none_of(rows_.begin(), rows_.end(), isOf)) {
+          std::printf("%-52s not on this device\n", std::string(kernel.name).c_str());
+        }
       }
     }
   }
@@ -183,11 +185,11 @@ class KernelBench {
   bool runsWide() const { return context_.info().subgroupShuffle && context_.info().subgroupSize == 8; }
 
   void addForward() {
-    const Buffers outputs = {&image_, &accumulated_, &transmittance_, &walked_};
+    const Buffers outputs = {&image_, &alpha_, &transmittance_, &lastContributor_};
     addBlending("rasterize_forward", outputs, true);
     addBlending("rasterize_forward_pairs", outputs, Renderer::runsPairs(context_));
     addBlending("rasterize_forward_wide", outputs, runsWide());
-    add("composite_background", 28.0 * p_, {&image_, &accumulated_}, {0.0f, 0.0f, 0.0f, p_}, p_);
+    add("composite_background", 28.0 * p_, {&image_, &alpha_}, {0.0f, 0.0f, 0.0f, p_}, p_);
   }
 
   void addLoss() {
@@ -209,15 +211,15 @@ class KernelBench {
                        grid("loss_strips", {&image_, &photo_, &dImage_, &partials_},
                             {w_, h_, groupsOf(h_, down), scales_.l1, scales_.ssim}, across, down, 3)});
     }
-    add("accumulated_gradient", 20.0 * p_, {&dImage_, &accumulated_, &dAccumulated_}, {0.1f, 0.1f, 0.1f, p_}, p_);
-    add("loss_grad", 56.0 * p_, {&image_, &target_, &dSsim_, &accumulated_, &dImage_, &dAccumulated_},
+    add("alpha_gradient", 20.0 * p_, {&dImage_, &alpha_, &dAlpha_}, {0.1f, 0.1f, 0.1f, p_}, p_);
+    add("loss_grad", 56.0 * p_, {&image_, &target_, &dSsim_, &alpha_, &dImage_, &dAlpha_},
         {p_, scales_.l1, 0.1f, 0.1f, 0.1f, 1u}, p_);
   }
 
   void addBackward() {
     const bool reduces = context_.info().subgroupReduce, atomics = context_.info().floatAtomics;
-    const Buffers outputs = {&transmittance_, &walked_, &dImage_,   &dAccumulated_,
-                             &dMean_,         &dConic_, &dOpacity_, &dColour_};
+    const Buffers outputs = {&transmittance_, &lastContributor_, &dImage_,   &dAlpha_,
+                             &dMean_,         &dConic_,          &dOpacity_, &dColour_};
     const Work zero = [this] {
       for (const GpuBuffer* sums : {&dMean_, &dConic_, &dOpacity_, &dColour_}) stream_.fill(*sums, 0);
     };
@@ -347,7 +349,7 @@ class KernelBench {
     std::printf("%-52s %9.3f %9.3f %9.3f ", name.c_str(), timing.median, timing.least, timing.processor);
     if (row.bytes == kPairs) {
       std::vector<int32_t> walked(p_);
-      transfer_.download(walked_, walked.data(), 0, walked_.size());
+      transfer_.download(lastContributor_, walked.data(), 0, lastContributor_.size());
       const double pairs = std::accumulate(walked.begin(), walked.end(), 0.0);
       std::printf("%9s %8s %6s  %.0f million pairs/s\n", "-", "-", "-", pairs / timing.median * 1e-3);
     } else {
@@ -378,10 +380,10 @@ class KernelBench {
   GpuBuffer depthKey_ = words(n_), depthKeyPartner_ = words(n_), order_ = words(n_), orderPartner_ = words(n_);
   GpuBuffer tileCount_ = words(n_ + 1ull), tileStart_ = words(tiles_ + 1ull);
   GpuBuffer tileKey_ = words(m_), tileKeyPartner_ = words(m_), splatId_ = words(m_), splatIdPartner_ = words(m_);
-  GpuBuffer image_ = words(3ull * p_), accumulated_ = words(p_), transmittance_ = words(p_), walked_ = words(p_);
+  GpuBuffer image_ = words(3ull * p_), alpha_ = words(p_), transmittance_ = words(p_), lastContributor_ = words(p_);
   GpuBuffer photo_ = words((3ull * p_ + 3) / 4), target_ = words(3ull * p_), planes_ = words(15ull * p_);
   GpuBuffer partner_ = words(15ull * p_), dSsim_ = words(3ull * p_), partials_ = words(3ull * groupsOf(3 * p_, 256));
-  GpuBuffer dImage_ = words(3ull * p_), dAccumulated_ = words(p_);
+  GpuBuffer dImage_ = words(3ull * p_), dAlpha_ = words(p_);
   GpuBuffer dMean_ = words(2ull * n_), dConic_ = words(3ull * n_), dOpacity_ = words(n_), dColour_ = words(3ull * n_);
   GpuBuffer dLogScale_ = words(3ull * n_), statistic_ = words(n_), views_ = words(n_);
   GpuBuffer randomKeys_ = words(m_), keysA_ = words(m_), valuesA_ = words(m_), keysB_ = words(m_), valuesB_ = words(m_);

@@ -22,11 +22,12 @@
 #include <vector>
 
 #include "base/split_mix64.h"
-#include "base/text.h"
+#include "base/text/text.h"
 #include "match_comparison.h"
-#include "sfm/colmap_database.h"
-#include "sfm/gpu_matcher.h"
-#include "sfm/sift_matcher.h"
+#include "sfm/match/colmap_database.h"
+#include "sfm/match/gpu_matcher.h"
+#include "sfm/match/matching_kernels.h"
+#include "sfm/match/sift_matcher.h"
 
 namespace {
 
@@ -173,7 +174,7 @@ class MatchingBench {
 
   std::optional<double> peak_;  // billions of MAC a second, of a core where the driver is software
   gs::VulkanContext context_{{}};
-  gs::KernelRegistry registry_{context_};
+  gs::KernelRegistry registry_{context_, {gs::matchingKernels()}};
 };
 
 }  // namespace

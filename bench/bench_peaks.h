@@ -3,7 +3,7 @@
 #pragma once
 
 #include "bench_common.h"
-#include "gpu/compute_stream.h"
+#include "gpu/compute/compute_stream.h"
 
 namespace quor::bench {
 

@@ -11,12 +11,14 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "base/paths.h"
-#include "gpu/kernel_registry.h"
-#include "gpu/vulkan_context.h"
-#include "gs/dataset.h"
-#include "gs/schedule.h"
-#include "gs/trainer.h"
+#include "base/files/paths.h"
+#include "gpu/compute/kernel_registry.h"
+#include "gpu/device/vulkan_context.h"
+#include "gs/data/dataset.h"
+#include "gs/splat_kernels.h"
+#include "gs/train/schedule.h"
+#include "gs/train/trainer.h"
+#include "kernels.h"
 
 namespace {
 
@@ -48,7 +50,7 @@ void run(const char* folder, int resolution, uint64_t budget) {
   applyLayerPolicy();
   VulkanContext context({});
   clock.say("loader, driver and device");
-  KernelRegistry registry(context);
+  KernelRegistry registry(context, {splatKernels(), benchKernels()});
   quor::LogStore log(100);
   const std::atomic<bool> cancel = false;
   const double before = residentMegabytes();

@@ -14,7 +14,9 @@
 
 #include "bench_common.h"
 #include "bench_peaks.h"
-#include "gs/trainer.h"
+#include "gs/splat_kernels.h"
+#include "gs/train/trainer.h"
+#include "kernels.h"
 #include "samples.h"
 #include "steady_training.h"
 #include "step_stages.h"
@@ -193,7 +195,7 @@ std::vector<Size> sizesFrom(const std::vector<std::string>& words, bool onProces
 void run(const std::vector<std::string>& words, const char* json) {
   applyLayerPolicy();
   VulkanContext context({});
-  KernelRegistry registry(context);
+  KernelRegistry registry(context, {splatKernels(), benchKernels()});
   std::printf("%s · driver %s\n", describe(context.info()).c_str(), context.info().driver.c_str());
   const auto sizes = sizesFrom(words, context.info().deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU);
   if (sizes.empty()) {

@@ -12,8 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "base/paths.h"
-#include "sfm/colmap_database.h"
+#include "base/files/paths.h"
+#include "sfm/match/colmap_database.h"
 
 namespace quor {
 namespace {

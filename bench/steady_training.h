@@ -5,9 +5,9 @@
 #include <utility>
 
 #include "bench_common.h"
-#include "gs/checkpoint.h"
-#include "gs/schedule.h"
-#include "gs/train_job.h"
+#include "gs/files/checkpoint.h"
+#include "gs/train/schedule.h"
+#include "gs/train/train_job.h"
 
 namespace quor::bench {
 

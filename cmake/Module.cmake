@@ -1,5 +1,6 @@
-# One folder of src/ is one library. Its sources may include only the folders that it is linked to: every folder gets an
-# include root of its own that holds nothing but a link to that folder, so an arrow that points upwards does not compile.
+# One folder of src/ is one library. Its sources can include only its own folder and those of its row, not what these use
+# in turn: every folder has an include root of its own that holds nothing but a link to that folder, and a target gets
+# the roots it names and no others.
 
 add_library(ombrelux_options INTERFACE)
 if(MSVC)
@@ -35,16 +36,8 @@ if(NOT OMBRELUX_MEDIA AND NOT MSVC)
   target_link_options(ombrelux_options INTERFACE -static-libstdc++ -static-libgcc -Wl,--gc-sections)
 endif()
 
-# ombrelux_module(NAME SOURCES [pattern...] DEPS [module...] LIBS [library...]): the library ombrelux_NAME from src/NAME.
-function(ombrelux_module name)
-  cmake_parse_arguments(arg "" "" "SOURCES;DEPS;LIBS" ${ARGN})
-  set(patterns ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
-  foreach(pattern IN LISTS arg_SOURCES)
-    list(APPEND patterns ${CMAKE_CURRENT_SOURCE_DIR}/${pattern})
-  endforeach()
-  file(GLOB sources CONFIGURE_DEPENDS ${patterns})
-  add_library(ombrelux_${name} STATIC ${sources})
-
+# The include root of a module, which links to its folder.
+function(ombrelux_include_root name out)
   set(root ${CMAKE_BINARY_DIR}/include/${name})
   file(MAKE_DIRECTORY ${root})
   if(CMAKE_HOST_WIN32)  # where a symbolic link takes rights that few have
@@ -56,23 +49,52 @@ function(ombrelux_module name)
   else()
     file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR} ${root}/${name} SYMBOLIC)
   endif()
-  target_include_directories(ombrelux_${name} PUBLIC ${root})
+  set(${out} ${root} PARENT_SCOPE)
+endfunction()
 
-  target_link_libraries(ombrelux_${name} PRIVATE ombrelux_options PUBLIC ${arg_LIBS})
-  foreach(dep IN LISTS arg_DEPS)
-    target_link_libraries(ombrelux_${name} PUBLIC ombrelux_${dep})
+# Links the modules and lets the target's sources include them.
+function(ombrelux_use target)
+  foreach(module IN LISTS ARGN)
+    get_target_property(root ombrelux_${module} OMBRELUX_INCLUDE_ROOT)
+    target_include_directories(${target} PRIVATE ${root})
+    target_link_libraries(${target} PUBLIC ombrelux_${module})
   endforeach()
 endfunction()
 
-# ombrelux_program(NAME OUTPUT SOURCES file... DEPS module... LIBS library...)
+# ombrelux_module(NAME EXCLUDE [regex...] ROW [module...] LIBS [library...]): the library ombrelux_NAME of all sources in
+# the current folder and its sub-folders, apart from those whose path there matches a regex. ROW: what it may use.
+function(ombrelux_module name)
+  cmake_parse_arguments(arg "" "" "EXCLUDE;ROW;LIBS" ${ARGN})
+  file(GLOB_RECURSE sources CONFIGURE_DEPENDS RELATIVE ${CMAKE_CURRENT_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  foreach(pattern IN LISTS arg_EXCLUDE)
+    list(FILTER sources EXCLUDE REGEX ${pattern})
+  endforeach()
+  add_library(ombrelux_${name} STATIC ${sources})
+
+  ombrelux_include_root(${name} root)
+  set_target_properties(ombrelux_${name} PROPERTIES OMBRELUX_INCLUDE_ROOT ${root} OMBRELUX_ROW "${arg_ROW}")
+  target_include_directories(ombrelux_${name} PRIVATE ${root})
+  target_link_libraries(ombrelux_${name} PRIVATE ombrelux_options PUBLIC ${arg_LIBS})
+  ombrelux_use(ombrelux_${name} ${arg_ROW})
+endfunction()
+
+# ombrelux_program(NAME OUTPUT SOURCES file... ROW module... LIBS library...): with WHOLE_ROW the sources may also include
+# what the named modules may, as tests and benches of a module do.
 function(ombrelux_program name)
-  cmake_parse_arguments(arg "" "OUTPUT" "SOURCES;DEPS;LIBS" ${ARGN})
+  cmake_parse_arguments(arg "WHOLE_ROW" "OUTPUT" "SOURCES;ROW;LIBS" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
   if(arg_OUTPUT)
     set_target_properties(${name} PROPERTIES OUTPUT_NAME ${arg_OUTPUT})
   endif()
-  target_link_libraries(${name} PRIVATE ombrelux_options ${arg_LIBS})
-  foreach(dep IN LISTS arg_DEPS)
-    target_link_libraries(${name} PRIVATE ombrelux_${dep})
-  endforeach()
+  target_link_libraries(${name} PRIVATE ombrelux_options)
+  target_link_libraries(${name} PUBLIC ${arg_LIBS})
+  set(row ${arg_ROW})
+  if(arg_WHOLE_ROW)
+    foreach(module IN LISTS arg_ROW)
+      get_target_property(more ombrelux_${module} OMBRELUX_ROW)
+      list(APPEND row ${more})
+    endforeach()
+    list(REMOVE_DUPLICATES row)
+  endif()
+  ombrelux_use(${name} ${row})
 endfunction()

@@ -4,13 +4,13 @@
 #include <optional>
 #include <set>
 
-#include "app/drive.h"
-#include "app/follow.h"
+#include "app/progress_printer.h"
+#include "app/run_project.h"
 #include "app/session.h"
-#include "base/paths.h"
-#include "base/text.h"
-#include "gs/engine.h"
-#include "pipeline/batch_queue.h"
+#include "base/files/paths.h"
+#include "base/text/text.h"
+#include "gs/train/engine.h"
+#include "pipeline/batch/batch_queue.h"
 #include "pipeline/intake.h"
 
 namespace quor {

@@ -1,8 +1,8 @@
 #include "app/commands.h"
 
-#include "app/drive.h"
+#include "app/run_project.h"
 #include "app/session.h"
-#include "base/paths.h"
+#include "base/files/paths.h"
 #include "pipeline/intake.h"
 
 namespace quor {

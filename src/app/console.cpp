@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "base/terminal.h"
-#include "base/text.h"
+#include "base/process/terminal.h"
+#include "base/text/text.h"
 
 namespace quor {
 

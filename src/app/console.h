@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "base/log_store.h"
+#include "base/log/log_store.h"
 
 namespace quor {
 

@@ -1,11 +1,11 @@
 #include "app/mcp_command.h"
 
-#include "app/drive.h"
+#include "app/run_project.h"
 #include "app/session.h"
-#include "base/crash_handler.h"
-#include "base/own_stdio.h"
-#include "base/terminal.h"
-#include "gs/engine.h"
+#include "base/crash/crash_handler.h"
+#include "base/process/own_stdio.h"
+#include "base/process/terminal.h"
+#include "gs/train/engine.h"
 #include "mcp/server.h"
 
 namespace quor {

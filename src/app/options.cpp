@@ -7,7 +7,7 @@
 #include <limits>
 #include <utility>
 
-#include "base/text.h"
+#include "base/text/text.h"
 
 namespace quor {
 

@@ -1,9 +1,9 @@
 #include "app/session.h"
 
-#include "app/drive.h"
-#include "base/crash_handler.h"
-#include "base/paths.h"
-#include "gs/engine.h"
+#include "app/run_project.h"
+#include "base/crash/crash_handler.h"
+#include "base/files/paths.h"
+#include "gs/train/engine.h"
 #include "pipeline/pipeline.h"
 
 namespace quor {

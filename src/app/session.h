@@ -7,9 +7,9 @@
 
 #include "app/console.h"
 #include "app/options.h"
-#include "base/log_store.h"
-#include "base/tool_finder.h"
-#include "gpu/vulkan_context.h"
+#include "base/log/log_store.h"
+#include "base/process/tool_finder.h"
+#include "gpu/device/vulkan_context.h"
 #include "project/preferences.h"
 
 namespace quor {

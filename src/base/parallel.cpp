@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "base/crash_handler.h"
+#include "base/crash/crash_handler.h"
 
 namespace quor {
 

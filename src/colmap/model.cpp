@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "base/paths.h"
+#include "base/files/paths.h"
 #include "colmap/model_files.h"
 
 namespace quor::gs::colmap {

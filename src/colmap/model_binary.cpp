@@ -4,7 +4,7 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "base/paths.h"
+#include "base/files/paths.h"
 #include "colmap/model_files.h"
 
 namespace quor::gs::colmap {
@@ -107,12 +107,12 @@ std::map<uint32_t, Camera> readCamerasBinary(const std::filesystem::path& path) 
 }
 
 std::vector<Image> readImagesBinary(const std::filesystem::path& path) {
-  constexpr uint64_t kLeastBytes = 4 + 7 * 8 + 4 + 1 + 8;
+  constexpr uint64_t kMinBytes = 4 + 7 * 8 + 4 + 1 + 8;
   constexpr uint64_t kObservationBytes = 24;
   Reader reader(path);
   std::vector<Image> images;
   const auto count = reader.read<uint64_t>();
-  images.reserve(reader.atMost(count, kLeastBytes));
+  images.reserve(reader.atMost(count, kMinBytes));
   for (uint64_t i = 0; i < count; ++i) {
     Image image;
     image.id = reader.read<uint32_t>();
@@ -127,13 +127,13 @@ std::vector<Image> readImagesBinary(const std::filesystem::path& path) {
 }
 
 Points readPointsBinary(const std::filesystem::path& path) {
-  constexpr uint64_t kLeastBytes = 8 + 3 * 8 + 3 + 8 + 8;
+  constexpr uint64_t kMinBytes = 8 + 3 * 8 + 3 + 8 + 8;
   constexpr uint64_t kTrackElementBytes = 8;
   Reader reader(path);
   Points points;
   ErrorMean error;
   const auto count = reader.read<uint64_t>();
-  const size_t expected = reader.atMost(count, kLeastBytes);
+  const size_t expected = reader.atMost(count, kMinBytes);
   points.positions.reserve(expected * 3);
   points.colors.reserve(expected * 3);
   for (uint64_t i = 0; i < count; ++i) {

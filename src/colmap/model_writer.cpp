@@ -4,8 +4,8 @@
 #include <ostream>
 #include <stdexcept>
 
-#include "base/atomic_file.h"
-#include "base/text.h"
+#include "base/files/atomic_file.h"
+#include "base/text/text.h"
 
 namespace quor::gs::colmap {
 namespace {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "base/text.h"
+#include "base/text/text.h"
 
 namespace quor {
 namespace {

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "ingest/frame_extractor.h"
-#include "ingest/photo.h"
+#include "ingest/photo/photo.h"
 
 namespace quor {
 

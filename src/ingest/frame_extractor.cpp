@@ -7,14 +7,14 @@
 #include <system_error>
 
 #include "base/cancelled.h"
-#include "base/paths.h"
-#include "base/text.h"
+#include "base/files/paths.h"
+#include "base/text/text.h"
 #include "ingest/sharpness.h"
 
 namespace quor {
 namespace {
 
-constexpr double kMostRejected = 0.4;         // of all frames
+constexpr double kMaxRejected = 0.4;          // of all frames
 constexpr size_t kFewestToScore = 9;          // with fewer, every frame is needed
 constexpr float kFractionOfDecoding = 0.85f;  // of an extraction; the rest is scoring
 
@@ -70,7 +70,7 @@ void FrameExtractor::rejectBlurryFrames(ExtractionResult& result, const IngestSe
   std::vector<double> medians;
   size_t before = 0;
   for (const auto& [label, frames] : streams) {
-    const SharpnessResult scored = rejectBlurry(frames, settings.blurThreshold, kMostRejected, [&](size_t count) {
+    const SharpnessResult scored = rejectBlurry(frames, settings.blurThreshold, kMaxRejected, [&](size_t count) {
       if (cancelled_()) throw IngestError(kCancelled);
       const float fraction = static_cast<float>(before + count) / static_cast<float>(result.frames.size());
       progress("Scoring frame sharpness", kFractionOfDecoding + (1 - kFractionOfDecoding) * fraction);

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "base/log_store.h"
-#include "base/tool_finder.h"
+#include "base/log/log_store.h"
+#include "base/process/tool_finder.h"
 #include "ingest/ingest_error.h"
 #include "project/project.h"
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <new>
 
-#include "ingest/color_matrix.h"
-#include "ingest/jpeg_encoder.h"
+#include "ingest/photo/jpeg_encoder.h"
+#include "ingest/video/color_matrix.h"
 
 namespace quor {
 namespace {

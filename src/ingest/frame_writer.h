@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "ingest/ffmpeg_support.h"
+#include "ingest/video/ffmpeg_support.h"
 
 namespace quor {
 

@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "base/image.h"
-#include "ingest/video_file.h"
-#include "project/settings.h"
+#include "base/image/image.h"
+#include "ingest/video/video_file.h"
+#include "settings/settings.h"
 
 namespace quor {
 

@@ -6,13 +6,13 @@
 #include <exception>
 #include <thread>
 
-#include "base/image.h"
+#include "base/image/image.h"
 
 namespace quor {
 namespace {
 
 constexpr int kScoredWidth = 512;
-constexpr size_t kMostWorkers = 8;  // more only make the disk seek
+constexpr size_t kMaxWorkers = 8;  // more only make the disk seek
 
 std::vector<float> greyOf(const Image& image) {
   std::vector<float> grey(static_cast<size_t>(image.width) * static_cast<size_t>(image.height));
@@ -53,7 +53,7 @@ std::vector<double> scoreAll(const std::vector<std::filesystem::path>& paths,
     ++scored;
     return true;
   };
-  const size_t workers = std::min({static_cast<size_t>(std::max(1u, std::thread::hardware_concurrency())), kMostWorkers,
+  const size_t workers = std::min({static_cast<size_t>(std::max(1u, std::thread::hardware_concurrency())), kMaxWorkers,
                                    std::max<size_t>(paths.size(), 1)});
   std::vector<std::thread> helpers;
   for (size_t i = 1; i < workers; ++i) {

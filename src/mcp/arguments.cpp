@@ -4,8 +4,8 @@
 #include <cmath>
 #include <stdexcept>
 
-#include "base/paths.h"
-#include "base/text.h"
+#include "base/files/paths.h"
+#include "base/text/text.h"
 
 namespace quor::mcp {
 
@@ -134,9 +134,9 @@ bool fits(const Argument& argument, Json& value) {
 }
 
 std::string shown(const Json& value) {
-  constexpr size_t kMost = 60;
+  constexpr size_t kMax = 60;
   const std::string text = value.dump(-1, ' ', true, Json::error_handler_t::replace);
-  return text.size() > kMost ? text.substr(0, kMost) + "..." : text;
+  return text.size() > kMax ? text.substr(0, kMax) + "..." : text;
 }
 
 void refuseUnknown(const Arguments& arguments, const Json& given) {

@@ -4,9 +4,9 @@
 #include <stdexcept>
 #include <thread>
 
-#include "base/failure_text.h"
-#include "base/paths.h"
-#include "base/text.h"
+#include "base/files/paths.h"
+#include "base/text/failure_text.h"
+#include "base/text/text.h"
 #include "pipeline/result_document.h"
 
 namespace quor::mcp {

@@ -9,12 +9,12 @@
 #include <optional>
 #include <string>
 
-#include "base/log_store.h"
-#include "base/tool_finder.h"
-#include "gpu/vulkan_context.h"
-#include "gs/training_service.h"
+#include "base/log/log_store.h"
+#include "base/process/tool_finder.h"
+#include "gpu/device/vulkan_context.h"
+#include "gs/train/training_service.h"
 #include "mcp/json_rpc.h"
-#include "pipeline/batch_queue.h"
+#include "pipeline/batch/batch_queue.h"
 #include "pipeline/pipeline.h"
 
 namespace quor::mcp {

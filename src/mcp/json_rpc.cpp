@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "base/failure_text.h"
+#include "base/text/failure_text.h"
 
 namespace quor::mcp {
 
@@ -10,7 +10,7 @@ namespace {
 
 // No message of the protocol comes near; writing a document out takes stack for each level.
 constexpr size_t kDeepest = 64;
-constexpr size_t kMostInList = 50;
+constexpr size_t kMaxInList = 50;
 
 Document errorDocument(const Json& id, int code, const std::string& message) {
   Document document;
@@ -77,7 +77,7 @@ std::optional<Document> answerMessage(const Json& message, const CallMethod& cal
 }
 
 std::optional<Document> answerList(const Json& list, const CallMethod& call) {
-  if (list.empty() || list.size() > kMostInList) return errorDocument({}, kInvalidRequest, "Invalid request");
+  if (list.empty() || list.size() > kMaxInList) return errorDocument({}, kInvalidRequest, "Invalid request");
   Document answers = Document::array();
   for (const Json& message : list) {
     if (std::optional<Document> answer = answerMessage(message, call)) answers.push_back(std::move(*answer));

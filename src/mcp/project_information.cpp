@@ -4,9 +4,9 @@
 #include <cstdio>
 #include <fstream>
 
-#include "base/paths.h"
-#include "gs/checkpoint.h"
-#include "gs/ply_header.h"
+#include "base/files/paths.h"
+#include "gs/files/checkpoint.h"
+#include "gs/files/ply_header.h"
 #include "pipeline/project_contents.h"
 #include "project/project.h"
 
@@ -16,9 +16,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr size_t kMostProjects = 100;
-constexpr size_t kMostFolders = 20000;
-constexpr size_t kMostDeep = 8;
+constexpr size_t kMaxProjects = 100;
+constexpr size_t kMaxFolders = 20000;
+constexpr size_t kMaxDeep = 8;
 constexpr size_t kLastRun = 4096;  // bytes, more than one run writes
 
 bool isFile(const fs::path& path) {
@@ -62,8 +62,8 @@ void addHeldOut(const std::string& log, Document& document) {
 
 void walk(const fs::path& folder, size_t depth, size_t& folders, FoundProjects& found) {
   if (Project::isProject(folder)) {
-    found.complete = found.complete && found.roots.size() < kMostProjects;
-    if (found.roots.size() < kMostProjects) found.roots.push_back(folder);
+    found.complete = found.complete && found.roots.size() < kMaxProjects;
+    if (found.roots.size() < kMaxProjects) found.roots.push_back(folder);
     return;
   }
   std::error_code error;
@@ -71,7 +71,7 @@ void walk(const fs::path& folder, size_t depth, size_t& folders, FoundProjects& 
     std::error_code unreadable;
     if (it->symlink_status(unreadable).type() != fs::file_type::directory) continue;
     if (toUtf8(it->path().filename()).starts_with('.')) continue;
-    if (depth == kMostDeep || ++folders > kMostFolders) {
+    if (depth == kMaxDeep || ++folders > kMaxFolders) {
       found.complete = false;
       return;
     }

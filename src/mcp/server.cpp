@@ -3,9 +3,9 @@
 #include <cstdio>
 #include <random>
 
-#include "base/failure_text.h"
-#include "base/terminal.h"
-#include "base/text.h"
+#include "base/process/terminal.h"
+#include "base/text/failure_text.h"
+#include "base/text/text.h"
 #include "base/version.h"
 #include "mcp/tool_list.h"
 #include "pipeline/guidance.h"

@@ -13,7 +13,7 @@
 #include <string_view>
 #include <thread>
 
-#include "base/log_store.h"
+#include "base/log/log_store.h"
 #include "mcp/job.h"
 #include "mcp/json_rpc.h"
 #include "mcp/line_reader.h"

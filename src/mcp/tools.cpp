@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "base/paths.h"
+#include "base/files/paths.h"
 #include "mcp/arguments.h"
 #include "mcp/project_information.h"
 #include "mcp/server.h"

@@ -3,8 +3,8 @@
 #include <charconv>
 #include <optional>
 
-#include "base/paths.h"
-#include "base/text.h"
+#include "base/files/paths.h"
+#include "base/text/text.h"
 #include "mcp/project_information.h"
 #include "project/project.h"
 
@@ -16,7 +16,7 @@ namespace {
 
 constexpr const char* kScheme = "file://";
 constexpr const char* kMimeType = "text/plain";
-constexpr size_t kMostBytes = size_t{512} * 1024;
+constexpr size_t kMaxBytes = size_t{512} * 1024;
 
 fs::path logOf(const fs::path& root) {
   Project project;
@@ -106,7 +106,7 @@ Document TrainingLogs::read(const std::string& uri) const {
   for (const fs::path& root : roots_) {
     const fs::path log = logOf(root);
     if (path != uriPath(log)) continue;
-    const auto text = isInside(log, root) ? readTail(log, kMostBytes) : std::nullopt;
+    const auto text = isInside(log, root) ? readTail(log, kMaxBytes) : std::nullopt;
     if (!text) throw RpcError(kResourceNotFound, "Could not read " + toUtf8(log));
     return {{"contents", Document::array({{{"uri", uri}, {"mimeType", kMimeType}, {"text", *text}}})}};
   }

@@ -3,7 +3,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "base/crash_handler.h"
+#include "base/crash/crash_handler.h"
 
 namespace quor {
 

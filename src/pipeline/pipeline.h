@@ -16,9 +16,9 @@
 #include <vector>
 
 #include "base/cancelled.h"
-#include "base/log_store.h"
-#include "base/tool_finder.h"
-#include "gs/training_service.h"
+#include "base/log/log_store.h"
+#include "base/process/tool_finder.h"
+#include "gs/train/training_service.h"
 #include "project/project.h"
 
 namespace quor {

@@ -2,7 +2,7 @@
 
 #include <system_error>
 
-#include "base/paths.h"
+#include "base/files/paths.h"
 #include "colmap/model.h"
 #include "project/classify.h"
 

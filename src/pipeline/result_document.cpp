@@ -3,7 +3,7 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
-#include "base/paths.h"
+#include "base/files/paths.h"
 
 namespace quor {
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "gs/train_job.h"
+#include "gs/train/train_job.h"
 #include "project/project.h"
 
 namespace quor {

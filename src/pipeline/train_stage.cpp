@@ -4,9 +4,9 @@
 #include <chrono>
 #include <stdexcept>
 
-#include "base/text.h"
+#include "base/text/text.h"
 #include "colmap/model.h"
-#include "gs/checkpoint.h"
+#include "gs/files/checkpoint.h"
 #include "pipeline/pipeline.h"
 
 namespace quor {

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <string_view>
 
-#include "base/paths.h"
-#include "base/text.h"
+#include "base/files/paths.h"
+#include "base/text/text.h"
 #include "colmap/model.h"
 
 namespace quor {

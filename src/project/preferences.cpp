@@ -2,10 +2,10 @@
 
 #include <fstream>
 
-#include "base/atomic_file.h"
-#include "base/paths.h"
-#include "base/text.h"
-#include "project/json_members.h"
+#include "base/files/atomic_file.h"
+#include "base/files/paths.h"
+#include "base/text/text.h"
+#include "settings/json_members.h"
 
 namespace quor {
 namespace {
@@ -72,7 +72,7 @@ void Preferences::save(const std::filesystem::path& file) const {
 void Preferences::addRecent(const std::string& project) {
   std::erase(recentProjects, project);
   recentProjects.insert(recentProjects.begin(), project);
-  if (recentProjects.size() > kMostRecent) recentProjects.resize(kMostRecent);
+  if (recentProjects.size() > kMaxRecent) recentProjects.resize(kMaxRecent);
 }
 
 std::filesystem::path Preferences::defaultFile() {

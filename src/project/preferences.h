@@ -23,9 +23,9 @@ struct Preferences {
   // Makes the folder. Throws std::runtime_error; the earlier file stays as it was then.
   void save(const std::filesystem::path& file = defaultFile()) const;
 
-  // Puts the project first; the oldest of more than kMostRecent are dropped.
+  // Puts the project first; the oldest of more than kMaxRecent are dropped.
   void addRecent(const std::string& project);
-  static constexpr size_t kMostRecent = 12;
+  static constexpr size_t kMaxRecent = 12;
 
   // userDataFolder()/settings.json
   static std::filesystem::path defaultFile();

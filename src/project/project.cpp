@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "base/paths.h"
-#include "base/time_text.h"
+#include "base/files/paths.h"
+#include "base/text/time_text.h"
 #include "colmap/model.h"
 
 namespace quor {

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "project/settings.h"
+#include "settings/settings.h"
 
 namespace quor {
 

@@ -1,9 +1,9 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "base/paths.h"
-#include "project/json_members.h"
+#include "base/files/paths.h"
 #include "project/project.h"
+#include "settings/json_members.h"
 
 namespace quor {
 namespace {

@@ -3,13 +3,13 @@
 #include <array>
 #include <charconv>
 
-#include "base/paths.h"
-#include "base/text.h"
+#include "base/files/paths.h"
+#include "base/text/text.h"
 
 namespace quor {
 namespace {
 
-constexpr size_t kMostProblems = 10;  // of one step in the program's log; a damaged folder can bring thousands
+constexpr size_t kMaxProblems = 10;  // of one step in the program's log; a damaged folder can bring thousands
 
 bool isDigit(char c) {
   return c >= '0' && c <= '9';
@@ -112,8 +112,8 @@ void ColmapOutput::take(std::string_view line) {
   lastLine_ = message;
   if (isProblem(line, message)) {
     lastProblem_ = message;
-    if (++problems_ <= kMostProblems) log_.warning("COLMAP: " + lastProblem_);
-    if (problems_ == kMostProblems) log_.warning("COLMAP: further warnings of this step are in " + toUtf8(path_));
+    if (++problems_ <= kMaxProblems) log_.warning("COLMAP: " + lastProblem_);
+    if (problems_ == kMaxProblems) log_.warning("COLMAP: further warnings of this step are in " + toUtf8(path_));
   } else if (isWorthReading(message)) {
     log_.info("COLMAP: " + lastLine_);
   }

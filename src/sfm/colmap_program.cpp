@@ -4,8 +4,8 @@
 #include <stdexcept>
 
 #include "base/cancelled.h"
-#include "base/child_process.h"
-#include "base/paths.h"
+#include "base/files/paths.h"
+#include "base/process/child_process.h"
 
 namespace quor {
 namespace {

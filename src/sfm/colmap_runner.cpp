@@ -3,12 +3,12 @@
 #include <stdexcept>
 
 #include "base/cancelled.h"
-#include "base/time_text.h"
-#include "base/unfinished_folder.h"
+#include "base/files/staging_folder.h"
+#include "base/text/time_text.h"
 #include "colmap/model.h"
-#include "sfm/camera_groups.h"
-#include "sfm/fisheye_mask.h"
-#include "sfm/solve.h"
+#include "sfm/extract/camera_groups.h"
+#include "sfm/extract/fisheye_mask.h"
+#include "sfm/solve_context.h"
 
 namespace quor {
 namespace {
@@ -45,7 +45,7 @@ ColmapRunner::ColmapRunner(std::optional<ToolLocation> colmap, LogStore& log, st
   if (colmap) colmap_.emplace(colmap->executable, log_, cancelled_);
 }
 
-ColmapRunner::Result ColmapRunner::run(const Project& project, const SolveProgress& progress) {
+ColmapRunner::Result ColmapRunner::run(const Project& project, const SolveReport& report) {
   if (!colmap_) {
     throw std::runtime_error(
         "COLMAP was not found. Set COLMAP's folder in Settings, name it with --colmap, or put colmap on PATH.");
@@ -56,14 +56,14 @@ ColmapRunner::Result ColmapRunner::run(const Project& project, const SolveProgre
   requireImages(countImages(groups));
   colmap_->identify();
 
-  const Workspace files(project);
+  const ColmapWorkspace files(project);
   files.clear();
-  const UnfinishedFolder unfinished(files.unfinished);
+  const StagingFolder unfinished(files.unfinished);
   writeMask(project);
   ColmapOutput output(log_, files.log);
   output.take("==== " + formatLocalTime(wallClockSeconds(), "%Y-%m-%d %H:%M:%S") + "  " + colmap_->version());
-  SolveMeter meter(progress);
-  const Solve solve{project, files, *colmap_, output, log_, meter, countImages(groups), gpu_, cancelled_};
+  SolveProgress progress(report);
+  const SolveContext solve{project, files, *colmap_, output, log_, progress, countImages(groups), gpu_, cancelled_};
 
   extractFeatures(solve, groups);
   matchFeatures(solve);

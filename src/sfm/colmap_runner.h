@@ -7,16 +7,16 @@
 #include <string>
 #include <vector>
 
-#include "base/log_store.h"
-#include "base/tool_finder.h"
-#include "gpu/vulkan_context.h"
+#include "base/log/log_store.h"
+#include "base/process/tool_finder.h"
+#include "gpu/device/vulkan_context.h"
 #include "project/project.h"
 #include "sfm/colmap_program.h"
 
 namespace quor {
 
 // Fraction 0..1 of the whole solve, or -1 when unknown.
-using SolveProgress = std::function<void(const std::string& message, float fraction)>;
+using SolveReport = std::function<void(const std::string& message, float fraction)>;
 
 class ColmapRunner {
  public:
@@ -36,7 +36,7 @@ class ColmapRunner {
 
   // Clears what an earlier solve of the project has left, then solves. Throws std::runtime_error with a whole sentence,
   // "Cancelled" too. What a failed solve leaves is never taken for a finished one: the dataset appears as its last act.
-  Result run(const Project& project, const SolveProgress& progress);
+  Result run(const Project& project, const SolveReport& report);
 
  private:
   void writeMask(const Project& project);

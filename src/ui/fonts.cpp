@@ -9,9 +9,9 @@
 #include <map>
 #include <optional>
 
-#include "base/file_bytes.h"
-#include "base/paths.h"
-#include "base/text.h"
+#include "base/files/file_bytes.h"
+#include "base/files/paths.h"
+#include "base/text/text.h"
 
 namespace quor::ui {
 
@@ -22,7 +22,7 @@ namespace {
 constexpr float kTextHeight = 16;  // pixels at scale 1
 // Every device has textures of 4096 * 4096; a fifth of it is lost between the signs.
 constexpr double kTexturePixels = 4096.0 * 4096.0 * 0.8;
-constexpr int kMostFolders = 2000;
+constexpr int kMaxFolders = 2000;
 constexpr int64_t kLargestFile = 64 << 20;
 
 // In the order of preference. Each list is of fonts that can stand for one another.
@@ -91,7 +91,7 @@ std::map<std::string, fs::path> findFiles(const std::vector<fs::path>& folders) 
     const auto options = fs::directory_options::skip_permission_denied;
     for (fs::recursive_directory_iterator it(folder, options, error), end; !error && it != end; it.increment(error)) {
       std::error_code ignored;
-      if (it->is_directory(ignored) && ++visited > kMostFolders) return found;
+      if (it->is_directory(ignored) && ++visited > kMaxFolders) return found;
       const std::string extension = toLower(toUtf8(it->path().extension()));
       const bool isFont = extension == ".ttf" || extension == ".ttc" || extension == ".otf";
       if (isFont) found.emplace(toLower(toUtf8(it->path().filename())), it->path());

@@ -4,18 +4,18 @@
 
 #include <algorithm>
 
-#include "base/paths.h"
-#include "ui/panels/about_window.h"
-#include "ui/panels/batch_window.h"
-#include "ui/panels/file_browser_panel.h"
+#include "base/files/paths.h"
 #include "ui/panels/graphs_panel.h"
 #include "ui/panels/log_panel.h"
 #include "ui/panels/new_media_panel.h"
 #include "ui/panels/notices.h"
-#include "ui/panels/preferences_window.h"
 #include "ui/panels/results_panel.h"
 #include "ui/panels/stages_panel.h"
 #include "ui/panels/training_settings_panel.h"
+#include "ui/panels/windows/about_window.h"
+#include "ui/panels/windows/batch_window.h"
+#include "ui/panels/windows/file_browser_panel.h"
+#include "ui/panels/windows/preferences_window.h"
 
 namespace quor::ui {
 namespace {

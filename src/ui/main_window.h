@@ -8,16 +8,16 @@
 #include <string>
 
 #include "ui/models/about.h"
-#include "ui/models/batch_form.h"
-#include "ui/models/file_dialog.h"
-#include "ui/models/log_view.h"
-#include "ui/models/preferences_form.h"
-#include "ui/models/training_history.h"
-#include "ui/models/window_state.h"
-#include "ui/models/workspace.h"
+#include "ui/models/batch/batch_form.h"
+#include "ui/models/files/file_dialog.h"
+#include "ui/models/project/workspace.h"
+#include "ui/models/settings/preferences_form.h"
+#include "ui/models/view/log_view.h"
+#include "ui/models/view/training_history.h"
+#include "ui/models/view/window_state.h"
 #include "ui/panel_context.h"
 #include "ui/panels/viewport_panel.h"
-#include "ui/viewport.h"
+#include "ui/viewport/viewport.h"
 #include "ui/window.h"
 
 namespace quor::ui {

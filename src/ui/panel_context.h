@@ -1,7 +1,7 @@
 // What every panel may use beside the model that it draws.
 #pragma once
 
-#include "ui/image_cache.h"
+#include "ui/viewport/image_cache.h"
 
 namespace quor::ui {
 

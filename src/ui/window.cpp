@@ -10,13 +10,13 @@
 #include <utility>
 #include <vector>
 
-#include "base/paths.h"
-#include "gpu/vulkan_context.h"
+#include "base/files/paths.h"
+#include "gpu/device/vulkan_context.h"
 
 namespace quor::ui {
 namespace {
 
-constexpr int kLeastWidth = 720, kLeastHeight = 480;
+constexpr int kMinWidth = 720, kMinHeight = 480;
 
 std::string lastError() {
   const char* text = nullptr;
@@ -52,14 +52,14 @@ Window::Window(const std::string& title, const WindowState& state) : title_(titl
   glfwWindowHint(GLFW_MAXIMIZED, state.maximised ? GLFW_TRUE : GLFW_FALSE);
   glfwWindowHint(GLFW_VISIBLE, GLFW_FALSE);  // until it is where it belongs
   glfwWindowHintString(GLFW_X11_CLASS_NAME, "Ombrelux");
-  window_ = glfwCreateWindow(std::max(area.width, kLeastWidth), std::max(area.height, kLeastHeight), title.c_str(),
-                             nullptr, nullptr);
+  window_ = glfwCreateWindow(std::max(area.width, kMinWidth), std::max(area.height, kMinHeight), title.c_str(), nullptr,
+                             nullptr);
   if (window_ == nullptr) {
     const std::string reason = lastError();
     glfwTerminate();
     throw std::runtime_error("The window could not be opened (" + reason + ").");
   }
-  glfwSetWindowSizeLimits(window_, kLeastWidth, kLeastHeight, GLFW_DONT_CARE, GLFW_DONT_CARE);
+  glfwSetWindowSizeLimits(window_, kMinWidth, kMinHeight, GLFW_DONT_CARE, GLFW_DONT_CARE);
   if (!state.maximised) glfwSetWindowPos(window_, area.x, area.y);
   glfwShowWindow(window_);
   glfwSetWindowUserPointer(window_, this);

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "ui/models/window_state.h"
+#include "ui/models/view/window_state.h"
 
 struct GLFWwindow;
 

@@ -4,8 +4,8 @@
 
 #include <regex>
 
-#include "base/child_process.h"
-#include "base/tool_places.h"
+#include "base/process/child_process.h"
+#include "base/process/tool_places.h"
 #include "support/child_program.h"
 #include "support/small_capture.h"
 

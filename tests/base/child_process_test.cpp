@@ -1,4 +1,4 @@
-#include "base/child_process.h"
+#include "base/process/child_process.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -10,7 +10,7 @@
 #include <chrono>
 #include <thread>
 
-#include "base/output_lines.h"
+#include "base/process/output_lines.h"
 #include "support/scoped_environment.h"
 #include "support/scripts.h"
 

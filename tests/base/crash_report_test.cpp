@@ -1,10 +1,10 @@
-#include "base/crash_report.h"
+#include "base/crash/crash_report.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "base/time_text.h"
+#include "base/text/time_text.h"
 
 namespace quor {
 namespace {

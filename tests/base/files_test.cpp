@@ -2,12 +2,12 @@
 
 #include <vector>
 
-#include "base/atomic_file.h"
-#include "base/paths.h"
+#include "base/files/atomic_file.h"
+#include "base/files/paths.h"
+#include "base/files/temporary_file.h"
 #include "base/split_mix64.h"
-#include "base/temporary_file.h"
-#include "base/text.h"
-#include "base/time_text.h"
+#include "base/text/text.h"
+#include "base/text/time_text.h"
 #include "support/platform.h"
 #include "support/scoped_environment.h"
 #include "support/temp_folder.h"

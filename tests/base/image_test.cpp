@@ -1,4 +1,4 @@
-#include "base/image.h"
+#include "base/image/image.h"
 
 #include <gmock/gmock.h>
 

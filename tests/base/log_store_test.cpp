@@ -1,4 +1,4 @@
-#include "base/log_store.h"
+#include "base/log/log_store.h"
 
 #include <gmock/gmock.h>
 

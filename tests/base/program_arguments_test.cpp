@@ -5,9 +5,9 @@
 #include <fstream>
 #include <thread>
 
-#include "base/child_process.h"
-#include "base/paths.h"
-#include "base/terminal.h"
+#include "base/files/paths.h"
+#include "base/process/child_process.h"
+#include "base/process/terminal.h"
 #include "support/own_program.h"
 #include "support/temp_folder.h"
 

@@ -1,9 +1,9 @@
-#include "base/tool_finder.h"
+#include "base/process/tool_finder.h"
 
 #include <gtest/gtest.h>
 
-#include "base/child_process.h"
-#include "base/paths.h"
+#include "base/files/paths.h"
+#include "base/process/child_process.h"
 #include "support/scoped_environment.h"
 #include "support/scripts.h"
 

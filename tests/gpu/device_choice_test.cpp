@@ -1,4 +1,4 @@
-#include "gpu/device_choice.h"
+#include "gpu/device/device_choice.h"
 
 #include <gtest/gtest.h>
 
@@ -6,8 +6,8 @@
 #include <stdexcept>
 #include <vector>
 
-#include "gpu/gpu_buffer.h"
-#include "gpu/vulkan_context.h"
+#include "gpu/device/vulkan_context.h"
+#include "gpu/memory/gpu_buffer.h"
 #include "support/scoped_environment.h"
 #include "support/temp_folder.h"
 

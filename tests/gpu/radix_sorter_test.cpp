@@ -1,10 +1,10 @@
-#include "gpu/radix_sorter.h"
+#include "gpu/sort/radix_sorter.h"
 
 #include <algorithm>
 #include <numeric>
 
 #include "base/split_mix64.h"
-#include "gpu/run_sorter.h"
+#include "gpu/sort/run_sorter.h"
 #include "support/gpu_fixture.h"
 #include "support/temp_folder.h"
 

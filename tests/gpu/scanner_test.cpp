@@ -1,4 +1,4 @@
-#include "gpu/scanner.h"
+#include "gpu/sort/scanner.h"
 
 #include <numeric>
 

@@ -1,4 +1,4 @@
-#include "gpu/transfer.h"
+#include "gpu/memory/transfer.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "gpu/vulkan_context.h"
+#include "gpu/device/vulkan_context.h"
 
 #include <gmock/gmock.h>
 
@@ -6,8 +6,8 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "base/paths.h"
-#include "gpu/command_buffer.h"
+#include "base/files/paths.h"
+#include "gpu/compute/command_buffer.h"
 #include "support/gpu_fixture.h"
 #include "support/scoped_environment.h"
 #include "support/temp_folder.h"

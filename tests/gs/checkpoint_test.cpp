@@ -1,4 +1,4 @@
-#include "gs/checkpoint.h"
+#include "gs/files/checkpoint.h"
 
 #include <gmock/gmock.h>
 
@@ -16,8 +16,8 @@
 #include <thread>
 
 #include "base/host_memory.h"
-#include "gs/resume.h"
-#include "gs/schedule.h"
+#include "gs/train/resume.h"
+#include "gs/train/schedule.h"
 #include "support/splats.h"
 #include "support/temp_folder.h"
 

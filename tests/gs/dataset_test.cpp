@@ -1,4 +1,4 @@
-#include "gs/dataset.h"
+#include "gs/data/dataset.h"
 
 #include <gmock/gmock.h>
 
@@ -6,7 +6,7 @@
 #include <limits>
 
 #include "colmap/model_writer.h"
-#include "gs/undistort.h"
+#include "gs/data/undistort.h"
 #include "support/temp_folder.h"
 
 namespace quor::gs {

@@ -1,5 +1,5 @@
 // Jobs from their first line to their files, and stopping them at any moment.
-#include "gs/engine.h"
+#include "gs/train/engine.h"
 
 #include <gtest/gtest.h>
 
@@ -8,10 +8,10 @@
 #include <sstream>
 #include <thread>
 
-#include "base/image.h"
-#include "base/paths.h"
-#include "gs/checkpoint.h"
-#include "gs/ply.h"
+#include "base/files/paths.h"
+#include "base/image/image.h"
+#include "gs/files/checkpoint.h"
+#include "gs/files/ply.h"
 #include "support/gpu_fixture.h"
 #include "support/small_capture.h"
 #include "support/temp_folder.h"

@@ -1,8 +1,8 @@
-#include "gs/eval_report.h"
+#include "gs/files/eval_report.h"
 
 #include <gmock/gmock.h>
 
-#include "base/paths.h"
+#include "base/files/paths.h"
 #include "support/temp_folder.h"
 
 namespace quor::gs {

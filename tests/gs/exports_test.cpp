@@ -4,8 +4,8 @@
 #include <cmath>
 #include <limits>
 
-#include "gs/run_log.h"
-#include "gs/splat_file.h"
+#include "gs/files/splat_file.h"
+#include "gs/train/run_log.h"
 #include "support/splats.h"
 #include "support/temp_folder.h"
 

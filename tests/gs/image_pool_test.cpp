@@ -1,11 +1,10 @@
-#include "gs/image_pool.h"
-
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/resource.h>
 
 #include "base/parallel.h"
 #include "base/split_mix64.h"
+#include "gs/data/host_image_cache.h"
 #include "support/temp_folder.h"
 
 namespace quor::gs {
@@ -39,12 +38,12 @@ class FileSizeLimit {
   sighandler_t handler_;
 };
 
-TEST(ImagePool, GivesEveryPictureBackFromMemoryOrFileOnAnyThread) {
+TEST(HostImageCache, GivesEveryPictureBackFromMemoryOrFileOnAnyThread) {
   const test::TempFolder folder;
   std::vector<StoredImage> stored(200);
   const auto original = [](size_t i) { return noise(64 + static_cast<int>(i % 7), 31, i); };
   {
-    ImagePool pool({folder.path(), 10 * 70 * 31 * 3});
+    HostImageCache pool({folder.path(), 10 * 70 * 31 * 3});
     parallelFor(stored.size(), [&](size_t i) {
       stored[i] = pool.store(original(i));
       // While others are being stored.
@@ -60,9 +59,9 @@ TEST(ImagePool, GivesEveryPictureBackFromMemoryOrFileOnAnyThread) {
   });
 }
 
-TEST(ImagePool, SaysWhatToDoWhenTheDiskIsFull) {
+TEST(HostImageCache, SaysWhatToDoWhenTheDiskIsFull) {
   const test::TempFolder folder;
-  ImagePool pool({folder.path(), 1});
+  HostImageCache pool({folder.path(), 1});
   const Image image = noise(1000, 400, 1);  // 1.2 MB
   const StoredImage first = pool.store(image);
   {
@@ -74,7 +73,7 @@ TEST(ImagePool, SaysWhatToDoWhenTheDiskIsFull) {
   }
   EXPECT_EQ(first.load().rgb, image.rgb);
 
-  ImagePool nowhere({folder / "none", 1});
+  HostImageCache nowhere({folder / "none", 1});
   EXPECT_THAT(thrownText([&] { nowhere.store(image); }), testing::HasSubstr("No such file or directory. Make room"));
 }
 

@@ -1,13 +1,13 @@
 // Looking at a training while it runs.
-#include "gs/live_scene.h"
+#include "gs/splats/live_scene.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <thread>
 
-#include "gs/engine.h"
-#include "gs/ply.h"
+#include "gs/files/ply.h"
+#include "gs/train/engine.h"
 #include "support/gpu_fixture.h"
 #include "support/random_splats.h"
 #include "support/small_capture.h"

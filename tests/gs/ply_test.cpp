@@ -1,4 +1,4 @@
-#include "gs/ply.h"
+#include "gs/files/ply.h"
 
 #include <gmock/gmock.h>
 

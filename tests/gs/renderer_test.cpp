@@ -1,12 +1,12 @@
 // The renderer, the losses and every gradient against the double-precision reference.
-#include "gs/renderer.h"
+#include "gs/render/renderer.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 
 #include "base/split_mix64.h"
-#include "gs/blend_trial.h"
+#include "gs/render/blend_trial.h"
 #include "support/gpu_fixture.h"
 #include "support/random_splats.h"
 #include "support/reference_renderer.h"
@@ -311,7 +311,7 @@ TEST_F(RendererTest, TheLossInStripsIsTheLossStepByStep) {
       loss.backward(stream, frame, photo, lossScales(0.2f, width, height), background, true, true);
       stream.submit();
       dImage[strips] = readBuffer<float>(loss.imageGradient());
-      dAccumulated[strips] = readBuffer<float>(loss.accumulatedGradient());
+      dAccumulated[strips] = readBuffer<float>(loss.alphaGradient());
       const ImageScores scores = loss.finishScore(width, height);
       const auto expected = test::scoreReference({values.begin(), values.end()}, asTarget(bytes), width, height);
       EXPECT_NEAR(scores.l1, expected.l1, 1e-5);
@@ -408,6 +408,18 @@ class RendererFallbackTest : public RendererTest {
 TEST_F(RendererFallbackTest, GradientsAgreeWithoutFloatAtomicsAndSubgroups) {
   ASSERT_EQ(backwardVariants().front(), "rasterize_backward:SG=0,NATIVE_ATOMIC=0");
   checkGradients(*this, context, transfer, stream, backwardVariants(), 1, 22);
+}
+
+TEST_F(GpuTest, PicturesForTheWindowAreClampedAndRounded) {
+  const GpuBuffer rgb = makeBuffer(std::vector<float>{0, 0.5f, 1, -3, 7, 0.2f, 1e-4f, 0.998f, 1e30f});
+  const GpuBuffer packed = makeBuffer(std::vector<uint32_t>(4, 7));
+  stream.dispatch1D("rgb_to_rgba8", {&rgb, &packed}, 3u, 3);
+  stream.submit();
+  const std::vector<uint32_t> bytes = readBuffer<uint32_t>(packed);
+  EXPECT_TRUE(bytes[0] == 0xFFFF8000 || bytes[0] == 0xFFFF7F00);  // either way of rounding 127.5 will do
+  EXPECT_EQ(bytes[1], 0xFF33FF00);
+  EXPECT_EQ(bytes[2], 0xFFFFFE00);
+  EXPECT_EQ(bytes[3], 7u);
 }
 
 }  // namespace

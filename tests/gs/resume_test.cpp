@@ -1,13 +1,14 @@
 // A run that stops and goes on is the run that never stopped.
-#include "gs/resume.h"
+#include "gs/train/resume.h"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
 #include <numeric>
 
-#include "gs/trainer.h"
-#include "gs/view_order.h"
+#include "gs/data/view_order.h"
+#include "gs/splat_kernels.h"
+#include "gs/train/trainer.h"
 #include "support/gpu_fixture.h"
 #include "support/scoped_environment.h"
 #include "support/small_room.h"
@@ -139,7 +140,7 @@ class ResumeTest : public testing::Test {
 
   test::ScopedEnvironment oneThread_{"LP_NUM_THREADS", "0"};
   VulkanContext context_{ContextOptions{.validation = true}};
-  KernelRegistry registry_{context_};
+  KernelRegistry registry_{context_, {splatKernels()}};
   LogStore log_{1000};
   test::TempFolder folder_;
 };

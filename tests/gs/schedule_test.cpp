@@ -1,10 +1,10 @@
-#include "gs/schedule.h"
+#include "gs/train/schedule.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 
-#include "gs/splat_cap.h"
+#include "gs/splats/splat_cap.h"
 
 namespace quor::gs {
 namespace {

@@ -1,4 +1,4 @@
-#include "gs/seed.h"
+#include "gs/data/seed.h"
 
 #include <gtest/gtest.h>
 

@@ -4,10 +4,10 @@
 #include <array>
 #include <cmath>
 
-#include "gs/mcmc_relocator.h"
-#include "gs/schedule.h"
-#include "gs/splat_rows.h"
-#include "gs/vanilla_densifier.h"
+#include "gs/train/schedule.h"
+#include "gs/train/strategy/densification_edit.h"
+#include "gs/train/strategy/mcmc_relocator.h"
+#include "gs/train/strategy/vanilla_densifier.h"
 #include "support/gpu_fixture.h"
 #include "support/random_splats.h"
 
@@ -93,9 +93,9 @@ TEST_F(SplatSetTest, HalvesOfASplitSplatStandForTheWhole) {
   for (size_t i = 0; i < 20; ++i) set.scales[3 * i + i % 3] += 2;  // the long axis
   SplatStore store(context, SplatStore::Use::Training);
   store.upload(transfer, set);
-  SplatRows rows = SplatRows::download(transfer, store);
-  const SplatRows before = rows;
-  const auto entry = [](const SplatRows& r, size_t i, size_t a, size_t b) {  // of the covariance
+  DensificationEdit rows = DensificationEdit::download(transfer, store);
+  const DensificationEdit before = rows;
+  const auto entry = [](const DensificationEdit& r, size_t i, size_t a, size_t b) {  // of the covariance
     const auto q = [&](size_t k) { return static_cast<double>(r.rotations[4 * i + k]); };
     const double w = q(0), x = q(1), y = q(2), z = q(3), norm = w * w + x * x + y * y + z * z;
     const std::array<double, 9> m = {
@@ -116,7 +116,9 @@ TEST_F(SplatSetTest, HalvesOfASplitSplatStandForTheWhole) {
     std::array<double, 3> offset{};
     double reach = 0;  // squared
     for (size_t a = 0; a < 3; ++a) {
-      const auto at = [&](const SplatRows& r, size_t row) { return static_cast<double>(r.positions[3 * row + a]); };
+      const auto at = [&](const DensificationEdit& r, size_t row) {
+        return static_cast<double>(r.positions[3 * row + a]);
+      };
       EXPECT_NEAR((at(rows, i) + at(rows, half)) / 2, at(before, i), 1e-5);
       offset[a] = at(rows, half) - at(before, i);
       reach += offset[a] * offset[a];

@@ -1,5 +1,5 @@
 // Whole training runs on a small made-up room, judged on views that were not trained on.
-#include "gs/trainer.h"
+#include "gs/train/trainer.h"
 
 #include <gtest/gtest.h>
 
@@ -44,21 +44,21 @@ TEST_F(TrainerTest, BothTechniquesReachAStatedQualityOnHeldOutViews) {
 TEST_F(TrainerTest, PhotographsComeOverTheSameWhetherResidentOrNot) {
   // Photographs in memory and in a file.
   const test::TempFolder folder;
-  const ImagePoolOptions tiny{folder.path(), 1};
+  const HostImageCacheOptions tiny{folder.path(), 1};
   std::vector<View> filed = room().training;
   {
-    ImagePool pool(tiny);
+    HostImageCache pool(tiny);
     for (View& view : filed) view.image = pool.store(view.image.load());
     ASSERT_EQ(pool.filedImages(), filed.size());
   }
   const std::vector<View>& kept = room().training;
-  PhotoStore stores[] = {{context, kept, UINT64_MAX, {}},
-                         {context, filed, UINT64_MAX, tiny},
-                         {context, kept, 0, {}},
-                         {context, filed, 0, tiny}};
+  DeviceImageCache stores[] = {{context, kept, UINT64_MAX, {}},
+                               {context, filed, UINT64_MAX, tiny},
+                               {context, kept, 0, {}},
+                               {context, filed, 0, tiny}};
   for (const int level : {2, 0}) {
     for (size_t s = 0; s < std::size(stores); ++s) {
-      PhotoStore& photos = stores[s];
+      DeviceImageCache& photos = stores[s];
       photos.setLevel(transfer, level);
       ASSERT_EQ(photos.resident(), s < 2);
       for (const size_t view : {size_t{0}, size_t{5}, size_t{5}, size_t{15}, size_t{1}}) {
@@ -80,7 +80,7 @@ TEST_F(TrainerTest, APhotographThatCannotBeReadIsNeverTrainedOn) {
   const test::TempFolder folder;
   std::vector<View> views = room().training;
   views[3].image = StoredImage({96, 64}, std::make_shared<TemporaryFile>(folder.path()), 0);
-  PhotoStore photos(context, views, 0, {});
+  DeviceImageCache photos(context, views, 0, {});
   photos.setLevel(transfer, 0);
   photos.prefetch(3);
   const std::string sentence = "A photograph cannot be read again from the temporary file in " + toUtf8(folder.path()) +

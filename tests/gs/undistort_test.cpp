@@ -1,4 +1,4 @@
-#include "gs/undistort.h"
+#include "gs/data/undistort.h"
 
 #include <gtest/gtest.h>
 

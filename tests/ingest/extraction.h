@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "base/image.h"
+#include "base/image/image.h"
 #include "ingest/frame_extractor.h"
 #include "support/clips.h"
 #include "support/temp_folder.h"

@@ -5,9 +5,9 @@
 #include <numbers>
 #include <optional>
 
-#include "base/paths.h"
+#include "base/files/paths.h"
 #include "ingest/frame_extractor.h"
-#include "ingest/sphere_views.h"
+#include "ingest/sphere/sphere_views.h"
 #include "sample_capture/orbit.h"
 #include "sample_capture/render.h"
 #include "sample_capture/video_writer.h"

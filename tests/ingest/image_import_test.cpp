@@ -3,10 +3,10 @@
 #include <set>
 #include <thread>
 
-#include "base/text.h"
-#include "ingest/exif.h"
+#include "base/text/text.h"
 #include "ingest/frame_extractor.h"
-#include "ingest/jpeg_file.h"
+#include "ingest/photo/exif.h"
+#include "ingest/photo/jpeg_file.h"
 #include "picture_files.h"
 #include "support/temp_folder.h"
 

@@ -1,4 +1,4 @@
-#include "ingest/jpeg_encoder.h"
+#include "ingest/photo/jpeg_encoder.h"
 
 #include <gmock/gmock.h>
 

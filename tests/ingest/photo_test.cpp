@@ -1,11 +1,11 @@
-#include "ingest/photo.h"
+#include "ingest/photo/photo.h"
 
 #include <gmock/gmock.h>
 
 #include <map>
 
 #include "base/split_mix64.h"
-#include "ingest/exif.h"
+#include "ingest/photo/exif.h"
 #include "picture_files.h"
 #include "support/driver_leaks.h"
 #include "support/temp_folder.h"

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "base/image.h"
-#include "ingest/ffmpeg_support.h"
+#include "base/image/image.h"
+#include "ingest/video/ffmpeg_support.h"
 
 extern "C" {
 #include <libavutil/crc.h>

@@ -3,7 +3,7 @@
 
 #include <cmath>
 
-#include "base/image.h"
+#include "base/image/image.h"
 #include "ingest/frame_extractor.h"
 #include "sample_capture/options.h"
 #include "support/solved_cameras.h"

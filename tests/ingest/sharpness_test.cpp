@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include "base/image.h"
+#include "base/image/image.h"
 #include "support/temp_folder.h"
 
 namespace quor {

@@ -5,7 +5,7 @@
 
 #include "ingest/extraction.h"
 #include "ingest/frame_extractor.h"
-#include "ingest/sphere_views.h"
+#include "ingest/sphere/sphere_views.h"
 
 namespace quor {
 namespace {

@@ -11,9 +11,9 @@ namespace quor::test {
 namespace {
 
 #if defined(__SANITIZE_ADDRESS__)
-constexpr double kMostGrown = 512;  // MiB; it holds back what was freed
+constexpr double kMaxGrown = 512;  // MiB; it holds back what was freed
 #else
-constexpr double kMostGrown = 64;
+constexpr double kMaxGrown = 64;
 #endif
 
 // Paths are relative to an almost empty folder, so that whatever becomes of them leads nowhere else.
@@ -173,7 +173,7 @@ TEST_F(FuzzTest, EveryLineIsAnsweredOrPassedOver) {
   std::printf("%zu lines, %zu answers, %.1f MiB more than after the first tenth\n", lines, answers, grown);
   EXPECT_EQ(left, 0u);
   EXPECT_GT(answers, lines / 2);
-  EXPECT_LT(grown, kMostGrown);
+  EXPECT_LT(grown, kMaxGrown);
   EXPECT_EQ(ask("ping")["result"], Json::object());
   EXPECT_FALSE(std::filesystem::exists("missing"));
 }

@@ -1,4 +1,4 @@
-#include "base/own_stdio.h"
+#include "base/process/own_stdio.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>

@@ -4,7 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "base/paths.h"
+#include "base/files/paths.h"
 #include "mcp/server.h"
 #include "support/fake_trainer.h"
 #include "support/temp_folder.h"

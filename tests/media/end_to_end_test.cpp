@@ -4,8 +4,8 @@
 
 #include <thread>
 
-#include "base/tool_finder.h"
-#include "ingest/sphere_views.h"
+#include "base/process/tool_finder.h"
+#include "ingest/sphere/sphere_views.h"
 #include "pipeline/media.h"
 #include "pipeline/pipeline.h"
 #include "sample_capture/options.h"

@@ -4,7 +4,7 @@
 
 #include <thread>
 
-#include "base/image.h"
+#include "base/image/image.h"
 #include "pipeline/pipeline.h"
 #include "support/fake_trainer.h"
 #include "support/temp_folder.h"

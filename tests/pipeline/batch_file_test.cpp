@@ -1,4 +1,4 @@
-#include "pipeline/batch_file.h"
+#include "pipeline/batch/batch_file.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,9 +1,9 @@
-#include "pipeline/batch_queue.h"
+#include "pipeline/batch/batch_queue.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "gs/checkpoint.h"
+#include "gs/files/checkpoint.h"
 #include "support/fake_trainer.h"
 #include "support/temp_folder.h"
 

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "base/paths.h"
+#include "base/files/paths.h"
 #include "support/temp_folder.h"
 
 namespace quor::test {
@@ -73,7 +73,7 @@ TEST(Preferences, RememberTheLatestProjectsOnce) {
   for (const char* project : {"a", "b", "c", "a"}) preferences.addRecent(project);
   EXPECT_THAT(preferences.recentProjects, ElementsAre("a", "c", "b"));
   for (int i = 0; i < 100; ++i) preferences.addRecent(std::to_string(i));
-  EXPECT_THAT(preferences.recentProjects, SizeIs(Preferences::kMostRecent));
+  EXPECT_THAT(preferences.recentProjects, SizeIs(Preferences::kMaxRecent));
   EXPECT_EQ(preferences.recentProjects.front(), "99");
 }
 

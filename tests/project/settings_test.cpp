@@ -1,4 +1,4 @@
-#include "project/settings.h"
+#include "settings/settings.h"
 
 #include <gmock/gmock.h>
 

@@ -7,7 +7,7 @@
 
 #include <sstream>
 
-#include "base/image.h"
+#include "base/image/image.h"
 #include "colmap/model_writer.h"
 #include "sfm/colmap_runner.h"
 #include "support/temp_folder.h"

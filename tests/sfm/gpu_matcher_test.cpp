@@ -1,8 +1,8 @@
-#include "sfm/gpu_matcher.h"
+#include "sfm/match/gpu_matcher.h"
 
 #include <gmock/gmock.h>
 
-#include "sfm/colmap_database.h"
+#include "sfm/match/colmap_database.h"
 #include "support/feature_database.h"
 #include "support/gpu_fixture.h"
 #include "support/temp_folder.h"

@@ -1,4 +1,4 @@
-#include "sfm/camera_groups.h"
+#include "sfm/extract/camera_groups.h"
 #include "solve_fixture.h"
 
 namespace quor::test {

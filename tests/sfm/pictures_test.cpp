@@ -6,10 +6,10 @@
 #include <numbers>
 
 #include "sfm/colmap_output.h"
-#include "sfm/crop.h"
-#include "sfm/fisheye_mask.h"
-#include "sfm/fisheye_scale.h"
-#include "sfm/verdict.h"
+#include "sfm/extract/fisheye_mask.h"
+#include "sfm/extract/fisheye_scale.h"
+#include "sfm/map/crop.h"
+#include "sfm/map/verdict.h"
 #include "solve_fixture.h"
 
 namespace quor::test {
@@ -44,15 +44,15 @@ TEST(Crop, CutsTheEdgesAndTheLowerEnd) {
 TEST(Crop, LeavesEnoughToTrainOn) {
   const Crop crop = cropOf(0.3, 0.6);
   EXPECT_NEAR(crop.minY, 0.15, 1e-12);
-  EXPECT_NEAR(crop.maxY - crop.minY, kLeastKept, 1e-12);
+  EXPECT_NEAR(crop.maxY - crop.minY, kMinKept, 1e-12);
   EXPECT_EQ(crop.messages[0],
             "Edge crop reduced from 30% to 15% — with the bottom crop it would have left too little of the frame to "
             "train on.");
   for (const double edges : {0.0, 0.4, 0.5, 7.0}) {
     for (const double bottom : {0.0, 0.5, 0.9, 1e300}) {
       const Crop odd = cropOf(edges, bottom);
-      EXPECT_GE(odd.maxX - odd.minX, kLeastKept - 1e-12);
-      EXPECT_GE(odd.maxY - odd.minY, kLeastKept - 1e-12);
+      EXPECT_GE(odd.maxX - odd.minX, kMinKept - 1e-12);
+      EXPECT_GE(odd.maxY - odd.minY, kMinKept - 1e-12);
       EXPECT_GE(odd.minX, 0);
     }
   }

@@ -1,10 +1,10 @@
-#include "sfm/sift_matcher.h"
+#include "sfm/match/sift_matcher.h"
 
 #include <gmock/gmock.h>
 
 #include <cmath>
 
-#include "sfm/image_pairs.h"
+#include "sfm/match/image_pairs.h"
 #include "support/feature_database.h"
 #include "support/gpu_fixture.h"
 #include "support/temp_folder.h"

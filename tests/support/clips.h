@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "base/child_process.h"
-#include "base/paths.h"
+#include "base/files/paths.h"
+#include "base/process/child_process.h"
 
 namespace quor::test {
 

@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "gs/training_service.h"
+#include "gs/train/training_service.h"
 
 namespace quor::test {
 

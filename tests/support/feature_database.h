@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "base/paths.h"
+#include "base/files/paths.h"
 #include "base/split_mix64.h"
 
 namespace quor::test {

@@ -10,18 +10,34 @@
 #include <memory>
 #include <vector>
 
-#include "gpu/compute_stream.h"
-#include "gpu/gpu_buffer.h"
-#include "gpu/kernel_registry.h"
-#include "gpu/transfer.h"
-#include "gpu/vulkan_context.h"
+#include "gpu/compute/compute_stream.h"
+#include "gpu/compute/kernel_registry.h"
+#include "gpu/device/vulkan_context.h"
+#include "gpu/memory/gpu_buffer.h"
+#include "gpu/memory/transfer.h"
 #include "support/driver_leaks.h"
+
+// The kernels of every folder that the test program may use.
+#if __has_include("gs/splat_kernels.h")
+#include "gs/splat_kernels.h"
+#endif
+#if __has_include("sfm/match/matching_kernels.h")
+#include "sfm/match/matching_kernels.h"
+#endif
 
 namespace quor::gs {
 
 struct GpuTestDevice {
   explicit GpuTestDevice(bool fallbacks)
-      : context(ContextOptions{.validation = true, .forceFallbacks = fallbacks}), registry(context) {}
+      : context(ContextOptions{.validation = true, .forceFallbacks = fallbacks}), registry(context, {
+#if __has_include("gs/splat_kernels.h")
+          splatKernels(),
+#endif
+#if __has_include("sfm/match/matching_kernels.h")
+              matchingKernels(),
+#endif
+        }) {
+  }
 
   static GpuTestDevice& plain();
   static GpuTestDevice& withFallbacks();

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "base/paths.h"
-#include "base/terminal.h"
+#include "base/files/paths.h"
+#include "base/process/terminal.h"
 
 namespace quor::test {
 

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "base/split_mix64.h"
-#include "gs/camera.h"
-#include "gs/gaussian_set.h"
+#include "gs/render/camera.h"
+#include "gs/splats/gaussian_set.h"
 
 namespace quor::test {
 

@@ -8,8 +8,8 @@
 #include <numeric>
 #include <vector>
 
-#include "gs/camera.h"
-#include "gs/gaussian_set.h"
+#include "gs/render/camera.h"
+#include "gs/splats/gaussian_set.h"
 
 namespace quor::test {
 

@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "base/paths.h"
+#include "base/files/paths.h"
 
 namespace quor::test {
 

@@ -1,8 +1,8 @@
 // A made-up room with its true cameras as a dataset in memory, small enough to train on within seconds.
 #pragma once
 
-#include "gs/dataset.h"
-#include "gs/schedule.h"
+#include "gs/data/dataset.h"
+#include "gs/train/schedule.h"
 #include "sample_capture/capture.h"
 #include "sample_capture/scene.h"
 

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "base/text.h"
+#include "base/text/text.h"
 #include "colmap/model.h"
 #include "sample_capture/pose.h"
 

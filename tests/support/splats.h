@@ -5,7 +5,7 @@
 #include <limits>
 
 #include "base/split_mix64.h"
-#include "gs/gaussian_set.h"
+#include "gs/splats/gaussian_set.h"
 
 namespace quor::test {
 

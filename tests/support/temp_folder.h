@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-#include "base/paths.h"
+#include "base/files/paths.h"
 
 namespace quor::test {
 

@@ -1,4 +1,4 @@
-#include "ui/models/batch_form.h"
+#include "ui/models/batch/batch_form.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

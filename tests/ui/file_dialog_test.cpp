@@ -1,4 +1,4 @@
-#include "ui/models/file_dialog.h"
+#include "ui/models/files/file_dialog.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -6,11 +6,11 @@
 
 #include <algorithm>
 
-#include "base/open_folder.h"
+#include "base/desktop/open_folder.h"
 #include "support/scoped_environment.h"
 #include "support/scripts.h"
 #include "ui/eventually.h"
-#include "ui/models/file_browser.h"
+#include "ui/models/files/file_browser.h"
 
 namespace quor::ui {
 namespace {

@@ -1,12 +1,12 @@
-#include "ui/models/new_media.h"
+#include "ui/models/project/new_media.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "base/image.h"
+#include "base/image/image.h"
 #include "support/clips.h"
 #include "support/temp_folder.h"
-#include "ui/models/settings_table.h"
+#include "ui/models/settings/settings_table.h"
 #include "ui/pump.h"
 
 namespace quor::ui {

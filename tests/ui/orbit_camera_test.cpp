@@ -1,11 +1,11 @@
-#include "ui/models/orbit_camera.h"
+#include "ui/models/view/orbit_camera.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 
-#include "ui/models/render_pacer.h"
-#include "ui/viewport.h"
+#include "ui/models/view/render_pacer.h"
+#include "ui/viewport/viewport.h"
 
 namespace quor::ui::test {
 namespace {

@@ -9,13 +9,13 @@
 #include "support/fake_trainer.h"
 #include "support/temp_folder.h"
 #include "ui/eventually.h"
-#include "ui/models/file_dialog.h"
-#include "ui/panels/about_window.h"
-#include "ui/panels/batch_window.h"
-#include "ui/panels/file_browser_panel.h"
+#include "ui/models/files/file_dialog.h"
 #include "ui/panels/graphs_panel.h"
 #include "ui/panels/log_panel.h"
-#include "ui/panels/preferences_window.h"
+#include "ui/panels/windows/about_window.h"
+#include "ui/panels/windows/batch_window.h"
+#include "ui/panels/windows/file_browser_panel.h"
+#include "ui/panels/windows/preferences_window.h"
 
 namespace quor::ui {
 namespace {

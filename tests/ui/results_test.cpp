@@ -1,14 +1,14 @@
-#include "ui/models/results.h"
+#include "ui/models/project/results.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "gs/checkpoint.h"
-#include "gs/eval_report.h"
-#include "gs/ply.h"
-#include "gs/splat_file.h"
+#include "gs/files/checkpoint.h"
+#include "gs/files/eval_report.h"
+#include "gs/files/ply.h"
+#include "gs/files/splat_file.h"
 #include "support/temp_folder.h"
-#include "ui/models/words.h"
+#include "ui/models/number_text.h"
 #include "ui/pump.h"
 
 namespace quor::ui {

@@ -10,10 +10,10 @@
 #include "support/scripts.h"
 #include "ui/eventually.h"
 #include "ui/models/about.h"
-#include "ui/models/log_view.h"
-#include "ui/models/preferences_form.h"
-#include "ui/models/training_history.h"
-#include "ui/models/window_state.h"
+#include "ui/models/settings/preferences_form.h"
+#include "ui/models/view/log_view.h"
+#include "ui/models/view/training_history.h"
+#include "ui/models/view/window_state.h"
 
 namespace quor::ui {
 namespace {

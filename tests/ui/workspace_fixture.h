@@ -4,12 +4,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "gs/checkpoint.h"
-#include "gs/ply.h"
+#include "gs/files/checkpoint.h"
+#include "gs/files/ply.h"
 #include "sfm/fake_colmap.h"
 #include "support/fake_trainer.h"
 #include "support/temp_folder.h"
-#include "ui/models/workspace.h"
+#include "ui/models/project/workspace.h"
 #include "ui/pump.h"
 
 namespace quor::test {

@@ -1,5 +1,5 @@
 // What the viewport's thread draws, against the renderer itself.
-#include "ui/scene_renderer.h"
+#include "ui/viewport/scene_renderer.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <cmath>
 #include <thread>
 
-#include "gs/renderer.h"
+#include "gs/render/renderer.h"
 #include "support/gpu_fixture.h"
 #include "support/random_splats.h"
 

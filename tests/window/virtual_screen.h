@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "base/image.h"
-#include "base/paths.h"
+#include "base/files/paths.h"
+#include "base/image/image.h"
 #include "support/child_program.h"
 
 namespace quor::test {

@@ -8,7 +8,7 @@
 #include <functional>
 #include <thread>
 
-#include "gs/ply.h"
+#include "gs/files/ply.h"
 #include "virtual_screen.h"
 
 namespace quor::test {

@@ -16,15 +16,16 @@
 #include <string>
 #include <vector>
 
-#include "base/image.h"
-#include "base/log_store.h"
-#include "base/paths.h"
-#include "gpu/compute_stream.h"
-#include "gpu/transfer.h"
-#include "gpu/vulkan_context.h"
-#include "gs/dataset.h"
-#include "gs/ply.h"
-#include "gs/renderer.h"
+#include "base/files/paths.h"
+#include "base/image/image.h"
+#include "base/log/log_store.h"
+#include "gpu/compute/compute_stream.h"
+#include "gpu/device/vulkan_context.h"
+#include "gpu/memory/transfer.h"
+#include "gs/data/dataset.h"
+#include "gs/files/ply.h"
+#include "gs/render/renderer.h"
+#include "gs/splat_kernels.h"
 
 namespace {
 
@@ -131,7 +132,7 @@ class Scene {
 
  private:
   gs::VulkanContext context_{{}};
-  gs::KernelRegistry registry_{context_};
+  gs::KernelRegistry registry_{context_, {gs::splatKernels()}};
   gs::ComputeStream stream_;
   gs::Transfer transfer_;
   gs::SplatStore splats_;

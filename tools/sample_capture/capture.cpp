@@ -3,7 +3,7 @@
 #include <stdexcept>
 
 #include "base/split_mix64.h"
-#include "base/text.h"
+#include "base/text/text.h"
 #include "sample_capture/footprint.h"
 
 namespace quor::sample {

@@ -8,14 +8,14 @@
 #include <string_view>
 #include <utility>
 
-#include "base/paths.h"
+#include "base/files/paths.h"
 
 namespace quor::sample {
 namespace {
 
 constexpr int kLargestEdge = 16384;
-constexpr int kMostPictures = 9999;  // what four digits name in order
-constexpr size_t kMostPoints = 1000000;
+constexpr int kMaxPictures = 9999;  // what four digits name in order
+constexpr size_t kMaxPoints = 1000000;
 
 template <typename T>
 T wholeNumber(std::string_view option, std::string_view text, T least, T most) {
@@ -71,13 +71,13 @@ void setValue(Options& options, Pending& pending, std::string_view option, std::
   if (option == "--kind") options.kind = kindOf(value);
   if (option == "--size") pending.size = value;
   if (option == "--count") {
-    options.orbit.count = wholeNumber("--count", value, 1, kMostPictures);
+    options.orbit.count = wholeNumber("--count", value, 1, kMaxPictures);
     pending.count = true;
   }
   if (option == "--turn") options.orbit.turn = wholeNumber("--turn", value, 1, 3600);
   if (option == "--fps") options.framesPerSecond = wholeNumber("--fps", value, 1, 240);
   if (option == "--seed") options.orbit.seed = wholeNumber<uint64_t>("--seed", value, 0, UINT64_MAX);
-  if (option == "--points") options.points = wholeNumber<size_t>("--points", value, 1, kMostPoints);
+  if (option == "--points") options.points = wholeNumber<size_t>("--points", value, 1, kMaxPoints);
   if (option == "--out") setOut(options, value);
 }
 

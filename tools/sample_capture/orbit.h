@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "base/image.h"
+#include "base/image/image.h"
 #include "sample_capture/views.h"
 
 namespace quor::sample {

@@ -1,7 +1,7 @@
 // Pictures of a Scene, traced ray by ray on all processors. The same scene and view give the same bytes.
 #pragma once
 
-#include "base/image.h"
+#include "base/image/image.h"
 #include "sample_capture/scene.h"
 #include "sample_capture/views.h"
 

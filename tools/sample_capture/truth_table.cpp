@@ -1,7 +1,7 @@
 #include "sample_capture/truth_table.h"
 
-#include "base/atomic_file.h"
-#include "base/text.h"
+#include "base/files/atomic_file.h"
+#include "base/text/text.h"
 
 namespace quor::sample {
 

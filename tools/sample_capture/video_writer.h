@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <memory>
 
-#include "base/image.h"
+#include "base/image/image.h"
 
 namespace quor::sample {
 

@@ -1,6 +1,6 @@
 #include <stdexcept>
 
-#include "base/paths.h"
+#include "base/files/paths.h"
 #include "sample_capture/capture.h"
 #include "sample_capture/options.h"
 #include "sample_capture/truth_table.h"

@@ -1,6 +1,6 @@
 #include "app/command_line.h"
-#include "base/terminal.h"
-#include "gpu/vulkan_context.h"
+#include "base/process/terminal.h"
+#include "gpu/device/vulkan_context.h"
 
 int main(int argc, char** argv) {
   quor::gs::applyLayerPolicy();

@@ -8,7 +8,7 @@
 //       2 | to     | float   | rows x width | write
 // Push: values (rows x width), width, whether fresh rows become zero. One invocation a value, no races.
 #extension GL_GOOGLE_include_directive : require
-#include "item_index.glsl"
+#include "gpu/kernels/include/item_index.glsl"
 
 layout(local_size_x = 256) in;
 layout(binding = 0) readonly buffer Source { uint source[]; };

@@ -22,7 +22,7 @@ layout(push_constant) uniform Push {
   uint blocks;
 };
 
-#include "item_index.glsl"
+#include "gpu/kernels/include/item_index.glsl"
 
 shared uint counters[16];
 

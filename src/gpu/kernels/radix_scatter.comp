@@ -32,8 +32,8 @@ layout(push_constant) uniform Push {
   uint blocks;
 };
 
-#include "group_scan.glsl"
-#include "item_index.glsl"
+#include "gpu/kernels/include/group_scan.glsl"
+#include "gpu/kernels/include/item_index.glsl"
 
 shared uint keys[1024];
 shared uint values[1024];

@@ -17,7 +17,7 @@ layout(set = 0, binding = 0) buffer Data { uint data[]; };
 layout(set = 0, binding = 1) readonly buffer Offsets { uint offsets[]; };
 layout(push_constant) uniform Push { uint count; };
 
-#include "item_index.glsl"
+#include "gpu/kernels/include/item_index.glsl"
 
 void main() {
   const uint i = itemIndex();

@@ -18,8 +18,8 @@ layout(set = 0, binding = 0) buffer Data { uint data[]; };
 layout(set = 0, binding = 1) writeonly buffer Totals { uint totals[]; };
 layout(push_constant) uniform Push { uint count; };
 
-#include "group_scan.glsl"
-#include "item_index.glsl"
+#include "gpu/kernels/include/group_scan.glsl"
+#include "gpu/kernels/include/item_index.glsl"
 
 void main() {
   const uint block = groupIndex();

@@ -4,11 +4,11 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "base/paths.h"
-#include "base/text.h"
-#include "base/unfinished_folder.h"
+#include "base/files/paths.h"
+#include "base/files/staging_folder.h"
+#include "base/text/text.h"
 #include "ingest/frame_extractor.h"
-#include "ingest/photo.h"
+#include "ingest/photo/photo.h"
 #include "pipeline/media.h"
 #include "pipeline/pipeline.h"
 
@@ -107,7 +107,7 @@ std::string Pipeline::runFrames(const Project& opened) {
 
   Project project = opened;
   project.ensureLayout();
-  const UnfinishedFolder partial(project.root / "frames.partial");
+  const StagingFolder partial(project.root / "frames.partial");
   removeInOneAct(partial.path());  // of a run that was killed
   FrameExtractor extractor(log_, tools_.ffmpeg, [this] { return cancel_.load(); });
   Gathered gathered(project.sparse.singleCamera);

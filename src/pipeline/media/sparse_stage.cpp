@@ -1,7 +1,7 @@
 // Frames to cameras.
 #include "pipeline/pipeline.h"
 #include "sfm/colmap_runner.h"
-#include "sfm/verdict.h"
+#include "sfm/map/verdict.h"
 
 namespace quor {
 

@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "base/paths.h"
+#include "base/files/paths.h"
 #include "base/version.h"
 #include "project/preferences.h"
 

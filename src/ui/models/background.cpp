@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "base/crash_handler.h"
-#include "base/failure_text.h"
+#include "base/crash/crash_handler.h"
+#include "base/text/failure_text.h"
 
 namespace quor::ui {
 

@@ -7,7 +7,7 @@
 #include <cmath>
 #include <optional>
 
-#include "ui/models/words.h"
+#include "ui/models/number_text.h"
 #include "ui/panels/widgets.h"
 
 namespace quor::ui {

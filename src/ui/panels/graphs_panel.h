@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ui/models/training_history.h"
+#include "ui/models/view/training_history.h"
 #include "ui/panel_context.h"
 
 namespace quor::ui {

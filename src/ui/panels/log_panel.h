@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ui/models/log_view.h"
+#include "ui/models/view/log_view.h"
 #include "ui/panel_context.h"
 
 namespace quor::ui {

@@ -4,8 +4,8 @@
 
 #include <algorithm>
 
-#include "base/paths.h"
-#include "ui/models/file_dialog.h"
+#include "base/files/paths.h"
+#include "ui/models/files/file_dialog.h"
 #include "ui/panels/widgets.h"
 
 namespace quor::ui {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ui/models/new_media.h"
+#include "ui/models/project/new_media.h"
 #include "ui/panel_context.h"
 
 namespace quor::ui {

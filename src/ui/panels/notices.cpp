@@ -10,10 +10,10 @@ namespace quor::ui {
 
 namespace {
 
-constexpr size_t kMostLines = 14;
+constexpr size_t kMaxLines = 14;
 
 void drawLines(const Notice& notice) {
-  const size_t shown = std::min(notice.lines.size(), kMostLines);
+  const size_t shown = std::min(notice.lines.size(), kMaxLines);
   for (size_t i = 0; i < shown; ++i) drawWrapped(notice.lines[i]);
   if (shown < notice.lines.size()) drawFaint("and " + std::to_string(notice.lines.size() - shown) + " more");
 }

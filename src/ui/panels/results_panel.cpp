@@ -4,10 +4,10 @@
 
 #include <algorithm>
 
-#include "base/paths.h"
+#include "base/files/paths.h"
 #include "pipeline/pipeline.h"
-#include "ui/models/file_dialog.h"
-#include "ui/models/words.h"
+#include "ui/models/files/file_dialog.h"
+#include "ui/models/number_text.h"
 #include "ui/panels/widgets.h"
 
 namespace quor::ui {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ui/models/results.h"
+#include "ui/models/project/results.h"
 #include "ui/panel_context.h"
 
 namespace quor::ui {

@@ -2,8 +2,8 @@
 
 #include <imgui.h>
 
-#include "base/paths.h"
-#include "ui/models/file_dialog.h"
+#include "base/files/paths.h"
+#include "ui/models/files/file_dialog.h"
 #include "ui/panels/widgets.h"
 
 namespace quor::ui {

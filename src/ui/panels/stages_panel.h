@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ui/models/workspace.h"
+#include "ui/models/project/workspace.h"
 #include "ui/panel_context.h"
 
 namespace quor::ui {

@@ -2,7 +2,7 @@
 
 #include <imgui.h>
 
-#include "ui/models/presets.h"
+#include "ui/models/settings/presets.h"
 #include "ui/panels/widgets.h"
 
 namespace quor::ui {

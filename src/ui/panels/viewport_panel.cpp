@@ -6,7 +6,7 @@
 #include <cmath>
 #include <vector>
 
-#include "base/text.h"
+#include "base/text/text.h"
 #include "ui/vulkan/textures.h"
 
 namespace quor::ui {

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <optional>
 
-#include "ui/image_cache.h"
-#include "ui/viewport.h"
+#include "ui/viewport/image_cache.h"
+#include "ui/viewport/viewport.h"
 
 namespace quor::ui {
 

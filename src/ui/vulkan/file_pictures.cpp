@@ -4,8 +4,8 @@
 #include <cmath>
 #include <vector>
 
-#include "base/image.h"
-#include "base/paths.h"
+#include "base/files/paths.h"
+#include "base/image/image.h"
 
 namespace quor::ui {
 namespace {

@@ -6,8 +6,8 @@
 #include <string>
 #include <utility>
 
-#include "ui/image_cache.h"
 #include "ui/models/background.h"
+#include "ui/viewport/image_cache.h"
 #include "ui/vulkan/textures.h"
 
 namespace quor::ui {

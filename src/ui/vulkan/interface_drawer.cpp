@@ -8,8 +8,8 @@
 #include <cstdint>
 #include <cstring>
 
-#include "gpu/vulkan_context.h"
-#include "gpu/vulkan_struct.h"
+#include "gpu/device/vulkan_context.h"
+#include "gpu/device/vulkan_struct.h"
 
 namespace quor::ui {
 namespace {

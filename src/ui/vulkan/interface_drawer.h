@@ -4,7 +4,7 @@
 
 #include <volk.h>
 
-#include "gpu/gpu_buffer.h"
+#include "gpu/memory/gpu_buffer.h"
 #include "ui/vulkan/textures.h"
 
 struct ImDrawData;

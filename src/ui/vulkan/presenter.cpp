@@ -5,8 +5,8 @@
 #include <stdexcept>
 #include <utility>
 
-#include "gpu/vulkan_context.h"
-#include "gpu/vulkan_struct.h"
+#include "gpu/device/vulkan_context.h"
+#include "gpu/device/vulkan_struct.h"
 
 namespace quor::ui {
 namespace {

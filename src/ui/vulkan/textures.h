@@ -8,8 +8,8 @@
 #include <map>
 #include <span>
 
-#include "gpu/gpu_buffer.h"
-#include "ui/image_cache.h"
+#include "gpu/memory/gpu_buffer.h"
+#include "ui/viewport/image_cache.h"
 
 namespace quor::ui {
 

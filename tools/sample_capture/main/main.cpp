@@ -1,7 +1,7 @@
 #include <cstdio>
 #include <exception>
 
-#include "base/paths.h"
+#include "base/files/paths.h"
 #include "sample_capture/options.h"
 
 int main(int argc, char** argv) {

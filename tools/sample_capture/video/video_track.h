@@ -3,7 +3,7 @@
 
 #include <memory>
 
-#include "base/image.h"
+#include "base/image/image.h"
 
 struct AVCodecContext;
 struct AVFormatContext;

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "base/paths.h"
+#include "base/files/paths.h"
 #include "sample_capture/video/video_track.h"
 
 extern "C" {

@@ -1,4 +1,4 @@
-#include "base/child_process.h"
+#include "base/process/child_process.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -11,8 +11,8 @@
 #include <cerrno>
 #include <system_error>
 
-#include "base/output_lines.h"
 #include "base/platform/posix/guardian.h"
+#include "base/process/output_lines.h"
 
 namespace quor {
 namespace {

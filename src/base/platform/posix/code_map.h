@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "base/crash_report.h"
+#include "base/crash/crash_report.h"
 
 namespace quor {
 

@@ -1,4 +1,4 @@
-#include "base/crash_handler.h"
+#include "base/crash/crash_handler.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -16,9 +16,9 @@
 #include <exception>
 #include <iterator>
 
-#include "base/crash_report.h"
-#include "base/log_store.h"
-#include "base/paths.h"
+#include "base/crash/crash_report.h"
+#include "base/files/paths.h"
+#include "base/log/log_store.h"
 #include "base/platform/posix/code_map.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)

@@ -1,13 +1,13 @@
 // By zenity, else by kdialog: child processes that print the paths that were chosen.
-#include "base/desktop_dialog.h"
+#include "base/desktop/desktop_dialog.h"
 
 #include <algorithm>
 #include <cctype>
 
-#include "base/child_process.h"
-#include "base/paths.h"
-#include "base/text.h"
-#include "base/tool_places.h"
+#include "base/files/paths.h"
+#include "base/process/child_process.h"
+#include "base/process/tool_places.h"
+#include "base/text/text.h"
 
 namespace quor {
 

@@ -1,4 +1,4 @@
-#include "base/open_folder.h"
+#include "base/desktop/open_folder.h"
 
 #include <signal.h>
 #include <spawn.h>
@@ -8,8 +8,8 @@
 #include <cerrno>
 #include <string>
 
-#include "base/tool_finder.h"
-#include "base/tool_places.h"
+#include "base/process/tool_finder.h"
+#include "base/process/tool_places.h"
 
 namespace quor {
 

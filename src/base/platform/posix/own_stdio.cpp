@@ -1,4 +1,4 @@
-#include "base/own_stdio.h"
+#include "base/process/own_stdio.h"
 
 #include <fcntl.h>
 #include <limits.h>
@@ -10,7 +10,7 @@
 #include <cstdio>
 #include <stdexcept>
 
-#include "base/terminal.h"
+#include "base/process/terminal.h"
 
 namespace quor {
 

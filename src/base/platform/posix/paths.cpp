@@ -1,4 +1,4 @@
-#include "base/paths.h"
+#include "base/files/paths.h"
 
 #include <cstdlib>
 

@@ -1,4 +1,4 @@
-#include "base/terminal.h"
+#include "base/process/terminal.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -7,7 +7,7 @@
 
 #include <atomic>
 
-#include "base/paths.h"
+#include "base/files/paths.h"
 
 namespace quor {
 

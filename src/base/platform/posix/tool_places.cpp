@@ -1,8 +1,8 @@
-#include "base/tool_places.h"
+#include "base/process/tool_places.h"
 
 #include <unistd.h>
 
-#include "base/paths.h"
+#include "base/files/paths.h"
 
 namespace quor {
 

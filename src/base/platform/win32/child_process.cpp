@@ -1,13 +1,13 @@
-#include "base/child_process.h"
+#include "base/process/child_process.h"
 
 #include <array>
 #include <memory>
 
-#include "base/output_lines.h"
-#include "base/paths.h"
+#include "base/files/paths.h"
 #include "base/platform/win32/command_text.h"
 #include "base/platform/win32/windows_api.h"
-#include "base/text.h"
+#include "base/process/output_lines.h"
+#include "base/text/text.h"
 
 namespace quor {
 namespace {

@@ -3,7 +3,7 @@
 #include <map>
 #include <memory>
 
-#include "base/paths.h"
+#include "base/files/paths.h"
 #include "base/platform/win32/windows_api.h"
 
 namespace quor {

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "base/child_process.h"
+#include "base/process/child_process.h"
 
 namespace quor {
 

@@ -1,4 +1,4 @@
-#include "base/crash_handler.h"
+#include "base/crash/crash_handler.h"
 
 #include <signal.h>
 #include <stdlib.h>
@@ -10,9 +10,9 @@
 #include <exception>
 #include <iterator>
 
-#include "base/crash_report.h"
-#include "base/log_store.h"
-#include "base/paths.h"
+#include "base/crash/crash_report.h"
+#include "base/files/paths.h"
+#include "base/log/log_store.h"
 #include "base/platform/win32/windows_api.h"
 
 namespace quor {

@@ -1,5 +1,5 @@
 // By the system's file dialog, on the calling thread, which gets a COM apartment of its own for it.
-#include "base/desktop_dialog.h"
+#include "base/desktop/desktop_dialog.h"
 
 #include "base/platform/win32/windows_api.h"
 

@@ -1,4 +1,4 @@
-#include "base/open_folder.h"
+#include "base/desktop/open_folder.h"
 
 #include "base/platform/win32/windows_api.h"
 

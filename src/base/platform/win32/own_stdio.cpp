@@ -1,4 +1,4 @@
-#include "base/own_stdio.h"
+#include "base/process/own_stdio.h"
 
 #include <io.h>
 
@@ -7,7 +7,7 @@
 #include <stdexcept>
 
 #include "base/platform/win32/windows_api.h"
-#include "base/terminal.h"
+#include "base/process/terminal.h"
 
 namespace quor {
 
@@ -15,7 +15,7 @@ namespace {
 
 // A pipe cannot be waited for together with an interrupt, so it is asked now and then.
 constexpr DWORD kPollMilliseconds = 10;
-constexpr size_t kMostAtOnce = 64 * 1024;
+constexpr size_t kMaxAtOnce = 64 * 1024;
 
 HANDLE handleOf(int descriptor) {
   return reinterpret_cast<HANDLE>(_get_osfhandle(descriptor));
@@ -56,7 +56,7 @@ size_t OwnStdio::read(std::span<char> buffer) {
   const HANDLE input = handleOf(_fileno(stdin));
   DWORD count = 0;
   if (!waitForInput(input)) return 0;
-  const auto most = static_cast<DWORD>(std::min(buffer.size(), kMostAtOnce));
+  const auto most = static_cast<DWORD>(std::min(buffer.size(), kMaxAtOnce));
   return ReadFile(input, buffer.data(), most, &count, nullptr) == 0 ? 0 : count;
 }
 
@@ -64,7 +64,7 @@ bool OwnStdio::write(std::string_view bytes) {
   while (!bytes.empty()) {
     if (interruptCount() > 0) return false;
     DWORD count = 0;
-    const auto most = static_cast<DWORD>(std::min(bytes.size(), kMostAtOnce));
+    const auto most = static_cast<DWORD>(std::min(bytes.size(), kMaxAtOnce));
     if (WriteFile(handleOf(out_), bytes.data(), most, &count, nullptr) == 0) return false;
     bytes.remove_prefix(count);
   }

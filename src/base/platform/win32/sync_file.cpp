@@ -1,4 +1,4 @@
-#include "base/sync_file.h"
+#include "base/files/sync_file.h"
 
 #include "base/platform/win32/windows_api.h"
 

@@ -1,4 +1,4 @@
-#include "base/temporary_file.h"
+#include "base/files/temporary_file.h"
 
 #include <algorithm>
 #include <atomic>
@@ -11,7 +11,7 @@
 namespace quor {
 namespace {
 
-constexpr size_t kMostAtOnce = size_t{1} << 30;  // a call counts in 32 bits
+constexpr size_t kMaxAtOnce = size_t{1} << 30;  // a call counts in 32 bits
 
 std::runtime_error failure(DWORD error) {
   return std::runtime_error(systemMessage(error));
@@ -57,7 +57,7 @@ void TemporaryFile::write(const void* from, size_t bytes, uint64_t offset) {
   while (bytes > 0) {
     OVERLAPPED place = at(offset);
     DWORD written = 0;
-    const DWORD part = static_cast<DWORD>(std::min(bytes, kMostAtOnce));
+    const DWORD part = static_cast<DWORD>(std::min(bytes, kMaxAtOnce));
     if (WriteFile(handle(file_), next, part, &written, &place) == 0) throw failure(GetLastError());
     if (written == 0) throw failure(ERROR_DISK_FULL);
     next += written;
@@ -71,7 +71,7 @@ void TemporaryFile::read(void* to, size_t bytes, uint64_t offset) const {
   while (bytes > 0) {
     OVERLAPPED place = at(offset);
     DWORD got = 0;
-    const DWORD part = static_cast<DWORD>(std::min(bytes, kMostAtOnce));
+    const DWORD part = static_cast<DWORD>(std::min(bytes, kMaxAtOnce));
     const bool done = ReadFile(handle(file_), next, part, &got, &place) != 0;
     if (!done && GetLastError() != ERROR_HANDLE_EOF) throw failure(GetLastError());
     if (got == 0) throw std::runtime_error("the file is too short");

@@ -1,4 +1,4 @@
-#include "base/terminal.h"
+#include "base/process/terminal.h"
 
 #include <fcntl.h>
 #include <io.h>

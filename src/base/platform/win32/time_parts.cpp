@@ -1,4 +1,4 @@
-#include "base/time_parts.h"
+#include "base/text/time_parts.h"
 
 namespace quor {
 

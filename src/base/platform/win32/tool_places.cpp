@@ -1,10 +1,10 @@
-#include "base/tool_places.h"
+#include "base/process/tool_places.h"
 
 #include <algorithm>
 #include <system_error>
 
-#include "base/paths.h"
-#include "base/text.h"
+#include "base/files/paths.h"
+#include "base/text/text.h"
 
 namespace quor {
 

@@ -1,0 +1,12 @@
+// The kernels that only benches run.
+#pragma once
+
+#include <span>
+
+#include "gpu/compute/embedded_kernels.h"
+
+namespace quor::gs {
+
+std::span<const EmbeddedKernel> benchKernels();
+
+}  // namespace quor::gs

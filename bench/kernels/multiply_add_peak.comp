@@ -1,0 +1,33 @@
+#version 450
+// Nothing but multiplications and additions, for the benches: how many the device makes in a second when nothing else holds
+// it up. Eight independent chains an invocation, so that none waits for itself and all stay in registers.
+//
+// binding | name | element | shape      | access
+//       0 | sums | float   | items      | write
+// Push: items, rounds of eight multiply-adds, a multiple of 64. No races.
+#extension GL_GOOGLE_include_directive : require
+#extension GL_EXT_control_flow_attributes : require
+#include "gpu/kernels/include/item_index.glsl"
+
+layout(local_size_x = 256) in;
+layout(binding = 0) writeonly buffer Sums { float sums[]; };
+layout(push_constant) uniform Push {
+  uint count;
+  uint rounds;
+};
+
+void main() {
+  const uint i = itemIndex();
+  if (i >= count) return;
+  vec4 a = vec4(i) * 1e-6, b = a + 0.1;
+  const vec4 factor = vec4(0.999), offset = vec4(1e-3);
+  uint round_ = 0u;
+  do {
+    [[unroll]] for (int k = 0; k < 64; ++k) {
+      a = a * factor + offset;
+      b = b * factor + offset;
+    }
+    round_ += 64u;
+  } while (round_ < rounds);
+  sums[i] = dot(a + b, vec4(1.0));
+}

@@ -1,0 +1,132 @@
+#include "app/progress_printer.h"
+
+#include <cmath>
+
+#include "base/process/terminal.h"
+#include "base/text/text.h"
+
+namespace quor {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr std::chrono::milliseconds kLiveInterval{200};
+constexpr std::chrono::seconds kLineInterval{5};
+
+// Whether two messages differ in their numbers only: then the second is progress, not news.
+bool sameButForNumbers(const std::string& a, const std::string& b) {
+  const auto words = [](const std::string& text) {
+    std::string kept;
+    for (const char c : text) {
+      if (c < '0' || c > '9') kept += c;
+    }
+    return kept;
+  };
+  return words(a) == words(b);
+}
+
+std::string trainingLine(const gs::TrainStatus& status) {
+  std::string line = formatText("  train: step %d/%d, %zu splats, %.1f ms/step", status.step, status.iterations,
+                                static_cast<size_t>(status.splats), status.msPerStep);
+  if (!std::isnan(status.loss)) line += formatText(", loss %.4f", static_cast<double>(status.loss));
+  return line;
+}
+
+std::string share(float fraction) {
+  return fraction >= 0 ? formatText(", %.0f %%", static_cast<double>(fraction) * 100) : std::string();
+}
+
+std::string timeLeft(double seconds) {
+  if (!(seconds >= 0 && seconds < 360000)) return {};
+  const int whole = static_cast<int>(std::lround(seconds));
+  return formatText(", %d:%02d left", whole / 60, whole % 60);
+}
+
+}  // namespace
+
+void Follower::update() {
+  console_.printLog();
+  const Stage stage = pipeline_.currentStage();
+  showResults(stage);
+  const StageStatus status = pipeline_.status(stage);
+  if (status.state == StageState::Running && stage == Stage::Train && status.message.starts_with("Step ")) {
+    showTraining();
+  } else {
+    showMessage(stage, status);
+  }
+}
+
+void Follower::finish() {
+  for (size_t i = 0; i < kStageCount; ++i) showResult(static_cast<Stage>(i));
+}
+
+// Stages may have ended between two looks.
+void Follower::showResults(Stage until) {
+  for (size_t i = 0; i < static_cast<size_t>(until); ++i) showResult(static_cast<Stage>(i));
+}
+
+void Follower::showResult(Stage stage) {
+  const StageStatus status = pipeline_.status(stage);
+  if (status.state == StageState::Done) showMessage(stage, status);
+}
+
+void Follower::showTraining() {
+  const gs::TrainStatus status = trainer_.status();
+  if (status.state != gs::TrainState::Training || !due(nextTrainingLine_)) return;
+  const std::string line = trainingLine(status);
+  if (console_.isTerminal()) {
+    console_.live(line + timeLeft(status.secondsLeft));
+  } else {
+    console_.message(line);
+  }
+}
+
+void Follower::showMessage(Stage stage, const StageStatus& status) {
+  // A failure is printed by the run itself, as its error.
+  if (status.state == StageState::NotRun || status.state == StageState::Failed || status.message.empty()) return;
+  const std::string progressText = share(status.fraction) + timeLeft(status.secondsLeft);
+  std::string line = stage == Stage::Train ? "  train: " + status.message : status.message;
+  if (status.message == "Starting") line = stageName(stage);  // says more on a line of its own
+  std::string& last = last_[static_cast<size_t>(stage)];
+  const bool running = status.state == StageState::Running;
+  if (running && console_.isTerminal()) {
+    if (due(nextMessage_)) {
+      console_.live((stage == Stage::Train ? line : std::string(stageName(stage)) + ": " + line) + progressText);
+    }
+    return;
+  }
+  const bool progress = running && sameButForNumbers(status.message, last);
+  if (progress ? progressText.empty() || !due(nextMessage_) : status.message == last) return;
+  last = status.message;
+  console_.message(progress ? line + progressText : line, progress ? std::string() : status.message);
+}
+
+bool Follower::due(Clock::time_point& next) const {
+  const Clock::time_point now = Clock::now();
+  if (now < next) return false;
+  next = now + (console_.isTerminal() ? Clock::duration(kLiveInterval) : Clock::duration(kLineInterval));
+  return true;
+}
+
+void Interrupts::update() {
+  const int count = interruptCount();
+  if (count == handled_) return;
+  if (handled_ == 0 && count == 1) {
+    if (pipeline_.currentStage() == Stage::Train) announceStop();
+    stop_();
+  } else {
+    cancel_();
+  }
+  handled_ = count;
+}
+
+void Interrupts::announceStop() {
+  const gs::TrainState state = trainer_.status().state;
+  if (state == gs::TrainState::Training) {
+    console_.message("Stopping; interrupt again to end without writing the scene.");
+  } else if (state == gs::TrainState::Exporting || state == gs::TrainState::Evaluating) {
+    console_.message("Training is over, finishing; interrupt again to end at once.");
+  }
+}
+
+}  // namespace quor

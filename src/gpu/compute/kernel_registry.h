@@ -1,0 +1,77 @@
+// Pipelines of the embedded kernels, built when first needed and kept. Any thread may ask.
+#pragma once
+
+#include <volk.h>
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <initializer_list>
+#include <mutex>
+#include <span>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "gpu/compute/embedded_kernels.h"
+
+namespace quor::gs {
+
+class VulkanContext;
+
+struct Kernel {
+  VkPipeline pipeline = VK_NULL_HANDLE;
+  VkPipelineLayout layout = VK_NULL_HANDLE;
+  VkDescriptorSetLayout setLayout = VK_NULL_HANDLE;
+  uint32_t bindings = 0;
+  std::array<uint32_t, 3> localSize = {1, 1, 1};
+};
+
+// What a module's SPIR-V says of its interface.
+struct KernelInterface {
+  uint32_t bindings = 0;
+  std::array<uint32_t, 3> localSize = {1, 1, 1};
+};
+KernelInterface inspectModule(std::span<const uint32_t> words);  // throws "not a SPIR-V module"
+
+class KernelRegistry {
+ public:
+  // Knows the kernels of gpu/kernels and those of `tables`.
+  explicit KernelRegistry(VulkanContext& context, std::initializer_list<std::span<const EmbeddedKernel>> tables = {});
+  ~KernelRegistry();
+  KernelRegistry(const KernelRegistry&) = delete;
+  KernelRegistry& operator=(const KernelRegistry&) = delete;
+
+  // The kernel of that exact name; throws std::runtime_error when there is none or the driver refuses it.
+  const Kernel& get(std::string_view name);
+
+  // Builds those of the named kernels that are missing, on several threads; returns when all are built.
+  void prepare(std::span<const std::string> names);
+
+  // The variant of the backward rasterizer that this device runs.
+  std::string backwardKernelName() const;
+
+ private:
+  // One embedded module. Its own lock lets different kernels be built side by side and each only once.
+  struct Slot {
+    EmbeddedKernel module;
+    std::mutex building;
+    std::atomic<bool> built = false;
+    Kernel kernel;
+  };
+
+  size_t indexOf(std::string_view name) const;
+  const Kernel& getAt(size_t index);
+  Kernel build(const EmbeddedKernel& module) const;
+  void createLayouts(Kernel& kernel) const;
+  void createPipeline(Kernel& kernel, const EmbeddedKernel& module) const;
+  void destroy(const Kernel& kernel) const noexcept;
+
+  VulkanContext& context_;
+  VkPipelineCache cache_ = VK_NULL_HANDLE;
+  std::unordered_map<std::string_view, size_t> index_;  // never changes after construction
+  std::vector<Slot> slots_;
+};
+
+}  // namespace quor::gs

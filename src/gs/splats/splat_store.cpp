@@ -1,0 +1,156 @@
+#include "gs/splats/splat_store.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "gpu/device/vulkan_context.h"
+
+namespace quor::gs {
+namespace {
+
+constexpr std::array<const char*, kGroupCount> kGroupNames = {"positions", "scales", "rotations",
+                                                              "opacities", "sh_dc",  "sh_rest"};
+
+struct GatherPush {
+  uint32_t count;  // values: rows * width
+  uint32_t width;
+  uint32_t zeroFresh;
+};
+static_assert(sizeof(GatherPush) == 12);
+
+uint64_t bytesOf(Group g, uint64_t rows) {
+  return rows * kGroupWidths[g] * sizeof(float);
+}
+
+}  // namespace
+
+GpuBuffer SplatStore::make(Group g, const char* what, uint32_t capacity) const {
+  constexpr uint64_t kQuad = 4 * sizeof(float);  // kernels may take four values at a time
+  const uint64_t bytes = (bytesOf(g, capacity) + kQuad - 1) / kQuad * kQuad;
+  return GpuBuffer(*context_, bytes, BufferKind::Device, std::string(kGroupNames[g]) + what);
+}
+
+void SplatStore::makeRoom(uint32_t capacity) {
+  if (capacity <= capacity_) return;
+  capacity_ = 0;
+  for (size_t i = 0; i < kGroupCount; ++i) {
+    const Group g = static_cast<Group>(i);
+    values_[g] = {};
+    values_[g] = make(g, "", capacity);
+    if (use_ == Use::RenderOnly) continue;
+    gradients_[g] = make(g, " gradient", capacity);
+    firstMoments_[g] = make(g, " m", capacity);
+    secondMoments_[g] = make(g, " v", capacity);
+  }
+  capacity_ = capacity;
+}
+
+void SplatStore::reserve(uint32_t capacity) {
+  if (capacity <= capacity_) return;
+  count_ = 0;
+  makeRoom(capacity);
+}
+
+void SplatStore::copyValues(ComputeStream& stream, const SplatStore& source, uint32_t at) {
+  for (size_t i = 0; i < kGroupCount; ++i) {
+    const Group g = static_cast<Group>(i);
+    stream.copy(source.values_[g], values_[g], bytesOf(g, source.count_), 0, bytesOf(g, at));
+  }
+  count_ = at + source.count_;
+}
+
+void SplatStore::upload(Transfer& transfer, const GaussianSet& set, uint32_t capacity) {
+  if (set.count > UINT32_MAX / kGroupWidths[kShRest]) throw std::runtime_error("The scene holds too many splats.");
+  count_ = static_cast<uint32_t>(set.count);
+  makeRoom(std::max({capacity, count_, 1u}));
+  for (size_t i = 0; i < kGroupCount; ++i) {
+    const Group g = static_cast<Group>(i);
+    uploadGroup(transfer, g, set.group(g));
+    if (use_ == Use::Training) clearMoments(transfer, g);
+  }
+}
+
+std::vector<float> SplatStore::downloadGroup(Transfer& transfer, Group group) const {
+  std::vector<float> values(count_ * kGroupWidths[group]);
+  transfer.download(values_[group], values.data(), 0, bytesOf(group, count_));
+  return values;
+}
+
+void SplatStore::uploadGroup(Transfer& transfer, Group group, std::span<const float> values) {
+  transfer.upload(values_[group], values.data(), 0, bytesOf(group, count_));
+}
+
+GaussianSet SplatStore::download(Transfer& transfer) const {
+  GaussianSet set;
+  set.count = count_;
+  for (size_t i = 0; i < kGroupCount; ++i) {
+    const Group g = static_cast<Group>(i);
+    set.group(g) = downloadGroup(transfer, g);
+  }
+  return set;
+}
+
+void SplatStore::uploadMoments(Transfer& transfer, const GroupArrays& first, const GroupArrays& second) {
+  for (size_t i = 0; i < kGroupCount; ++i) {
+    const Group g = static_cast<Group>(i);
+    transfer.upload(firstMoments_[g], first[g].data(), 0, bytesOf(g, count_));
+    transfer.upload(secondMoments_[g], second[g].data(), 0, bytesOf(g, count_));
+  }
+}
+
+void SplatStore::clearMoments(Transfer& transfer, Group group) {
+  transfer.fill(firstMoments_[group], 0, 0, bytesOf(group, count_));
+  transfer.fill(secondMoments_[group], 0, 0, bytesOf(group, count_));
+}
+
+void SplatStore::downloadMoments(Transfer& transfer, GroupArrays& first, GroupArrays& second) const {
+  for (size_t i = 0; i < kGroupCount; ++i) {
+    const Group g = static_cast<Group>(i);
+    first[g].resize(count_ * kGroupWidths[g]);
+    second[g].resize(count_ * kGroupWidths[g]);
+    transfer.download(firstMoments_[g], first[g].data(), 0, bytesOf(g, count_));
+    transfer.download(secondMoments_[g], second[g].data(), 0, bytesOf(g, count_));
+  }
+}
+
+void SplatStore::rearrange(ComputeStream& stream, Transfer& transfer, std::span<const uint32_t> sources,
+                           uint32_t capacity) {
+  const uint32_t rows = static_cast<uint32_t>(sources.size());
+  const bool grow = rows > capacity_;
+  const uint32_t room = grow ? std::max(capacity, rows) : capacity_;
+  if (rows_.size() < rows * sizeof(uint32_t)) {
+    rows_ = GpuBuffer(*context_, room * sizeof(uint32_t), BufferKind::Device, "row sources");
+  }
+  transfer.upload(rows_, sources.data(), 0, rows * sizeof(uint32_t));
+
+  // Gradients hold nothing worth keeping, so each group's gradient buffer is the target of a gather and then changes
+  // places with its source: no array is ever held twice.
+  for (size_t i = 0; i < kGroupCount; ++i) {
+    const Group g = static_cast<Group>(i);
+    const uint32_t width = static_cast<uint32_t>(kGroupWidths[g]);
+    if (grow) {
+      gradients_[g] = GpuBuffer();
+      gradients_[g] = make(g, " gradient", room);
+    }
+    for (GpuBuffer* array : {&values_[g], &firstMoments_[g], &secondMoments_[g]}) {
+      const GatherPush push = {rows * width, width, array == &values_[g] ? 0u : 1u};
+      stream.dispatch1D("gather_rows", {&rows_, array, &gradients_[g]}, push, push.count);
+      stream.submit();
+      std::swap(*array, gradients_[g]);
+      if (grow && array != &secondMoments_[g]) {
+        gradients_[g] = GpuBuffer();
+        gradients_[g] = make(g, " gradient", room);
+      }
+    }
+    if (grow) {
+      gradients_[g] = GpuBuffer();
+      gradients_[g] = make(g, " gradient", room);
+    }
+  }
+  count_ = rows;
+  capacity_ = room;
+}
+
+}  // namespace quor::gs

@@ -1,0 +1,39 @@
+#version 450
+// Flags every splat that has a parameter which is no finite number, so that a pass over the splats can put it right.
+//
+// binding | name     | element | shape  | access
+//       0 | position | float   | N x 3  | read
+//       1 | scale    | float   | N x 3  | read, log
+//       2 | rotation | float   | N x 4  | read
+//       3 | opacity  | float   | N      | read, logit
+//       4 | shDc     | float   | N x 3  | read
+//       5 | shRest   | float   | N x 45 | read
+//       6 | flag     | uint    | N      | write, 1 = diverged
+// Push: count. One invocation a splat, no races.
+#extension GL_GOOGLE_include_directive : require
+#include "gpu/kernels/include/item_index.glsl"
+
+layout(local_size_x = 256) in;
+layout(binding = 0) readonly buffer Position { uint position[]; };
+layout(binding = 1) readonly buffer Scale { uint scale[]; };
+layout(binding = 2) readonly buffer Rotation { uint rotation[]; };
+layout(binding = 3) readonly buffer Opacity { uint opacity[]; };
+layout(binding = 4) readonly buffer ShDc { uint shDc[]; };
+layout(binding = 5) readonly buffer ShRest { uint shRest[]; };
+layout(binding = 6) writeonly buffer Flag { uint flag[]; };
+layout(push_constant) uniform Push { uint count; };
+
+// On the bits: a compiler may assume that arithmetic meets no NaN.
+bool bad(uint bits) { return (bits & 0x7F800000u) == 0x7F800000u; }
+
+void main() {
+  const uint i = itemIndex();
+  if (i >= count) return;
+  bool diverged = bad(opacity[i]);
+  for (uint k = 0u; k < 3u; ++k) {
+    diverged = diverged || bad(position[3u * i + k]) || bad(scale[3u * i + k]) || bad(shDc[3u * i + k]);
+  }
+  for (uint k = 0u; k < 4u; ++k) diverged = diverged || bad(rotation[4u * i + k]);
+  for (uint k = 0u; k < 45u; ++k) diverged = diverged || bad(shRest[45u * i + k]);
+  flag[i] = diverged ? 1u : 0u;
+}

@@ -1,0 +1,117 @@
+// What the trainer is asked to do, and what it says while and after doing it.
+#pragma once
+
+#include <array>
+#include <cmath>
+#include <cstdint>
+#include <filesystem>
+#include <limits>
+#include <optional>
+#include <string>
+
+#include "settings/technique.h"
+
+namespace quor::gs {
+
+struct TrainJob {
+  std::filesystem::path dataset;  // folder that holds images/ and the COLMAP model
+  std::filesystem::path output;   // folder for scene.ply, scene.splat, checkpoint.quor, training.log and eval/
+
+  int32_t resolution = 1600;  // longest edge of the training images in pixels, 0 = their own size
+  Technique technique = Technique::Mcmc;
+  int32_t iterations = 7000;        // below 1 is taken as 1
+  int32_t shDegree = 3;             // clamped to 0..3
+  int32_t shDegreeInterval = 1000;  // steps between raising the active degree by one
+  int32_t downscaleLevels = 2;      // coarse to fine: the images start 2^levels times smaller
+  int32_t stepsPerLevel = 0;        // 0 = iterations / 3 (Vanilla: at most 3000), at least 1
+  float ssimWeight = 0.2f;          // L1 gets 1 - weight
+  int32_t refineEvery = 100;        // steps between densification or relocation passes
+  uint64_t seed = 0;
+  uint64_t splatBudget = 0;  // upper bound on the splats, 0 = automatic
+  std::array<float, 3> background = {0, 0, 0};
+
+  uint64_t mcmcTarget = 150000;  // the count that MCMC grows towards, never above a non-zero splatBudget
+  float mcmcGrowUntil = 0.7f;    // fractions of `iterations` at which growth and relocation end
+  float mcmcRelocateUntil = 0.85f;
+  float mcmcNoiseScale = 40000.0f;
+  float mcmcOpacityRegulariser = 0.01f;
+  float mcmcScaleRegulariser = 0.01f;     // of scales in units of the scene extent
+  float mcmcPositionRateStart = 0.0002f;  // times the scene extent
+  float mcmcPositionRateEnd = 0.000002f;
+  float mcmcOpacityRateEnd = 0.01f;  // at the last step; MCMC too starts with opacityRate
+
+  int32_t densifyFrom = 500;
+  int32_t densifyUntil = 0;  // 0 = min(max(iterations / 2, 1), 15000)
+  int32_t opacityResetEvery = 3000;
+  float densifyGradient = 0.0002f;
+  float denseFraction = 0.01f;  // of the scene extent, between clone and split
+  float pruneOpacity = 0.005f;
+  float positionRateStart = 0.00016f;  // times the scene extent
+  float positionRateEnd = 0.0000016f;
+
+  float opacityRate = 0.05f;
+  float scaleRate = 0.005f;
+  float rotationRate = 0.001f;
+  float shDcRate = 0.0025f;
+  float shRestDivisor = 20.0f;
+
+  bool evalMode = true;
+  int32_t testEvery = 8;
+  bool exportPly = true;
+  bool exportSplat = false;
+  bool resume = false;    // continue from output/checkpoint.quor
+  bool liveView = false;  // somebody may look on: leave room for a copy of the splats
+  // Of training between two checkpoints that are written on the way; 0 = only one at the end.
+  double checkpointSeconds = 300;
+};
+
+// "Vanilla" or "MCMC".
+const char* techniqueWord(Technique technique);
+
+enum class TrainState : int32_t {
+  Idle = 0,
+  Loading = 1,
+  Training = 2,
+  Paused = 3,
+  Evaluating = 4,
+  Exporting = 5,
+  Done = 6,
+  Failed = 7,
+  Stopped = 8,  // stopped early and exported, or cancelled (then without a result)
+};
+
+// "Idle", "Loading", ... as the run log writes them.
+const char* trainStateName(TrainState state);
+
+// A snapshot of the running or last job.
+struct TrainStatus {
+  TrainState state = TrainState::Idle;
+  int32_t step = 0;
+  int32_t iterations = 0;
+  uint64_t splats = 0;
+  float loss = std::numeric_limits<float>::quiet_NaN();  // moving average, NaN while unknown
+  double msPerStep = 0;
+  double secondsLeft = std::numeric_limits<double>::quiet_NaN();  // of training, NaN while unknown
+  std::string text;                                               // what is going on now, or why it failed
+};
+
+struct EvalResult {
+  float psnr = 0;  // dB, mean over views of each view's PSNR
+  float ssim = 0;
+  float l1 = 0;
+  uint32_t views = 0;
+};
+
+// What a run left behind; files only when they were written.
+struct TrainResult {
+  uint64_t splats = 0;
+  int32_t steps = 0;     // the step reached
+  double seconds = 0;    // of training
+  bool stopped = false;  // stopped early
+  std::optional<std::filesystem::path> ply;
+  std::optional<std::filesystem::path> splat;
+  std::optional<std::filesystem::path> checkpoint;
+  EvalResult evaluation;  // views = 0 when nothing was held out
+};
+
+}  // namespace quor::gs

@@ -1,0 +1,30 @@
+// Still pictures through FFmpeg's decoders and libheif, by what the file holds and whatever its name says.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+#include "ingest/photo/photo.h"
+#include "ingest/video/ffmpeg_support.h"
+
+namespace quor {
+
+enum class PictureFormat { Unknown, Jpeg, Png, Bmp, Tiff, Webp, Heif, Tga };
+
+// TGA files have no mark: what might be one is called one.
+PictureFormat pictureFormat(std::span<const uint8_t> file);
+
+struct Picture {
+  FramePtr frame;  // in the decoder's pixel format
+  PhotoInfo info;  // its orientation is still to be applied to the frame
+};
+
+// Throws std::runtime_error with the bare reason: an unknown format, a damaged, cut-off or too large picture. Any
+// thread.
+Picture decodePicture(std::span<const uint8_t> file);
+
+// The picture of a HEIF file as RGB24 or RGBA, with the file's own rotation and mirroring applied, so that
+// info.orientation is 1.
+Picture decodeHeif(std::span<const uint8_t> file);
+
+}  // namespace quor

@@ -1,0 +1,42 @@
+#include "ingest/sphere/sphere_views.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+#include "base/text/text.h"
+
+namespace quor {
+
+std::vector<SphereView> sphereViews(const IngestSettings& settings) {
+  const int count = std::max(settings.viewsPerFrame, 3);
+  std::vector<SphereView> views;
+  for (int i = 0; i < count; ++i) {
+    double yaw = i * 360.0 / count;
+    if (yaw > 180) yaw -= 360;
+    views.push_back({yaw, settings.pitchOffset, formatText("v%02d", i)});
+  }
+  if (settings.includePoles) {
+    views.push_back({0, 90, "vup"});
+    views.push_back({0, -90, "vdn"});
+  }
+  return views;
+}
+
+int sphereViewSize(const IngestSettings& settings) {
+  return std::max(settings.viewResolution - settings.viewResolution % 2, 256);
+}
+
+std::array<double, 4> sphereViewCamera(const IngestSettings& settings) {
+  const double half = sphereViewSize(settings) / 2.0;
+  const double focal = half / std::tan(settings.fieldOfView * std::numbers::pi / 360);
+  return {focal, focal, half, half};
+}
+
+std::vector<double> fisheyeCamera(const IngestSettings& settings, int lensSize) {
+  const double half = lensSize / 2.0;
+  const double focal = half / (std::max(settings.fisheyeFieldOfView, 10.0) * 0.5 * std::numbers::pi / 180);
+  return {focal, focal, half, half, 0, 0, 0, 0};
+}
+
+}  // namespace quor

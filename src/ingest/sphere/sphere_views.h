@@ -1,0 +1,28 @@
+// The flat views that are cut from an equirectangular sphere, and the camera seeds of 360-degree and fisheye footage.
+#pragma once
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include "settings/settings.h"
+
+namespace quor {
+
+struct SphereView {
+  double yaw = 0;    // degrees, (-180, 180], to the right of the sphere's middle
+  double pitch = 0;  // degrees, up
+  std::string name;  // "v00", "v01", ..., "vup", "vdn"
+};
+
+std::vector<SphereView> sphereViews(const IngestSettings& settings);
+// Pixels of a view's edge: even, at least 256.
+int sphereViewSize(const IngestSettings& settings);
+// fx, fy, cx, cy of a view in pixels: f = (size / 2) / tan(fieldOfView / 2).
+std::array<double, 4> sphereViewCamera(const IngestSettings& settings);
+
+// OPENCV_FISHEYE parameters (fx, fy, cx, cy, k1..k4) of an equidistant lens, r = f * theta, whose angle is reached at
+// half the side of its square image.
+std::vector<double> fisheyeCamera(const IngestSettings& settings, int lensSize);
+
+}  // namespace quor

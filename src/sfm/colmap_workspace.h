@@ -1,0 +1,29 @@
+// The files of a solve in a project's colmap folder.
+#pragma once
+
+#include <filesystem>
+
+#include "project/project.h"
+
+namespace quor {
+
+struct ColmapWorkspace {
+  explicit ColmapWorkspace(const Project& project);
+
+  std::filesystem::path frames;       // images of all groups, in sub-folders or not
+  std::filesystem::path folder;       // colmap/
+  std::filesystem::path database;     // features and matches
+  std::filesystem::path sparse;       // the mapper's models, numbered
+  std::filesystem::path lists;        // image lists, one a camera group
+  std::filesystem::path log;          // all that COLMAP has printed
+  std::filesystem::path undistorted;  // the finished dataset
+  std::filesystem::path unfinished;   // the dataset while it is being written
+
+  // Removes what an earlier solve has left, the finished dataset first and at once, and makes the folders. Throws
+  // std::runtime_error.
+  void clear() const;
+  // Makes the dataset that was written to `unfinished` the finished one.
+  void finish() const;
+};
+
+}  // namespace quor

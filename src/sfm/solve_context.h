@@ -1,0 +1,68 @@
+// What the steps of one solve share, and the steps themselves in their order.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "gpu/device/vulkan_context.h"
+#include "project/project.h"
+#include "sfm/colmap_program.h"
+#include "sfm/colmap_workspace.h"
+#include "sfm/solve_progress.h"
+
+namespace quor {
+
+struct SolveContext {
+  const Project& project;
+  const ColmapWorkspace& files;
+  ColmapProgram& colmap;
+  ColmapOutput& output;
+  LogStore& log;
+  SolveProgress& progress;
+  size_t images = 0;                 // in all groups
+  gs::VulkanContext* gpu = nullptr;  // to match features on, when there is one
+  std::function<bool()> cancelled;
+
+  // Runs a step and passes its progress on.
+  void run(const ColmapStep& step, const ColmapProgram::LineParser& parse) const {
+    colmap.step(step, output, parse, [this](float fraction) { progress.advance(fraction); });
+  }
+};
+
+// Features of every group into a new database, each group with a camera of its own.
+void extractFeatures(const SolveContext& solve, const std::vector<ImageGroup>& groups);
+
+// Matches between the images' features, verified, into the database.
+void matchFeatures(const SolveContext& solve);
+
+// The stretch of the whole solve's progress that matching takes.
+struct MatchingShare {
+  float begins, ends;
+  float middle() const { return (begins + ends) / 2; }
+};
+// The same on the solve's GPU and then verified by COLMAP. false when COLMAP has to match, with nothing left in the
+// database of an attempt; why is in the log. Throws only when the solve is cancelled or the database cannot be emptied.
+bool matchFeaturesOnGpu(const SolveContext& solve, Matcher matcher, MatchingShare share);
+
+struct SparseModel {
+  std::filesystem::path folder;
+  size_t registered = 0;
+};
+// Every model that the mapper makes of the matches, largest first; at least one, none without images. Throws when there
+// is none. With fixed intrinsics the cameras stay as they are.
+std::vector<SparseModel> mapImages(const SolveContext& solve, bool fixedIntrinsics);
+
+// Writes the frames of a model as a pinhole camera would have taken them, with their model, to the unfinished dataset
+// and checks that they are all there.
+void undistortImages(const SolveContext& solve, const std::filesystem::path& folder);
+
+// Appends an option and its value when the command accepts one of its spellings, given newest first.
+void addOption(ColmapStep& step, ColmapProgram& colmap, const std::vector<std::string>& spellings,
+               const std::string& value);
+// Appends an option that the command can do without, only when its help lists it.
+void addTuning(ColmapStep& step, ColmapProgram& colmap, const std::string& option, const std::string& value);
+// As addOption, for the option that asks for the GPU.
+void addGpuOption(ColmapStep& step, ColmapProgram& colmap, const std::vector<std::string>& spellings, bool useGpu);
+
+}  // namespace quor

@@ -1,0 +1,11 @@
+#pragma once
+
+#include "ui/models/files/file_browser.h"
+#include "ui/panel_context.h"
+
+namespace quor::ui {
+
+// A window of its own, before which the others wait.
+void drawFileBrowserPanel(FileBrowser& browser, const PanelContext& context);
+
+}  // namespace quor::ui

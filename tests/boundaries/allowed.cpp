@@ -1,0 +1,2 @@
+// What mcp may include.
+#include "project/project.h"
