@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::chrono::milliseconds kPoll{50};
 
-struct Outcome {
+struct Ended {
   bool success = false;
   std::string result;
 };
@@ -36,7 +36,7 @@ int printResult(const Project& project, const std::optional<gs::TrainResult>& re
 int drive(Pipeline& pipeline, const gs::TrainingService& trainer, Console& console, const Project& project, Stage from,
           bool json) {
   // Shared with the worker, which may outlive this function when something in here throws.
-  const auto outcome = std::make_shared<Outcome>();
+  const auto outcome = std::make_shared<Ended>();
   pipeline.open(project);
   const bool started = pipeline.start(from, Stage::Train, [outcome](bool success, const std::string& result) {
     *outcome = {success, result};
@@ -60,7 +60,7 @@ int drive(Pipeline& pipeline, const gs::TrainingService& trainer, Console& conso
 
   if (outcome->success) return printResult(project, pipeline.trainResult(), console, json);
   console.error(outcome->result);
-  return outcome->result == kCancelled ? kExitCancelled : kExitFailure;
+  return outcome->result == Cancelled().what() ? kExitCancelled : kExitFailure;
 }
 
 }  // namespace quor

@@ -6,7 +6,7 @@
 #include <set>
 #include <system_error>
 
-#include "base/cancelled.h"
+#include "base/failures.h"
 #include "base/files/paths.h"
 #include "base/text/text.h"
 #include "ingest/sharpness.h"
@@ -71,7 +71,7 @@ void FrameExtractor::rejectBlurryFrames(ExtractionResult& result, const IngestSe
   size_t before = 0;
   for (const auto& [label, frames] : streams) {
     const SharpnessResult scored = rejectBlurry(frames, settings.blurThreshold, kMaxRejected, [&](size_t count) {
-      if (cancelled_()) throw IngestError(kCancelled);
+      if (cancelled_()) throw Cancelled();
       const float fraction = static_cast<float>(before + count) / static_cast<float>(result.frames.size());
       progress("Scoring frame sharpness", kFractionOfDecoding + (1 - kFractionOfDecoding) * fraction);
     });
@@ -79,7 +79,7 @@ void FrameExtractor::rejectBlurryFrames(ExtractionResult& result, const IngestSe
     medians.push_back(scored.median);
     for (const std::filesystem::path& frame : scored.rejected) rejected.insert(toUtf8(frame.filename()));
   }
-  if (cancelled_()) throw IngestError(kCancelled);
+  if (cancelled_()) throw Cancelled();
   result.rejected = rejected.size();
   if (rejected.empty()) {
     log_.info("No frames fell below the blur threshold");

@@ -4,8 +4,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include "base/failures.h"
 #include "base/files/paths.h"
-#include "base/text/failure_text.h"
 #include "base/text/text.h"
 #include "pipeline/result_document.h"
 
@@ -79,7 +79,7 @@ void Job::runProject(const std::function<void()>& tick) {
   const auto outcome = std::make_shared<Outcome>();
   {
     const std::lock_guard lock(mutex_);
-    if (stopped_) throw std::runtime_error(kCancelled);
+    if (stopped_) throw Cancelled();
     pipeline_->open(work_.project);
     const bool started = pipeline_->start(work_.from, Stage::Train, [outcome](bool success, const std::string& result) {
       *outcome = {success, result};

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "base/text/failure_text.h"
+#include "base/failures.h"
 
 namespace quor::mcp {
 

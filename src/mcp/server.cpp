@@ -3,8 +3,8 @@
 #include <cstdio>
 #include <random>
 
+#include "base/failures.h"
 #include "base/process/terminal.h"
-#include "base/text/failure_text.h"
 #include "base/text/text.h"
 #include "base/version.h"
 #include "mcp/tool_list.h"

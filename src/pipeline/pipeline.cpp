@@ -151,7 +151,7 @@ bool Pipeline::runStage(Stage stage, std::string& result) {
       // A wrapped dataset has its frames and cameras already.
       const bool skip = !project_->externalDataset.empty() && stage != Stage::Train;
       if (!skip) {
-        if (cancel_) throw std::runtime_error(kCancelled);
+        if (cancel_) throw Cancelled();
         project = project_;
         stages_[indexOf(stage)] = {StageState::Running, "Starting"};
         stageStart_ = std::chrono::steady_clock::now();
@@ -164,8 +164,8 @@ bool Pipeline::runStage(Stage stage, std::string& result) {
       report(stage, StageState::Done, message, 1);
     }
   } catch (const std::exception& error) {
-    const bool cancelled = cancel_ || error.what() == std::string(kCancelled);
-    result = cancelled ? kCancelled : error.what();
+    const bool cancelled = cancel_ || error.what() == std::string(Cancelled().what());
+    result = cancelled ? Cancelled().what() : error.what();
     report(stage, StageState::Failed, result, -1);
     if (cancelled) {
       log_.warning(std::string(stageName(stage)) + " cancelled");
@@ -177,7 +177,7 @@ bool Pipeline::runStage(Stage stage, std::string& result) {
   inStage_ = false;
   if (stages_[indexOf(stage)].state == StageState::Failed) return false;
   if (cancel_) {
-    result = kCancelled;
+    result = Cancelled().what();
     return false;
   }
   return true;

@@ -15,7 +15,7 @@
 #include <thread>
 #include <vector>
 
-#include "base/cancelled.h"
+#include "base/failures.h"
 #include "base/log/log_store.h"
 #include "base/process/tool_finder.h"
 #include "gs/train/training_service.h"

@@ -1,4 +1,4 @@
-// The training stage. Like every stage body it returns its result message or throws a whole sentence, kCancelled when
+// The training stage. Like every stage body it returns its result message or throws a whole sentence, Cancelled when
 // it saw the cancel flag.
 #include <algorithm>
 #include <chrono>
@@ -76,7 +76,7 @@ std::string Pipeline::runTrain(const Project& project) {
   const std::optional<gs::TrainResult> result = trainer_.wait();
   if (!result) {
     const gs::TrainStatus status = trainer_.status();
-    throw std::runtime_error(status.state == gs::TrainState::Failed ? status.text : kCancelled);
+    throwAs(status.outcome, status.text);
   }
   const std::lock_guard lock(mutex_);
   trainResult_ = result;

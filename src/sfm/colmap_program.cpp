@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "base/cancelled.h"
+#include "base/failures.h"
 #include "base/files/paths.h"
 #include "base/process/child_process.h"
 
@@ -65,7 +65,7 @@ int ColmapProgram::run(const std::vector<std::string>& arguments, const std::fun
   } catch (const ChildStartError& e) {
     throw std::runtime_error(std::string("Could not run COLMAP (") + e.what() + ")");
   }
-  if (result.cancelled) throw std::runtime_error(kCancelled);
+  if (result.cancelled) throw Cancelled();
   return result.exitCode;
 }
 

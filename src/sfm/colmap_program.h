@@ -42,7 +42,7 @@ class ColmapProgram {
   bool accepts(const std::string& command, const std::string& option);
 
   // Runs one command to its end. A GPU step that COLMAP cannot run on the GPU is run again on the CPU. Throws
-  // std::runtime_error: kCancelled, "Could not run COLMAP (reason)" or "COMMAND failed (COLMAP exit code N)".
+  // std::runtime_error: Cancelled, "Could not run COLMAP (reason)" or "COMMAND failed (COLMAP exit code N)".
   void step(const ColmapStep& step, ColmapOutput& output, const LineParser& parse, const StepProgress& progress);
   // The same, but returns the exit code instead of throwing for it.
   int tryStep(const ColmapStep& step, ColmapOutput& output, const LineParser& parse, const StepProgress& progress);

@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "base/cancelled.h"
+#include "base/failures.h"
 #include "base/files/staging_folder.h"
 #include "base/text/time_text.h"
 #include "colmap/model.h"
@@ -70,7 +70,7 @@ ColmapRunner::Result ColmapRunner::run(const Project& project, const SolveReport
   const std::vector<SparseModel> models = mapImages(solve, hasFixedIntrinsics(groups));
   Result result = describe(models, solve.images);
   undistortImages(solve, models.front().folder);
-  if (cancelled_()) throw std::runtime_error(kCancelled);
+  if (cancelled_()) throw Cancelled();
   files.finish();
   result.dataset = files.undistorted;
   return result;

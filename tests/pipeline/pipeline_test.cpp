@@ -16,7 +16,7 @@ using ::testing::AnyOf;
 using ::testing::ElementsAre;
 using ::testing::StartsWith;
 
-struct Outcome {
+struct Ended {
   bool success = false;
   std::string result;
 };
@@ -103,7 +103,7 @@ class PipelineTest : public ::testing::Test {
   Project project_;
   LogStore log_{100};
   test::FakeTrainer trainer_;
-  Outcome outcome_;  // outlives the worker that writes it
+  Ended outcome_;  // outlives the worker that writes it
   Pipeline pipeline_{trainer_, log_};
 };
 
@@ -199,7 +199,7 @@ TEST_F(PipelineTest, TrainsOnlyWithCamerasAndContinuesOnlyFromACheckpointWithSte
 TEST_F(PipelineTest, CancelledByTheUserOrByTheStageItself) {
   for (const bool byUser : {true, false}) {
     startTraining();
-    byUser ? pipeline_.cancel() : trainer_.end(gs::TrainState::Failed, {}, "Cancelled");
+    byUser ? pipeline_.cancel() : trainer_.end(gs::TrainState::Failed, {}, "Cancelled", Outcome::Cancelled);
     waitUntilIdle();
     EXPECT_FALSE(outcome_.success);
     EXPECT_EQ(outcome_.result, "Cancelled");

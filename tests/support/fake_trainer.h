@@ -31,7 +31,7 @@ class FakeTrainer : public gs::TrainingService {
     result.stopped = true;
     end(gs::TrainState::Stopped, result);
   }
-  void cancel() override { end(gs::TrainState::Stopped, {}, "Cancelled"); }
+  void cancel() override { end(gs::TrainState::Stopped, {}, "Cancelled", Outcome::Cancelled); }
   bool running() const override { return locked(running_); }
   gs::TrainStatus status() const override { return locked(status_); }
   std::optional<gs::TrainResult> wait() override {
@@ -50,11 +50,13 @@ class FakeTrainer : public gs::TrainingService {
     const std::lock_guard lock(mutex_);
     status_ = status;
   }
-  void end(gs::TrainState state, const std::optional<gs::TrainResult>& result, const std::string& text = {}) {
+  void end(gs::TrainState state, const std::optional<gs::TrainResult>& result, const std::string& text = {},
+           Outcome outcome = Outcome::Failed) {
     const std::lock_guard lock(mutex_);
     if (!running_) return;
     status_.state = state;
     status_.text = text;
+    status_.outcome = result ? Outcome::Success : outcome;
     result_ = result;
     running_ = false;
     changed_.notify_all();

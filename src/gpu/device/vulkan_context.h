@@ -106,7 +106,7 @@ std::string describe(const DeviceInfo& info);
 // The devices in the order of the `devices` command; makes and destroys an instance of its own.
 std::vector<DeviceInfo> listDevices();
 
-// Turns a failed result into std::runtime_error "WHAT failed (VkResult N)" and a hint.
+// Turns a failed result into OutOfGpuMemory, DeviceLost or std::runtime_error: "WHAT failed (VkResult N)" and a hint.
 void check(VkResult result, const char* what);
 
 std::vector<std::string> listImplicitLayers();

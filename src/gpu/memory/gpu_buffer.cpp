@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "base/failures.h"
 #include "gpu/device/vulkan_context.h"
 #include "gpu/device/vulkan_struct.h"
 
@@ -84,8 +85,8 @@ void GpuBuffer::create(uint64_t size, BufferKind kind) {
       chooseMemoryType(context_->memoryProperties(), needs.memoryTypeBits, traits.required, traits.preferred);
   if (vkAllocateMemory(device, &allocate, nullptr, &memory_) != VK_SUCCESS) {
     memory_ = VK_NULL_HANDLE;
-    throw std::runtime_error("Out of GPU memory allocating '" + name_ + "' (" + megabytes(size) +
-                             "). Lower the splat budget or the training resolution.");
+    throw OutOfGpuMemory("Out of GPU memory allocating '" + name_ + "' (" + megabytes(size) +
+                         "). Lower the splat budget or the training resolution.");
   }
   check(vkBindBufferMemory(device, buffer_, memory_, 0), "vkBindBufferMemory");
   if (kind != BufferKind::Device) {

@@ -6,7 +6,7 @@
 #include <optional>
 #include <stdexcept>
 
-#include "base/cancelled.h"
+#include "base/failures.h"
 #include "base/files/paths.h"
 #include "base/parallel.h"
 #include "base/text/text.h"
@@ -61,7 +61,7 @@ class PhotographLoader {
   // One entry an image, empty where it could not be read.
   std::vector<std::optional<View>> load() {
     parallelFor(images_.size(), [this](size_t i) { loadOne(i); });
-    if (cancel_) throw std::runtime_error(kCancelled);
+    if (cancel_) throw Cancelled();
     return std::move(views_);
   }
 

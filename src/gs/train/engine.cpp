@@ -9,8 +9,8 @@
 #include <new>
 #include <stdexcept>
 
-#include "base/cancelled.h"
 #include "base/crash/crash_handler.h"
+#include "base/failures.h"
 #include "base/files/paths.h"
 #include "base/text/text.h"
 #include "gs/data/dataset.h"
@@ -138,7 +138,7 @@ TrainStatus Engine::status() const {
 }
 
 void Engine::throwIfCancelled() const {
-  if (cancel_) throw std::runtime_error(kCancelled);
+  if (cancel_) throw Cancelled();
 }
 
 void Engine::startTraining(TrainJob job) {
@@ -197,12 +197,18 @@ void Engine::runTraining(const TrainJob& asked) {
     result_ = result;
     status_.state = result.stopped ? TrainState::Stopped : TrainState::Done;
     status_.text = result.stopped ? "Stopped early (exported)" : "Done";
-  } catch (const std::bad_alloc&) {
-    report(TrainState::Failed,
-           "The computer's memory is not enough. Lower the training resolution or the splat budget.");
   } catch (const std::exception& e) {
-    const bool cancelled = cancel_ || std::string(e.what()) == kCancelled;
-    report(cancelled ? TrainState::Stopped : TrainState::Failed, cancelled ? kCancelled : e.what());
+    const Outcome outcome = cancel_ ? Outcome::Cancelled : outcomeOf(e);
+    std::string text = e.what();
+    if (outcome == Outcome::Cancelled) text = Cancelled().what();
+    if (outcome == Outcome::OutOfMemory) {
+      text = "The computer's memory is not enough. Lower the training resolution or the splat budget.";
+    }
+    update([&](TrainStatus& s) {
+      s.state = outcome == Outcome::Cancelled ? TrainState::Stopped : TrainState::Failed;
+      s.text = text;
+      s.outcome = outcome;
+    });
   }
 }
 
@@ -225,7 +231,7 @@ TrainResult Engine::train(const TrainJob& job, const Dataset& dataset) {
     trainSteps(trainer, job, result);
   } catch (const std::exception& e) {
     if (cancel_) throw;
-    throw std::runtime_error(std::string("Training failed: ") + e.what());
+    throwAs(outcomeOf(e), std::string("Training failed: ") + e.what());
   }
   result.splats = trainer.splats();
   result.steps = trainer.stepsDone();

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <stdexcept>
 
-#include "base/cancelled.h"
+#include "base/failures.h"
 #include "base/text/text.h"
 #include "gpu/device/vulkan_context.h"
 
@@ -31,7 +31,7 @@ EvalResult evaluate(ComputeStream& stream, Transfer& transfer, Renderer& rendere
   double psnr = 0, ssim = 0, l1 = 0;
   GpuBuffer photo;
   for (const View& stored : views) {
-    if (cancel) throw std::runtime_error(kCancelled);
+    if (cancel) throw Cancelled();
     const LoadedView view = stored.load();
     const size_t bytes = view.image.rgb.size();
     if (photo.size() < bytes) {

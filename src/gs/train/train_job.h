@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 
+#include "base/failures.h"
 #include "settings/technique.h"
 
 namespace quor::gs {
@@ -93,6 +94,7 @@ struct TrainStatus {
   double msPerStep = 0;
   double secondsLeft = std::numeric_limits<double>::quiet_NaN();  // of training, NaN while unknown
   std::string text;                                               // what is going on now, or why it failed
+  Outcome outcome = Outcome::Success;                             // of a job that has ended
 };
 
 struct EvalResult {

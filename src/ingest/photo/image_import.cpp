@@ -7,7 +7,7 @@
 #include <system_error>
 #include <thread>
 
-#include "base/cancelled.h"
+#include "base/failures.h"
 #include "base/files/paths.h"
 #include "base/text/text.h"
 #include "ingest/camera_groups.h"
@@ -21,7 +21,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Outcome {
+struct ImportOutcome {
   ImportedPhoto photo;
   std::string unreadable;      // the reason, if it could not be read
   std::exception_ptr failure;  // of the whole import
@@ -49,11 +49,11 @@ class PhotoReader {
   }
 
   // Throws IngestError "Cancelled".
-  Outcome take() {
+  ImportOutcome take() {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [&] { return stopped_ || done_.contains(taken_); });
-    if (stopped_) throw IngestError(kCancelled);
-    Outcome outcome = std::move(done_.extract(taken_++).mapped());
+    if (stopped_) throw Cancelled();
+    ImportOutcome outcome = std::move(done_.extract(taken_++).mapped());
     changed_.notify_all();
     return outcome;
   }
@@ -77,15 +77,15 @@ class PhotoReader {
     std::optional<JpegEncoder> encoder;
     while (const std::optional<size_t> index = begin()) {
       if (cancelled_()) return stop();
-      Outcome outcome = read(paths_[*index], encoder);
+      ImportOutcome outcome = read(paths_[*index], encoder);
       const std::scoped_lock lock(mutex_);
       done_.emplace(*index, std::move(outcome));
       changed_.notify_all();
     }
   }
 
-  Outcome read(const fs::path& path, std::optional<JpegEncoder>& encoder) {
-    Outcome outcome;
+  ImportOutcome read(const fs::path& path, std::optional<JpegEncoder>& encoder) {
+    ImportOutcome outcome;
     try {
       if (!encoder) encoder.emplace(settings_.jpegQuality);
       outcome.photo = importPhoto(path, settings_.maxDimension, *encoder);
@@ -107,7 +107,7 @@ class PhotoReader {
   size_t ahead_ = 0;
   std::mutex mutex_;
   std::condition_variable changed_;
-  std::map<size_t, Outcome> done_;
+  std::map<size_t, ImportOutcome> done_;
   size_t begun_ = 0;
   size_t taken_ = 0;
   bool stopped_ = false;
@@ -135,9 +135,9 @@ ExtractionResult FrameExtractor::importImages(const fs::path& path, const Ingest
   CameraGroups groups;
   PhotoReader reader(images, settings, cancelled_);
   for (size_t i = 0; i < images.size(); ++i) {
-    if (cancelled_()) throw IngestError(kCancelled);
+    if (cancelled_()) throw Cancelled();
     progress("Importing images", static_cast<float>(i) / static_cast<float>(images.size()));
-    const Outcome outcome = reader.take();
+    const ImportOutcome outcome = reader.take();
     if (outcome.failure) std::rethrow_exception(outcome.failure);
     if (!outcome.unreadable.empty()) {
       log_.warning("Skipped unreadable image: " + shownName(images[i], path) + " (" + outcome.unreadable + ")");

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "base/cancelled.h"
+#include "base/failures.h"
 #include "base/files/paths.h"
 #include "base/process/child_process.h"
 #include "base/text/text.h"
@@ -88,7 +88,7 @@ void runFfmpeg(const SamplingPlan& plan, size_t index, const SamplingContext& co
   } catch (const ChildStartError& e) {
     throw IngestError(std::string("Could not run ffmpeg: ") + e.what());
   }
-  if (result.cancelled) throw IngestError(kCancelled);
+  if (result.cancelled) throw Cancelled();
   if (result.exitCode == 0) return;
   const std::string lens = plan.tracks.size() > 1 ? "on lens " + std::to_string(index + 1) + " (exit " : "(exit ";
   throw IngestError("ffmpeg failed " + lens + std::to_string(result.exitCode) + ")" +

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <thread>
 
-#include "base/cancelled.h"
+#include "base/failures.h"
 #include "base/parallel.h"
 
 extern "C" {
@@ -163,12 +163,12 @@ void TrackDecoder::buildGraph(const AVFrame& frame) {
   avfilter_inout_free(&ends);
   check(error, "filter");
   check(avfilter_graph_config(graph_.get(), nullptr), "filter");
-  if (cancelled_()) throw IngestError(kCancelled);
+  if (cancelled_()) throw Cancelled();
 }
 
 void TrackDecoder::check(int error, const char* what) const {
   if (error >= 0) return;
-  if (cancelled_()) throw IngestError(kCancelled);
+  if (cancelled_()) throw Cancelled();
   const std::string detail = lastFfmpegError();
   throw DecodeFailure(std::string(what) + ": " + ffmpegErrorText(error) + (detail.empty() ? "" : ", " + detail));
 }

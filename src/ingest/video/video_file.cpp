@@ -5,7 +5,7 @@
 #include <fstream>
 #include <system_error>
 
-#include "base/cancelled.h"
+#include "base/failures.h"
 #include "base/files/paths.h"
 #include "base/text/text.h"
 
@@ -38,12 +38,12 @@ void checkReadable(const std::filesystem::path& path) {
   }
 }
 
-int askCancelled(void* cancelled) {
+int asCancelled(void* cancelled) {
   return (*static_cast<const std::function<bool()>*>(cancelled))() ? 1 : 0;
 }
 
 [[noreturn]] void throwFailure(const std::function<bool()>& cancelled, int error) {
-  if (cancelled()) throw IngestError(kCancelled);
+  if (cancelled()) throw Cancelled();
   const std::string detail = lastFfmpegError();
   throw DecodeFailure(ffmpegErrorText(error) + (detail.empty() ? "" : ": " + detail));
 }
@@ -52,7 +52,7 @@ InputPtr openInput(const std::filesystem::path& path, const std::function<bool()
   clearFfmpegLog();
   AVFormatContext* context = avformat_alloc_context();
   if (!context) throw std::bad_alloc();
-  context->interrupt_callback = {askCancelled, const_cast<std::function<bool()>*>(&cancelled)};
+  context->interrupt_callback = {asCancelled, const_cast<std::function<bool()>*>(&cancelled)};
   AVDictionary* options = nullptr;
   av_dict_set(&options, "protocol_whitelist", "file", 0);  // a playlist in disguise must not reach the network
   const int error = avformat_open_input(&context, ffmpegUrl(path).c_str(), nullptr, &options);  // frees it on failure

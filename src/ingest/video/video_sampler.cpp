@@ -5,7 +5,7 @@
 #include <memory>
 #include <system_error>
 
-#include "base/cancelled.h"
+#include "base/failures.h"
 #include "base/files/paths.h"
 #include "ingest/frame_writer.h"
 #include "ingest/video/ffmpeg_fallback.h"
@@ -50,7 +50,7 @@ void readPackets(VideoFile& file, std::vector<std::unique_ptr<TrackDecoder>>& de
                  const std::function<bool()>& cancelled, const std::function<TrackDecoder::Sink(size_t)>& sinkOf) {
   const PacketPtr packet = newPacket();
   while (true) {
-    if (cancelled()) throw IngestError(kCancelled);
+    if (cancelled()) throw Cancelled();
     const int error = av_read_frame(&file.context(), packet.get());
     if (error == AVERROR(EAGAIN)) continue;
     if (error < 0) {
@@ -79,7 +79,7 @@ std::vector<int64_t> sampleInProcess(VideoFile& file, const SamplingPlan& plan, 
 
   const auto sinkOf = [&](size_t track) {
     return [&, track](size_t output, int64_t time, FramePtr frame) {
-      if (context.cancelled()) throw IngestError(kCancelled);
+      if (context.cancelled()) throw Cancelled();
       if (!first) first = time;
       const int64_t number = time - *first + 1;
       if (number < 1) return;  // before the other track begins
@@ -94,7 +94,7 @@ std::vector<int64_t> sampleInProcess(VideoFile& file, const SamplingPlan& plan, 
   bool damaged = false;
   readPackets(file, decoders, damaged, context.cancelled, sinkOf);
   writer.finish();
-  if (context.cancelled()) throw IngestError(kCancelled);
+  if (context.cancelled()) throw Cancelled();
 
   std::vector<int64_t> numbers = tally.complete();
   for (const auto& decoder : decoders) damaged = damaged || decoder->damaged() > 0;

@@ -14,7 +14,7 @@ namespace {
 constexpr std::chrono::milliseconds kPoll{30};
 constexpr const char* kBusy = "the pipeline was busy";
 
-struct Outcome {
+struct Ended {
   bool success = false;
   std::string result;
 };
@@ -101,7 +101,7 @@ BatchQueue::Ending BatchQueue::build(size_t index, const BatchPlan& plan, const 
 
 BatchQueue::Ending BatchQueue::runStages(size_t index, const Project& project, Stage from, Pipeline& pipeline) {
   // Shared with the worker, which may outlive this function when an observer throws.
-  const auto outcome = std::make_shared<Outcome>();
+  const auto outcome = std::make_shared<Ended>();
   pipeline.open(project);
   const bool started = pipeline.start(from, Stage::Train, [outcome](bool success, const std::string& result) {
     *outcome = {success, result};
@@ -116,7 +116,7 @@ BatchQueue::Ending BatchQueue::runStages(size_t index, const Project& project, S
     std::this_thread::sleep_for(kPoll);
   }
   if (!outcome->success) {
-    return {outcome->result == kCancelled ? ItemState::Waiting : ItemState::Failed, outcome->result};
+    return {outcome->result == Cancelled().what() ? ItemState::Waiting : ItemState::Failed, outcome->result};
   }
   const gs::TrainResult result = pipeline.trainResult().value_or(gs::TrainResult{});
   return {result.stopped ? ItemState::Waiting : ItemState::Finished, describe(result)};

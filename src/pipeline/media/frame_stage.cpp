@@ -124,7 +124,7 @@ std::string Pipeline::runFrames(const Project& opened) {
     gathered.add(extractor.extract(fromUtf8(input.path), input.kind, project.ingest, partial.path() / folder, progress),
                  folder);
   }
-  if (cancel_) throw std::runtime_error(kCancelled);
+  if (cancel_) throw Cancelled();
 
   gathered.storeIn(project);
   replaceFrames(project, partial.path());

@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <unordered_map>
 
-#include "base/cancelled.h"
+#include "base/failures.h"
 #include "base/files/atomic_file.h"
 #include "base/files/paths.h"
 #include "sfm/match/colmap_database.h"
@@ -103,8 +103,9 @@ bool matchFeaturesOnGpu(const SolveContext& solve, Matcher matcher, MatchingShar
   if (!solve.gpu || !settings.gpuMatching || !known) return false;
   try {
     if (matchAndVerify(solve, matcher, share)) return true;
+  } catch (const Cancelled&) {
+    throw;
   } catch (const std::exception& e) {
-    if (std::string_view(e.what()) == kCancelled) throw;
     solve.log.warning("GPU matching was not possible (" + std::string(e.what()) + ") — COLMAP matches instead.");
   }
   ColmapDatabase(solve.files.database).clearMatches();

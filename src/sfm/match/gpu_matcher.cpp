@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <unordered_map>
 
-#include "base/cancelled.h"
+#include "base/failures.h"
 #include "base/text/text.h"
 #include "sfm/match/colmap_database.h"
 #include "sfm/match/matching_kernels.h"
@@ -40,7 +40,7 @@ std::vector<SiftMatcher::Pair> placesOf(const std::vector<ImagePair>& pairs, con
 }
 
 void stopWhen(bool cancelled) {
-  if (cancelled) throw std::runtime_error(kCancelled);
+  if (cancelled) throw Cancelled();
 }
 
 }  // namespace

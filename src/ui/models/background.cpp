@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "base/crash/crash_handler.h"
-#include "base/text/failure_text.h"
+#include "base/failures.h"
 
 namespace quor::ui {
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/failures.h"
 #include "base/files/paths.h"
-#include "base/text/failure_text.h"
 #include "base/text/text.h"
 #include "pipeline/intake.h"
 #include "project/classify.h"

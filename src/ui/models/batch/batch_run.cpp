@@ -1,7 +1,7 @@
 #include "ui/models/batch/batch_run.h"
 
 #include "base/crash/crash_handler.h"
-#include "base/text/failure_text.h"
+#include "base/failures.h"
 
 namespace quor::ui {
 

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
+#include "base/failures.h"
 #include "base/files/paths.h"
-#include "base/text/failure_text.h"
 #include "pipeline/media.h"
 #include "ui/models/number_text.h"
 

@@ -2,9 +2,9 @@
 
 #include <stdexcept>
 
+#include "base/failures.h"
 #include "base/files/atomic_file.h"
 #include "base/files/paths.h"
-#include "base/text/failure_text.h"
 #include "base/text/text.h"
 #include "gs/files/checkpoint.h"
 #include "gs/files/ply.h"

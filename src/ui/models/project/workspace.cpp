@@ -3,9 +3,9 @@
 #include <chrono>
 #include <thread>
 
+#include "base/failures.h"
 #include "base/files/paths.h"
 #include "base/process/tool_finder.h"
-#include "base/text/failure_text.h"
 #include "pipeline/intake.h"
 #include "ui/models/settings/settings_table.h"
 

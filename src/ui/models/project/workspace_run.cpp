@@ -2,8 +2,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "base/cancelled.h"
-#include "base/text/failure_text.h"
+#include "base/failures.h"
 #include "base/text/text.h"
 #include "ui/models/number_text.h"
 #include "ui/models/project/workspace.h"
@@ -208,7 +207,7 @@ void Workspace::endRun() {
   const Outcome outcome = *outcome_;
   outcome_.reset();
   takeExtraction();
-  if (outcome.success || outcome.result == kCancelled) return refreshFacts();
+  if (outcome.success || outcome.result == Cancelled().what()) return refreshFacts();
   const Stage stage = pipeline_->currentStage();
   const auto explain = [this, stage, sentence = outcome.result, before = checkpointBefore_] {
     explainFailure(stage, sentence, before);
