@@ -7,15 +7,11 @@
 // bytes as the file has. --digests says what the passes and writers leave, to hold two builds against each other; on
 // Mesa's software driver Vanilla's choice of splats repeats only with LP_NUM_THREADS=1, since gradients are added in
 // any order. Files go to a temporary folder. The JSON file is for scripts/bench_compare.
-#include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <functional>
 #include <optional>
-#include <random>
 #include <string>
 
-#include "base/files/sync_file.h"
+#include "around_bench.h"
 #include "bench_common.h"
 #include "bench_peaks.h"
 #include "gs/data/device_image_cache.h"
@@ -35,6 +31,7 @@
 namespace {
 
 using namespace quor::gs;
+using quor::bench::Report;
 using quor::bench::Samples;
 using quor::bench::Size;
 namespace fs = std::filesystem;
@@ -42,12 +39,8 @@ namespace fs = std::filesystem;
 constexpr int kWidth = 640, kHeight = 360;
 constexpr size_t kPhotographs = 40, kHeldOut = 5;
 constexpr double kPhotoBytes = 3.0 * kWidth * kHeight;
-constexpr double kExtent = 5;  // larger than the bench's scene is deep, so that all gradients count in full
-// Of the splats: dead before a pass, and added by one.
-constexpr size_t kDeadEvery = 20, kAddedEvery = 20;
-constexpr int kStepsBetweenPasses = 100;
-constexpr double kEnoughMilliseconds = 1500;
-constexpr size_t kMaxRuns = 15;
+constexpr double kExtent = 5;       // larger than the bench's scene is deep, so that all gradients count in full
+constexpr size_t kAddedEvery = 20;  // of the splats, by a pass
 
 // The one place that makes photographs' pixels.
 std::vector<View> photographs(const Size& size, size_t count) {
@@ -60,100 +53,10 @@ std::vector<View> photographs(const Size& size, size_t count) {
   return views;
 }
 
-class TemporaryFolder {
- public:
-  TemporaryFolder() : path_(fs::temp_directory_path() / ("ombrelux-bench-" + std::to_string(std::random_device{}()))) {
-    fs::create_directory(path_);
-  }
-  ~TemporaryFolder() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-  fs::path operator/(const char* name) const { return path_ / name; }
-
- private:
-  fs::path path_;
-};
-
-template <class Work>
-double milliseconds(Work work) {
-  const auto start = std::chrono::steady_clock::now();
-  work();
-  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-}
-
-uint64_t digest(std::span<const char> bytes) {  // FNV-1a
-  uint64_t hash = 0xcbf29ce484222325u;
-  for (const char byte : bytes) hash = (hash ^ static_cast<uint8_t>(byte)) * 0x100000001b3u;
-  return hash;
-}
-
-using Step = std::function<void()>;
-
-// What no way of doing it could beat, for that many bytes.
-class Floors {
- public:
-  explicit Floors(const TemporaryFolder& folder) : file_(folder / "floor"), from_(kBlock, 1), to_(kBlock, 2) {}
-
-  void copy(double bytes) {
-    forBlocks(bytes, [&](size_t n) { std::memcpy(to_.data(), from_.data(), n); });
-  }
-  void write(double bytes, bool onDisk) {
-    {
-      std::ofstream stream(file_, std::ios::binary | std::ios::trunc);
-      forBlocks(bytes, [&](size_t n) { stream.write(from_.data(), static_cast<std::streamsize>(n)); });
-    }
-    if (onDisk) quor::syncFile(file_);
-  }
-  void read(const fs::path& path, double bytes) {
-    std::ifstream stream(path, std::ios::binary);
-    forBlocks(bytes, [&](size_t n) { stream.read(to_.data(), static_cast<std::streamsize>(n)); });
-  }
-
- private:
-  static constexpr size_t kBlock = 64 << 20;  // beyond the caches
-
-  template <class Work>
-  static void forBlocks(double bytes, Work work) {
-    for (auto left = static_cast<size_t>(bytes); left > 0; left -= std::min(left, kBlock)) work(std::min(left, kBlock));
-  }
-
-  fs::path file_;
-  std::vector<char> from_, to_;
-};
-
-struct Row {
-  std::string name;
-  Samples wall, processor;
-  double bytes;  // 0: not counted
-  double floor;  // milliseconds, least; 0: none is obvious
-};
-
-struct Report {
-  Size size;
-  std::vector<Row> rows;  // of which the first is the step
-};
-
-class Around {
+class Around : private quor::bench::AroundBench {
  public:
   Around(VulkanContext& context, KernelRegistry& registry, uint32_t splats, bool digests)
-      : context_(context),
-        registry_(registry),
-        size_{splats, kWidth, kHeight, 3},
-        digests_(digests),
-        floors_(folder_),
-        stream_(context, registry),
-        transfer_(context),
-        set_(quor::bench::benchScene(size_)) {
-    for (size_t i = 0; i < set_.count; i += kDeadEvery) set_.opacities[i] = -6;
-    for (size_t g = 0; g < kGroupCount; ++g) {  // any values serve as moments
-      first_[g] = set_.group(static_cast<Group>(g));
-      second_[g] = first_[g];
-      std::reverse(second_[g].begin(), second_[g].end());
-    }
-  }
+      : AroundBench(context, registry, {splats, kWidth, kHeight, 3}, digests) {}
 
   Report run() {
     measureStep();
@@ -163,59 +66,10 @@ class Around {
     measureExports();
     measureLevels();
     measureEvaluation();
-    return {size_, std::move(rows_)};
+    return {size_, kPhotographs, std::move(rows_)};
   }
 
  private:
-  double floats(double aSplat) const { return 4.0 * aSplat * static_cast<double>(size_.splats); }
-
-  void measure(std::string name, double bytes, const Step& prepare, const Step& work, const Step& floor) {
-    std::vector<double> wall, processor, floors;
-    for (double total = 0; wall.size() < 5 || (total < kEnoughMilliseconds && wall.size() < kMaxRuns);
-         total += wall.back()) {
-      if (prepare) prepare();
-      const double before = quor::bench::processorMilliseconds();
-      wall.push_back(milliseconds(work));
-      processor.push_back(quor::bench::processorMilliseconds() - before);
-      floors.push_back(floor ? milliseconds(floor) : 0);
-    }
-    rows_.push_back({std::move(name), Samples(wall), Samples(processor), bytes, Samples(floors).at(0)});
-  }
-  void measureCopy(std::string name, double bytes, const Step& prepare, const Step& work) {
-    measure(std::move(name), bytes, prepare, work, [&] { floors_.copy(bytes); });
-  }
-
-  void upload(SplatStore& splats, uint32_t capacity) {
-    splats.upload(transfer_, set_, capacity);
-    splats.uploadMoments(transfer_, first_, second_);
-  }
-
-  void sayDigest(const std::string& name, uint64_t value) const {
-    std::printf("  digest of %s: %016llx\n", name.c_str(), static_cast<unsigned long long>(value));
-  }
-  void sayDigest(const std::string& name, const GaussianSet& set, const GroupArrays& first = {},
-                 const GroupArrays& second = {}) const {
-    if (!digests_) return;
-    uint64_t all = set.count;
-    for (size_t g = 0; g < kGroupCount; ++g) {
-      for (const auto* values : {&set.group(static_cast<Group>(g)), &first[g], &second[g]}) {
-        all = all * 31 + digest({reinterpret_cast<const char*>(values->data()), 4 * values->size()});
-      }
-    }
-    sayDigest(name, all);
-  }
-  void sayDigest(const std::string& name, const SplatStore& splats) {
-    if (!digests_) return;
-    GroupArrays first, second;
-    splats.downloadMoments(transfer_, first, second);
-    sayDigest(name, splats.download(transfer_), first, second);
-  }
-  void sayDigest(const std::string& name, const fs::path& file) const {
-    if (!digests_) return;
-    std::ifstream stream(file, std::ios::binary);
-    sayDigest(name, digest(std::string{std::istreambuf_iterator<char>(stream), {}}));
-  }
-
   void measureStep() {
     const TrainJob job = quor::bench::steadyJob(size_);
     Dataset dataset;
@@ -372,58 +226,7 @@ class Around {
     evaluateViews();
     measure("evaluation, " + std::to_string(kHeldOut) + " views", 0, {}, evaluateViews, {});
   }
-
-  VulkanContext& context_;
-  KernelRegistry& registry_;
-  Size size_;
-  bool digests_;
-  TemporaryFolder folder_;
-  Floors floors_;
-  ComputeStream stream_;
-  Transfer transfer_;
-  GaussianSet set_;
-  GroupArrays first_, second_;
-  std::vector<Row> rows_;
 };
-
-void print(const Report& report) {
-  const double step = report.rows[0].wall.at(0);
-  std::printf("%u splats, degree %d, %zu photographs of %dx%d\n", report.size.splats, report.size.degree, kPhotographs,
-              kWidth, kHeight);
-  std::printf("  %-26s %9s %9s %9s %8s %8s %9s %7s %10s\n", "", "least ms", "median", "processor", "MB", "MB/s",
-              "floor ms", "times", "100 steps");
-  for (const Row& row : report.rows) {
-    const double least = row.wall.at(0);
-    std::printf("  %-26s %9.2f %9.2f %9.2f", row.name.c_str(), least, row.wall.at(0.5), row.processor.at(0));
-    if (row.bytes > 0) {
-      std::printf(" %8.2f %8.0f %9.2f %7.1f", row.bytes * 1e-6, row.bytes * 1e-3 / least, row.floor, least / row.floor);
-    } else {
-      std::printf(" %35s", "");
-    }
-    std::printf(" %9.2f%%\n", 100 * least / (kStepsBetweenPasses * step));
-  }
-  std::fflush(stdout);
-}
-
-void writeJson(const char* path, const VulkanContext& context, const quor::bench::Peaks& peaks,
-               const std::vector<Report>& reports) {
-  std::FILE* file = std::fopen(path, "w");
-  if (file == nullptr) throw std::runtime_error(std::string("Cannot write ") + path);
-  std::fprintf(file, "{\n \"device\": \"%s\", \"copyGBs\": %.2f, \"peakGmads\": %.2f,\n \"sizes\": {",
-               context.info().name.c_str(), peaks.bytes * 1e-6, peaks.multiplyAdds * 1e-6);
-  for (const Report& report : reports) {
-    std::fprintf(file, "%s\n  \"%u splats\": {\"rows\": {", &report == reports.data() ? "" : ",", report.size.splats);
-    for (const Row& row : report.rows) {
-      std::fprintf(file, "%s\n    \"%s\": ", &row == report.rows.data() ? "" : ",", row.name.c_str());
-      quor::bench::writeSamples(file, row.wall);
-      std::fprintf(file, ",\n    \"%s, processor\": ", row.name.c_str());
-      quor::bench::writeSamples(file, row.processor);
-    }
-    std::fprintf(file, "}}");
-  }
-  std::fprintf(file, "\n }\n}\n");
-  std::fclose(file);
-}
 
 void run(const std::vector<std::string>& words) {
   const char* json = nullptr;
@@ -448,9 +251,9 @@ void run(const std::vector<std::string>& words) {
   std::vector<Report> reports;
   for (const uint32_t count : counts) {
     reports.push_back(Around(context, registry, count, digests).run());
-    print(reports.back());
+    quor::bench::print(reports.back());
   }
-  if (json != nullptr) writeJson(json, context, quor::bench::measurePeaks(context, registry), reports);
+  if (json != nullptr) quor::bench::writeJson(json, context, quor::bench::measurePeaks(context, registry), reports);
 }
 
 }  // namespace

@@ -176,18 +176,20 @@ class KernelBench {
   }
 
   void addBlending(std::string_view kernel, const Buffers& outputs, bool runs, Work prepare = {}) {
-    if (!runs) return;
+    if (!runs || !stream_.registry().runs(kernel)) return;
     Buffers buffers = {&tileStart_, &splatId_, &mean_, &conic_, &opacity_, &colour_};
     buffers.insert(buffers.end(), outputs.begin(), outputs.end());
     rows_.push_back(
         {kernel, "", kPairs, grid(kernel, buffers, {w_, h_, tilesX_, 0u}, tilesX_, tilesY_, 1), std::move(prepare)});
   }
-  bool runsWide() const { return context_.info().subgroupShuffle && context_.info().subgroupSize == 8; }
+  // Of the kernels that need so many lanes, which SPIR-V cannot say.
+  bool runsPairs() const { return context_.info().subgroupSize >= 8; }
+  bool runsWide() const { return context_.info().subgroupSize == 8; }
 
   void addForward() {
     const Buffers outputs = {&image_, &alpha_, &transmittance_, &lastContributor_};
     addBlending("rasterize_forward", outputs, true);
-    addBlending("rasterize_forward_pairs", outputs, Renderer::runsPairs(context_));
+    addBlending("rasterize_forward_pairs", outputs, runsPairs());
     addBlending("rasterize_forward_wide", outputs, runsWide());
     add("composite_background", 28.0 * p_, {&image_, &alpha_}, {0.0f, 0.0f, 0.0f, p_}, p_);
   }
@@ -205,7 +207,7 @@ class KernelBench {
 
   // The whole loss in one kernel, and step by step what ends it.
   void addLossTail() {
-    if (runsWide()) {
+    if (runsWide() && stream_.registry().runs("loss_strips")) {
       const uint32_t across = w_ <= 96 ? 1 : 1 + groupsOf(w_ - 96, 76), down = groupsOf(h_, 192);
       rows_.push_back({"loss_strips", "", 27.0 * p_,
                        grid("loss_strips", {&image_, &photo_, &dImage_, &partials_},
@@ -217,18 +219,17 @@ class KernelBench {
   }
 
   void addBackward() {
-    const bool reduces = context_.info().subgroupReduce, atomics = context_.info().floatAtomics;
     const Buffers outputs = {&transmittance_, &lastContributor_, &dImage_,   &dAlpha_,
                              &dMean_,         &dConic_,          &dOpacity_, &dColour_};
     const Work zero = [this] {
       for (const GpuBuffer* sums : {&dMean_, &dConic_, &dOpacity_, &dColour_}) stream_.fill(*sums, 0);
     };
     addBlending("rasterize_backward:SG=0,NATIVE_ATOMIC=0", outputs, true, zero);
-    addBlending("rasterize_backward:SG=0,NATIVE_ATOMIC=1", outputs, atomics, zero);
-    addBlending("rasterize_backward:SG=1,NATIVE_ATOMIC=0", outputs, reduces, zero);
-    addBlending("rasterize_backward:SG=1,NATIVE_ATOMIC=1", outputs, reduces && atomics, zero);
-    addBlending("rasterize_backward_pairs", outputs, Renderer::runsPairs(context_), zero);
-    addBlending("rasterize_backward_wide", outputs, runsWide() && atomics, zero);
+    addBlending("rasterize_backward:SG=0,NATIVE_ATOMIC=1", outputs, true, zero);
+    addBlending("rasterize_backward:SG=1,NATIVE_ATOMIC=0", outputs, true, zero);
+    addBlending("rasterize_backward:SG=1,NATIVE_ATOMIC=1", outputs, true, zero);
+    addBlending("rasterize_backward_pairs", outputs, runsPairs(), zero);
+    addBlending("rasterize_backward_wide", outputs, runsWide(), zero);
 
     add("preprocess_backward", (degree_ > 0 ? 236.0 : 56.0) * n_ + (84 + restBytes()) * v_,
         {value(kPositions), &scale_, value(kRotations), value(kShDc), value(kShRest), &visible_, &dMean_, &dConic_,

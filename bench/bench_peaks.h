@@ -4,6 +4,7 @@
 
 #include "bench_common.h"
 #include "gpu/compute/compute_stream.h"
+#include "kernels/interfaces.h"
 
 namespace quor::bench {
 
@@ -34,12 +35,10 @@ inline Peaks measurePeaks(gs::VulkanContext& context, gs::KernelRegistry& regist
   stream.submit();
   peaks.bytes = 2.0 * static_cast<double>(bytes) / best([&] { stream.copy(from, to, bytes); });
 
-  struct Push {
-    uint32_t count, rounds;
-  };
-  const Push push = {processor ? 1u << 15 : 1u << 21, 4096};
+  const gs::kernels::MultiplyAddPeak::Push push = {processor ? 1u << 15 : 1u << 21, 4096};
   const double work = 8.0 * push.count * push.rounds;
-  peaks.multiplyAdds = work / best([&] { stream.dispatch1D("multiply_add_peak", {&to}, push, push.count); });
+  peaks.multiplyAdds =
+      work / best([&] { stream.dispatch1D(gs::kernels::MultiplyAddPeak{.sums = &to}, push, push.count); });
   return peaks;
 }
 

@@ -2,19 +2,17 @@
 // Nothing but multiplications and additions, for the benches: how many the device makes in a second when nothing else holds
 // it up. Eight independent chains an invocation, so that none waits for itself and all stay in registers.
 //
-// binding | name | element | shape      | access
-//       0 | sums | float   | items      | write
+// binding | name | element | shape | access
+//       0 | sums | float   | items | write
 // Push: items, rounds of eight multiply-adds, a multiple of 64. No races.
 #extension GL_GOOGLE_include_directive : require
 #extension GL_EXT_control_flow_attributes : require
 #include "gpu/kernels/include/item_index.glsl"
+#include "interfaces.h"
 
 layout(local_size_x = 256) in;
-layout(binding = 0) writeonly buffer Sums { float sums[]; };
-layout(push_constant) uniform Push {
-  uint count;
-  uint rounds;
-};
+DECLARE_BUFFERS(MULTIPLY_ADD_PEAK)
+DECLARE_PUSH(MULTIPLY_ADD_PEAK)
 
 void main() {
   const uint i = itemIndex();

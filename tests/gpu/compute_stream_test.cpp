@@ -4,6 +4,7 @@
 #include <numeric>
 #include <thread>
 
+#include "gpu/kernels/interfaces.h"
 #include "gpu/sort/radix_sorter.h"
 #include "support/gpu_fixture.h"
 #include "support/temp_folder.h"
@@ -11,6 +12,7 @@
 namespace quor::gs {
 namespace {
 
+using kernels::ScanAdd;
 using test::thrownText;
 using ComputeStreamTest = GpuTest;
 
@@ -29,8 +31,8 @@ TEST_F(ComputeStreamTest, RefusesBadCallsBeforeRecordingAndSkipsEmptyOnes) {
   if (most < UINT32_MAX) {
     EXPECT_EQ(refusal({&data, &data}, 4, most + 1), "dispatch too large for scan_add");
   }
-  stream.dispatch1D("scan_add", {&none, &none}, 0u, 0);
-  stream.dispatch("scan_add", {&none, &none}, 0u, 1, 0, 1);
+  stream.dispatch1D(ScanAdd{&none, &none}, {0}, 0);
+  stream.dispatch(ScanAdd{&none, &none}, {0}, 1, 0, 1);
   stream.fill(none, 1);
   stream.copy(none, none, 0);
   stream.submit();
@@ -43,7 +45,7 @@ TEST_F(ComputeStreamTest, ABufferBeyondTheBindingRangeIsNamed) {
   const GpuBuffer large(context, range + 4, BufferKind::Device, "sh_rest");
   const GpuBuffer fits(context, range, BufferKind::Device, "fits");
   const auto use = [&](const GpuBuffer& buffer) {
-    return thrownText([&] { stream.dispatch1D("scan_add", {&buffer, &fits}, 0u, 1); });
+    return thrownText([&] { stream.dispatch1D(ScanAdd{&buffer, &fits}, {0}, 1); });
   };
   EXPECT_EQ(use(large),
             "Buffer 'sh_rest' of " + std::to_string(range + 4) + " bytes is larger than the " + std::to_string(range) +
@@ -57,7 +59,7 @@ TEST_F(ComputeStreamTest, ManyDispatchesRunInOrder) {
   const GpuBuffer history = makeBuffer(std::vector<uint32_t>(1300, 0));
   for (int round = 0; round < 3; ++round) {
     for (uint32_t i = 0; i < 1300; ++i) {
-      stream.dispatch1D("scan_add", {&counter, &one}, 1u, 1);
+      stream.dispatch1D(ScanAdd{&counter, &one}, {1}, 1);
       if (round == 2) stream.copy(counter, history, 4, 0, i * 4);
     }
     stream.submit();
@@ -81,7 +83,7 @@ TEST_F(ComputeStreamTest, TheGridSpillsIntoASecondDimension) {
   std::vector<uint32_t> offsets(count / 1024 + 1);
   std::iota(offsets.begin(), offsets.end(), 1u);
   const GpuBuffer bound = makeBuffer(offsets);
-  stream.dispatch1D("scan_add", {&data, &bound}, count, count);
+  stream.dispatch1D(ScanAdd{&data, &bound}, {count}, count);
   stream.submit();
   const std::vector<uint32_t> result = readBuffer<uint32_t>(data);
   for (uint32_t i = 0; i < count; ++i) ASSERT_EQ(result[i], 5 + i / 1024 + 1) << i;

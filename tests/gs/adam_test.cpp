@@ -3,15 +3,11 @@
 #include <cmath>
 
 #include "base/split_mix64.h"
+#include "gs/train/kernels/interfaces.h"
 #include "support/gpu_fixture.h"
 
 namespace quor::gs {
 namespace {
-
-struct Push {
-  uint32_t count;
-  float rate, beta1, beta2, epsilon, correction1, rootCorrection2;
-};
 
 TEST_F(GpuTest, BothWaysToStepAdamAgreeWithTheFormula) {
   for (const uint32_t count : {1u, 3u, 4u, 5u, 255u, 1023u, 1026u, 3001u}) {
@@ -24,12 +20,12 @@ TEST_F(GpuTest, BothWaysToStepAdamAgreeWithTheFormula) {
         arrays[k].push_back(static_cast<float>(k == 2 ? x * x : x));
       }
     }
-    const Push push = {count, 0.01f, 0.9f, 0.999f, 1e-15f, 0.5f, 0.25f};
+    const kernels::Adam::Push push = {count, 0.01f, 0.9f, 0.999f, 1e-15f, 0.5f, 0.25f};
     for (const auto& [kernel, each] : {std::pair{"adam", 1u}, {"adam_quads", 4u}}) {
       SCOPED_TRACE(kernel);
       const GpuBuffer value = makeBuffer(arrays[0]), m = makeBuffer(arrays[1]), v = makeBuffer(arrays[2]),
                       gradient = makeBuffer(arrays[3]);
-      stream.dispatch1D(kernel, {&value, &m, &v, &gradient}, push, (count + each - 1) / each);
+      stream.dispatch1D(kernels::Adam{&value, &m, &v, &gradient}, push, (count + each - 1) / each, kernel);
       stream.submit();
       const auto newValue = readBuffer<float>(value), newM = readBuffer<float>(m), newV = readBuffer<float>(v);
       for (uint32_t i = 0; i < count; ++i) {

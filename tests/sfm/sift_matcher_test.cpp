@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "sfm/match/image_pairs.h"
+#include "sfm/match/kernels/interfaces.h"
 #include "support/feature_database.h"
 #include "support/gpu_fixture.h"
 #include "support/temp_folder.h"
@@ -179,11 +180,8 @@ TEST_F(SiftMatcherTest, DecidesByAngles) {
   const gs::GpuBuffer rows = makeBuffer(partials), columns = makeBuffer(std::vector<uint32_t>(2));
   const auto count = static_cast<uint32_t>(dots.size());
   const gs::GpuBuffer matchA = makeBuffer(std::vector<int32_t>(count)), matchB = makeBuffer(std::vector<int32_t>(1));
-  struct {
-    uint32_t count1, count2, tileRows, tileColumns;
-    float maxRatio, maxDistance;
-  } const push{count, 1, 1, 1, 0.8f, 0.7f};
-  stream.dispatch1D("sift_match_reduce", {&rows, &columns, &matchA, &matchB}, push, count + 1);
+  stream.dispatch1D(gs::kernels::SiftMatchReduce{&rows, &columns, &matchA, &matchB}, {count, 1, 1, 1, 0.8f, 0.7f},
+                    count + 1);
   stream.submit();
   const std::vector<int32_t> found = readBuffer<int32_t>(matchA);
   size_t decided = 0;

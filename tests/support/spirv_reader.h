@@ -23,7 +23,8 @@ class SpirvReader {
 
   std::array<uint32_t, 3> localSize() const { return local_size_; }
 
-  // Of the bindings 0, 1, ... of set 0 in order: "ro", "wo" or "rw" and a blank; "?" for a gap or another set.
+  // One word for each of the bindings 0, 1, ... of set 0, with blanks between: "ro", "wo" or "rw", "?" for a gap or
+  // another set.
   std::string access() const {
     std::string text;
     for (const auto& [binding, variable] : bindings_) {  // by rising binding
@@ -35,6 +36,18 @@ class SpirvReader {
   }
 
   uint32_t pushBytes() const { return push_type_ == 0 ? 0 : sizeOf(push_type_); }
+
+  struct Field {
+    uint32_t offset, size;  // bytes
+  };
+  std::vector<Field> pushFields() const {
+    std::vector<Field> fields;
+    if (push_type_ == 0) return fields;
+    for (uint32_t i = 0; const uint32_t member : types_.at(push_type_).operands) {
+      fields.push_back({offsets_.at({push_type_, i++}), sizeOf(member)});
+    }
+    return fields;
+  }
 
  private:
   struct Type {

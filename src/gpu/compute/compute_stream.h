@@ -7,12 +7,12 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <initializer_list>
 #include <span>
 #include <string_view>
 #include <vector>
 
 #include "gpu/compute/command_buffer.h"
+#include "gpu/compute/kernel_interface.h"
 #include "gpu/compute/kernel_registry.h"
 #include "gpu/compute/stage_timer.h"
 #include "gpu/memory/gpu_buffer.h"
@@ -20,8 +20,6 @@
 namespace quor::gs {
 
 class VulkanContext;
-
-using BufferRef = const GpuBuffer*;
 
 class ComputeStream {
  public:
@@ -37,15 +35,16 @@ class ComputeStream {
   void dispatch1D(std::string_view name, std::span<const BufferRef> buffers, const void* pushData, size_t pushSize,
                   uint32_t count);
 
-  // The same with a typed push block and a braced list of buffers.
-  template <class Push>
-  void dispatch(std::string_view name, std::initializer_list<BufferRef> buffers, const Push& push, uint32_t groupsX,
-                uint32_t groupsY, uint32_t groupsZ) {
-    dispatch(name, std::span(buffers.begin(), buffers.size()), &push, sizeof(Push), groupsX, groupsY, groupsZ);
+  // The same with the buffers and the push block that the kernel declares; see kernel_interface.h. `variant` names a
+  // kernel of the same interface to run instead.
+  template <class K>
+  void dispatch(const K& kernel, const typename K::Push& push, uint32_t groupsX, uint32_t groupsY, uint32_t groupsZ,
+                std::string_view variant = K::kName) {
+    dispatch(variant, kernel.buffers(), &push, sizeof push, groupsX, groupsY, groupsZ);
   }
-  template <class Push>
-  void dispatch1D(std::string_view name, std::initializer_list<BufferRef> buffers, const Push& push, uint32_t count) {
-    dispatch1D(name, std::span(buffers.begin(), buffers.size()), &push, sizeof(Push), count);
+  template <class K>
+  void dispatch1D(const K& kernel, const typename K::Push& push, uint32_t count, std::string_view variant = K::kName) {
+    dispatch1D(variant, kernel.buffers(), &push, sizeof push, count);
   }
 
   // Bytes; a size of 0 does nothing. fill rounds up to 4 and clamps to the buffer's end.

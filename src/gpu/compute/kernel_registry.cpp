@@ -13,28 +13,11 @@ namespace {
 constexpr uint32_t kMaxBindings = 16;
 constexpr uint32_t kPushBytes = 128;
 
-}  // namespace
-
-KernelInterface inspectModule(std::span<const uint32_t> words) {
-  constexpr uint32_t kMagic = 0x07230203, kHeaderWords = 5;
-  constexpr uint32_t kOpExecutionMode = 16, kOpDecorate = 71;
-  constexpr uint32_t kDecorationBinding = 33, kModeLocalSize = 17;
-  if (words.size() < kHeaderWords || words[0] != kMagic) throw std::runtime_error("not a SPIR-V module");
-  KernelInterface found;
-  for (size_t at = kHeaderWords; at < words.size();) {
-    const uint32_t opcode = words[at] & 0xffffu;
-    const size_t count = words[at] >> 16;
-    if (count == 0 || count > words.size() - at) break;
-    const std::span<const uint32_t> instruction = words.subspan(at, count);
-    if (opcode == kOpDecorate && count >= 4 && instruction[2] == kDecorationBinding) {
-      found.bindings = std::max(found.bindings, instruction[3] + 1);
-    } else if (opcode == kOpExecutionMode && count >= 6 && instruction[2] == kModeLocalSize) {
-      found.localSize = {instruction[3], instruction[4], instruction[5]};
-    }
-    at += count;
-  }
-  return found;
+KernelModule shapeOf(const EmbeddedKernel& module) {
+  return inspectModule({module.words, module.bytes / sizeof(uint32_t)});
 }
+
+}  // namespace
 
 KernelRegistry::KernelRegistry(VulkanContext& context, std::initializer_list<std::span<const EmbeddedKernel>> tables)
     : context_(context) {
@@ -76,6 +59,21 @@ const Kernel& KernelRegistry::getAt(size_t index) {
   return slot.kernel;
 }
 
+bool KernelRegistry::runs(std::string_view name) const {
+  return whyNotRun(shapeOf(slots_[indexOf(name)].module), context_.info()).empty();
+}
+
+void KernelRegistry::chooseVariant(const std::string& kernel, const std::string& variant) {
+  const std::lock_guard lock(choosing_);
+  chosen_[kernel] = variant;
+}
+
+std::optional<std::string> KernelRegistry::chosenVariant(const std::string& kernel) const {
+  const std::lock_guard lock(choosing_);
+  const auto found = chosen_.find(kernel);
+  return found == chosen_.end() ? std::nullopt : std::optional(found->second);
+}
+
 void KernelRegistry::prepare(std::span<const std::string> names) {
   std::vector<size_t> missing;
   for (const std::string& name : names) {
@@ -92,9 +90,11 @@ std::string KernelRegistry::backwardKernelName() const {
 }
 
 Kernel KernelRegistry::build(const EmbeddedKernel& module) const {
-  const KernelInterface shape = inspectModule({module.words, module.bytes / sizeof(uint32_t)});
-  if (shape.bindings > kMaxBindings) {
-    throw std::runtime_error("shader '" + std::string(module.name) + "' binds too many buffers");
+  const KernelModule shape = shapeOf(module);
+  const std::string name(module.name);
+  if (shape.bindings > kMaxBindings) throw std::runtime_error("shader '" + name + "' binds too many buffers");
+  if (const std::string why = whyNotRun(shape, context_.info()); !why.empty()) {
+    throw std::runtime_error("This GPU cannot run the kernel '" + name + "': " + why + ".");
   }
   Kernel kernel;
   kernel.bindings = shape.bindings;

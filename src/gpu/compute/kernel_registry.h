@@ -7,7 +7,9 @@
 #include <atomic>
 #include <cstdint>
 #include <initializer_list>
+#include <map>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -15,6 +17,7 @@
 #include <vector>
 
 #include "gpu/compute/embedded_kernels.h"
+#include "gpu/compute/kernel_module.h"
 
 namespace quor::gs {
 
@@ -28,13 +31,6 @@ struct Kernel {
   std::array<uint32_t, 3> localSize = {1, 1, 1};
 };
 
-// What a module's SPIR-V says of its interface.
-struct KernelInterface {
-  uint32_t bindings = 0;
-  std::array<uint32_t, 3> localSize = {1, 1, 1};
-};
-KernelInterface inspectModule(std::span<const uint32_t> words);  // throws "not a SPIR-V module"
-
 class KernelRegistry {
  public:
   // Knows the kernels of gpu/kernels and those of `tables`.
@@ -43,14 +39,23 @@ class KernelRegistry {
   KernelRegistry(const KernelRegistry&) = delete;
   KernelRegistry& operator=(const KernelRegistry&) = delete;
 
-  // The kernel of that exact name; throws std::runtime_error when there is none or the driver refuses it.
+  // The kernel of that exact name; throws std::runtime_error when there is none, when the device lacks what it needs,
+  // or when the driver refuses it.
   const Kernel& get(std::string_view name);
 
   // Builds those of the named kernels that are missing, on several threads; returns when all are built.
   void prepare(std::span<const std::string> names);
 
+  // Whether the device offers all that the kernel needs. Builds nothing.
+  bool runs(std::string_view name) const;
+
   // The variant of the backward rasterizer that this device runs.
   std::string backwardKernelName() const;
+
+  // What was found to be the best variant of a kernel on this device, for all who share this registry; none until
+  // somebody has looked.
+  void chooseVariant(const std::string& kernel, const std::string& variant);
+  std::optional<std::string> chosenVariant(const std::string& kernel) const;
 
  private:
   // One embedded module. Its own lock lets different kernels be built side by side and each only once.
@@ -72,6 +77,8 @@ class KernelRegistry {
   VkPipelineCache cache_ = VK_NULL_HANDLE;
   std::unordered_map<std::string_view, size_t> index_;  // never changes after construction
   std::vector<Slot> slots_;
+  mutable std::mutex choosing_;
+  std::map<std::string, std::string> chosen_;  // kernel to variant
 };
 
 }  // namespace quor::gs

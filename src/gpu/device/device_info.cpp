@@ -114,8 +114,14 @@ DeviceInfo queryDevice(VkPhysicalDevice device, bool forceFallbacks) {
   info.apiVersion = properties.apiVersion;
   info.deviceType = properties.deviceType;
   info.vramBytes = largestDeviceHeap(device);
-  info.maxStorageBufferRange = properties.limits.maxStorageBufferRange;
-  std::copy_n(properties.limits.maxComputeWorkGroupCount, 3, info.maxComputeWorkGroupCount.begin());
+  const VkPhysicalDeviceLimits& limits = properties.limits;
+  info.maxStorageBufferRange = limits.maxStorageBufferRange;
+  std::copy_n(limits.maxComputeWorkGroupCount, 3, info.maxComputeWorkGroupCount.begin());
+  info.maxKernelBuffers = std::min(
+      {limits.maxPerStageDescriptorStorageBuffers, limits.maxDescriptorSetStorageBuffers, limits.maxPerStageResources});
+  info.maxGroupInvocations = limits.maxComputeWorkGroupInvocations;
+  std::copy_n(limits.maxComputeWorkGroupSize, 3, info.maxGroupSize.begin());
+  info.maxSharedBytes = limits.maxComputeSharedMemorySize;
   info.memoryBudget = hasDeviceExtension(device, VK_EXT_MEMORY_BUDGET_EXTENSION_NAME);
   if (info.apiVersion >= VK_API_VERSION_1_1) queryProperties2(device, info);
   if (info.maxAllocationSize == 0) info.maxAllocationSize = uint64_t{1} << 30;
@@ -123,7 +129,7 @@ DeviceInfo queryDevice(VkPhysicalDevice device, bool forceFallbacks) {
   const std::vector<VkQueueFamilyProperties> families = queueFamilies(device);
   const int32_t family = findComputeFamily(families, false);
   if (family >= 0 && families[static_cast<size_t>(family)].timestampValidBits > 0) {
-    info.timestampPeriod = properties.limits.timestampPeriod;
+    info.timestampPeriod = limits.timestampPeriod;
   }
   if (forceFallbacks) {
     info.floatAtomics = info.subgroupReduce = info.subgroupShuffle = info.packedDot = info.fastPackedDot = false;

@@ -2,9 +2,9 @@
 
 #include <stdexcept>
 
+#include "base/desktop/registry.h"
 #include "base/failures.h"
 #include "base/files/paths.h"
-#include "base/implicit_layers.h"
 #include "gpu/device/vulkan_struct.h"
 #include "gpu/memory/gpu_buffer.h"
 
@@ -148,7 +148,7 @@ void check(VkResult result, const char* what) {
 }
 
 std::vector<std::string> listImplicitLayers() {
-  return implicitLayerManifests();
+  return registryValueNames("SOFTWARE\\Khronos\\Vulkan\\ImplicitLayers");
 }
 
 void applyLayerPolicy() {

@@ -33,6 +33,11 @@ struct DeviceInfo {
   uint64_t maxAllocationSize = 0;
   uint32_t maxStorageBufferRange = 0;
   std::array<uint32_t, 3> maxComputeWorkGroupCount = {65535, 65535, 65535};
+  // What one kernel may use. Before the query these are what every device offers.
+  uint32_t maxKernelBuffers = 4;  // storage buffers bound at once
+  uint32_t maxGroupInvocations = 128;
+  std::array<uint32_t, 3> maxGroupSize = {128, 128, 64};
+  uint32_t maxSharedBytes = 16384;  // of a work group
   uint32_t subgroupSize = 128;
   bool floatAtomics = false;
   bool subgroupReduce = false;

@@ -8,17 +8,12 @@
 //       2 | to     | float   | rows x width | write
 // Push: values (rows x width), width, whether fresh rows become zero. One invocation a value, no races.
 #extension GL_GOOGLE_include_directive : require
+#include "gpu/kernels/interfaces.h"
 #include "gpu/kernels/include/item_index.glsl"
 
 layout(local_size_x = 256) in;
-layout(binding = 0) readonly buffer Source { uint source[]; };
-layout(binding = 1) readonly buffer From { float from[]; };
-layout(binding = 2) writeonly buffer To { float to[]; };
-layout(push_constant) uniform Push {
-  uint count;
-  uint width;
-  uint zeroFresh;
-};
+DECLARE_BUFFERS(GATHER_ROWS)
+DECLARE_PUSH(GATHER_ROWS)
 
 void main() {
   const uint i = itemIndex();

@@ -3,24 +3,20 @@
 // histogram[d * blocks + g] = number of keys of block g with (key >> shift) & 15 = d. Digit-major, so that its exclusive
 // prefix sum is the place of the first key of digit d from block g.
 //
-// binding  name       element  shape                access
-// 0        keys       uint     count                read
-// 1        histogram  uint     16 x blocks          write
+// binding | name      | element | shape       | access
+//       0 | keys      | uint    | count       | read
+//       1 | histogram | uint    | 16 x blocks | write
 //
 // push: count (keys), shift (bits), blocks (= ceil(count/1024))
 //
 // One group a block; the group counts with shared-memory atomics, in any order. Groups past the last block do nothing.
 #version 450
 #extension GL_GOOGLE_include_directive : require
+#include "gpu/kernels/interfaces.h"
 layout(local_size_x = 256) in;
 
-layout(set = 0, binding = 0) readonly buffer Keys { uint keys[]; };
-layout(set = 0, binding = 1) writeonly buffer Histogram { uint histogram[]; };
-layout(push_constant) uniform Push {
-  uint count;
-  uint shift;
-  uint blocks;
-};
+DECLARE_BUFFERS(RADIX_HIST)
+DECLARE_PUSH(RADIX_HIST)
 
 #include "gpu/kernels/include/item_index.glsl"
 

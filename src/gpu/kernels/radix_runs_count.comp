@@ -11,14 +11,10 @@
 //       1 | table | uint    | 256 x runs | read and write, zero before
 // Push: count, shift (bits), runs. No races.
 #extension GL_GOOGLE_include_directive : require
+#include "gpu/kernels/interfaces.h"
 layout(local_size_x = 8) in;
-layout(binding = 0) readonly buffer Keys { uint keys[]; };
-layout(binding = 1) buffer Table { uint table[]; };
-layout(push_constant) uniform Push {
-  uint count;
-  uint shift;
-  uint runs;
-};
+DECLARE_BUFFERS(RADIX_RUNS_COUNT)
+DECLARE_PUSH(RADIX_RUNS_COUNT)
 
 void main() {
   const uint run = gl_GlobalInvocationID.x;

@@ -5,12 +5,12 @@
 // goes to places[digit * blocks + g] + q - (first place of that digit in the block). Stable, as blocks follow each other
 // in the scanned histogram.
 //
-// binding  name       element  shape        access
-// 0        keys_in    uint     count        read
-// 1        values_in  uint     count        read
-// 2        keys_out   uint     count        write
-// 3        values_out uint     count        write
-// 4        places     uint     16 x blocks  read
+// binding | name      | element | shape       | access
+//       0 | keysIn    | uint    | count       | read
+//       1 | valuesIn  | uint    | count       | read
+//       2 | keysOut   | uint    | count       | write
+//       3 | valuesOut | uint    | count       | write
+//       4 | places    | uint    | 16 x blocks | read
 //
 // push: count (pairs), shift (bits), blocks (= ceil(count/1024))
 //
@@ -19,18 +19,11 @@
 // shared-memory scan and only then overwrites shared memory; targets are distinct, in the block and in the output.
 #version 450
 #extension GL_GOOGLE_include_directive : require
+#include "gpu/kernels/interfaces.h"
 layout(local_size_x = 256) in;
 
-layout(set = 0, binding = 0) readonly buffer KeysIn { uint keys_in[]; };
-layout(set = 0, binding = 1) readonly buffer ValuesIn { uint values_in[]; };
-layout(set = 0, binding = 2) writeonly buffer KeysOut { uint keys_out[]; };
-layout(set = 0, binding = 3) writeonly buffer ValuesOut { uint values_out[]; };
-layout(set = 0, binding = 4) readonly buffer Places { uint places[]; };
-layout(push_constant) uniform Push {
-  uint count;
-  uint shift;
-  uint blocks;
-};
+DECLARE_BUFFERS(RADIX_SCATTER)
+DECLARE_PUSH(RADIX_SCATTER)
 
 #include "gpu/kernels/include/group_scan.glsl"
 #include "gpu/kernels/include/item_index.glsl"
@@ -70,8 +63,8 @@ void main() {
   const uint valid = min(1024u, count - begin);
   const uint first = gl_LocalInvocationID.x * 4u;
   for (uint q = first; q < first + 4u; ++q) {
-    keys[q] = q < valid ? keys_in[begin + q] : 0xFFFFFFFFu;
-    values[q] = q < valid ? values_in[begin + q] : 0u;
+    keys[q] = q < valid ? keysIn[begin + q] : 0xFFFFFFFFu;
+    values[q] = q < valid ? valuesIn[begin + q] : 0u;
   }
   barrier();
   for (uint bit = shift; bit < shift + 4u; ++bit) splitByBit(bit);
@@ -83,7 +76,7 @@ void main() {
   for (uint q = first; q < min(first + 4u, valid); ++q) {
     const uint digit = digitAt(q);
     const uint target = places[digit * blocks + block] + q - starts[digit];
-    keys_out[target] = keys[q];
-    values_out[target] = values[q];
+    keysOut[target] = keys[q];
+    valuesOut[target] = values[q];
   }
 }

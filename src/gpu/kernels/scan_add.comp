@@ -2,20 +2,20 @@
 //
 // data[i] += offsets[i / 1024], offsets being the exclusive prefix sum of the block totals.
 //
-// binding  name     element  shape             access
-// 0        data     uint     count             read, write
-// 1        offsets  uint     ceil(count/1024)  read
+// binding | name    | element | shape            | access
+//       0 | data    | uint    | count            | read, write
+//       1 | offsets | uint    | ceil(count/1024) | read
 //
 // push: count (items)
 //
 // One item an invocation, no sharing.
 #version 450
 #extension GL_GOOGLE_include_directive : require
+#include "gpu/kernels/interfaces.h"
 layout(local_size_x = 256) in;
 
-layout(set = 0, binding = 0) buffer Data { uint data[]; };
-layout(set = 0, binding = 1) readonly buffer Offsets { uint offsets[]; };
-layout(push_constant) uniform Push { uint count; };
+DECLARE_BUFFERS(SCAN_ADD)
+DECLARE_PUSH(SCAN_ADD)
 
 #include "gpu/kernels/include/item_index.glsl"
 

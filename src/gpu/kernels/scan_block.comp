@@ -2,9 +2,9 @@
 //
 // data[i] becomes the sum of the block's items before i; totals[g] the sum of block g. Sums wrap modulo 2^32.
 //
-// binding  name    element  shape             access
-// 0        data    uint     count             read, write
-// 1        totals  uint     ceil(count/1024)  write
+// binding | name   | element | shape            | access
+//       0 | data   | uint    | count            | read, write
+//       1 | totals | uint    | ceil(count/1024) | write
 //
 // push: count (items)
 //
@@ -12,11 +12,11 @@
 // and writes its own items only; the group meets in the shared-memory scan.
 #version 450
 #extension GL_GOOGLE_include_directive : require
+#include "gpu/kernels/interfaces.h"
 layout(local_size_x = 256) in;
 
-layout(set = 0, binding = 0) buffer Data { uint data[]; };
-layout(set = 0, binding = 1) writeonly buffer Totals { uint totals[]; };
-layout(push_constant) uniform Push { uint count; };
+DECLARE_BUFFERS(SCAN_BLOCK)
+DECLARE_PUSH(SCAN_BLOCK)
 
 #include "gpu/kernels/include/group_scan.glsl"
 #include "gpu/kernels/include/item_index.glsl"

@@ -7,13 +7,10 @@
 //       1 | starts | uint    | rows + 1    | write, the total last
 // Push: rows, runs. One group; a barrier between the stretches' sums and their use.
 #extension GL_GOOGLE_include_directive : require
+#include "gpu/kernels/interfaces.h"
 layout(local_size_x = 8) in;
-layout(binding = 0) buffer Table { uint table[]; };
-layout(binding = 1) writeonly buffer Starts { uint starts[]; };
-layout(push_constant) uniform Push {
-  uint rows;
-  uint runs;
-};
+DECLARE_BUFFERS(SCAN_RUNS)
+DECLARE_PUSH(SCAN_RUNS)
 
 shared uint sums[8];
 

@@ -4,6 +4,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "gpu/kernels/interfaces.h"
+
 namespace quor::gs {
 namespace {
 
@@ -11,14 +13,6 @@ constexpr uint32_t kBlockItems = 1024;
 constexpr uint32_t kBlockInvocations = 256;
 constexpr uint32_t kDigitBits = 4;
 constexpr uint32_t kDigits = 1u << kDigitBits;
-
-// The push block of radix_hist and radix_scatter.
-struct PassPush {
-  uint32_t count;
-  uint32_t shift;  // of the digit, in bits
-  uint32_t blocks;
-};
-static_assert(sizeof(PassPush) == 12);
 
 template <class Count>
 Count blocksOf(Count count) {
@@ -47,11 +41,16 @@ bool RadixSorter::sort(ComputeStream& stream, const GpuBuffer& keysA, const GpuB
   std::pair in{&keysA, &valuesA};
   std::pair out{&keysB, &valuesB};
   for (uint32_t pass = 0; pass < passes; ++pass) {
-    const PassPush push{count, pass * kDigitBits, blocks};
-    const uint32_t invocations = blocks * kBlockInvocations;
-    stream.dispatch1D("radix_hist", {in.first, &histogram_}, push, invocations);
+    const uint32_t invocations = blocks * kBlockInvocations, shift = pass * kDigitBits;
+    stream.dispatch1D(kernels::RadixHist{.keys = in.first, .histogram = &histogram_}, {count, shift, blocks},
+                      invocations);
     scanner_.scan(stream, histogram_, blocks * kDigits);
-    stream.dispatch1D("radix_scatter", {in.first, in.second, out.first, out.second, &histogram_}, push, invocations);
+    stream.dispatch1D(kernels::RadixScatter{.keysIn = in.first,
+                                            .valuesIn = in.second,
+                                            .keysOut = out.first,
+                                            .valuesOut = out.second,
+                                            .places = &histogram_},
+                      {count, shift, blocks}, invocations);
     std::swap(in, out);
   }
   return passes % 2 == 1;

@@ -4,23 +4,14 @@
 #include <stdexcept>
 #include <utility>
 
+#include "gpu/kernels/interfaces.h"
+
 namespace quor::gs {
 namespace {
 
 constexpr uint32_t kDigitBits = 8;
 constexpr uint32_t kDigits = 1u << kDigitBits;
 constexpr uint32_t kGroupRuns = 8;
-
-// The push block of radix_runs_count and radix_runs_scatter.
-struct PassPush {
-  uint32_t count;
-  uint32_t shift;  // of the digit, in bits
-  uint32_t runs;
-};
-struct ScanPush {
-  uint32_t rows, runs;
-};
-static_assert(sizeof(PassPush) == 12 && sizeof(ScanPush) == 8);
 
 }  // namespace
 
@@ -42,12 +33,14 @@ bool RunSorter::sort(ComputeStream& stream, const GpuBuffer& keysA, const GpuBuf
   std::pair in{&keysA, &valuesA};
   std::pair out{&keysB, &valuesB};
   for (uint32_t pass = 0; pass < passes; ++pass) {
-    const PassPush push{count, pass * kDigitBits, runs};
+    const uint32_t shift = pass * kDigitBits, groups = runs / kGroupRuns;
     stream.fill(table_, 0, bytes);
-    stream.dispatch("radix_runs_count", {in.first, &table_}, push, runs / kGroupRuns, 1, 1);
-    stream.dispatch("scan_runs", {&table_, &starts_}, ScanPush{kDigits, runs}, 1, 1, 1);
-    stream.dispatch("radix_runs_scatter", {in.first, in.second, out.first, out.second, &table_}, push,
-                    runs / kGroupRuns, 1, 1);
+    stream.dispatch(kernels::RadixRunsCount{.keys = in.first, .table = &table_}, {count, shift, runs}, groups, 1, 1);
+    stream.dispatch(kernels::ScanRuns{.table = &table_, .starts = &starts_}, {kDigits, runs}, 1, 1, 1);
+    stream.dispatch(
+        kernels::RadixRunsScatter{
+            .keysIn = in.first, .valuesIn = in.second, .keysOut = out.first, .valuesOut = out.second, .table = &table_},
+        {count, shift, runs}, groups, 1, 1);
     std::swap(in, out);
   }
   return passes % 2 == 1;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "gpu/kernels/interfaces.h"
+
 namespace quor::gs {
 namespace {
 
@@ -44,10 +46,10 @@ void Scanner::scan(ComputeStream& stream, const GpuBuffer& data, uint32_t count)
 void Scanner::scanLevel(ComputeStream& stream, const GpuBuffer& data, uint32_t count, size_t level) {
   const uint32_t blocks = blocksOf(count);
   const GpuBuffer& totals = levels_[level];
-  stream.dispatch1D("scan_block", {&data, &totals}, count, blocks * kBlockInvocations);
+  stream.dispatch1D(kernels::ScanBlock{.data = &data, .totals = &totals}, {count}, blocks * kBlockInvocations);
   if (blocks < 2) return;
   scanLevel(stream, totals, blocks, level + 1);
-  stream.dispatch1D("scan_add", {&data, &totals}, count, count);
+  stream.dispatch1D(kernels::ScanAdd{.data = &data, .offsets = &totals}, {count}, count);
 }
 
 }  // namespace quor::gs

@@ -1,21 +1,42 @@
-// Which blending kernels a device runs fastest. No list of GPUs could say it, so the device is asked: a small made-up
-// scene is drawn and differentiated by the plain kernels and by the paired ones, and the paired ones are taken where
-// they give the same and take less time. It costs a few frames of 640 x 360.
+// Which blending kernels a device gets. What it offers says which it can run; which are fastest no list of GPUs could
+// say, so the device is asked: a made-up scene is drawn and differentiated by each candidate. All must add up gradients
+// rightly, those that differ from the plain kernels are left out, and the fastest of the rest is taken.
+//
+// The scene grows with the device until a frame takes long enough to be timed: a quarter of a second on any GPU.
+// Software drivers have one candidate only, of which no more than a frame of 160 x 90 is checked.
 #pragma once
+
+#include <limits>
+#include <string>
+#include <vector>
 
 #include "base/log/log_store.h"
 #include "gs/render/renderer.h"
 
 namespace quor::gs {
 
-struct BlendTrial {
-  bool alike = false;                // picture and gradients, up to rounding
-  double firstMs = 0, secondMs = 0;  // least of the forward and the backward kernel together
-  static BlendTrial of(VulkanContext& context, KernelRegistry& registry, const Renderer::Variants& first,
-                       const Renderer::Variants& second);
+// A pair of forward and backward kernels, and what a trial found of it.
+struct BlendFinding {
+  Renderer::Variants variants;
+  double sumError = 0;       // share by which the gradients that it adds up are off; NaN when it could not run
+  std::string failure = {};  // why not
+  bool alike = true;         // picture and gradients are those of the first candidate, up to rounding
+  double milliseconds = std::numeric_limits<double>::infinity();  // least of both kernels together
+  bool addsUp() const;
 };
 
-// Renderer::Variants::forDevice(), with the paired blends where a trial speaks for them; says in the log what it found.
+// The pairs that this device can run, the plain one first: forwards by pairs of pixels need no float atomics, so they
+// may go with a plain backward.
+std::vector<Renderer::Variants> blendCandidates(const VulkanContext& context, const KernelRegistry& registry);
+
+// Checks the sums of each on a small picture.
+std::vector<BlendFinding> checkBlends(VulkanContext& context, KernelRegistry& registry,
+                                      const std::vector<Renderer::Variants>& candidates);
+// Compares and times them.
+void timeBlends(VulkanContext& context, KernelRegistry& registry, std::vector<BlendFinding>& findings);
+
+// The choice, tried once for each registry, which remembers it as the variants of rasterize_forward and
+// rasterize_backward; says in the log what it found. Throws std::runtime_error when no kernel adds up rightly.
 Renderer::Variants variantsByTrial(VulkanContext& context, KernelRegistry& registry, LogStore& log);
 
 }  // namespace quor::gs

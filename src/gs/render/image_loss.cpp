@@ -5,36 +5,14 @@
 
 #include "gpu/device/vulkan_context.h"
 #include "gs/render/kernels/include/shared_constants.h"
+#include "gs/render/kernels/interfaces.h"
 
 namespace quor::gs {
 namespace {
 
-struct SizePush {
-  uint32_t width, height;
-};
-struct BlurPush {
-  uint32_t width, height, axis, planes;
-};
-struct StripsPush {
-  uint32_t width, height, rows;
-  float l1Scale, ssimScale;
-};
-struct AccumulatedPush {
-  float red, green, blue;
-  uint32_t pixels;
-};
-struct TailPush {
-  uint32_t pixels;
-  float scale;
-};
-struct GradPush {
-  uint32_t pixels;
-  float l1Scale, red, green, blue;
-  uint32_t composited;
-};
-static_assert(sizeof(BlurPush) == 16 && sizeof(TailPush) == 8 && sizeof(GradPush) == 24 && sizeof(StripsPush) == 20);
-
-constexpr uint32_t kPlanes = 15;
+constexpr int kPlanes = 15;
+// The axis of ssim_blur15.
+constexpr int kAlongRows = 0, kAlongColumns = 1;
 constexpr uint32_t kPartialItems = 256;
 
 // Of loss_strips: the columns that a strip between two others owns, and about how many rows it is long. Longer strips
@@ -111,26 +89,37 @@ void ImageLoss::recordStrips(ComputeStream& stream, const Frame& frame, const Gp
                              const LossScales& scales) {
   const uint32_t w = static_cast<uint32_t>(frame.width), h = static_cast<uint32_t>(frame.height);
   const Strips cut(w, h);
-  stream.dispatch("loss_strips", {&frame.image, &photo, &dImage_, &partials_},
-                  StripsPush{w, h, cut.rows, scales.l1, scales.ssim}, cut.across, cut.down, 3);
+  stream.dispatch(
+      kernels::LossStrips{.rendered = &frame.image, .photo = &photo, .dImage = &dImage_, .partials = &partials_},
+      {frame.width, frame.height, static_cast<int>(cut.rows), scales.l1, scales.ssim}, cut.across, cut.down, 3);
 }
 
 void ImageLoss::recordStatistics(ComputeStream& stream, const Frame& frame, const GpuBuffer& photo) {
   const uint32_t w = static_cast<uint32_t>(frame.width), h = static_cast<uint32_t>(frame.height);
-  const uint32_t gx = groups(w, 16), gy = groups(h, 16);
-  stream.dispatch1D("u8_to_f32", {&photo, &target_}, 3 * w * h, 3 * w * h);
-  stream.dispatch("ssim_stack_blur_h", {&frame.image, &target_, &planes_}, SizePush{w, h}, gx, gy, 3);
-  stream.dispatch("ssim_blur15", {&planes_, &planesPartner_}, BlurPush{w, h, 1, kPlanes}, gx, gy, kPlanes);
+  stream.dispatch1D(kernels::U8ToF32{.packedBytes = &photo, .value = &target_}, {3 * w * h}, 3 * w * h);
+  stream.dispatch(kernels::SsimStackBlurH{.rendered = &frame.image, .target = &target_, .planes = &planes_},
+                  {frame.width, frame.height}, groups(w, 16), groups(h, 16), 3);
+  recordBlur(stream, frame, planes_, planesPartner_, kAlongColumns);
+}
+
+void ImageLoss::recordBlur(ComputeStream& stream, const Frame& frame, const GpuBuffer& from, const GpuBuffer& to,
+                           int axis) {
+  stream.dispatch(kernels::SsimBlur15{.from = &from, .to = &to}, {frame.width, frame.height, axis, kPlanes},
+                  groups(static_cast<uint32_t>(frame.width), 16), groups(static_cast<uint32_t>(frame.height), 16),
+                  kPlanes);
 }
 
 // From the statistics back to the image.
 void ImageLoss::recordSsimGradient(ComputeStream& stream, const Frame& frame, float ssimScale) {
   const uint32_t w = static_cast<uint32_t>(frame.width), h = static_cast<uint32_t>(frame.height);
-  const uint32_t gx = groups(w, 16), gy = groups(h, 16);
-  stream.dispatch1D("ssim_tail_backward", {&planesPartner_, &planes_}, TailPush{w * h, ssimScale}, 3 * w * h);
-  stream.dispatch("ssim_blur15", {&planes_, &planesPartner_}, BlurPush{w, h, 0, kPlanes}, gx, gy, kPlanes);
-  stream.dispatch("ssim_blur15", {&planesPartner_, &planes_}, BlurPush{w, h, 1, kPlanes}, gx, gy, kPlanes);
-  stream.dispatch("ssim_chain_backward", {&planes_, &frame.image, &target_, &dSsim_}, SizePush{w, h}, gx, gy, 3);
+  stream.dispatch1D(kernels::SsimTailBackward{.planes = &planesPartner_, .gradients = &planes_}, {w * h, ssimScale},
+                    3 * w * h);
+  recordBlur(stream, frame, planes_, planesPartner_, kAlongRows);
+  recordBlur(stream, frame, planesPartner_, planes_, kAlongColumns);
+  stream.dispatch(
+      kernels::SsimChainBackward{
+          .gradients = &planes_, .rendered = &frame.image, .target = &target_, .dImage = &dSsim_},
+      {w, h}, groups(w, 16), groups(h, 16), 3);
 }
 
 void ImageLoss::backward(ComputeStream& stream, const Frame& frame, const GpuBuffer& photo, const LossScales& scales,
@@ -139,8 +128,8 @@ void ImageLoss::backward(ComputeStream& stream, const Frame& frame, const GpuBuf
   if (strips_) {
     recordStrips(stream, frame, photo, scales);
     if (composited) {
-      stream.dispatch1D("alpha_gradient", {&dImage_, &frame.alpha, &dAlpha_},
-                        AccumulatedPush{background[0], background[1], background[2], pixels}, pixels);
+      stream.dispatch1D(kernels::AlphaGradient{.dImage = &dImage_, .alpha = &frame.alpha, .dAlpha = &dAlpha_},
+                        {background[0], background[1], background[2], pixels}, pixels);
     } else {
       stream.fill(dAlpha_, 0, uint64_t{pixels} * sizeof(float));
     }
@@ -150,8 +139,19 @@ void ImageLoss::backward(ComputeStream& stream, const Frame& frame, const GpuBuf
   recordStatistics(stream, frame, photo);
   if (withScore) recordPartials(stream, frame);
   recordSsimGradient(stream, frame, scales.ssim);
-  const GradPush push = {pixels, scales.l1, background[0], background[1], background[2], composited ? 1u : 0u};
-  stream.dispatch1D("loss_grad", {&frame.image, &target_, &dSsim_, &frame.alpha, &dImage_, &dAlpha_}, push, pixels);
+  stream.dispatch1D(kernels::LossGrad{.rendered = &frame.image,
+                                      .target = &target_,
+                                      .dSsim = &dSsim_,
+                                      .alpha = &frame.alpha,
+                                      .dImage = &dImage_,
+                                      .dAlpha = &dAlpha_},
+                    {.pixels = pixels,
+                     .l1Scale = scales.l1,
+                     .red = background[0],
+                     .green = background[1],
+                     .blue = background[2],
+                     .composited = composited ? 1u : 0u},
+                    pixels);
 }
 
 ImageScores ImageLoss::score(ComputeStream& stream, const Frame& frame, const GpuBuffer& photo) {
@@ -168,8 +168,10 @@ ImageScores ImageLoss::score(ComputeStream& stream, const Frame& frame, const Gp
 
 void ImageLoss::recordPartials(ComputeStream& stream, const Frame& frame) {
   const uint32_t pixels = static_cast<uint32_t>(frame.width) * static_cast<uint32_t>(frame.height);
-  stream.dispatch1D("ssim_tail_forward", {&planesPartner_, &dSsim_}, pixels, 3 * pixels);
-  stream.dispatch1D("loss_partials", {&frame.image, &target_, &dSsim_, &partials_}, 3 * pixels, 3 * pixels);
+  stream.dispatch1D(kernels::SsimTailForward{.planes = &planesPartner_, .map = &dSsim_}, {pixels}, 3 * pixels);
+  stream.dispatch1D(
+      kernels::LossPartials{.rendered = &frame.image, .target = &target_, .map = &dSsim_, .partials = &partials_},
+      {3 * pixels}, 3 * pixels);
   copyPartials(stream, frame);
 }
 

@@ -65,6 +65,7 @@ class ImageLoss {
   void recordStrips(ComputeStream& stream, const Frame& frame, const GpuBuffer& photo, const LossScales& scales);
   // Step by step.
   void recordStatistics(ComputeStream& stream, const Frame& frame, const GpuBuffer& photo);
+  void recordBlur(ComputeStream& stream, const Frame& frame, const GpuBuffer& from, const GpuBuffer& to, int axis);
   void recordPartials(ComputeStream& stream, const Frame& frame);
   void recordSsimGradient(ComputeStream& stream, const Frame& frame, float ssimScale);
   void copyPartials(ComputeStream& stream, const Frame& frame);

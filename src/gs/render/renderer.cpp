@@ -19,41 +19,22 @@ uint32_t tilesOf(int pixels) {
 
 constexpr uint32_t kMaxByRuns = 4'000'000;
 
-struct ScaledPush {
-  uint32_t count;
-  float factor;
-};
-static_assert(sizeof(ScaledPush) == 8);
-
-struct RangesPush {
-  uint32_t instances, tiles;
-};
-struct RasterPush {
-  uint32_t width, height, tilesX, reserved;
-};
-struct BackgroundPush {
-  float red, green, blue;
-  uint32_t pixels;
-};
-struct ActivationPush {
-  uint32_t count;
-  float opacityWeight, scaleWeight;
-};
-static_assert(sizeof(RasterPush) == 16 && sizeof(BackgroundPush) == 16 && sizeof(ActivationPush) == 12);
+// The projection kernels share one push block, and so do the two that make the lists.
+template <class To, class From>
+typename To::Push samePush(const From& push) {
+  static_assert(sizeof(typename To::Push) == sizeof(From));
+  return std::bit_cast<typename To::Push>(push);
+}
 
 }  // namespace
 
 Renderer::Variants Renderer::Variants::forDevice(const VulkanContext& context, const KernelRegistry& registry) {
   const DeviceInfo& device = context.info();
-  const bool wide = device.deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU && device.subgroupShuffle &&
-                    device.subgroupSize == 8 && device.floatAtomics;
+  // Their subgroups are of exactly eight, which SPIR-V cannot say.
+  const bool wide = device.deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU && device.subgroupSize == 8 &&
+                    registry.runs("rasterize_backward_wide") && registry.runs("loss_strips");
   if (wide) return {"rasterize_forward_wide", "rasterize_backward_wide", true, true};
   return {"rasterize_forward", registry.backwardKernelName()};
-}
-
-bool Renderer::runsPairs(const VulkanContext& context) {
-  const DeviceInfo& device = context.info();
-  return device.subgroupShuffle && device.subgroupSize >= 8 && device.floatAtomics;
 }
 
 Renderer::Renderer(VulkanContext& context, KernelRegistry& registry, Mode mode)
@@ -150,7 +131,7 @@ void Renderer::reserveInstances(uint32_t instances) {
   }
 }
 
-// The gradients of the SH coefficients are made when the lists are done with, and are the largest.
+// The gradient of the SH coefficients is the largest buffer that nothing uses while the lists are sorted.
 void Renderer::chooseKeyPartner(const SplatStore& splats) {
   const uint64_t needed = instanceRoom_ * sizeof(uint32_t);
   keyPartner_ = &splats.gradient(kShRest);
@@ -174,34 +155,37 @@ void Renderer::project(ComputeStream& stream, const SplatStore& splats, const Ca
   }
 
   const auto centre = camera.centre();
-  float* rows[3] = {camera_.row0, camera_.row1, camera_.row2};
+  kernels::vec4* rows[3] = {&camera_.row0, &camera_.row1, &camera_.row2};
   for (size_t r = 0; r < 3; ++r) {
-    for (size_t c = 0; c < 3; ++c) rows[r][c] = static_cast<float>(camera.rotation[3 * r + c]);
-    rows[r][3] = static_cast<float>(camera.translation[r]);
+    for (size_t c = 0; c < 3; ++c) (*rows[r])[c] = static_cast<float>(camera.rotation[3 * r + c]);
+    (*rows[r])[3] = static_cast<float>(camera.translation[r]);
     camera_.centre[r] = static_cast<float>(centre[r]);
   }
   const double intrinsics[4] = {camera.fx, camera.fy, camera.cx, camera.cy};
   for (size_t k = 0; k < 4; ++k) camera_.intrinsics[k] = static_cast<float>(intrinsics[k]);
   camera_.range[0] = nearPlane;
   const uint32_t w = static_cast<uint32_t>(width_), h = static_cast<uint32_t>(height_);
-  const uint32_t size[4] = {n, w, h, static_cast<uint32_t>(std::clamp(shDegree, 0, 3))};
-  std::copy(std::begin(size), std::end(size), camera_.size);
-  bin_ = {n, w, h, kTile, tilesX_, tilesY_, RunSorter::runsFor(n), 0};
+  camera_.size = {n, w, h, static_cast<uint32_t>(std::clamp(shDegree, 0, 3))};
+  bin_ = {n, w, h, kTile, tilesX_, tilesY_, 0, 0};
 
   stream.mark("projection");
-  const auto activated = {&splats.value(kScales), &splats.value(kOpacities), static_cast<const GpuBuffer*>(&scale_),
-                          static_cast<const GpuBuffer*>(&opacity_)};
-  if (splatScale_ == 1.0f) {
-    stream.dispatch1D("activate", activated, n, n);
-  } else {
-    stream.dispatch1D("activate_scaled", activated, ScaledPush{n, splatScale_}, n);
-  }
-  stream.dispatch1D("preprocess_forward",
-                    {&splats.value(kPositions), &scale_, &splats.value(kRotations), &opacity_, &splats.value(kShDc),
-                     &splats.value(kShRest), &mean_, &conic_, &colour_, &depth_, &halfExtent_, &visible_},
+  activate(stream, splats);
+  stream.dispatch1D(kernels::PreprocessForward{.position = &splats.value(kPositions),
+                                               .scale = &scale_,
+                                               .rotation = &splats.value(kRotations),
+                                               .opacity = &opacity_,
+                                               .shDc = &splats.value(kShDc),
+                                               .shRest = &splats.value(kShRest),
+                                               .mean = &mean_,
+                                               .conic = &conic_,
+                                               .colour = &colour_,
+                                               .depth = &depth_,
+                                               .halfExtent = &halfExtent_,
+                                               .visible = &visible_},
                     camera_, n);
   stream.mark("depth sort");
-  stream.dispatch1D("depth_keys", {&depth_, &visible_, &depthKey(), &orderBegun()}, n, n);
+  stream.dispatch1D(
+      kernels::DepthKeys{.depth = &depth_, .visible = &visible_, .key = &depthKey(), .value = &orderBegun()}, {n}, n);
   orderInPartner_ = sort(stream, {&depthKey(), &orderBegun()}, {&depthKeyPartner(), &orderPartner()}, n, 32);
   countInstances(stream);
   stream.submit();
@@ -210,11 +194,30 @@ void Renderer::project(ComputeStream& stream, const SplatStore& splats, const Ca
   chooseKeyPartner(splats);
 }
 
+void Renderer::activate(ComputeStream& stream, const SplatStore& splats) {
+  const uint32_t n = bin_.count;
+  const GpuBuffer &logScale = splats.value(kScales), &logit = splats.value(kOpacities);
+  if (splatScale_ == 1.0f) {
+    stream.dispatch1D(kernels::Activate{.logScale = &logScale, .logit = &logit, .scale = &scale_, .opacity = &opacity_},
+                      {n}, n);
+  } else {
+    stream.dispatch1D(
+        kernels::ActivateScaled{.logScale = &logScale, .logit = &logit, .scale = &scale_, .opacity = &opacity_},
+        {n, splatScale_}, n);
+  }
+}
+
 void Renderer::countInstances(ComputeStream& stream) {
   stream.mark("tile lists");
   const uint32_t n = bin_.count;
-  stream.dispatch1D("bin_count", {&order(), &mean_, &conic_, &opacity_, &halfExtent_, &visible_, &tileCount()}, bin_,
-                    n);
+  stream.dispatch1D(kernels::BinCount{.order = &order(),
+                                      .mean = &mean_,
+                                      .conic = &conic_,
+                                      .opacity = &opacity_,
+                                      .halfExtent = &halfExtent_,
+                                      .visible = &visible_,
+                                      .tileCount = &tileCount()},
+                    bin_, n);
   stream.fill(tileCount(), 0, sizeof(uint32_t), n * sizeof(uint32_t));
   scanner_.scan(stream, tileCount(), n + 1);
   stream.copy(tileCount(), total_, sizeof(uint32_t), n * sizeof(uint32_t));
@@ -223,9 +226,16 @@ void Renderer::countInstances(ComputeStream& stream) {
 void Renderer::sortIntoTiles(ComputeStream& stream) {
   stream.mark("tile lists");
   const uint32_t tiles = tilesX_ * tilesY_;
-  stream.dispatch1D("bin_write",
-                    {&order(), &mean_, &conic_, &opacity_, &halfExtent_, &visible_, &tileCount(), &tileKey_, &splatId_},
-                    bin_, bin_.count);
+  stream.dispatch1D(kernels::BinWrite{.order = &order(),
+                                      .mean = &mean_,
+                                      .conic = &conic_,
+                                      .opacity = &opacity_,
+                                      .halfExtent = &halfExtent_,
+                                      .visible = &visible_,
+                                      .offset = &tileCount(),
+                                      .tileKey = &tileKey_,
+                                      .splatId = &splatId_},
+                    samePush<kernels::BinWrite>(bin_), bin_.count);
   stream.mark("tile sort");
   const uint32_t bits = static_cast<uint32_t>(std::bit_width(std::max(tiles, 2u) - 1));
   const GpuBuffer* keys = &tileKey_;
@@ -233,7 +243,7 @@ void Renderer::sortIntoTiles(ComputeStream& stream) {
     keys = keyPartner_;
     std::swap(splatId_, splatIdPartner_);
   }
-  stream.dispatch1D("tile_ranges", {keys, &tileStart_}, RangesPush{instances_, tiles}, tiles + 1);
+  stream.dispatch1D(kernels::TileRanges{.tileKey = keys, .start = &tileStart_}, {instances_, tiles}, tiles + 1);
 }
 
 void Renderer::rasterize(ComputeStream& stream, const std::array<float, 3>& background) {
@@ -241,15 +251,21 @@ void Renderer::rasterize(ComputeStream& stream, const std::array<float, 3>& back
   sortIntoTiles(stream);
 
   stream.mark("forward");
-  const RasterPush push = {bin_.width, bin_.height, tilesX_, 0};
-  stream.dispatch(variants_.forward,
-                  {&tileStart_, &splatId_, &mean_, &conic_, &opacity_, &colour_, &image_, &alpha_, &transmittance_,
-                   &lastContributor_},
-                  push, tilesX_, tilesY_, 1);
+  stream.dispatch(kernels::RasterizeForward{.start = &tileStart_,
+                                            .splatId = &splatId_,
+                                            .mean = &mean_,
+                                            .conic = &conic_,
+                                            .opacity = &opacity_,
+                                            .colour = &colour_,
+                                            .image = &image_,
+                                            .alpha = &alpha_,
+                                            .transmittance = &transmittance_,
+                                            .lastContributor = &lastContributor_},
+                  {bin_.width, bin_.height, tilesX_, 0}, tilesX_, tilesY_, 1, variants_.forward);
   if (background != std::array<float, 3>{0, 0, 0}) {
     const uint32_t pixels = bin_.width * bin_.height;
-    stream.dispatch1D("composite_background", {&image_, &alpha_},
-                      BackgroundPush{background[0], background[1], background[2], pixels}, pixels);
+    stream.dispatch1D(kernels::CompositeBackground{.image = &image_, .alpha = &alpha_},
+                      {background[0], background[1], background[2], pixels}, pixels);
   }
 }
 
@@ -269,22 +285,46 @@ void Renderer::lossAndBackward(ComputeStream& stream, const SplatStore& splats, 
   for (const auto& [buffer, width] : {std::pair(&dMean_, 2u), {&dConic_, 3u}, {&dOpacity_, 1u}, {&dColour_, 3u}}) {
     stream.fill(*buffer, 0, static_cast<uint64_t>(n) * width * sizeof(float));
   }
-  stream.dispatch(variants_.backward,
-                  {&tileStart_, &splatId_, &mean_, &conic_, &opacity_, &colour_, &transmittance_, &lastContributor_,
-                   &loss_.imageGradient(), &loss_.alphaGradient(), &dMean_, &dConic_, &dOpacity_, &dColour_},
-                  RasterPush{bin_.width, bin_.height, tilesX_, 0}, tilesX_, tilesY_, 1);
+  stream.dispatch(kernels::RasterizeBackward{.start = &tileStart_,
+                                             .splatId = &splatId_,
+                                             .mean = &mean_,
+                                             .conic = &conic_,
+                                             .opacity = &opacity_,
+                                             .colour = &colour_,
+                                             .transmittance = &transmittance_,
+                                             .lastContributor = &lastContributor_,
+                                             .dImage = &loss_.imageGradient(),
+                                             .dAlpha = &loss_.alphaGradient(),
+                                             .dMean = &dMean_,
+                                             .dConic = &dConic_,
+                                             .dOpacity = &dOpacity_,
+                                             .dColour = &dColour_},
+                  {bin_.width, bin_.height, tilesX_, 0}, tilesX_, tilesY_, 1, variants_.backward);
 
   stream.mark("projection backward");
-  stream.dispatch1D(
-      "preprocess_backward",
-      {&splats.value(kPositions), &scale_, &splats.value(kRotations), &splats.value(kShDc), &splats.value(kShRest),
-       &visible_, &dMean_, &dConic_, &dColour_, &splats.gradient(kPositions), &splats.gradient(kScales),
-       &splats.gradient(kRotations), &splats.gradient(kShDc), &splats.gradient(kShRest)},
-      camera_, n);
+  stream.dispatch1D(kernels::PreprocessBackward{.position = &splats.value(kPositions),
+                                                .scale = &scale_,
+                                                .rotation = &splats.value(kRotations),
+                                                .shDc = &splats.value(kShDc),
+                                                .shRest = &splats.value(kShRest),
+                                                .visible = &visible_,
+                                                .dMean = &dMean_,
+                                                .dConic = &dConic_,
+                                                .dColour = &dColour_,
+                                                .dPosition = &splats.gradient(kPositions),
+                                                .dScale = &splats.gradient(kScales),
+                                                .dRotation = &splats.gradient(kRotations),
+                                                .dShDc = &splats.gradient(kShDc),
+                                                .dShRest = &splats.gradient(kShRest)},
+                    samePush<kernels::PreprocessBackward>(camera_), n);
   const GpuBuffer& dScale = splats.gradient(kScales);
-  stream.dispatch1D("activation_backward",
-                    {&scale_, &opacity_, &dScale, &dOpacity_, &dScale, &splats.gradient(kOpacities)},
-                    ActivationPush{n, regularisers.opacity, regularisers.scale}, n);
+  stream.dispatch1D(kernels::ActivationBackward{.scale = &scale_,
+                                                .opacity = &opacity_,
+                                                .dScale = &dScale,
+                                                .dOpacity = &dOpacity_,
+                                                .dLogScale = &dScale,
+                                                .dLogit = &splats.gradient(kOpacities)},
+                    {n, regularisers.opacity, regularisers.scale}, n);
 }
 
 ImageScores Renderer::score(ComputeStream& stream, const GpuBuffer& photo) {

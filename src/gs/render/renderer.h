@@ -10,6 +10,7 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <utility>
 
 #include "gpu/compute/compute_stream.h"
 #include "gpu/memory/gpu_buffer.h"
@@ -18,6 +19,7 @@
 #include "gpu/sort/scanner.h"
 #include "gs/render/camera.h"
 #include "gs/render/image_loss.h"
+#include "gs/render/kernels/interfaces.h"
 #include "gs/splats/splat_store.h"
 
 namespace quor::gs {
@@ -30,8 +32,9 @@ class Renderer {
  public:
   enum class Mode { RenderOnly, Training };
 
-  // The kernels of which there are variants that give the same results. forDevice() names the fastest that the device
-  // runs: on software drivers those that work on eight pixels an invocation.
+  // The kernels of which there are variants that give the same results. forDevice() goes by what the device offers:
+  // software drivers with subgroups of eight get the kernels that are written for them, all else gets the plain ones.
+  // variantsByTrial() in blend_trial.h also asks which are faster.
   struct Variants {
     std::string forward;
     std::string backward;
@@ -39,8 +42,6 @@ class Renderer {
     bool runSorts = false;  // RunSorter instead of RadixSorter
     static Variants forDevice(const VulkanContext& context, const KernelRegistry& registry);
   };
-  // Whether the device can run rasterize_forward_pairs and rasterize_backward_pairs.
-  static bool runsPairs(const VulkanContext& context);
 
   Renderer(VulkanContext& context, KernelRegistry& registry, Mode mode);
   Renderer(VulkanContext& context, Variants variants, Mode mode);
@@ -51,6 +52,9 @@ class Renderer {
   // Steps from the parameters to the scanned tile counts; submits and reads the number of instances. shDegree is the
   // active degree; splats nearer than nearPlane (world units, > 0) are culled.
   void project(ComputeStream& stream, const SplatStore& splats, const Camera& camera, int shDegree, float nearPlane);
+
+  // The variant of rasterize_forward from the next rasterize() on.
+  void setForward(std::string variant) { variants_.forward = std::move(variant); }
 
   // For looking at a scene: all scales times this from the next project() on.
   void setSplatScale(float factor) { splatScale_ = factor; }
@@ -88,30 +92,17 @@ class Renderer {
   std::vector<std::string> kernelNames() const;
 
  private:
-  // The push block of the projection kernels, see kernels/include/camera_block.glsl.
-  struct CameraBlock {
-    float row0[4], row1[4], row2[4];
-    float intrinsics[4];
-    float centre[4];
-    float range[4];
-    uint32_t size[4];
-  };
-  static_assert(sizeof(CameraBlock) == 112);
-  struct BinPush {
-    uint32_t count, width, height, tileSize, tilesX, tilesY, reserved[2];
-  };
-  static_assert(sizeof(BinPush) == 32);
-
   void reserveInstances(uint32_t instances);
+  void activate(ComputeStream& stream, const SplatStore& splats);
   void chooseKeyPartner(const SplatStore& splats);
   bool sortsByRuns(uint32_t count) const;
   void reserveSort(uint32_t count);
   struct SortPair {
     const GpuBuffer *keys, *values;
   };
-  // By what suits the device; true when the result lies in the partner.
+  // With the sorter that suits the device; true when the result lies in the partner.
   bool sort(ComputeStream& stream, const SortPair& in, const SortPair& partner, uint32_t count, uint32_t keyBits);
-  // What the lists are made with is done with before the gradients are begun, and lies in their memory.
+  // List scratch aliases the gradient buffers: it is dead before gradients are written.
   const GpuBuffer& depthKey() const { return dMean_; }
   const GpuBuffer& depthKeyPartner() const { return dConic_; }
   const GpuBuffer& tileCount() const { return dConic_; }  // after the depth sort
@@ -141,8 +132,8 @@ class Renderer {
   // Of the frame in progress.
   int width_ = 0, height_ = 0;
   uint32_t tilesX_ = 0, tilesY_ = 0, instances_ = 0;
-  CameraBlock camera_ = {};
-  BinPush bin_ = {};
+  kernels::PreprocessForward::Push camera_ = {};
+  kernels::BinCount::Push bin_ = {};
   bool orderInPartner_ = false;
   std::array<float, 3> background_ = {};
 
@@ -150,7 +141,7 @@ class Renderer {
   GpuBuffer mean_, conic_, colour_, depth_, halfExtent_, visible_;
   GpuBuffer total_;
   GpuBuffer tileKey_, tileKeyPartner_, splatId_, splatIdPartner_;
-  const GpuBuffer* keyPartner_ = nullptr;  // of this frame: tileKeyPartner_, or what a store has to spare
+  const GpuBuffer* keyPartner_ = nullptr;  // of this frame: tileKeyPartner_ or a gradient buffer of the store
   GpuBuffer tileStart_;
   GpuBuffer image_, alpha_, transmittance_, lastContributor_;
   GpuBuffer dMean_, dConic_, dOpacity_, dColour_;

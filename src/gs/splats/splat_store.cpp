@@ -6,19 +6,13 @@
 #include <utility>
 
 #include "gpu/device/vulkan_context.h"
+#include "gpu/kernels/interfaces.h"
 
 namespace quor::gs {
 namespace {
 
 constexpr std::array<const char*, kGroupCount> kGroupNames = {"positions", "scales", "rotations",
                                                               "opacities", "sh_dc",  "sh_rest"};
-
-struct GatherPush {
-  uint32_t count;  // values: rows * width
-  uint32_t width;
-  uint32_t zeroFresh;
-};
-static_assert(sizeof(GatherPush) == 12);
 
 uint64_t bytesOf(Group g, uint64_t rows) {
   return rows * kGroupWidths[g] * sizeof(float);
@@ -135,8 +129,9 @@ void SplatStore::rearrange(ComputeStream& stream, Transfer& transfer, std::span<
       gradients_[g] = make(g, " gradient", room);
     }
     for (GpuBuffer* array : {&values_[g], &firstMoments_[g], &secondMoments_[g]}) {
-      const GatherPush push = {rows * width, width, array == &values_[g] ? 0u : 1u};
-      stream.dispatch1D("gather_rows", {&rows_, array, &gradients_[g]}, push, push.count);
+      const uint32_t zeroFresh = array == &values_[g] ? 0 : 1;
+      stream.dispatch1D(kernels::GatherRows{.source = &rows_, .from = array, .to = &gradients_[g]},
+                        {rows * width, width, zeroFresh}, rows * width);
       stream.submit();
       std::swap(*array, gradients_[g]);
       if (grow && array != &secondMoments_[g]) {

@@ -10,6 +10,7 @@
 #include "gs/data/seed.h"
 #include "gs/render/blend_trial.h"
 #include "gs/splats/splat_cap.h"
+#include "gs/train/kernels/interfaces.h"
 #include "gs/train/resume.h"
 #include "gs/train/schedule.h"
 #include "gs/train/strategy/densification_edit.h"
@@ -30,18 +31,6 @@ constexpr float kLossAverage = 0.1f;
 constexpr int kLossEvery = 10;
 // Photographs may take this share of the free GPU memory; more of them stay in host memory.
 constexpr double kPhotoShare = 0.4;
-
-struct AdamPush {
-  uint32_t count;
-  float rate, beta1, beta2, epsilon, correction1, rootCorrection2;
-};
-static_assert(sizeof(AdamPush) == 28);
-
-struct NoisePush {
-  uint32_t count, seed[3];
-  float scale;
-};
-static_assert(sizeof(NoisePush) == 20);
 
 uint64_t photoShare(const VulkanContext& context) {
   return static_cast<uint64_t>(kPhotoShare * static_cast<double>(context.freeMemory()));
@@ -216,26 +205,34 @@ void Trainer::optimise() {
     // At degree 0 these have neither gradients nor moments: the update would change nothing.
     if (g == kShRest && shDegreeAt(job_, step_) == 0) continue;
     const uint32_t count = splats_.count() * static_cast<uint32_t>(kGroupWidths[g]);
-    const AdamPush push = {
-        count,       rates[g],       static_cast<float>(kBeta1), static_cast<float>(kBeta2), kEpsilon,
-        correction1, rootCorrection2};
-    stream_.dispatch1D("adam_quads",
-                       {&splats_.value(g), &splats_.firstMoment(g), &splats_.secondMoment(g), &splats_.gradient(g)},
-                       push, (count + 3) / 4);
+    stream_.dispatch1D(kernels::Adam{.value = &splats_.value(g),
+                                     .firstMoment = &splats_.firstMoment(g),
+                                     .secondMoment = &splats_.secondMoment(g),
+                                     .gradient = &splats_.gradient(g)},
+                       {.count = count,
+                        .rate = rates[g],
+                        .beta1 = static_cast<float>(kBeta1),
+                        .beta2 = static_cast<float>(kBeta2),
+                        .epsilon = kEpsilon,
+                        .correction1 = correction1,
+                        .rootCorrection2 = rootCorrection2},
+                       (count + 3) / 4, "adam_quads");
   }
 }
 
 void Trainer::addNoise() {
   const uint64_t bits = random_.next();
   const double scale = positionRate(job_, step_, dataset_.geometry.extent) * static_cast<double>(job_.mcmcNoiseScale);
-  const NoisePush push = {
-      splats_.count(),
-      {static_cast<uint32_t>(bits), static_cast<uint32_t>(bits >> 32), static_cast<uint32_t>(step_)},
-      static_cast<float>(scale)};
-  stream_.dispatch1D("add_noise",
-                     {&splats_.value(kPositions), &renderer_.activatedScales(), &splats_.value(kRotations),
-                      &renderer_.activatedOpacities()},
-                     push, splats_.count());
+  stream_.dispatch1D(kernels::AddNoise{.position = &splats_.value(kPositions),
+                                       .scale = &renderer_.activatedScales(),
+                                       .rotation = &splats_.value(kRotations),
+                                       .opacity = &renderer_.activatedOpacities()},
+                     {.count = splats_.count(),
+                      .seed0 = static_cast<uint32_t>(bits),
+                      .seed1 = static_cast<uint32_t>(bits >> 32),
+                      .seed2 = static_cast<uint32_t>(step_),
+                      .noiseScale = static_cast<float>(scale)},
+                     splats_.count());
 }
 
 void Trainer::refine() {

@@ -4,6 +4,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "sfm/match/kernels/interfaces.h"
+
 namespace quor {
 namespace {
 
@@ -16,23 +18,6 @@ constexpr uint32_t kTile = 64;  // descriptors a side
 constexpr uint64_t kPartialBytes = 8;
 constexpr uint64_t kTileWork = kTile * kTile;
 static_assert(SiftMatcher::kSubmissionWork / kTileWork < 65536);  // what every device takes as one dimension of a grid
-
-struct TilesPush {
-  uint32_t start1, count1, start2, count2;  // descriptors
-  uint32_t firstTile, tileColumns;
-};
-static_assert(sizeof(TilesPush) == 24);
-
-struct ReducePush {
-  uint32_t count1, count2, tileRows, tileColumns;
-  float maxRatio, maxDistance;
-};
-static_assert(sizeof(ReducePush) == 24);
-
-struct CrossPush {
-  uint32_t count1, count2, firstResult;
-};
-static_assert(sizeof(CrossPush) == 12);
 
 uint32_t tilesOf(uint32_t features) {
   return features / kTile + (features % kTile != 0 ? 1 : 0);
@@ -157,11 +142,18 @@ std::vector<std::vector<FeatureMatch>> SiftMatcher::match(std::span<const Pair> 
 void SiftMatcher::record(const Pair& pair, uint32_t firstResult) {
   const uint32_t count1 = counts_[pair.first], count2 = counts_[pair.second];
   recordTiles(pair);
-  const ReducePush reduce{count1, count2, tilesOf(count1), tilesOf(count2), options_.maxRatio, options_.maxDistance};
-  stream_.dispatch1D("sift_match_reduce", {&rowPartials_, &columnPartials_, &matchA_, &matchB_}, reduce,
-                     count1 + count2);
-  stream_.dispatch1D("sift_match_cross", {&matchA_, &matchB_, &results_}, CrossPush{count1, count2, firstResult},
-                     count1);
+  stream_.dispatch1D(
+      gs::kernels::SiftMatchReduce{
+          .rowPartials = &rowPartials_, .columnPartials = &columnPartials_, .matchA = &matchA_, .matchB = &matchB_},
+      {.count1 = count1,
+       .count2 = count2,
+       .tileRows = tilesOf(count1),
+       .tileColumns = tilesOf(count2),
+       .maxRatio = options_.maxRatio,
+       .maxDistance = options_.maxDistance},
+      count1 + count2);
+  stream_.dispatch1D(gs::kernels::SiftMatchCross{.matchA = &matchA_, .matchB = &matchB_, .results = &results_},
+                     {count1, count2, firstResult}, count1);
 }
 
 // A pair that is more than one submission's work is cut into several.
@@ -169,15 +161,17 @@ void SiftMatcher::recordTiles(const Pair& pair) {
   const Place& first = places_[pair.first];
   const Place& second = places_[pair.second];
   const uint32_t count1 = counts_[pair.first], count2 = counts_[pair.second];
-  TilesPush push{first.start, count1, second.start, count2, 0, tilesOf(count2)};
+  gs::kernels::SiftMatchTiles::Push push{first.start, count1, second.start, count2, 0, tilesOf(count2)};
   const uint32_t tiles = tilesOf(count1) * push.tileColumns;
   const auto most = static_cast<uint32_t>(std::max<uint64_t>(submissionWork_ / kTileWork, 1));
   while (push.firstTile < tiles) {
     if (push.firstTile > 0) stream_.submit();
     const uint32_t groups = std::min(tiles - push.firstTile, most);
-    stream_.dispatch(tilesKernel_,
-                     {&descriptors_[first.block], &descriptors_[second.block], &rowPartials_, &columnPartials_}, push,
-                     groups, 1, 1);
+    stream_.dispatch(gs::kernels::SiftMatchTiles{.first = &descriptors_[first.block],
+                                                 .second = &descriptors_[second.block],
+                                                 .rowPartials = &rowPartials_,
+                                                 .columnPartials = &columnPartials_},
+                     push, groups, 1, 1, tilesKernel_);
     push.firstTile += groups;
   }
 }

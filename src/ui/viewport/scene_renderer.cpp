@@ -9,6 +9,7 @@
 #include "base/crash/crash_handler.h"
 #include "gpu/device/vulkan_context.h"
 #include "gpu/memory/transfer.h"
+#include "gs/render/kernels/interfaces.h"
 #include "gs/render/renderer.h"
 
 namespace quor::ui {
@@ -214,6 +215,8 @@ RenderedPicture SceneRenderer::drawSplats(Gpu& gpu, const gs::SplatStore& splats
     return picture;
   }
 
+  // A training that began meanwhile may have found which blending kernel is fastest here.
+  if (const auto forward = registry_.chosenVariant("rasterize_forward")) gpu.renderer.setForward(*forward);
   gpu.renderer.reserve(splats.count(), camera.width, camera.height);
   gpu.renderer.setSplatScale(request.splatScale);
   gpu.renderer.project(gpu.stream, splats, camera, std::min(shDegree, request.shDegree), request.nearPlane);
@@ -222,7 +225,8 @@ RenderedPicture SceneRenderer::drawSplats(Gpu& gpu, const gs::SplatStore& splats
     gpu.packed = gs::GpuBuffer(context_, picture.rgba.size(), gs::BufferKind::Device, "viewport");
     gpu.readback = gs::GpuBuffer(context_, picture.rgba.size(), gs::BufferKind::Readback, "viewport readback");
   }
-  gpu.stream.dispatch1D("rgb_to_rgba8", {&gpu.renderer.image(), &gpu.packed}, pixels, pixels);
+  gpu.stream.dispatch1D(gs::kernels::RgbToRgba8{.rgb = &gpu.renderer.image(), .packedBytes = &gpu.packed}, {pixels},
+                        pixels);
   gpu.stream.copy(gpu.packed, gpu.readback, picture.rgba.size());
   gpu.stream.submit();
   std::memcpy(picture.rgba.data(), gpu.readback.mapped(), picture.rgba.size());

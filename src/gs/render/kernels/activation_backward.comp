@@ -16,20 +16,12 @@
 // Push: count, opacityWeight, scaleWeight. One invocation a splat. dScale and dLogScale may be one buffer: an invocation
 // reads only the elements that it then writes.
 #extension GL_GOOGLE_include_directive : require
+#include "gs/render/kernels/interfaces.h"
 #include "gpu/kernels/include/item_index.glsl"
 
 layout(local_size_x = 256) in;
-layout(binding = 0) readonly buffer Scale { float scale[]; };
-layout(binding = 1) readonly buffer Opacity { float opacity[]; };
-layout(binding = 2) readonly buffer DScale { float dScale[]; };
-layout(binding = 3) readonly buffer DOpacity { float dOpacity[]; };
-layout(binding = 4) writeonly buffer DLogScale { float dLogScale[]; };
-layout(binding = 5) writeonly buffer DLogit { float dLogit[]; };
-layout(push_constant) uniform Push {
-  uint count;
-  float opacityWeight;
-  float scaleWeight;
-};
+DECLARE_BUFFERS(ACTIVATION_BACKWARD)
+DECLARE_PUSH(ACTIVATION_BACKWARD)
 
 void main() {
   const uint i = itemIndex();

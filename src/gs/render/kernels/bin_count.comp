@@ -12,12 +12,15 @@
 //       6 | tileCount  | uint    | N + 1 | write the first N
 // Push: count, width, height, tile size, tiles in x, tiles in y, two unused. One invocation a splat, no races.
 #extension GL_GOOGLE_include_directive : require
+#include "gs/render/kernels/interfaces.h"
 #include "gs/render/kernels/include/shared_constants.h"
 #include "gpu/kernels/include/item_index.glsl"
 #include "gs/render/kernels/include/tile_test.glsl"
-#include "gs/render/kernels/include/bin_bindings.glsl"
 
-layout(binding = 6) writeonly buffer TileCount { uint tileCount[]; };
+layout(local_size_x = 256) in;
+DECLARE_BUFFERS(BIN_COUNT)
+DECLARE_PUSH(BIN_COUNT)
+#include "gs/render/kernels/include/footprint.glsl"
 
 void main() {
   const uint k = itemIndex();

@@ -2,21 +2,22 @@
 // Writes one instance (tile, splat) for every tile that bin_count counted, at the scanned offsets, so that the instances
 // stand front to back.
 //
-// binding | name       | element | shape | access
+// binding | name    | element | shape | access
 //     0-5 | as bin_count
-//       6 | offset     | uint    | N + 1 | read, exclusive prefix sum of the counts
-//       7 | tileKey    | uint    | M     | write, tile y * tilesX + tile x
-//       8 | splatId    | uint    | M     | write
+//       6 | offset  | uint    | N + 1 | read, exclusive prefix sum of the counts
+//       7 | tileKey | uint    | M     | write, tile y * tilesX + tile x
+//       8 | splatId | uint    | M     | write
 // Push: as bin_count. One invocation a splat; ranges of different splats do not overlap.
 #extension GL_GOOGLE_include_directive : require
+#include "gs/render/kernels/interfaces.h"
 #include "gs/render/kernels/include/shared_constants.h"
 #include "gpu/kernels/include/item_index.glsl"
 #include "gs/render/kernels/include/tile_test.glsl"
-#include "gs/render/kernels/include/bin_bindings.glsl"
 
-layout(binding = 6) readonly buffer Offset { uint offset[]; };
-layout(binding = 7) writeonly buffer TileKey { uint tileKey[]; };
-layout(binding = 8) writeonly buffer SplatId { uint splatId[]; };
+layout(local_size_x = 256) in;
+DECLARE_BUFFERS(BIN_WRITE)
+DECLARE_PUSH(BIN_WRITE)
+#include "gs/render/kernels/include/footprint.glsl"
 
 void main() {
   const uint k = itemIndex();

@@ -9,14 +9,12 @@
 //       3 | value   | uint    | N     | write, the splat's index
 // Push: count. One invocation a splat, no races.
 #extension GL_GOOGLE_include_directive : require
+#include "gs/render/kernels/interfaces.h"
 #include "gpu/kernels/include/item_index.glsl"
 
 layout(local_size_x = 256) in;
-layout(binding = 0) readonly buffer Depth { float depth[]; };
-layout(binding = 1) readonly buffer Visible { int visible[]; };
-layout(binding = 2) writeonly buffer Key { uint key[]; };
-layout(binding = 3) writeonly buffer Value { uint value[]; };
-layout(push_constant) uniform Push { uint count; };
+DECLARE_BUFFERS(DEPTH_KEYS)
+DECLARE_PUSH(DEPTH_KEYS)
 
 void main() {
   const uint i = itemIndex();

@@ -25,6 +25,7 @@
 //      13 | dShRest   | float   | N x 45 | write, nothing when the active degree is 0
 // Push: the camera block. One invocation a splat, no races.
 #extension GL_GOOGLE_include_directive : require
+#include "gs/render/kernels/interfaces.h"
 #include "gs/render/kernels/include/shared_constants.h"
 #include "gpu/kernels/include/item_index.glsl"
 #include "gs/render/kernels/include/camera_block.glsl"
@@ -32,20 +33,7 @@
 #include "gs/render/kernels/include/spherical_harmonics.glsl"
 
 layout(local_size_x = 256) in;
-layout(binding = 0) readonly buffer Position { float position[]; };
-layout(binding = 1) readonly buffer Scale { float scale[]; };
-layout(binding = 2) readonly buffer Rotation { float rotation[]; };
-layout(binding = 3) readonly buffer ShDc { float shDc[]; };
-layout(binding = 4) readonly buffer ShRest { float shRest[]; };
-layout(binding = 5) readonly buffer Visible { int visible[]; };
-layout(binding = 6) readonly buffer DMean { float dMean[]; };
-layout(binding = 7) readonly buffer DConic { float dConic[]; };
-layout(binding = 8) readonly buffer DColour { float dColour[]; };
-layout(binding = 9) writeonly buffer DPosition { float dPosition[]; };
-layout(binding = 10) writeonly buffer DScale { float dScale[]; };
-layout(binding = 11) writeonly buffer DRotation { float dRotation[]; };
-layout(binding = 12) writeonly buffer DShDc { float dShDc[]; };
-layout(binding = 13) writeonly buffer DShRest { float dShRest[]; };
+DECLARE_BUFFERS(PREPROCESS_BACKWARD)
 
 void writeZeros(uint i) {
   for (uint k = 0u; k < 3u; ++k) {

@@ -6,21 +6,22 @@
 //   colour = max(0, 0.5 + sum of SH coefficient x basis(direction from the camera to the mean))
 // Zwicker et al. 2001 (EWA), Kerbl et al. 2023.
 //
-// binding | name        | element | shape  | access
-//       0 | position    | float   | N x 3  | read
-//       1 | scale       | float   | N x 3  | read, activated
-//       2 | rotation    | float   | N x 4  | read, w x y z of any length
-//       3 | opacity     | float   | N      | read, activated
-//       4 | shDc        | float   | N x 3  | read
-//       5 | shRest      | float   | N x 45 | read
-//       6 | mean        | float   | N x 2  | write, pixels
-//       7 | conic       | float   | N x 3  | write
-//       8 | colour      | float   | N x 3  | write
-//       9 | depth       | float   | N      | write
-//      10 | halfExtent  | float   | N x 2  | write, pixels
-//      11 | visible     | int     | N      | write, 0 = culled (the other outputs are then not written)
+// binding | name       | element | shape  | access
+//       0 | position   | float   | N x 3  | read
+//       1 | scale      | float   | N x 3  | read, activated
+//       2 | rotation   | float   | N x 4  | read, w x y z of any length
+//       3 | opacity    | float   | N      | read, activated
+//       4 | shDc       | float   | N x 3  | read
+//       5 | shRest     | float   | N x 45 | read
+//       6 | mean       | float   | N x 2  | write, pixels
+//       7 | conic      | float   | N x 3  | write
+//       8 | colour     | float   | N x 3  | write
+//       9 | depth      | float   | N      | write
+//      10 | halfExtent | float   | N x 2  | write, pixels
+//      11 | visible    | int     | N      | write, 0 = culled (the other outputs are then not written)
 // Push: the camera block. One invocation a splat, no races.
 #extension GL_GOOGLE_include_directive : require
+#include "gs/render/kernels/interfaces.h"
 #include "gs/render/kernels/include/shared_constants.h"
 #include "gpu/kernels/include/item_index.glsl"
 #include "gs/render/kernels/include/camera_block.glsl"
@@ -28,18 +29,7 @@
 #include "gs/render/kernels/include/spherical_harmonics.glsl"
 
 layout(local_size_x = 256) in;
-layout(binding = 0) readonly buffer Position { float position[]; };
-layout(binding = 1) readonly buffer Scale { float scale[]; };
-layout(binding = 2) readonly buffer Rotation { float rotation[]; };
-layout(binding = 3) readonly buffer Opacity { float opacity[]; };
-layout(binding = 4) readonly buffer ShDc { float shDc[]; };
-layout(binding = 5) readonly buffer ShRest { float shRest[]; };
-layout(binding = 6) writeonly buffer Mean { float mean[]; };
-layout(binding = 7) writeonly buffer Conic { float conic[]; };
-layout(binding = 8) writeonly buffer Colour { float colour[]; };
-layout(binding = 9) writeonly buffer Depth { float depth[]; };
-layout(binding = 10) writeonly buffer HalfExtent { float halfExtent[]; };
-layout(binding = 11) writeonly buffer Visible { int visible[]; };
+DECLARE_BUFFERS(PREPROCESS_FORWARD)
 
 vec3 shColour(uint i, vec3 direction) {
   vec3 c = vec3(0.5) + SH_C0 * vec3(shDc[3u * i], shDc[3u * i + 1u], shDc[3u * i + 2u]);

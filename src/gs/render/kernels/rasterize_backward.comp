@@ -10,23 +10,24 @@
 // SG=1 sums each value over the subgroup before one invocation adds it; SG=0 lets every invocation add. NATIVE_ATOMIC=1
 // adds with the float atomic; NATIVE_ATOMIC=0 binds the accumulators as words and adds by compare-and-swap.
 //
-// binding | name          | element       | shape     | access
-//       0 | start         | uint          | tiles + 1 | read
-//       1 | splatId       | uint          | M         | read
-//       2 | mean          | float         | N x 2     | read
-//       3 | conic         | float         | N x 3     | read
-//       4 | opacity       | float         | N         | read
-//       5 | colour        | float         | N x 3     | read
-//       6 | transmittance | float         | H x W     | read, final
-//       7 | lastContributor        | int           | H x W     | read
-//       8 | dImage        | float         | H x W x 3 | read
-//       9 | dAlpha  | float         | H x W     | read
-//      10 | dMean         | float or bits | N x 2     | atomic add
-//      11 | dConic        | float or bits | N x 3     | atomic add
-//      12 | dOpacity      | float or bits | N         | atomic add
-//      13 | dColour       | float or bits | N x 3     | atomic add
+// binding | name            | element       | shape     | access
+//       0 | start           | uint          | tiles + 1 | read
+//       1 | splatId         | uint          | M         | read
+//       2 | mean            | float         | N x 2     | read
+//       3 | conic           | float         | N x 3     | read
+//       4 | opacity         | float         | N         | read
+//       5 | colour          | float         | N x 3     | read
+//       6 | transmittance   | float         | H x W     | read, final
+//       7 | lastContributor | int           | H x W     | read
+//       8 | dImage          | float         | H x W x 3 | read
+//       9 | dAlpha          | float         | H x W     | read
+//      10 | dMean           | float or bits | N x 2     | atomic add
+//      11 | dConic          | float or bits | N x 3     | atomic add
+//      12 | dOpacity        | float or bits | N         | atomic add
+//      13 | dColour         | float or bits | N x 3     | atomic add
 // Push: width, height, tiles in x, unused. The batches in shared memory are fenced by barriers on both sides.
 #extension GL_GOOGLE_include_directive : require
+#include "gs/render/kernels/interfaces.h"
 #include "gs/render/kernels/include/atomic_add.glsl"
 #include "gs/render/kernels/include/shared_constants.h"
 #if SG
@@ -36,26 +37,8 @@
 #endif
 
 layout(local_size_x = 16, local_size_y = 16) in;
-layout(binding = 0) readonly buffer Start { uint start[]; };
-layout(binding = 1) readonly buffer SplatId { uint splatId[]; };
-layout(binding = 2) readonly buffer Mean { float mean[]; };
-layout(binding = 3) readonly buffer Conic { float conic[]; };
-layout(binding = 4) readonly buffer Opacity { float opacity[]; };
-layout(binding = 5) readonly buffer Colour { float colour[]; };
-layout(binding = 6) readonly buffer Transmittance { float transmittance[]; };
-layout(binding = 7) readonly buffer LastContributor { int lastContributor[]; };
-layout(binding = 8) readonly buffer DImage { float dImage[]; };
-layout(binding = 9) readonly buffer DAlpha { float dAlpha[]; };
-layout(binding = 10) buffer DMean { ACCUMULATOR dMean[]; };
-layout(binding = 11) buffer DConic { ACCUMULATOR dConic[]; };
-layout(binding = 12) buffer DOpacity { ACCUMULATOR dOpacity[]; };
-layout(binding = 13) buffer DColour { ACCUMULATOR dColour[]; };
-layout(push_constant) uniform Push {
-  uint width;
-  uint height;
-  uint tilesX;
-  uint reserved;
-};
+DECLARE_BUFFERS(RASTERIZE_BACKWARD)
+DECLARE_PUSH(RASTERIZE_BACKWARD)
 
 DEFINE_ATOMIC_ADD(addMean, dMean)
 DEFINE_ATOMIC_ADD(addConic, dConic)

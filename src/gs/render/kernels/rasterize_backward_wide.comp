@@ -17,29 +17,13 @@
 #extension GL_KHR_shader_subgroup_arithmetic : require
 #extension GL_KHR_shader_subgroup_ballot : require
 #extension GL_KHR_shader_subgroup_shuffle : require
+#include "gs/render/kernels/interfaces.h"
 #include "gs/render/kernels/include/shared_constants.h"
 
 layout(local_size_x = 8) in;
-layout(binding = 0) readonly buffer Start { uint start[]; };
-layout(binding = 1) readonly buffer SplatId { uint splatId[]; };
-layout(binding = 2) readonly buffer Mean { float mean[]; };
-layout(binding = 3) readonly buffer Conic { float conic[]; };
-layout(binding = 4) readonly buffer Opacity { float opacity[]; };
-layout(binding = 5) readonly buffer Colour { float colour[]; };
-layout(binding = 6) readonly buffer Transmittance { float transmittance[]; };
-layout(binding = 7) readonly buffer LastContributor { int lastContributor[]; };
-layout(binding = 8) readonly buffer DImage { float dImage[]; };
-layout(binding = 9) readonly buffer DAlpha { float dAlpha[]; };
-layout(binding = 10) buffer DMean { float dMean[]; };
-layout(binding = 11) buffer DConic { float dConic[]; };
-layout(binding = 12) buffer DOpacity { float dOpacity[]; };
-layout(binding = 13) buffer DColour { float dColour[]; };
-layout(push_constant) uniform Push {
-  uint width;
-  uint height;
-  uint tilesX;
-  uint reserved;
-};
+#define ACCUMULATOR float
+DECLARE_BUFFERS(RASTERIZE_BACKWARD)
+DECLARE_PUSH(RASTERIZE_BACKWARD)
 #include "gs/render/kernels/include/pixel_columns.glsl"
 
 const float kZeros[8] = float[](0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0);

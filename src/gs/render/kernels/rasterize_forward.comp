@@ -5,38 +5,25 @@
 //   colour += c alpha T, A += alpha T, T *= 1 - alpha; finished after the splat that brings T under 0.0001
 // Kerbl et al. 2023.
 //
-// binding | name          | element | shape     | access
-//       0 | start         | uint    | tiles + 1 | read
-//       1 | splatId       | uint    | M         | read, by tile and depth
-//       2 | mean          | float   | N x 2     | read
-//       3 | conic         | float   | N x 3     | read
-//       4 | opacity       | float   | N         | read, activated
-//       5 | colour        | float   | N x 3     | read
-//       6 | image         | float   | H x W x 3 | write
-//       7 | alpha         | float   | H x W     | write
-//       8 | transmittance | float   | H x W     | write
-//       9 | lastContributor        | int     | H x W     | write, list entries up to the last one blended
+// binding | name            | element | shape     | access
+//       0 | start           | uint    | tiles + 1 | read
+//       1 | splatId         | uint    | M         | read, by tile and depth
+//       2 | mean            | float   | N x 2     | read
+//       3 | conic           | float   | N x 3     | read
+//       4 | opacity         | float   | N         | read, activated
+//       5 | colour          | float   | N x 3     | read
+//       6 | image           | float   | H x W x 3 | write
+//       7 | alpha           | float   | H x W     | write
+//       8 | transmittance   | float   | H x W     | write
+//       9 | lastContributor | int     | H x W     | write, list entries up to the last one blended
 // Push: width, height, tiles in x, unused. The batches in shared memory are fenced by barriers on both sides.
 #extension GL_GOOGLE_include_directive : require
+#include "gs/render/kernels/interfaces.h"
 #include "gs/render/kernels/include/shared_constants.h"
 
 layout(local_size_x = 16, local_size_y = 16) in;
-layout(binding = 0) readonly buffer Start { uint start[]; };
-layout(binding = 1) readonly buffer SplatId { uint splatId[]; };
-layout(binding = 2) readonly buffer Mean { float mean[]; };
-layout(binding = 3) readonly buffer Conic { float conic[]; };
-layout(binding = 4) readonly buffer Opacity { float opacity[]; };
-layout(binding = 5) readonly buffer Colour { float colour[]; };
-layout(binding = 6) writeonly buffer Img { float image[]; };
-layout(binding = 7) writeonly buffer Alpha { float alpha[]; };
-layout(binding = 8) writeonly buffer Transmittance { float transmittance[]; };
-layout(binding = 9) writeonly buffer LastContributor { int lastContributor[]; };
-layout(push_constant) uniform Push {
-  uint width;
-  uint height;
-  uint tilesX;
-  uint reserved;
-};
+DECLARE_BUFFERS(RASTERIZE_FORWARD)
+DECLARE_PUSH(RASTERIZE_FORWARD)
 
 const uint kBatch = 256u;
 shared vec2 sMean[kBatch];

@@ -8,25 +8,12 @@
 #extension GL_KHR_shader_subgroup_vote : require
 #extension GL_KHR_shader_subgroup_arithmetic : require
 #extension GL_KHR_shader_subgroup_ballot : require
+#include "gs/render/kernels/interfaces.h"
 #include "gs/render/kernels/include/shared_constants.h"
 
 layout(local_size_x = 128) in;
-layout(binding = 0) readonly buffer Start { uint start[]; };
-layout(binding = 1) readonly buffer SplatId { uint splatId[]; };
-layout(binding = 2) readonly buffer Mean { float mean[]; };
-layout(binding = 3) readonly buffer Conic { float conic[]; };
-layout(binding = 4) readonly buffer Opacity { float opacity[]; };
-layout(binding = 5) readonly buffer Colour { float colour[]; };
-layout(binding = 6) writeonly buffer Img { float image[]; };
-layout(binding = 7) writeonly buffer Alpha { float alpha[]; };
-layout(binding = 8) writeonly buffer Transmittance { float transmittance[]; };
-layout(binding = 9) writeonly buffer LastContributor { int lastContributor[]; };
-layout(push_constant) uniform Push {
-  uint width;
-  uint height;
-  uint tilesX;
-  uint reserved;
-};
+DECLARE_BUFFERS(RASTERIZE_FORWARD)
+DECLARE_PUSH(RASTERIZE_FORWARD)
 #include "gs/render/kernels/include/pixel_pairs.glsl"
 
 shared uint sFinished;

@@ -6,12 +6,12 @@
 //       1 | packed | 4 bytes | N     | write, red in the lowest bits
 // Push: count (pixels). One invocation a pixel, no races.
 #extension GL_GOOGLE_include_directive : require
+#include "gs/render/kernels/interfaces.h"
 #include "gpu/kernels/include/item_index.glsl"
 
 layout(local_size_x = 256) in;
-layout(binding = 0) readonly buffer Rgb { float rgb[]; };
-layout(binding = 1) writeonly buffer Packed { uint packedBytes[]; };
-layout(push_constant) uniform Push { uint count; };
+DECLARE_BUFFERS(RGB_TO_RGBA8)
+DECLARE_PUSH(RGB_TO_RGBA8)
 
 void main() {
   const uint i = itemIndex();

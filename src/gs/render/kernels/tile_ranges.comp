@@ -7,15 +7,12 @@
 //       1 | start   | uint    | tiles + 1 | write
 // Push: instances (M), tiles. One invocation an entry, no races.
 #extension GL_GOOGLE_include_directive : require
+#include "gs/render/kernels/interfaces.h"
 #include "gpu/kernels/include/item_index.glsl"
 
 layout(local_size_x = 256) in;
-layout(binding = 0) readonly buffer TileKey { uint tileKey[]; };
-layout(binding = 1) writeonly buffer Start { uint start[]; };
-layout(push_constant) uniform Push {
-  uint instances;
-  uint tiles;
-};
+DECLARE_BUFFERS(TILE_RANGES)
+DECLARE_PUSH(TILE_RANGES)
 
 void main() {
   const uint t = itemIndex();

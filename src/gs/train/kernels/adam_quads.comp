@@ -8,37 +8,28 @@
 //   m = beta1 m + (1 - beta1) g, v = beta2 v + (1 - beta2) g^2
 //   value -= rate (m / (1 - beta1^t)) / (sqrt(v) / sqrt(1 - beta2^t) + epsilon)
 //
-// binding | name     | element | shape           | access
-//       0 | value    | vec4    | ceil(count / 4) | read and write
-//       1 | m        | vec4    | ceil(count / 4) | read and write
-//       2 | v        | vec4    | ceil(count / 4) | read and write
-//       3 | gradient | vec4    | ceil(count / 4) | read
+// binding | name         | element | shape           | access
+//       0 | value        | vec4    | ceil(count / 4) | read and write
+//       1 | firstMoment  | vec4    | ceil(count / 4) | read and write
+//       2 | secondMoment | vec4    | ceil(count / 4) | read and write
+//       3 | gradient     | vec4    | ceil(count / 4) | read
 // Push: count (values), rate, beta1, beta2, epsilon, 1 - beta1^t, sqrt(1 - beta2^t). No races.
 #extension GL_GOOGLE_include_directive : require
+#include "gs/train/kernels/interfaces.h"
 #include "gpu/kernels/include/item_index.glsl"
 
 layout(local_size_x = 256) in;
-layout(binding = 0) buffer Value { vec4 value[]; };
-layout(binding = 1) buffer FirstMoment { vec4 m[]; };
-layout(binding = 2) buffer SecondMoment { vec4 v[]; };
-layout(binding = 3) readonly buffer Gradient { vec4 gradient[]; };
-layout(push_constant) uniform Push {
-  uint count;
-  float rate;
-  float beta1;
-  float beta2;
-  float epsilon;
-  float correction1;
-  float rootCorrection2;
-};
+#define ADAM_ELEMENT vec4
+DECLARE_BUFFERS(ADAM)
+DECLARE_PUSH(ADAM)
 
 void main() {
   const uint i = itemIndex();
   if (4u * i >= count) return;
   const vec4 g = gradient[i];
-  const vec4 first = beta1 * m[i] + (1.0 - beta1) * g;
-  const vec4 second = beta2 * v[i] + (1.0 - beta2) * g * g;
-  m[i] = first;
-  v[i] = second;
+  const vec4 first = beta1 * firstMoment[i] + (1.0 - beta1) * g;
+  const vec4 second = beta2 * secondMoment[i] + (1.0 - beta2) * g * g;
+  firstMoment[i] = first;
+  secondMoment[i] = second;
   value[i] -= rate * (first / correction1) / (sqrt(second) / rootCorrection2 + epsilon);
 }

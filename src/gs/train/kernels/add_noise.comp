@@ -12,21 +12,13 @@
 // Push: count, three words of seed, scale. Counter-based random numbers: a splat's noise depends on the seed and its
 // index only. One invocation a splat, no races.
 #extension GL_GOOGLE_include_directive : require
+#include "gs/train/kernels/interfaces.h"
 #include "gs/render/kernels/include/shared_constants.h"
 #include "gpu/kernels/include/item_index.glsl"
 
 layout(local_size_x = 256) in;
-layout(binding = 0) buffer Position { float position[]; };
-layout(binding = 1) readonly buffer Scale { float scale[]; };
-layout(binding = 2) readonly buffer Rotation { float rotation[]; };
-layout(binding = 3) readonly buffer Opacity { float opacity[]; };
-layout(push_constant) uniform Push {
-  uint count;
-  uint seed0;
-  uint seed1;
-  uint seed2;
-  float noiseScale;
-};
+DECLARE_BUFFERS(ADD_NOISE)
+DECLARE_PUSH(ADD_NOISE)
 
 // PCG4D (Jarzynski & Olano 2020, "Hash functions for GPU rendering").
 uvec4 hash4(uvec4 v) {

@@ -11,17 +11,12 @@
 //       6 | flag     | uint    | N      | write, 1 = diverged
 // Push: count. One invocation a splat, no races.
 #extension GL_GOOGLE_include_directive : require
+#include "gs/train/kernels/interfaces.h"
 #include "gpu/kernels/include/item_index.glsl"
 
 layout(local_size_x = 256) in;
-layout(binding = 0) readonly buffer Position { uint position[]; };
-layout(binding = 1) readonly buffer Scale { uint scale[]; };
-layout(binding = 2) readonly buffer Rotation { uint rotation[]; };
-layout(binding = 3) readonly buffer Opacity { uint opacity[]; };
-layout(binding = 4) readonly buffer ShDc { uint shDc[]; };
-layout(binding = 5) readonly buffer ShRest { uint shRest[]; };
-layout(binding = 6) writeonly buffer Flag { uint flag[]; };
-layout(push_constant) uniform Push { uint count; };
+DECLARE_BUFFERS(FLAG_DIVERGED)
+DECLARE_PUSH(FLAG_DIVERGED)
 
 // On the bits: a compiler may assume that arithmetic meets no NaN.
 bool bad(uint bits) { return (bits & 0x7F800000u) == 0x7F800000u; }

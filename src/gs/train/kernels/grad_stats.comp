@@ -9,19 +9,12 @@
 //       3 | views   | float   | N     | read and write
 // Push: count, whether to start over (the old values are then not read), width / 2, height / 2. No races.
 #extension GL_GOOGLE_include_directive : require
+#include "gs/train/kernels/interfaces.h"
 #include "gpu/kernels/include/item_index.glsl"
 
 layout(local_size_x = 256) in;
-layout(binding = 0) readonly buffer DMean { float dMean[]; };
-layout(binding = 1) readonly buffer Visible { int visible[]; };
-layout(binding = 2) buffer Sum { float sum[]; };
-layout(binding = 3) buffer Views { float views[]; };
-layout(push_constant) uniform Push {
-  uint count;
-  uint startOver;
-  float halfWidth;
-  float halfHeight;
-};
+DECLARE_BUFFERS(GRAD_STATS)
+DECLARE_PUSH(GRAD_STATS)
 
 void main() {
   const uint i = itemIndex();

@@ -10,15 +10,12 @@
 //       1 | depth | float   | N     | read
 // Push: count, the depth from which on gradients count in full. One invocation a splat, no races.
 #extension GL_GOOGLE_include_directive : require
+#include "gs/train/kernels/interfaces.h"
 #include "gpu/kernels/include/item_index.glsl"
 
 layout(local_size_x = 256) in;
-layout(binding = 0) buffer DMean { float dMean[]; };
-layout(binding = 1) readonly buffer Depth { float depth[]; };
-layout(push_constant) uniform Push {
-  uint count;
-  float fullDepth;
-};
+DECLARE_BUFFERS(WEIGH_NEAR_GRADIENTS)
+DECLARE_PUSH(WEIGH_NEAR_GRADIENTS)
 
 void main() {
   const uint i = itemIndex();

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "gpu/device/vulkan_context.h"
+#include "gs/train/kernels/interfaces.h"
 
 namespace quor::gs {
 namespace {
@@ -135,10 +136,14 @@ uint64_t resetDiverged(ComputeStream& stream, Transfer& transfer, const SplatSto
                        float opacity, SplitMix64& random) {
   const uint32_t n = splats.count();
   GpuBuffer flags(splats.context(), n * sizeof(uint32_t), BufferKind::Device, "diverged flags");
-  stream.dispatch1D("flag_diverged",
-                    {&splats.value(kPositions), &splats.value(kScales), &splats.value(kRotations),
-                     &splats.value(kOpacities), &splats.value(kShDc), &splats.value(kShRest), &flags},
-                    n, n);
+  stream.dispatch1D(kernels::FlagDiverged{.position = &splats.value(kPositions),
+                                          .scale = &splats.value(kScales),
+                                          .rotation = &splats.value(kRotations),
+                                          .opacity = &splats.value(kOpacities),
+                                          .shDc = &splats.value(kShDc),
+                                          .shRest = &splats.value(kShRest),
+                                          .flag = &flags},
+                    {n}, n);
   stream.submit();
   std::vector<uint32_t> diverged(n);
   transfer.download(flags, diverged.data(), 0, n * sizeof(uint32_t));

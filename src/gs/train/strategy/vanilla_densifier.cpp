@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "gpu/device/vulkan_context.h"
+#include "gs/train/kernels/interfaces.h"
 #include "gs/train/strategy/densification_edit.h"
 
 namespace quor::gs {
@@ -14,19 +15,6 @@ constexpr double kLargestSplat = 0.1;
 // Of the scene extent: how far from a camera a splat's gradients count in full. The paper has 0.37; docs/quality.md has
 // what both gave.
 constexpr double kFullGradientDepth = 1.0;
-
-struct NearPush {
-  uint32_t count;
-  float fullDepth;
-};
-static_assert(sizeof(NearPush) == 8);
-
-struct StatsPush {
-  uint32_t count;
-  uint32_t startOver;
-  float halfWidth, halfHeight;
-};
-static_assert(sizeof(StatsPush) == 16);
 
 // The threshold is meant for copies of the old opacity (Kerbl et al. 2023). Halves that share it share its gradient.
 constexpr float kHalfGradient = 0.5f;
@@ -40,11 +28,14 @@ void VanillaDensifier::accumulate(ComputeStream& stream, const SplatStore& splat
     views_ = GpuBuffer(context_, bytes, BufferKind::Device, "gradient views");
     startOver_ = true;
   }
-  stream.dispatch1D("weigh_near_gradients", {&renderer.screenMeanGradient(), &renderer.depths()},
-                    NearPush{splats.count(), static_cast<float>(kFullGradientDepth * extent_)}, splats.count());
-  const StatsPush push = {splats.count(), startOver_ ? 1u : 0u, 0.5f * static_cast<float>(renderer.width()),
-                          0.5f * static_cast<float>(renderer.height())};
-  stream.dispatch1D("grad_stats", {&renderer.screenMeanGradient(), &renderer.visible(), &sum_, &views_}, push,
+  const GpuBuffer& dMean = renderer.screenMeanGradient();
+  stream.dispatch1D(kernels::WeighNearGradients{.dMean = &dMean, .depth = &renderer.depths()},
+                    {splats.count(), static_cast<float>(kFullGradientDepth * extent_)}, splats.count());
+  stream.dispatch1D(kernels::GradStats{.dMean = &dMean, .visible = &renderer.visible(), .sum = &sum_, .views = &views_},
+                    {.count = splats.count(),
+                     .startOver = startOver_ ? 1u : 0u,
+                     .halfWidth = 0.5f * static_cast<float>(renderer.width()),
+                     .halfHeight = 0.5f * static_cast<float>(renderer.height())},
                     splats.count());
   startOver_ = false;
 }

@@ -2,36 +2,27 @@
 // feature of either image in the other, or none.
 //
 // A descriptor has length 512, so the distance of two is the angle acos(min(dot / 512^2, 1)). The best is a match when
-// its angle is at most max_distance and less than max_ratio times the angle of the second best (Lowe 2004, section 7.1,
+// its angle is at most maxDistance and less than maxRatio times the angle of the second best (Lowe 2004, section 7.1,
 // on angles). Angles are compared as their squares by
 //   acos(x)^2 = (1 - x) P(x)^2, |error of acos| <= 2e-8   (Abramowitz and Stegun 4.4.46)
 // which takes only additions and multiplications: unlike a device's own acos they are rounded the same everywhere.
 //
-// binding  name             element  shape                  access
-// 0        row_partials     uvec2    tile columns x count1  read: the best two keys
-// 1        column_partials  uvec2    tile rows x count2     read
-// 2        match_a          int      count1                 write: feature of the second image or -1
-// 3        match_b          int      count2                 write: feature of the first image or -1
+// binding | name           | element | shape                 | access
+//       0 | rowPartials    | uvec2   | tile columns x count1 | read: the best two keys
+//       1 | columnPartials | uvec2   | tile rows x count2    | read
+//       2 | matchA         | int     | count1                | write: feature of the second image or -1
+//       3 | matchB         | int     | count2                | write: feature of the first image or -1
 //
-// push: count1, count2, tile_rows, tile_columns; max_ratio, max_distance (radians)
+// push: count1, count2, tileRows, tileColumns; maxRatio, maxDistance (radians)
 //
 // One invocation a feature, those of the first image first.
 #version 450
 #extension GL_GOOGLE_include_directive : require
+#include "sfm/match/kernels/interfaces.h"
 layout(local_size_x = 256) in;
 
-layout(set = 0, binding = 0) readonly buffer RowPartials { uvec2 row_partials[]; };
-layout(set = 0, binding = 1) readonly buffer ColumnPartials { uvec2 column_partials[]; };
-layout(set = 0, binding = 2) writeonly buffer MatchA { int match_a[]; };
-layout(set = 0, binding = 3) writeonly buffer MatchB { int match_b[]; };
-layout(push_constant) uniform Push {
-  uint count1;
-  uint count2;
-  uint tile_rows;
-  uint tile_columns;
-  float max_ratio;
-  float max_distance;
-};
+DECLARE_BUFFERS(SIFT_MATCH_REDUCE)
+DECLARE_PUSH(SIFT_MATCH_REDUCE)
 
 #include "gpu/kernels/include/item_index.glsl"
 #include "sfm/match/kernels/sift_keys.glsl"
@@ -55,8 +46,8 @@ float squaredAngle(uint dots) {
 
 int matchOf(uint best, uint second, uint index) {
   const float angle = squaredAngle(best);
-  precise const float farthest = max_distance * max_distance;
-  precise const float limit = max_ratio * max_ratio * squaredAngle(second);
+  precise const float farthest = maxDistance * maxDistance;
+  precise const float limit = maxRatio * maxRatio * squaredAngle(second);
   return angle <= farthest && angle < limit ? int(index) : -1;
 }
 
@@ -65,15 +56,15 @@ void main() {
   if (item >= count1 + count2) return;
   const bool in_first = item < count1;
   const uint feature = in_first ? item : item - count1;
-  const uint tiles = in_first ? tile_columns : tile_rows;
+  const uint tiles = in_first ? tileColumns : tileRows;
 
   uint best = 0u, second = 0u, index = 0u;
   for (uint tile = 0u; tile < tiles; ++tile) {
     uvec2 partial;
     if (in_first) {
-      partial = row_partials[tile * count1 + feature];
+      partial = rowPartials[tile * count1 + feature];
     } else {
-      partial = column_partials[tile * count2 + feature];
+      partial = columnPartials[tile * count2 + feature];
     }
     const uint dots = dotsOf(partial.x);
     second = max(max(second, dotsOf(partial.y)), min(best, dots));
@@ -84,8 +75,8 @@ void main() {
   }
   const int match = matchOf(best, second, index);
   if (in_first) {
-    match_a[feature] = match;
+    matchA[feature] = match;
   } else {
-    match_b[feature] = match;
+    matchB[feature] = match;
   }
 }

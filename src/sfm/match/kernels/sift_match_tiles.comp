@@ -6,15 +6,15 @@
 // float32 holds without rounding: the result is exact and the same on every device. With PACKED_DOT four bytes are one
 // instruction (SPV_KHR_integer_dot_product: OpUDot of packed vectors of four 8-bit components).
 //
-// binding  name             element  shape                  access
-// 0        first            uint     32 words a descriptor  read
-// 1        second           uint     32 words a descriptor  read (may be the same buffer)
-// 2        row_partials     uvec2    tile columns x count1  write: the best two keys
-// 3        column_partials  uvec2    tile rows x count2     write: the best two keys
+// binding | name           | element | shape                 | access
+//       0 | first          | uint    | 32 words a descriptor | read
+//       1 | second         | uint    | 32 words a descriptor | read (may be the same buffer)
+//       2 | rowPartials    | uvec2   | tile columns x count1 | write: the best two keys
+//       3 | columnPartials | uvec2   | tile rows x count2    | write: the best two keys
 //
-// push: start1, count1, start2, count2 (descriptors), first_tile, tile_columns (= ceil(count2/64))
+// push: start1, count1, start2, count2 (descriptors), firstTile, tileColumns (= ceil(count2/64))
 //
-// Group g takes tile first_tile + g in row-major order, so a long pair can be cut into any runs of tiles. An invocation
+// Group g takes tile firstTile + g in row-major order, so a long pair can be cut into any runs of tiles. An invocation
 // takes 4 rows x 4 columns, 16 apart so that neighbours read neighbouring banks. The descriptors' shared memory is used
 // again for the reduction, behind a barrier. Rows and columns past the counts are zero and so near to nothing.
 #version 450
@@ -23,20 +23,12 @@
 #ifdef PACKED_DOT
 #extension GL_EXT_spirv_intrinsics : require
 #endif
+#include "sfm/match/kernels/interfaces.h"
 layout(local_size_x = 16, local_size_y = 16) in;
 
-layout(set = 0, binding = 0) readonly buffer First { uint first[]; };
-layout(set = 0, binding = 1) readonly buffer Second { uint second[]; };
-layout(set = 0, binding = 2) writeonly buffer RowPartials { uvec2 row_partials[]; };
-layout(set = 0, binding = 3) writeonly buffer ColumnPartials { uvec2 column_partials[]; };
-layout(push_constant) uniform Push {
-  uint start1;
-  uint count1;
-  uint start2;
-  uint count2;
-  uint first_tile;
-  uint tile_columns;
-};
+#define DESCRIPTOR_WORD uint
+DECLARE_BUFFERS(SIFT_MATCH_TILES)
+DECLARE_PUSH(SIFT_MATCH_TILES)
 
 #include "sfm/match/kernels/sift_keys.glsl"
 
@@ -69,8 +61,8 @@ uvec2 bestTwo(uint at) {
 }
 
 void main() {
-  const uint tile = first_tile + gl_WorkGroupID.x;
-  const uint row_tile = tile / tile_columns, column_tile = tile % tile_columns;
+  const uint tile = firstTile + gl_WorkGroupID.x;
+  const uint row_tile = tile / tileColumns, column_tile = tile % tileColumns;
   const uint x = gl_LocalInvocationID.x, y = gl_LocalInvocationID.y, t = gl_LocalInvocationIndex;
 
   for (uint i = t; i < kTile * kWords; i += kSide * kSide) {
@@ -113,8 +105,8 @@ void main() {
 
   const uint row = row_tile * kTile + t, column = column_tile * kTile + t - kTile;
   if (t < kTile) {
-    if (row < count1) row_partials[column_tile * count1 + row] = bestTwo(t * 2u * kSide);
+    if (row < count1) rowPartials[column_tile * count1 + row] = bestTwo(t * 2u * kSide);
   } else if (t < 2u * kTile && column < count2) {
-    column_partials[row_tile * count2 + column] = bestTwo(t * 2u * kSide);
+    columnPartials[row_tile * count2 + column] = bestTwo(t * 2u * kSide);
   }
 }

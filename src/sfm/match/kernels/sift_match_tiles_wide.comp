@@ -2,33 +2,25 @@
 // buffer costs as much as many multiplications: an invocation takes 8 rows x 8 columns and reads them four words at a
 // time straight from the buffers.
 //
-// binding  name             element  shape                  access
-// 0        first            uvec4    8 a descriptor         read
-// 1        second           uvec4    8 a descriptor         read (may be the same buffer)
-// 2        row_partials     uvec2    tile columns x count1  write: the best two keys
-// 3        column_partials  uvec2    tile rows x count2     write: the best two keys
+// binding | name           | element | shape                 | access
+//       0 | first          | uvec4   | 8 a descriptor        | read
+//       1 | second         | uvec4   | 8 a descriptor        | read (may be the same buffer)
+//       2 | rowPartials    | uvec2   | tile columns x count1 | write: the best two keys
+//       3 | columnPartials | uvec2   | tile rows x count2    | write: the best two keys
 //
-// push: start1, count1, start2, count2 (descriptors), first_tile, tile_columns (= ceil(count2/64))
+// push: start1, count1, start2, count2 (descriptors), firstTile, tileColumns (= ceil(count2/64))
 //
 // Rows and columns past the counts read the last one and count as zero. Shared memory holds the keys of every invocation
 // for the reduction behind the barrier.
 #version 450
 #extension GL_GOOGLE_include_directive : require
 #extension GL_EXT_control_flow_attributes : require
+#include "sfm/match/kernels/interfaces.h"
 layout(local_size_x = 8, local_size_y = 8) in;
 
-layout(set = 0, binding = 0) readonly buffer First { uvec4 first[]; };
-layout(set = 0, binding = 1) readonly buffer Second { uvec4 second[]; };
-layout(set = 0, binding = 2) writeonly buffer RowPartials { uvec2 row_partials[]; };
-layout(set = 0, binding = 3) writeonly buffer ColumnPartials { uvec2 column_partials[]; };
-layout(push_constant) uniform Push {
-  uint start1;
-  uint count1;
-  uint start2;
-  uint count2;
-  uint first_tile;
-  uint tile_columns;
-};
+#define DESCRIPTOR_WORD uvec4
+DECLARE_BUFFERS(SIFT_MATCH_TILES)
+DECLARE_PUSH(SIFT_MATCH_TILES)
 
 #include "sfm/match/kernels/sift_keys.glsl"
 
@@ -39,8 +31,8 @@ shared uvec2 row_keys[kTile * kSide];
 shared uvec2 column_keys[kTile * kSide];
 
 void main() {
-  const uint tile = first_tile + gl_WorkGroupID.x;
-  const uint row_tile = tile / tile_columns, column_tile = tile % tile_columns;
+  const uint tile = firstTile + gl_WorkGroupID.x;
+  const uint row_tile = tile / tileColumns, column_tile = tile % tileColumns;
   const uint x = gl_LocalInvocationID.x, y = gl_LocalInvocationID.y;
   const uint first_row = row_tile * kTile + y * kSide, first_column = column_tile * kTile + x * kSide;
 
@@ -89,6 +81,6 @@ void main() {
     take(column_two, column_keys[i].x);
     take(column_two, column_keys[i].y);
   }
-  if (row < count1) row_partials[column_tile * count1 + row] = row_two;
-  if (column < count2) column_partials[row_tile * count2 + column] = column_two;
+  if (row < count1) rowPartials[column_tile * count1 + row] = row_two;
+  if (column < count2) columnPartials[row_tile * count2 + column] = column_two;
 }

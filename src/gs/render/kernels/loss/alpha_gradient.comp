@@ -3,24 +3,18 @@
 //
 //   dAlpha = -(dImage . background) where 1 - alpha >= 0
 //
-// binding | name         | element | shape | access
-//       0 | dImage       | float   | P x 3 | read
-//       1 | alpha        | float   | P     | read
+// binding | name   | element | shape | access
+//       0 | dImage | float   | P x 3 | read
+//       1 | alpha  | float   | P     | read
 //       2 | dAlpha | float   | P     | write
 // Push: background red, green, blue, pixels (P). One invocation a pixel, no races.
 #extension GL_GOOGLE_include_directive : require
+#include "gs/render/kernels/interfaces.h"
 #include "gpu/kernels/include/item_index.glsl"
 
 layout(local_size_x = 256) in;
-layout(binding = 0) readonly buffer DImage { float dImage[]; };
-layout(binding = 1) readonly buffer Alpha { float alpha[]; };
-layout(binding = 2) writeonly buffer DAlpha { float dAlpha[]; };
-layout(push_constant) uniform Push {
-  float red;
-  float green;
-  float blue;
-  uint pixels;
-};
+DECLARE_BUFFERS(ALPHA_GRADIENT)
+DECLARE_PUSH(ALPHA_GRADIENT)
 
 void main() {
   const uint p = itemIndex();

@@ -4,32 +4,21 @@
 //
 //   g = l1Scale sign(rendered - target) + dSsim;  dAlpha = -(g . background) where 1 - alpha >= 0
 //
-// binding | name         | element | shape     | access
-//       0 | rendered     | float   | P x 3     | read
-//       1 | target       | float   | P x 3     | read
-//       2 | dSsim        | float   | P x 3     | read
-//       3 | alpha        | float   | P         | read
-//       4 | dImage       | float   | P x 3     | write
-//       5 | dAlpha | float   | P         | write
+// binding | name     | element | shape | access
+//       0 | rendered | float   | P x 3 | read
+//       1 | target   | float   | P x 3 | read
+//       2 | dSsim    | float   | P x 3 | read
+//       3 | alpha    | float   | P     | read
+//       4 | dImage   | float   | P x 3 | write
+//       5 | dAlpha   | float   | P     | write
 // Push: pixels (P), l1Scale, background red, green, blue, whether a background was composited. No races.
 #extension GL_GOOGLE_include_directive : require
+#include "gs/render/kernels/interfaces.h"
 #include "gpu/kernels/include/item_index.glsl"
 
 layout(local_size_x = 256) in;
-layout(binding = 0) readonly buffer Rendered { float rendered[]; };
-layout(binding = 1) readonly buffer Target { float target[]; };
-layout(binding = 2) readonly buffer DSsim { float dSsim[]; };
-layout(binding = 3) readonly buffer Alpha { float alpha[]; };
-layout(binding = 4) writeonly buffer DImage { float dImage[]; };
-layout(binding = 5) writeonly buffer DAlpha { float dAlpha[]; };
-layout(push_constant) uniform Push {
-  uint pixels;
-  float l1Scale;
-  float red;
-  float green;
-  float blue;
-  uint composited;
-};
+DECLARE_BUFFERS(LOSS_GRAD)
+DECLARE_PUSH(LOSS_GRAD)
 
 void main() {
   const uint p = itemIndex();

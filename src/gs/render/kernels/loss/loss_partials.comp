@@ -1,21 +1,19 @@
 #version 450
 // Sums, over 256 items a group, of |rendered - target|, (clamp(rendered) - target)^2 and SSIM; the host adds the groups.
 //
-// binding | name     | element | shape            | access
-//       0 | rendered | float   | count            | read
-//       1 | target   | float   | count            | read
-//       2 | map      | float   | count            | read, SSIM
+// binding | name     | element | shape                 | access
+//       0 | rendered | float   | count                 | read
+//       1 | target   | float   | count                 | read
+//       2 | map      | float   | count                 | read, SSIM
 //       3 | partials | float   | ceil(count / 256) x 3 | write
 // Push: count. The halving steps in shared memory are fenced by barriers.
 #extension GL_GOOGLE_include_directive : require
+#include "gs/render/kernels/interfaces.h"
 #include "gpu/kernels/include/item_index.glsl"
 
 layout(local_size_x = 256) in;
-layout(binding = 0) readonly buffer Rendered { float rendered[]; };
-layout(binding = 1) readonly buffer Target { float target[]; };
-layout(binding = 2) readonly buffer Map { float map[]; };
-layout(binding = 3) writeonly buffer Partials { float partials[]; };
-layout(push_constant) uniform Push { uint count; };
+DECLARE_BUFFERS(LOSS_PARTIALS)
+DECLARE_PUSH(LOSS_PARTIALS)
 
 shared vec3 sums[256];
 

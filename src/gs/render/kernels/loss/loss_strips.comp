@@ -12,11 +12,11 @@
 // The window of a strip reaches kHalo pixels over the columns that it owns, except at the image's edges: beyond them
 // everything is 0.
 //
-// binding | name     | element | shape      | access
-//       0 | rendered | float   | H x W x 3  | read
+// binding | name     | element | shape           | access
+//       0 | rendered | float   | H x W x 3       | read
 //       1 | photo    | 4 bytes | ceil(3 W H / 4) | read, byte 0 in the lowest bits
-//       2 | dImage   | float   | H x W x 3  | write
-//       3 | partials | float   | groups x 3 | write, sums of |a - b|, (clamp(a) - b)^2 and SSIM
+//       2 | dImage   | float   | H x W x 3       | write
+//       3 | partials | float   | groups x 3      | write, sums of | a - b | , (clamp(a) - b)^2 and SSIM
 // Push: width, height, rows of a strip, l1Scale, ssimScale. Groups cover (strips, ceil(H / rows), 3); no races.
 // Subgroups of exactly eight.
 #extension GL_GOOGLE_include_directive : require
@@ -24,21 +24,13 @@
 #extension GL_KHR_shader_subgroup_basic : require
 #extension GL_KHR_shader_subgroup_arithmetic : require
 #extension GL_KHR_shader_subgroup_shuffle : require
+#include "gs/render/kernels/interfaces.h"
 #include "gs/render/kernels/include/shared_constants.h"
 #include "gs/render/kernels/loss/ssim_window.glsl"
 
 layout(local_size_x = 8) in;
-layout(binding = 0) readonly buffer Rendered { float rendered[]; };
-layout(binding = 1) readonly buffer Photo { uint photo[]; };
-layout(binding = 2) writeonly buffer DImage { float dImage[]; };
-layout(binding = 3) writeonly buffer Partials { float partials[]; };
-layout(push_constant) uniform Push {
-  int width;
-  int height;
-  int rows;
-  float l1Scale;
-  float ssimScale;
-};
+DECLARE_BUFFERS(LOSS_STRIPS)
+DECLARE_PUSH(LOSS_STRIPS)
 
 const int kColumns = LOSS_STRIP_COLUMNS;
 const int kWindowRows = 2 * kRadius + 1;

@@ -2,22 +2,17 @@
 // Blurs planes with the SSIM window along one axis. The zero-padded symmetric window is its own adjoint, so this same
 // kernel carries gradients back.
 //
-// binding | name | element | shape           | access
-//       0 | from | float   | planes x H x W  | read
-//       1 | to   | float   | planes x H x W  | write
+// binding | name | element | shape          | access
+//       0 | from | float   | planes x H x W | read
+//       1 | to   | float   | planes x H x W | write
 // Push: width, height, axis (0 horizontal, otherwise vertical), planes. Groups cover (W, H, planes); no races.
 #extension GL_GOOGLE_include_directive : require
+#include "gs/render/kernels/interfaces.h"
 #include "gs/render/kernels/loss/ssim_window.glsl"
 
 layout(local_size_x = 16, local_size_y = 16) in;
-layout(binding = 0) readonly buffer From { float from[]; };
-layout(binding = 1) writeonly buffer To { float to[]; };
-layout(push_constant) uniform Push {
-  int width;
-  int height;
-  int axis;
-  int planes;
-};
+DECLARE_BUFFERS(SSIM_BLUR15)
+DECLARE_PUSH(SSIM_BLUR15)
 
 void main() {
   const ivec3 at = ivec3(gl_GlobalInvocationID);

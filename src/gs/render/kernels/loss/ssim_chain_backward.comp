@@ -8,15 +8,12 @@
 //       2 | target    | float   | H x W x 3  | read
 //       3 | dImage    | float   | H x W x 3  | write
 // Push: width, height. Groups cover (W, H, 3); no races.
+#extension GL_GOOGLE_include_directive : require
+#include "gs/render/kernels/interfaces.h"
+
 layout(local_size_x = 16, local_size_y = 16) in;
-layout(binding = 0) readonly buffer Gradients { float gradients[]; };
-layout(binding = 1) readonly buffer Rendered { float rendered[]; };
-layout(binding = 2) readonly buffer Target { float target[]; };
-layout(binding = 3) writeonly buffer DImage { float dImage[]; };
-layout(push_constant) uniform Push {
-  uint width;
-  uint height;
-};
+DECLARE_BUFFERS(SSIM_CHAIN_BACKWARD)
+DECLARE_PUSH(SSIM_CHAIN_BACKWARD)
 
 void main() {
   const uvec3 at = gl_GlobalInvocationID;

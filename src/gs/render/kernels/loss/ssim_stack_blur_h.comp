@@ -8,16 +8,12 @@
 //       2 | planes   | float   | 15 x H x W | write
 // Push: width, height. Groups cover (W, H, 3); one invocation a pixel and channel, no races.
 #extension GL_GOOGLE_include_directive : require
+#include "gs/render/kernels/interfaces.h"
 #include "gs/render/kernels/loss/ssim_window.glsl"
 
 layout(local_size_x = 16, local_size_y = 16) in;
-layout(binding = 0) readonly buffer Rendered { float rendered[]; };
-layout(binding = 1) readonly buffer Target { float target[]; };
-layout(binding = 2) writeonly buffer Planes { float planes[]; };
-layout(push_constant) uniform Push {
-  int width;
-  int height;
-};
+DECLARE_BUFFERS(SSIM_STACK_BLUR_H)
+DECLARE_PUSH(SSIM_STACK_BLUR_H)
 
 void main() {
   const ivec3 at = ivec3(gl_GlobalInvocationID);

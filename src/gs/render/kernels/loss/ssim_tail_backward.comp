@@ -9,16 +9,13 @@
 //       1 | gradients | float   | 15 x H x W | write
 // Push: pixels (P), scale. One invocation a pixel and channel (item c P + p), no races.
 #extension GL_GOOGLE_include_directive : require
+#include "gs/render/kernels/interfaces.h"
 #include "gs/render/kernels/include/shared_constants.h"
 #include "gpu/kernels/include/item_index.glsl"
 
 layout(local_size_x = 256) in;
-layout(binding = 0) readonly buffer Planes { float planes[]; };
-layout(binding = 1) writeonly buffer Gradients { float gradients[]; };
-layout(push_constant) uniform Push {
-  uint pixels;
-  float scale;
-};
+DECLARE_BUFFERS(SSIM_TAIL_BACKWARD)
+DECLARE_PUSH(SSIM_TAIL_BACKWARD)
 #include "gs/render/kernels/loss/ssim_terms.glsl"
 
 void main() {

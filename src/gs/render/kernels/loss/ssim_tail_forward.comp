@@ -6,13 +6,13 @@
 //       1 | map    | float   | H x W x 3  | write
 // Push: pixels (P). One invocation a pixel and channel (item c P + p), no races.
 #extension GL_GOOGLE_include_directive : require
+#include "gs/render/kernels/interfaces.h"
 #include "gs/render/kernels/include/shared_constants.h"
 #include "gpu/kernels/include/item_index.glsl"
 
 layout(local_size_x = 256) in;
-layout(binding = 0) readonly buffer Planes { float planes[]; };
-layout(binding = 1) writeonly buffer Map { float map[]; };
-layout(push_constant) uniform Push { uint pixels; };
+DECLARE_BUFFERS(SSIM_TAIL_FORWARD)
+DECLARE_PUSH(SSIM_TAIL_FORWARD)
 #include "gs/render/kernels/loss/ssim_terms.glsl"
 
 void main() {

@@ -1,4 +1,4 @@
-#include "base/implicit_layers.h"
+#include "base/desktop/registry.h"
 
 #include "base/platform/win32/windows_api.h"
 
@@ -21,11 +21,9 @@ void appendValueNames(HKEY root, const wchar_t* path, std::vector<std::string>& 
 
 }  // namespace
 
-std::vector<std::string> implicitLayerManifests() {
+std::vector<std::string> registryValueNames(const std::string& key) {
   std::vector<std::string> names;
-  for (const HKEY root : {HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER}) {
-    appendValueNames(root, L"SOFTWARE\\Khronos\\Vulkan\\ImplicitLayers", names);
-  }
+  for (const HKEY root : {HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER}) appendValueNames(root, toWide(key).c_str(), names);
   return names;
 }
 

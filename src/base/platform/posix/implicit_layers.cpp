@@ -1,9 +1,0 @@
-#include "base/implicit_layers.h"
-
-namespace quor {
-
-std::vector<std::string> implicitLayerManifests() {
-  return {};
-}
-
-}  // namespace quor

@@ -1,0 +1,9 @@
+#include "base/desktop/registry.h"
+
+namespace quor {
+
+std::vector<std::string> registryValueNames(const std::string&) {
+  return {};
+}
+
+}  // namespace quor
