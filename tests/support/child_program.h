@@ -33,9 +33,11 @@ class ChildProgram {
     argv.push_back(nullptr);
     const std::string out = out_.string();
     const std::string err = err_.string();
+    const std::string home = (folder_ / "home").string();
     pid_ = fork();
     if (pid_ < 0) throw std::runtime_error("fork failed");
     if (pid_ > 0) return;
+    setenv("XDG_DATA_HOME", home.c_str(), 1);  // not the preferences and logs of whoever runs the tests
     for (const std::string& variable : environment) putenv(const_cast<char*>(variable.c_str()));
     const bool redirected = std::freopen("/dev/null", "r", stdin) && std::freopen(out.c_str(), "w", stdout) &&
                             std::freopen(err.c_str(), "w", stderr);
