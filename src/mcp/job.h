@@ -66,7 +66,7 @@ class Job {
 
   struct Result {
     bool success = false;
-    std::string text;  // the result document, or the sentence that says why there is none
+    std::string text;  // the result document, or the sentence of the failure
   };
   Result result() const;
 

@@ -26,7 +26,7 @@ inline constexpr size_t kLongestLine = size_t{4} << 20;
 
 struct Channel {
   LineReader::Source read;
-  std::function<bool(std::string_view)> write;  // false when nobody reads any more
+  std::function<bool(std::string_view)> write;  // false when the reader has gone
 };
 
 class Server {

@@ -12,7 +12,7 @@ namespace quor {
 // Registers the image formats that need FFmpeg or libheif. Call once, before images are read.
 void prepareMedia();
 
-// Opens every input of kind Video and sets what it really is: an ordinary, a 360-degree or a dual-fisheye video.
+// Opens every input of kind Video and sets its real kind: ordinary, 360-degree or dual-fisheye.
 void detectVideoKinds(std::vector<InputSource>& inputs);
 
 }  // namespace quor

@@ -1,5 +1,5 @@
-// The figures of a finished training run as JSON: what `--json` prints, and what is kept beside the scene for programs
-// that ask later.
+// The figures of a finished training run as JSON: printed by `--json`, and kept beside the scene for programs that ask
+// later.
 #pragma once
 
 #include <optional>

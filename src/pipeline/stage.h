@@ -1,4 +1,4 @@
-// The stages of a project, and what is known about each at any moment.
+// The stages of a project and their status records.
 #pragma once
 
 #include <array>

@@ -69,7 +69,7 @@ class Project {
   std::filesystem::path colmapFolder() const;
   std::filesystem::path databaseFile() const;
   std::filesystem::path sparseFolder() const;
-  // Where the camera solve leaves what is trained: images/ without lens distortion and their model in sparse/.
+  // The dataset that the camera solve makes for training: images/ without lens distortion, and their model in sparse/.
   std::filesystem::path solvedFolder() const;
   std::filesystem::path outputFolder() const;
   std::filesystem::path sceneFile() const;

@@ -54,13 +54,15 @@ class ChildProgram {
 
   void signal(int number) const { kill(pid_, number); }
 
-  // False when it ended without ever saying so on standard error.
+  // False when it ended, or ten minutes have passed, without its saying so on standard error.
   bool waitForError(const std::string& part) const {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(10);
     while (readFile(err_).find(part) == std::string::npos) {
       siginfo_t info{};
       if (waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) != 0 || info.si_pid != 0) {
         return readFile(err_).find(part) != std::string::npos;
       }
+      if (std::chrono::steady_clock::now() > end) return false;
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     return true;
