@@ -17,21 +17,20 @@ namespace quor {
 
 namespace {
 
-// A batch in front of the user.
+// A batch at work, its progress on the console.
 class BatchRun {
  public:
   BatchRun(Session& session, Batch batch, bool json)
-      : console_(session.console()),
-        log_(session.log()),
-        engine_(session.device(), log_),
-        pipeline_(engine_, log_, session.tools(), &session.device()),
+      : session_(session),
+        console_(session.console()),
         queue_(std::move(batch), [this](size_t item, BatchEvent event) { show(item, event); }),
-        interrupts_(
-            pipeline_, engine_, console_, [this] { queue_.cancel(); }, [this] { queue_.cancelAtOnce(); }),
-        json_(json) {}
+        interrupts_([this] { announce(); }, [this] { queue_.cancel(); }, [this] { queue_.cancelAtOnce(); }),
+        json_(json) {
+    makeEquipment();
+  }
 
   void run() {
-    queue_.run(pipeline_, engine_, log_);
+    queue_.run(*pipeline_, *engine_, session_.log(), [this] { return renewEquipment(); });
     console_.printLog();
   }
 
@@ -40,6 +39,22 @@ class BatchRun {
   bool wrote() const { return wrote_; }
 
  private:
+  void makeEquipment() {
+    engine_.emplace(session_.device(), session_.log());
+    pipeline_.emplace(*engine_, session_.log(), session_.tools(), &session_.device());
+  }
+
+  // Leaves nothing to work on when the device cannot be opened again; the queue then asks anew for the next item.
+  BatchQueue::Equipment renewEquipment() {
+    follower_.reset();
+    pipeline_.reset();
+    engine_.reset();
+    session_.openDevice();
+    makeEquipment();
+    follower_.emplace(*pipeline_, *engine_, console_);
+    return {&*pipeline_, &*engine_};
+  }
+
   void show(size_t index, BatchEvent event) {
     switch (event) {
       case BatchEvent::Skipped:
@@ -49,7 +64,7 @@ class BatchRun {
       case BatchEvent::Begun:
         console_.printLog();
         console_.message("running: " + queue_.item(index).name());
-        follower_.emplace(pipeline_, engine_, console_);
+        if (pipeline_) follower_.emplace(*pipeline_, *engine_, console_);
         announced_ = false;
         break;
       case BatchEvent::Working:
@@ -63,13 +78,17 @@ class BatchRun {
     interrupts_.update();
   }
 
+  void announce() {
+    if (pipeline_) announceStop(*pipeline_, *engine_, console_);
+  }
+
   void announceFolder(const BatchItem& item) {
     if (!announced_) console_.message("Project: " + toUtf8(item.projectRoot));
     announced_ = true;
   }
 
   void showEnd(const BatchItem& item) {
-    if (announced_) {  // else the pipeline still tells of the item before
+    if (announced_ && follower_) {  // else the pipeline still tells of the item before
       follower_->update();
       follower_->finish();
     }
@@ -83,10 +102,10 @@ class BatchRun {
     wrote_ = writeStandardOutput(toUtf8(project.sceneFile()) + "\n") && wrote_;
   }
 
+  Session& session_;
   Console& console_;
-  LogStore& log_;
-  gs::Engine engine_;
-  Pipeline pipeline_;
+  std::optional<gs::Engine> engine_;
+  std::optional<Pipeline> pipeline_;
   BatchQueue queue_;
   Interrupts interrupts_;
   const bool json_;

@@ -35,8 +35,7 @@ int trainDataset(const Options& options) {
   Project project = Project::describeDataset(absolutePath(options.paths[0]), fromUtf8(options.out));
   options.applyTo(project);
   if (Project::isProject(project.root)) return trainDatasetAgain(project, session);
-  project.ensureLayout();
-  project.save();
+  saveBeforeRun(project);
   session.announce(project);
   session.openDevice();
   return session.drive(project, Stage::Train);
@@ -48,8 +47,7 @@ int trainProject(const Options& options) {
   options.applyTo(project);
   session.announce(project);
   session.openDevice();  // before saving: a device that cannot be had leaves the project as it was
-  project.ensureLayout();
-  if (!options.settings.empty()) project.save();
+  options.settings.empty() ? project.ensureLayout() : saveBeforeRun(project);
   return session.drive(project, options.from.value_or(Stage::Train));
 }
 

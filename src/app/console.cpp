@@ -19,7 +19,8 @@ bool contains(const std::string& text, const std::string& part) {
 
 }  // namespace
 
-Console::Console(const LogStore& log, bool quiet) : log_(log), quiet_(quiet), terminal_(standardErrorIsTerminal()) {}
+Console::Console(const LogStore& log, bool quiet)
+    : log_(log), quiet_(quiet), terminal_(standardErrorIsTerminal()), lastSequence_(log.lastSequence()) {}
 
 Console::~Console() {
   if (liveShown_) std::fputs(kClearLine, stderr);

@@ -1,5 +1,5 @@
-// What a command says on standard error while it works. It is the only writer there, so that log entries, messages and
-// the live line of a terminal never run into one another; log entries are therefore printed from here instead of by the
+// Everything that a command prints on standard error while it works. There is one writer, so that log entries, messages
+// and the live line of a terminal never run into one another; log entries are printed from here instead of by the
 // store's own echo.
 #pragma once
 
@@ -14,6 +14,7 @@ namespace quor {
 
 class Console {
  public:
+  // Prints what is logged from now on.
   Console(const LogStore& log, bool quiet);
   ~Console();
   Console(const Console&) = delete;
@@ -45,7 +46,7 @@ class Console {
   const bool quiet_;
   const bool terminal_;
   bool liveShown_ = false;
-  uint64_t lastSequence_ = 0;
+  uint64_t lastSequence_;
   std::vector<LogEntry> held_;
   std::deque<std::string> recent_;  // texts of the last entries printed
 };

@@ -1,8 +1,8 @@
 #include "app/mcp_command.h"
 
+#include "app/application_log.h"
 #include "app/run_project.h"
 #include "app/session.h"
-#include "base/crash/crash_handler.h"
 #include "base/process/own_stdio.h"
 #include "base/process/terminal.h"
 #include "gs/train/engine.h"
@@ -10,17 +10,10 @@
 
 namespace quor {
 
-namespace {
-
-constexpr size_t kLogCapacity = 5000;
-
-}  // namespace
-
 int mcpCommand(const Options& options) {
   OwnStdio stdio;
-  LogStore log(kLogCapacity);
-  log.mirrorTo(crashLogTail());
-  // Preferences and programs are looked up for each job: what was missing may have been installed meanwhile.
+  ApplicationLog log;
+  // Looked up for each job: a program or device that was missing may be there now.
   const auto open = [&] {
     const Preferences preferences = Preferences::load();
     mcp::Equipment equipment{findTools(options, preferences, log), openContext(options, preferences, log), nullptr};

@@ -13,7 +13,8 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kLiveInterval{200};
 constexpr std::chrono::seconds kLineInterval{5};
 
-// Whether two messages differ in their numbers only: then the second is progress, not news.
+// Whether two messages differ in their numbers only: the second is then shown as progress of the first, which is
+// throttled, and not as a new message.
 bool sameButForNumbers(const std::string& a, const std::string& b) {
   const auto words = [](const std::string& text) {
     std::string kept;
@@ -49,7 +50,7 @@ void Follower::update() {
   const Stage stage = pipeline_.currentStage();
   showResults(stage);
   const StageStatus status = pipeline_.status(stage);
-  if (status.state == StageState::Running && stage == Stage::Train && status.message.starts_with("Step ")) {
+  if (status.state == StageState::Running && status.step > 0) {
     showTraining();
   } else {
     showMessage(stage, status);
@@ -112,7 +113,7 @@ void Interrupts::update() {
   const int count = interruptCount();
   if (count == handled_) return;
   if (handled_ == 0 && count == 1) {
-    if (pipeline_.currentStage() == Stage::Train) announceStop();
+    announce_();
     stop_();
   } else {
     cancel_();
@@ -120,12 +121,13 @@ void Interrupts::update() {
   handled_ = count;
 }
 
-void Interrupts::announceStop() {
-  const gs::TrainState state = trainer_.status().state;
+void announceStop(const Pipeline& pipeline, const gs::TrainingService& trainer, Console& console) {
+  if (pipeline.currentStage() != Stage::Train) return;
+  const gs::TrainState state = trainer.status().state;
   if (state == gs::TrainState::Training) {
-    console_.message("Stopping; interrupt again to end without writing the scene.");
+    console.message("Stopping; interrupt again to end without writing the scene.");
   } else if (state == gs::TrainState::Exporting || state == gs::TrainState::Evaluating) {
-    console_.message("Training is over, finishing; interrupt again to end at once.");
+    console.message("Training is over, finishing; interrupt again to end at once.");
   }
 }
 

@@ -1,5 +1,5 @@
-// How the command line watches a pipeline at work: what the stages say on the console, and the user's interrupts on
-// their way to the pipeline.
+// How the command line watches a pipeline at work: the progress of its stages on the console, and the user's
+// interrupts.
 #pragma once
 
 #include <array>
@@ -12,15 +12,15 @@
 
 namespace quor {
 
-// Shows what the stages of one run say, each message once, and the progress of training on one live line or a line now
-// and then. To be asked many times a second.
+// Prints the messages of one run's stages, each once, and the progress of training on one live line or a line every few
+// seconds. Call update() many times a second.
 class Follower {
  public:
   Follower(const Pipeline& pipeline, const gs::TrainingService& trainer, Console& console)
       : pipeline_(pipeline), trainer_(trainer), console_(console) {}
 
   void update();
-  // When the run has ended: what update() has not seen.
+  // Call when the run has ended: prints what update() has not seen.
   void finish();
 
  private:
@@ -38,22 +38,21 @@ class Follower {
   std::chrono::steady_clock::time_point nextTrainingLine_{};
 };
 
-// The first interrupt asks to stop, any more to cancel.
+// Tells the user what the first interrupt does to training that is under way.
+void announceStop(const Pipeline& pipeline, const gs::TrainingService& trainer, Console& console);
+
+// The user's interrupts on their way to a run: the first asks it to stop, any more to cancel. `announce` is called
+// before a stop.
 class Interrupts {
  public:
-  Interrupts(const Pipeline& pipeline, const gs::TrainingService& trainer, Console& console, std::function<void()> stop,
-             std::function<void()> cancel)
-      : pipeline_(pipeline), trainer_(trainer), console_(console), stop_(std::move(stop)), cancel_(std::move(cancel)) {}
+  using Action = std::function<void()>;
+  Interrupts(Action announce, Action stop, Action cancel)
+      : announce_(std::move(announce)), stop_(std::move(stop)), cancel_(std::move(cancel)) {}
 
   void update();
 
  private:
-  void announceStop();
-
-  const Pipeline& pipeline_;
-  const gs::TrainingService& trainer_;
-  Console& console_;
-  const std::function<void()> stop_, cancel_;
+  const Action announce_, stop_, cancel_;
   int handled_ = 0;
 };
 

@@ -1,8 +1,6 @@
 #include "app/run_project.h"
 
-#include <chrono>
 #include <memory>
-#include <thread>
 
 #include "app/progress_printer.h"
 #include "base/files/paths.h"
@@ -11,13 +9,6 @@
 namespace quor {
 
 namespace {
-
-constexpr std::chrono::milliseconds kPoll{50};
-
-struct Ended {
-  bool success = false;
-  std::string result;
-};
 
 int printResult(const Project& project, const std::optional<gs::TrainResult>& result, Console& console, bool json) {
   std::string text;
@@ -35,32 +26,27 @@ int printResult(const Project& project, const std::optional<gs::TrainResult>& re
 
 int drive(Pipeline& pipeline, const gs::TrainingService& trainer, Console& console, const Project& project, Stage from,
           bool json) {
-  // Shared with the worker, which may outlive this function when something in here throws.
-  const auto outcome = std::make_shared<Ended>();
   pipeline.open(project);
-  const bool started = pipeline.start(from, Stage::Train, [outcome](bool success, const std::string& result) {
-    *outcome = {success, result};
-  });
-  if (!started) {
+  const std::shared_ptr<PipelineRun> run = pipeline.start(from, Stage::Train);
+  if (!run) {
     console.error("the pipeline could not start");
     return kExitFailure;
   }
 
   Follower follower(pipeline, trainer, console);
-  Interrupts interrupts(
-      pipeline, trainer, console, [&] { pipeline.requestStop(); }, [&] { pipeline.cancel(); });
-  while (pipeline.busy()) {
+  Interrupts interrupts([&] { announceStop(pipeline, trainer, console); }, [&] { run->requestStop(); },
+                        [&] { run->cancel(); });
+  const RunResult result = run->follow([&] {
     interrupts.update();
     follower.update();
-    std::this_thread::sleep_for(kPoll);
-  }
+  });
   console.printLog();
   follower.finish();
-  console.finishLog(outcome->success ? std::string() : outcome->result);
+  console.finishLog(result.success() ? std::string() : result.text);
 
-  if (outcome->success) return printResult(project, pipeline.trainResult(), console, json);
-  console.error(outcome->result);
-  return outcome->result == Cancelled().what() ? kExitCancelled : kExitFailure;
+  if (result.success()) return printResult(project, result.training, console, json);
+  console.error(result.text);
+  return result.outcome == Outcome::Cancelled ? kExitCancelled : kExitFailure;
 }
 
 }  // namespace quor

@@ -1,15 +1,12 @@
 #include "app/session.h"
 
 #include "app/run_project.h"
-#include "base/crash/crash_handler.h"
 #include "base/files/paths.h"
 #include "gs/train/engine.h"
 #include "pipeline/pipeline.h"
 
 namespace quor {
 namespace {
-
-constexpr size_t kLogCapacity = 5000;
 
 const std::string& chosen(const std::string& option, const std::string& preference) {
   return option.empty() ? preference : option;
@@ -43,11 +40,9 @@ std::unique_ptr<gs::VulkanContext> openContext(const Options& options, const Pre
 
 Session::Session(const Options& options)
     : options_(options),
-      log_(kLogCapacity),
       console_(log_, options.quiet),
       preferences_(Preferences::load()),
       tools_(findTools(options, preferences_, log_)) {
-  log_.mirrorTo(crashLogTail());
   console_.printLog();
 }
 
@@ -61,6 +56,7 @@ void Session::warn(const std::string& text) {
 }
 
 void Session::openDevice() {
+  context_.reset();
   context_ = openContext(options_, preferences_, log_);
 }
 

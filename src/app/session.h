@@ -5,9 +5,9 @@
 #include <optional>
 #include <string>
 
+#include "app/application_log.h"
 #include "app/console.h"
 #include "app/options.h"
-#include "base/log/log_store.h"
 #include "base/process/tool_finder.h"
 #include "gpu/device/vulkan_context.h"
 #include "project/preferences.h"
@@ -32,7 +32,8 @@ class Session {
   void announce(const Project& project);
   void warn(const std::string& text);
 
-  // Throws what VulkanContext throws. To be called before device() and drive().
+  // Throws what VulkanContext throws. To be called before device() and drive(). A device that was opened before is
+  // given up first: nothing may use it any more.
   void openDevice();
   gs::VulkanContext& device() { return *context_; }
 
@@ -43,7 +44,7 @@ class Session {
 
  private:
   const Options& options_;
-  LogStore log_;
+  ApplicationLog log_;
   Console console_;
   const Preferences preferences_;
   const Tools tools_;

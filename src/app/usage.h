@@ -6,10 +6,10 @@
 
 namespace quor {
 
-// OmbreluxCLI, or Ombrelux, which also has (will have) a window.
+// OmbreluxCLI, or Ombrelux, which also has the window.
 enum class FrontEnd { CommandLineOnly, Desktop };
 
-// All commands, options, exit codes and two examples; ends in a line feed.
+// All commands, options, exit codes and examples; ends in a line feed.
 std::string usageText(FrontEnd frontEnd);
 
 }  // namespace quor

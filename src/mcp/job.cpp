@@ -2,7 +2,6 @@
 
 #include <cmath>
 #include <stdexcept>
-#include <thread>
 
 #include "base/failures.h"
 #include "base/files/paths.h"
@@ -12,8 +11,6 @@
 namespace quor::mcp {
 
 namespace {
-
-constexpr std::chrono::milliseconds kPoll{50};
 
 const char* stagePrefix(Stage stage) {
   switch (stage) {
@@ -47,20 +44,20 @@ std::string describe(const Batch& batch) {
   return text + (failed > 0 ? formatText(", %zu failed.", failed) : ".");
 }
 
-struct Outcome {
-  bool success = false;
-  std::string result;
-};
+std::unique_ptr<Pipeline> makePipeline(const Equipment& equipment, LogStore& log) {
+  return std::make_unique<Pipeline>(*equipment.trainer, log, equipment.tools, equipment.gpu.get());
+}
 
 }  // namespace
 
 Job::Job(std::string id, const char* kind, ProjectWork work, Equipment equipment, LogStore& log)
     : id_(std::move(id)), kind_(kind), log_(log), work_(std::move(work)), equipment_(std::move(equipment)) {
-  pipeline_ = std::make_unique<Pipeline>(*equipment_.trainer, log_, equipment_.tools, equipment_.gpu.get());
+  pipeline_ = makePipeline(equipment_, log_);
 }
 
-Job::Job(std::string id, Batch batch, Equipment equipment, LogStore& log)
-    : Job(std::move(id), "batch", ProjectWork{}, std::move(equipment), log) {
+Job::Job(std::string id, Batch batch, Equipment equipment, LogStore& log, OpenEquipment reopen)
+    : id_(std::move(id)), kind_("batch"), log_(log), reopen_(std::move(reopen)), equipment_(std::move(equipment)) {
+  pipeline_ = makePipeline(equipment_, log_);
   queue_ = std::make_unique<BatchQueue>(std::move(batch), [this](size_t, BatchEvent) { tick_(); });
 }
 
@@ -75,23 +72,17 @@ void Job::run(const std::function<void()>& tick) {
 }
 
 void Job::runProject(const std::function<void()>& tick) {
-  // Shared with the pipeline's worker, which may outlive this function when something in here throws.
-  const auto outcome = std::make_shared<Outcome>();
+  std::shared_ptr<PipelineRun> run;
   {
     const std::lock_guard lock(mutex_);
     if (stopped_) throw Cancelled();
     pipeline_->open(work_.project);
-    const bool started = pipeline_->start(work_.from, Stage::Train, [outcome](bool success, const std::string& result) {
-      *outcome = {success, result};
-    });
-    if (!started) throw std::runtime_error("the pipeline could not start");
+    run = pipeline_->start(work_.from, Stage::Train);
+    if (!run) throw std::runtime_error("the pipeline could not start");
   }
-  while (pipeline_->busy()) {
-    tick();
-    std::this_thread::sleep_for(kPoll);
-  }
-  if (!outcome->success) return end(State::Failed, outcome->result, outcome->result);
-  const gs::TrainResult result = pipeline_->trainResult().value_or(gs::TrainResult{});
+  const RunResult ended = run->follow(tick);
+  if (!ended.success()) return end(State::Failed, ended.text, ended.text);
+  const gs::TrainResult result = ended.training.value_or(gs::TrainResult{});
   std::string detail = describe(result);
   try {
     if (work_.saveAtEnd) work_.project.save();
@@ -102,28 +93,50 @@ void Job::runProject(const std::function<void()>& tick) {
 }
 
 void Job::runBatch() {
-  queue_->run(*pipeline_, *equipment_.trainer, log_);
+  queue_->run(*pipeline_, *equipment_.trainer, log_, [this] { return reopen(); });
   const Batch batch = queue_->snapshot();
   const bool all = batch.count(ItemState::Finished) == batch.items.size();
   end(all ? State::Finished : State::Failed, describe(batch), batchResult(batch));
 }
 
+BatchQueue::Equipment Job::reopen() {
+  giveBack();
+  Equipment fresh = reopen_();
+  std::unique_ptr<Pipeline> pipeline = makePipeline(fresh, log_);
+  const std::lock_guard lock(mutex_);
+  equipment_ = std::move(fresh);
+  pipeline_ = std::move(pipeline);
+  return {pipeline_.get(), equipment_.trainer.get()};
+}
+
+void Job::giveBack() {
+  // Destroyed without the lock, so that waiting for a GPU keeps no status waiting.
+  Equipment equipment;
+  std::unique_ptr<Pipeline> pipeline;
+  const std::lock_guard lock(mutex_);
+  equipment = std::move(equipment_);
+  pipeline = std::move(pipeline_);
+}
+
 void Job::end(State state, std::string detail, std::string result) {
   {
-    // Given back without the lock, so that waiting for a GPU keeps no status waiting; and before the job counts as
-    // ended, so that the next one finds it free.
-    Equipment equipment;
-    std::unique_ptr<Pipeline> pipeline;
     const std::lock_guard lock(mutex_);
     detail_ = "Finishing";
-    equipment = std::move(equipment_);
-    pipeline = std::move(pipeline_);
   }
-  const std::lock_guard lock(mutex_);
-  state_ = state;
-  detail_ = std::move(detail);
-  result_ = std::move(result);
-  end_ = Clock::now();
+  giveBack();  // before the job counts as ended, so that the next one finds the GPU free
+  {
+    const std::lock_guard lock(mutex_);
+    state_ = state;
+    detail_ = std::move(detail);
+    result_ = std::move(result);
+    end_ = Clock::now();
+  }
+  ended_.notify_all();
+}
+
+bool Job::waitFor(std::chrono::milliseconds patience) const {
+  std::unique_lock lock(mutex_);
+  return ended_.wait_for(lock, patience, [this] { return state_ != State::Running; });
 }
 
 std::vector<std::filesystem::path> Job::projects() const {

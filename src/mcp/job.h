@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -19,41 +20,45 @@
 
 namespace quor::mcp {
 
-// What a job works with. It is had for one job and given back at its end, so that a server that idles for days holds no
-// GPU, and one that was lost is opened anew.
+// What a job works with. It is opened for one job and given back at its end, so that a server that idles for days holds
+// no GPU, and a GPU that was lost is opened again.
 struct Equipment {
   Tools tools;
   std::unique_ptr<gs::VulkanContext> gpu;  // may be null: COLMAP matches then
   std::unique_ptr<gs::TrainingService> trainer;
 };
 
+using OpenEquipment = std::function<Equipment()>;
+
 struct ProjectWork {
   Project project;
   Stage from = Stage::Frames;
-  bool saveAtEnd = false;  // its settings are to be kept only when they have come to a scene
+  bool saveAtEnd = false;  // keep its settings only when they have led to a scene
 };
 
 class Job {
  public:
   // `kind` is "run", "import" or "train".
   Job(std::string id, const char* kind, ProjectWork work, Equipment equipment, LogStore& log);
-  // "batch".
-  Job(std::string id, Batch batch, Equipment equipment, LogStore& log);
+  // "batch". `reopen` is called on the job's thread when the GPU was lost.
+  Job(std::string id, Batch batch, Equipment equipment, LogStore& log, OpenEquipment reopen);
   Job(const Job&) = delete;
   Job& operator=(const Job&) = delete;
 
   const std::string& id() const { return id_; }
   const char* kind() const { return kind_; }
 
-  // To the end of the work, whatever that is. `tick` is called many times a second.
+  // Works until the job has ended. `tick` is called many times a second.
   void run(const std::function<void()>& tick);
 
-  // Training ends after the current step and still writes scene and checkpoint; earlier stages are cancelled. The
-  // second: whatever it is, at once.
+  // Training ends after the current step and still writes scene and checkpoint; earlier stages are cancelled.
   void stop();
+  // Ends whatever runs at once.
   void cancel();
 
   bool running() const;
+  // Waits until the job has ended, at most `patience`; whether it has.
+  bool waitFor(std::chrono::milliseconds patience) const;
   Document status() const;
 
   // The folders that it has begun to fill.
@@ -61,7 +66,7 @@ class Job {
 
   struct Result {
     bool success = false;
-    std::string text;  // the result document, or the sentence that says why there is none
+    std::string text;  // the result document, or the sentence of the failure
   };
   Result result() const;
 
@@ -71,6 +76,8 @@ class Job {
 
   void runProject(const std::function<void()>& tick);
   void runBatch();
+  BatchQueue::Equipment reopen();
+  void giveBack();
   void end(State state, std::string detail, std::string result);
   void addProgress(Document& document) const;
   void addBatch(Document& document) const;
@@ -80,11 +87,13 @@ class Job {
   const char* const kind_;
   LogStore& log_;
   const ProjectWork work_;
+  const OpenEquipment reopen_;
 
   mutable std::mutex mutex_;  // guards what follows
+  mutable std::condition_variable ended_;
   std::unique_ptr<BatchQueue> queue_;
   Equipment equipment_;
-  std::unique_ptr<Pipeline> pipeline_;  // null once the job has ended
+  std::unique_ptr<Pipeline> pipeline_;  // null once the job has ended, and while a lost GPU is opened again
   State state_ = State::Running;
   bool stopped_ = false;
   std::string detail_ = "Starting";

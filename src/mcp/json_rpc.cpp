@@ -8,7 +8,7 @@ namespace quor::mcp {
 
 namespace {
 
-// No message of the protocol comes near; writing a document out takes stack for each level.
+// Far above any message of the protocol; each level takes stack when a document is written.
 constexpr size_t kDeepest = 64;
 constexpr size_t kMaxInList = 50;
 
@@ -34,7 +34,7 @@ bool isRequest(const Json& message) {
          message.value("method", Json()).is_string() && (!message.contains("id") || isId(message["id"]));
 }
 
-// Brackets in texts do not count. On what is no JSON the count may be wrong, but only behind the first error.
+// Ignores brackets in strings. In invalid JSON the count may be wrong, but only after the first error.
 bool tooDeep(std::string_view line) {
   size_t depth = 0;
   bool inText = false;

@@ -1,5 +1,5 @@
-// JSON-RPC 2.0 (https://www.jsonrpc.org/specification): what a line says, and the line that answers it. Lines come from
-// another program and may hold anything.
+// JSON-RPC 2.0 (https://www.jsonrpc.org/specification): parses a line and makes the line that answers it. Lines come
+// from another program and may hold anything.
 #pragma once
 
 #include <functional>
@@ -11,8 +11,8 @@
 
 namespace quor::mcp {
 
-using Json = nlohmann::json;              // what came: finding a key stays quick in an object of any size
-using Document = nlohmann::ordered_json;  // what goes out, in the order in which it is written
+using Json = nlohmann::json;              // received: keys are found quickly in an object of any size
+using Document = nlohmann::ordered_json;  // sent, in the order in which it is written
 
 inline constexpr int kParseError = -32700;
 inline constexpr int kInvalidRequest = -32600;
@@ -27,15 +27,15 @@ class RpcError : public std::runtime_error {
   const int code;
 };
 
-// One line without its end, valid UTF-8 whatever is in the document.
+// One line without its end; always valid UTF-8.
 std::string toLine(const Document& document);
 std::string errorLine(int code, const std::string& message);  // for a message whose id is not known
 
 // Carries out a request; `params` is an object or null. Throws RpcError; any other exception is an internal error.
 using CallMethod = std::function<Document(const std::string& method, const Json& params)>;
 
-// The answer to a line, or nothing where none is due: to notifications and blank lines. A list of messages is answered
-// with the list of their answers where `takesLists`.
+// The answer to a line; nothing for notifications and blank lines. With `takesLists`, a list of messages is answered
+// with the list of their answers.
 std::optional<std::string> answerLine(std::string_view line, const CallMethod& call, bool takesLists);
 
 }  // namespace quor::mcp

@@ -1,4 +1,4 @@
-// Splits what comes in into lines within a bound on memory.
+// Splits input into lines, within a bound on memory.
 #pragma once
 
 #include <functional>
@@ -14,7 +14,7 @@ class LineReader {
   using Source = std::function<size_t(std::span<char> buffer)>;
   enum class Got { Line, TooLong, End };
 
-  // A line of more than `longest` bytes is thrown away while it is read.
+  // A line of more than `longest` bytes is discarded while it is read.
   LineReader(Source source, size_t longest) : source_(std::move(source)), longest_(longest), buffer_(65536) {}
 
   // `line` without its line feed. The last one may lack it.

@@ -1,13 +1,14 @@
 #include "mcp/project_information.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <cmath>
 #include <fstream>
 
 #include "base/files/paths.h"
 #include "gs/files/checkpoint.h"
 #include "gs/files/ply_header.h"
 #include "pipeline/project_contents.h"
+#include "pipeline/result_document.h"
 #include "project/project.h"
 
 namespace quor::mcp {
@@ -19,7 +20,6 @@ namespace {
 constexpr size_t kMaxProjects = 100;
 constexpr size_t kMaxFolders = 20000;
 constexpr size_t kMaxDeep = 8;
-constexpr size_t kLastRun = 4096;  // bytes, more than one run writes
 
 bool isFile(const fs::path& path) {
   std::error_code ignored;
@@ -47,17 +47,16 @@ void addCheckpoint(const Project& project, Document& document) {
   }
 }
 
-// Of the last run in the log.
-void addHeldOut(const std::string& log, Document& document) {
-  const size_t run = log.rfind("==== ");
-  const size_t line = log.find("\nheld-out ", run == std::string::npos ? 0 : run);
-  double psnr = 0;
-  double ssim = 0;
-  double l1 = 0;
-  unsigned views = 0;
-  const char* format = "\nheld-out PSNR %lf dB, SSIM %lf, L1 %lf over %u views";
-  if (line == std::string::npos || std::sscanf(log.c_str() + line, format, &psnr, &ssim, &l1, &views) < 2) return;
-  document["held-out"] = {{"PSNR", psnr}, {"SSIM", ssim}};
+// To the digits that the training log has.
+double rounded(double value, double steps) {
+  return std::round(value * steps) / steps;
+}
+
+void addTraining(const Project& project, Document& document) {
+  if (isFile(project.trainingLog())) document["training_log"] = toUtf8(project.trainingLog());
+  if (const auto quality = loadQuality(project)) {
+    document["held-out"] = {{"PSNR", rounded(quality->psnr, 1e2)}, {"SSIM", rounded(quality->ssim, 1e4)}};
+  }
 }
 
 void walk(const fs::path& folder, size_t depth, size_t& folders, FoundProjects& found) {
@@ -81,19 +80,6 @@ void walk(const fs::path& folder, size_t depth, size_t& folders, FoundProjects& 
 
 }  // namespace
 
-std::optional<std::string> readTail(const fs::path& file, size_t most) {
-  std::ifstream stream(file, std::ios::binary | std::ios::ate);
-  if (!isFile(file) || !stream) return std::nullopt;
-  const auto size = static_cast<uint64_t>(stream.tellg());
-  const bool cut = size > most;
-  std::string text(cut ? most : static_cast<size_t>(size), '\0');
-  stream.seekg(static_cast<std::streamoff>(size - text.size()));
-  stream.read(text.data(), static_cast<std::streamsize>(text.size()));
-  text.resize(static_cast<size_t>(stream.gcount()));
-  const size_t lineEnd = cut ? text.find('\n') : std::string::npos;
-  return lineEnd == std::string::npos ? text : text.substr(lineEnd + 1);
-}
-
 Document projectInformation(const fs::path& root) {
   const Project project = Project::load(root);
   Document document;
@@ -112,10 +98,7 @@ Document projectInformation(const fs::path& root) {
   if (!project.externalDataset.empty()) document["external_dataset"] = project.externalDataset;
   addScene(project, document);
   addCheckpoint(project, document);
-  if (const auto log = readTail(project.trainingLog(), kLastRun)) {
-    document["training_log"] = toUtf8(project.trainingLog());
-    addHeldOut(*log, document);
-  }
+  addTraining(project, document);
   return document;
 }
 

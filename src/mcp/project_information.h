@@ -1,20 +1,15 @@
-// What an assistant is told about projects, read from their folders.
+// The projects that an assistant asks about, read from their folders.
 #pragma once
 
 #include <filesystem>
-#include <optional>
-#include <string>
 #include <vector>
 
 #include "mcp/json_rpc.h"
 
 namespace quor::mcp {
 
-// Throws what Project::load() throws. What else is in the folder may be missing or damaged and is then left out.
+// Throws what Project::load() throws. Anything else in the folder that is missing or damaged is left out.
 Document projectInformation(const std::filesystem::path& root);
-
-// The end of a file, at most `most` bytes from the start of a line; nothing when it cannot be read.
-std::optional<std::string> readTail(const std::filesystem::path& file, size_t most);
 
 struct FoundProjects {
   std::vector<std::filesystem::path> roots;  // in byte order

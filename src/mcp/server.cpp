@@ -14,7 +14,7 @@ namespace quor::mcp {
 
 namespace {
 
-constexpr std::chrono::milliseconds kPoll{50};
+constexpr std::chrono::milliseconds kInterruptCheck{50};
 constexpr const char* kVersions[] = {"2024-11-05", "2025-03-26", "2025-06-18"};
 constexpr const char* kFirstWithoutLists = "2025-06-18";
 
@@ -41,9 +41,14 @@ std::string textOf(const Json& params, const char* name) {
 
 }  // namespace
 
-// An id of an earlier server's job is not to name one of this server's.
+// Job ids begin at random: the id of an earlier server's job must not name one of this server's.
 Server::Server(LogStore& log, OpenEquipment open, LogLevel least)
-    : log_(log), open_(std::move(open)), least_(least), version_(kVersions[0]), lastId_(std::random_device()()) {}
+    : log_(log),
+      open_(std::move(open)),
+      least_(least),
+      echoed_(log.lastSequence()),
+      version_(kVersions[0]),
+      lastId_(std::random_device()()) {}
 
 Server::~Server() {
   finish();
@@ -143,7 +148,7 @@ Document Server::start(std::unique_ptr<Job> job) {
   try {
     worker_ = std::thread([this, started = entry->second.get()] { drive(*started); });
   } catch (...) {
-    jobs_.erase(entry);  // it would be running for ever
+    jobs_.erase(entry);  // it would count as running for ever
     throw;
   }
   current_ = entry->second.get();
@@ -164,9 +169,8 @@ void Server::finish() {
     current_->stop();
     // The first interrupt is what ended serve(), or comes from a client that has little patience with a server whose
     // input it has closed; neither is a reason to throw the work away.
-    while (current_->running()) {
+    while (!current_->waitFor(kInterruptCheck)) {
       if (interruptCount() > 1) current_->cancel();
-      std::this_thread::sleep_for(kPoll);
     }
   }
   if (worker_.joinable()) worker_.join();

@@ -1,7 +1,7 @@
 // The Model Context Protocol server (https://modelcontextprotocol.io): lets an AI assistant build splats, follow the
 // work and look at projects, over JSON-RPC messages, one a line. Requests are answered one after another on the thread
-// of serve(), all of them at once but those that look through folders or open videos; builds are jobs on a thread of
-// their own, one at a time.
+// of serve(), at once unless they look through folders or open videos; builds are jobs on a thread of their own, one at
+// a time.
 #pragma once
 
 #include <functional>
@@ -26,21 +26,21 @@ inline constexpr size_t kLongestLine = size_t{4} << 20;
 
 struct Channel {
   LineReader::Source read;
-  std::function<bool(std::string_view)> write;  // false when nobody reads any more
+  std::function<bool(std::string_view)> write;  // false when the reader has gone
 };
 
 class Server {
  public:
-  // Called for each job, on the thread of the request; what it throws is the tool's answer.
-  using OpenEquipment = std::function<Equipment()>;
-
-  // Entries of the log from `least` up go to standard error, "[ombrelux] " before each.
+  // `open` is called for each job on the thread of the request; what it throws is the tool's answer. A batch that loses
+  // the GPU calls it again on its own thread. Entries that are logged from now on, from `least` up, go to standard
+  // error,
+  // "[ombrelux] " before each.
   Server(LogStore& log, OpenEquipment open, LogLevel least = LogLevel::Information);
   ~Server();  // stops the running job as finish() does
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
 
-  // Until the client has closed its end or stops reading, or an interrupt; then ends the job and returns.
+  // Serves until the client closes its end or stops reading, or until an interrupt; then ends the job and returns.
   void serve(const Channel& channel);
 
   // The answer to one line, if one is due.
@@ -83,7 +83,7 @@ class Server {
   const OpenEquipment open_;
   const LogLevel least_;
   std::mutex echoMutex_;  // guards the next
-  uint64_t echoed_ = 0;
+  uint64_t echoed_;
 
   std::string version_;
   TrainingLogs logs_;

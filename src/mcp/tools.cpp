@@ -1,4 +1,4 @@
-// What the tools do. Each gives its text or throws the sentence that says why not.
+// The tools. Each returns its text or throws the sentence that says why it cannot.
 #include <algorithm>
 #include <stdexcept>
 
@@ -34,7 +34,7 @@ void apply(const char* tool, const Json& given, Project& project) {
   applySettings(toolNamed(tool).arguments, given, project);
 }
 
-// Without a look at what is in it, which may be a whole disk.
+// Does not look into the folder, which may be a whole disk.
 fs::path existing(const std::string& path) {
   std::error_code ignored;
   if (fs::exists(absolutePath(path), ignored)) return absolutePath(path);
@@ -72,7 +72,7 @@ fs::path datasetFolder(const Json& given) {
                            "that folder.");
 }
 
-// Whether composing the batch anew would forget something: an item that was worked on, or a capture.
+// Throws when composing the batch anew would lose something: an item that was worked on, or a capture.
 void refuseLoss(const Batch& batch) {
   std::error_code ignored;
   if (!fs::exists(batch.file, ignored)) return;
@@ -144,8 +144,7 @@ std::string Server::import(const Json& given) {
   work.saveAtEnd = Project::isProject(work.project.root);
   if (work.saveAtEnd) refuseAnothersProject(work.project, kOtherFolder);
   Equipment equipment = open_();
-  work.project.ensureLayout();
-  if (!work.saveAtEnd) work.project.save();
+  work.saveAtEnd ? work.project.ensureLayout() : saveBeforeRun(work.project);
   const std::string root = toUtf8(work.project.root);
   Document started = start(std::make_unique<Job>(nextId(), "import", std::move(work), std::move(equipment), log_));
   started["project"] = root;
@@ -160,8 +159,7 @@ std::string Server::train(const Json& given) {
   apply("ombrelux_train", given, work.project);
   work.project.training.continueFromCheckpoint = given.value("resume", false);
   Equipment equipment = open_();
-  work.project.ensureLayout();
-  work.project.save();
+  saveBeforeRun(work.project);
   const std::string root = toUtf8(work.project.root);
   Document started = start(std::make_unique<Job>(nextId(), "train", std::move(work), std::move(equipment), log_));
   started["project"] = root;
@@ -192,7 +190,7 @@ std::string Server::runBatch(const Json& given) {
   requireIdle(true);
   Batch batch = Batch::load(existing(text(given, "batch")));
   const std::string file = toUtf8(batch.file);
-  Document started = start(std::make_unique<Job>(nextId(), std::move(batch), open_(), log_));
+  Document started = start(std::make_unique<Job>(nextId(), std::move(batch), open_(), log_, open_));
   started["batch"] = file;
   return toLine(started);
 }

@@ -1,11 +1,11 @@
 #include "mcp/training_logs.h"
 
 #include <charconv>
+#include <fstream>
 #include <optional>
 
 #include "base/files/paths.h"
 #include "base/text/text.h"
-#include "mcp/project_information.h"
 #include "project/project.h"
 
 namespace quor::mcp {
@@ -31,6 +31,20 @@ bool isInside(const fs::path& log, const fs::path& root) {
   if (error) return false;
   const fs::path expected = fs::canonical(root, error) / log.lexically_relative(root);
   return !error && real == expected && fs::is_regular_file(real, error);
+}
+
+// The end of a file, at most `most` bytes from the start of a line; nothing when it cannot be read.
+std::optional<std::string> readTail(const fs::path& file, size_t most) {
+  std::ifstream stream(file, std::ios::binary | std::ios::ate);
+  if (!stream) return std::nullopt;
+  const auto size = static_cast<uint64_t>(stream.tellg());
+  const bool cut = size > most;
+  std::string text(cut ? most : static_cast<size_t>(size), '\0');
+  stream.seekg(static_cast<std::streamoff>(size - text.size()));
+  stream.read(text.data(), static_cast<std::streamsize>(text.size()));
+  text.resize(static_cast<size_t>(stream.gcount()));
+  const size_t lineEnd = cut ? text.find('\n') : std::string::npos;
+  return lineEnd == std::string::npos ? text : text.substr(lineEnd + 1);
 }
 
 // A path as URIs have it: slashes only, and one before a drive's letter.

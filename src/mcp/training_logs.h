@@ -1,4 +1,4 @@
-// The training logs that are offered as resources: those of the projects that this server has met, and nothing else.
+// The training logs that are offered as resources: only those of projects that this server has built, opened or listed.
 #pragma once
 
 #include <filesystem>

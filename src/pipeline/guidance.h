@@ -1,5 +1,4 @@
-// What somebody who has never captured a scene, person or AI assistant, should know to get a good one. Every front end
-// hands out the same text.
+// Guidance on capturing a good scene, for newcomers and AI assistants. Every front end gives the same text.
 #pragma once
 
 #include <string>
@@ -8,7 +7,7 @@ namespace quor {
 
 // All of it; ends in a line feed.
 const std::string& guidanceText();
-// Its chapters on taking pictures and on what the numbers of a solve and of a training say; ends in a line feed.
+// Its chapters on taking pictures and on reading the figures of a solve and a training; ends in a line feed.
 const std::string& captureAdviceText();
 
 }  // namespace quor

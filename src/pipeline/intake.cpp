@@ -6,6 +6,7 @@
 #include "base/files/paths.h"
 #include "colmap/model.h"
 #include "pipeline/media.h"
+#include "project/project_lock.h"
 
 namespace quor {
 
@@ -13,7 +14,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// What a project was made from.
+// The capture that a project was made from.
 std::string sourceOf(const Project& project) {
   return project.inputs.empty() ? project.externalDataset : project.inputs.front().path;
 }
@@ -88,14 +89,19 @@ void refuseAnothersProject(const Project& project, const std::string& advice) {
   throw std::runtime_error(toUtf8(project.root) + " is the project of another capture, " + source + ". " + advice);
 }
 
+void saveBeforeRun(const Project& project) {
+  const ProjectLock lock(project);
+  project.ensureLayout();
+  project.save();
+}
+
 Project createProject(const std::vector<InputSource>& inputs, const fs::path& outDir,
                       const std::function<void(Project&)>& configure, const std::string& advice) {
   Project project = Project::describe(inputs, outDir);
   refuseAnothersProject(project, advice);
   configure(project);
   try {
-    project.ensureLayout();
-    project.save();
+    saveBeforeRun(project);
   } catch (const std::exception& error) {
     throw std::runtime_error(std::string(error.what()) + " " + advice);
   }

@@ -1,6 +1,6 @@
-// From what somebody names to a project: what lies at the paths, which media they hold, and the folder that their
-// project belongs in. Every failure is a std::runtime_error with a whole sentence; only the advice in it is worded by
-// the front end, which knows what its user can do instead.
+// From the paths that a user names to a project: what lies there, which media it holds, and the folder that their
+// project belongs in. Every failure is a std::runtime_error with a whole sentence; the front end words the advice in
+// it, because it knows what its user can do instead.
 #pragma once
 
 #include <filesystem>
@@ -25,20 +25,23 @@ Classification classifyExisting(const std::string& path);
 // it gets advice instead of a bare no.
 void refuseModelWithoutImages(const std::string& path, const char* advice);
 
-// What a path that cannot be built from is followed by, each beginning with a blank.
+// The advice that follows a path which cannot be built from; each begins with a blank.
 struct IntakeAdvice {
   const char* forProject;
   const char* forDataset;
 };
 
-// The media at all the paths, each once. With a kind only those that can be of it, all of them of that kind; without
-// one every video is opened and says itself what it is.
+// The media at all the paths, each once. With a kind, only media that can be of it, all taken as that kind; without
+// one, every video is opened to find its kind.
 std::vector<InputSource> collectMedia(const std::vector<std::string>& paths, std::optional<InputKind> kind,
                                       const IntakeAdvice& advice);
 
-// Throws when the project's folder holds the project of another capture, which is still there: two captures of the same
+// Throws when the project's folder holds the project of another capture that still exists: two captures of the same
 // name must not end in one project. `advice` ends the sentence.
 void refuseAnothersProject(const Project& project, const std::string& advice);
+
+// Makes the project's folders and saves its record before a run. Throws when another run holds the folder.
+void saveBeforeRun(const Project& project);
 
 // The project of these media, in its folder and saved. The same media again start their project over. `configure` gives
 // the settings; `outDir` as in Project::create().

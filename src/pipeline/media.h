@@ -1,5 +1,5 @@
-// What the stages before training need from a front end. A build without media (OMBRELUX_MEDIA=OFF) has the same
-// functions; its stages end in a sentence that says so.
+// What a front end needs of images and videos. A build without media (OMBRELUX_MEDIA=OFF) has the same functions, which
+// do nothing.
 #pragma once
 
 #include <string>
@@ -9,10 +9,10 @@
 
 namespace quor {
 
-// To be called once, before images are read: teaches the image reader the formats that need FFmpeg or libheif.
+// Registers the image formats that need FFmpeg or libheif. Call once, before images are read.
 void prepareMedia();
 
-// Opens every input of kind Video and says what it really is: an ordinary, a 360-degree or a dual-fisheye one.
+// Opens every input of kind Video and sets its real kind: ordinary, 360-degree or dual-fisheye.
 void detectVideoKinds(std::vector<InputSource>& inputs);
 
 }  // namespace quor

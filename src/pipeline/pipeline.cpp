@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "base/crash/crash_handler.h"
+#include "pipeline/project_contents.h"
 
 namespace quor {
 
@@ -11,6 +12,15 @@ namespace {
 
 size_t indexOf(Stage stage) {
   return static_cast<size_t>(stage);
+}
+
+// Whether a request that has come ends a stage without its result.
+bool cancels(Stage stage, PipelineRun::Request request) {
+  return request == PipelineRun::Request::Cancel || (request == PipelineRun::Request::Stop && stage != Stage::Train);
+}
+
+RunResult cancelled() {
+  return {Outcome::Cancelled, Cancelled().what(), {}};
 }
 
 }  // namespace
@@ -27,8 +37,8 @@ const char* stageName(Stage stage) {
   return "Train Gaussians";
 }
 
-Pipeline::Pipeline(gs::TrainingService& trainer, LogStore& log, Tools tools, gs::VulkanContext* gpu)
-    : trainer_(trainer), log_(log), tools_(std::move(tools)), gpu_(gpu) {}
+Pipeline::Pipeline(gs::TrainingService& trainer, LogStore& log, Tools tools, gs::VulkanContext* gpu, StageBodies stages)
+    : trainer_(trainer), log_(log), tools_(std::move(tools)), gpu_(gpu), bodies_(std::move(stages)) {}
 
 Pipeline::~Pipeline() {
   cancel();
@@ -43,7 +53,7 @@ void Pipeline::requireIdle() {
 void Pipeline::resetLocked() {
   stages_ = {};
   current_ = Stage::Frames;
-  trainResult_.reset();
+  run_.reset();
 }
 
 void Pipeline::open(const Project& project) {
@@ -60,49 +70,49 @@ void Pipeline::close() {
   resetLocked();
 }
 
-bool Pipeline::start(Stage from, Stage to, Completion completion) {
-  if (busy()) return false;
+std::shared_ptr<PipelineRun> Pipeline::start(Stage from, Stage to, Completion completion,
+                                             std::optional<ProjectLock> lock) {
+  if (busy()) return nullptr;
   if (worker_.joinable()) worker_.join();
+  const std::optional<Project> opened = project();
+  if (!opened) return nullptr;
+  if (!lock) lock.emplace(*opened);
+  const auto run = std::make_shared<PipelineRun>();
   {
-    const std::lock_guard lock(mutex_);
-    if (!project_) return false;
+    const std::lock_guard guard(mutex_);
     for (size_t i = indexOf(from); i <= indexOf(to); ++i) stages_[i] = {};
     current_ = from;
-    trainResult_.reset();
+    run_ = run;
   }
-  cancel_ = false;
-  stop_ = false;
-  busy_ = true;
   try {
-    worker_ = std::thread([this, from, to, done = std::move(completion)] {
+    worker_ = std::thread([this, from, to, run, done = std::move(completion), held = std::move(lock)]() mutable {
       const ThreadCrashStack stack;
-      runStages(from, to, done);
+      RunResult result = runStages(from, to, *run);
+      held.reset();
+      if (done) done(result.success(), result.text);
+      run->end(std::move(result));
     });
   } catch (...) {
-    busy_ = false;
+    const std::lock_guard guard(mutex_);
+    run_.reset();  // no thread to end it
     throw;
   }
-  return true;
+  return run;
+}
+
+bool Pipeline::busy() const {
+  const std::lock_guard lock(mutex_);
+  return run_ && !run_->ended();
 }
 
 void Pipeline::cancel() {
-  {
-    const std::lock_guard lock(mutex_);  // so that a waiter cannot miss the wake-up between its check and its wait
-    cancel_ = true;
-  }
-  wake_.notify_all();
+  const std::lock_guard lock(mutex_);
+  if (run_) run_->cancel();
 }
 
 void Pipeline::requestStop() {
-  {
-    const std::lock_guard lock(mutex_);
-    if (inStage_ && current_ == Stage::Train) {
-      stop_ = true;
-    } else {
-      cancel_ = true;
-    }
-  }
-  wake_.notify_all();
+  const std::lock_guard lock(mutex_);
+  if (run_) run_->requestStop();
 }
 
 Stage Pipeline::currentStage() const {
@@ -120,79 +130,77 @@ std::optional<Project> Pipeline::project() const {
   return project_;
 }
 
-std::optional<gs::TrainResult> Pipeline::trainResult() const {
+std::vector<std::string> Pipeline::summary() const {
+  const std::optional<Project> opened = project();
+  return opened ? summaryLines(*opened) : std::vector<std::string>(kStageCount, "Not run");
+}
+
+void Pipeline::report(Stage stage, StageStatus status) {
   const std::lock_guard lock(mutex_);
-  return trainResult_;
+  // Stages that do not know their time left get it from their pace so far, once that says something.
+  if (status.secondsLeft != status.secondsLeft && status.fraction > 0.02f && stage != Stage::Train) {
+    const double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - stageStart_).count();
+    if (elapsed > 2) status.secondsLeft = elapsed * (1.0 / double{status.fraction} - 1.0);
+  }
+  stages_[indexOf(stage)] = std::move(status);
 }
 
-void Pipeline::report(Stage stage, StageState state, const std::string& message, float fraction) {
-  const std::lock_guard lock(mutex_);
-  stages_[indexOf(stage)] = {state, message, fraction, std::numeric_limits<double>::quiet_NaN()};
-  if (state != StageState::Running || !(fraction > 0)) return;
-  // By the pace until now, once there is something to go by.
-  const double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - stageStart_).count();
-  if (elapsed > 2 && fraction > 0.02f) stages_[indexOf(stage)].secondsLeft = elapsed * (1.0 / double{fraction} - 1.0);
+RunResult Pipeline::runStages(Stage from, Stage to, const PipelineRun& run) {
+  RunResult result;
+  for (size_t i = indexOf(from); result.success() && i <= indexOf(to); ++i) {
+    runStage(static_cast<Stage>(i), run, result);
+  }
+  return result;
 }
 
-void Pipeline::runStages(Stage from, Stage to, const Completion& completion) {
-  std::string result = "Done";
-  bool success = true;
-  for (size_t i = indexOf(from); success && i <= indexOf(to); ++i) success = runStage(static_cast<Stage>(i), result);
-  if (completion) completion(success, result);
-  busy_ = false;
-}
-
-bool Pipeline::runStage(Stage stage, std::string& result) {
+void Pipeline::runStage(Stage stage, const PipelineRun& run, RunResult& result) {
   try {
-    std::optional<Project> project;
-    {
-      const std::lock_guard lock(mutex_);
-      if (!project_) throw std::logic_error("no project");
-      // A wrapped dataset has its frames and cameras already.
-      const bool skip = !project_->externalDataset.empty() && stage != Stage::Train;
-      if (!skip) {
-        if (cancel_) throw Cancelled();
-        project = project_;
-        stages_[indexOf(stage)] = {StageState::Running, "Starting"};
-        stageStart_ = std::chrono::steady_clock::now();
-        current_ = stage;
-        inStage_ = true;
-      }
-    }
-    if (project) {
-      const std::string message = runBody(stage, *project);
-      report(stage, StageState::Done, message, 1);
-    }
+    std::optional<Project> project = beginStage(stage, run);
+    if (!project) return;
+    const StageContext context{log_,     tools_, gpu_,
+                               trainer_, run,    [this, stage](const StageStatus& status) { report(stage, status); }};
+    StageResult done = bodies_[indexOf(stage)](*project, context);
+    endStage(stage, *project, done.message);
+    result.training = std::move(done.training);
+    if (cancels(stage, run.request())) result = cancelled();
   } catch (const std::exception& error) {
-    const bool cancelled = cancel_ || error.what() == std::string(Cancelled().what());
-    result = cancelled ? Cancelled().what() : error.what();
-    report(stage, StageState::Failed, result, -1);
-    if (cancelled) {
-      log_.warning(std::string(stageName(stage)) + " cancelled");
-    } else {
-      log_.error(std::string(stageName(stage)) + " failed: " + result);
-    }
+    const Outcome outcome = outcomeOf(error);
+    const bool ended = outcome == Outcome::Cancelled || cancels(stage, run.request());
+    result = ended ? cancelled() : RunResult{outcome, failureText(error), {}};
+    failStage(stage, result);
   }
-  const std::lock_guard lock(mutex_);
-  inStage_ = false;
-  if (stages_[indexOf(stage)].state == StageState::Failed) return false;
-  if (cancel_) {
-    result = Cancelled().what();
-    return false;
-  }
-  return true;
 }
 
-std::string Pipeline::runBody(Stage stage, const Project& project) {
-  switch (stage) {
-    case Stage::Frames:
-      return runFrames(project);
-    case Stage::Sparse:
-      return runSparse(project);
-    case Stage::Train:
-      break;
+// The project as it is now, or nothing when the stage is to be skipped.
+std::optional<Project> Pipeline::beginStage(Stage stage, const PipelineRun& run) {
+  const std::lock_guard lock(mutex_);
+  if (!project_) throw std::logic_error("no project");
+  // A wrapped dataset has its frames and cameras already.
+  if (!project_->externalDataset.empty() && stage != Stage::Train) return std::nullopt;
+  if (run.mustEnd()) throw Cancelled();
+  stages_[indexOf(stage)] = {StageState::Running, "Starting"};
+  stageStart_ = std::chrono::steady_clock::now();
+  current_ = stage;
+  return project_;
+}
+
+void Pipeline::endStage(Stage stage, const Project& project, const std::string& message) {
+  const std::lock_guard lock(mutex_);
+  project_ = project;
+  StageStatus& status = stages_[indexOf(stage)];
+  status = {StageState::Done, message, 1};
+}
+
+void Pipeline::failStage(Stage stage, const RunResult& result) {
+  StageStatus status{StageState::Failed, result.text};
+  status.outcome = result.outcome;
+  report(stage, std::move(status));
+  const std::string name = stageName(stage);
+  if (result.outcome == Outcome::Cancelled) {
+    log_.warning(name + " cancelled");
+  } else {
+    log_.error(name + " failed: " + result.text);
   }
-  return runTrain(project);
 }
 
 }  // namespace quor

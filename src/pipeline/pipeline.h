@@ -4,49 +4,30 @@
 #pragma once
 
 #include <array>
-#include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <functional>
-#include <limits>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "base/failures.h"
-#include "base/log/log_store.h"
-#include "base/process/tool_finder.h"
-#include "gs/train/training_service.h"
-#include "project/project.h"
+#include "pipeline/pipeline_run.h"
+#include "pipeline/stage.h"
+#include "project/project_lock.h"
 
 namespace quor {
-
-namespace gs {
-class VulkanContext;
-}
-
-enum class Stage : int32_t { Frames = 0, Sparse = 1, Train = 2 };
-inline constexpr size_t kStageCount = 3;
-const char* stageName(Stage stage);
-
-enum class StageState : int32_t { NotRun = 0, Running = 1, Done = 2, Failed = 3 };
-
-struct StageStatus {
-  StageState state = StageState::NotRun;
-  std::string message;
-  float fraction = -1;                                            // 0..1, -1 when unknown
-  double secondsLeft = std::numeric_limits<double>::quiet_NaN();  // of the stage, NaN while unknown
-};
 
 class Pipeline {
  public:
   // `result` is "Done", "Cancelled" or the sentence of the stage that failed.
   using Completion = std::function<void(bool success, const std::string& result)>;
 
-  // Features are matched on `gpu`, which must outlive this object; without one COLMAP matches.
-  Pipeline(gs::TrainingService& trainer, LogStore& log, Tools tools = {}, gs::VulkanContext* gpu = nullptr);
+  // Features are matched on `gpu`, which must outlive this object; without one COLMAP matches. A test may put other
+  // stages in place of the real ones.
+  Pipeline(gs::TrainingService& trainer, LogStore& log, Tools tools = {}, gs::VulkanContext* gpu = nullptr,
+           StageBodies stages = {prepareFrames, solveCameras, trainSplats});
   ~Pipeline();  // cancels and joins
   Pipeline(const Pipeline&) = delete;
   Pipeline& operator=(const Pipeline&) = delete;
@@ -55,14 +36,16 @@ class Pipeline {
   void open(const Project& project);
   void close();
 
-  // false when there is no project or a run is under way. `completion` is called on the worker just before busy() turns
-  // false, when all records are final; it must not call open(), close() or start().
-  bool start(Stage from, Stage to, Completion completion = {});
+  // The run that was started, or null (which reads as false) when there is no project or a run is under way. The
+  // project's folder is locked until the run has ended; throws std::runtime_error when another run holds it. A caller
+  // that holds it already hands its lock over. `completion` is called on the worker just before busy() turns false,
+  // when all records are final; it must not call open(), close() or start().
+  std::shared_ptr<PipelineRun> start(Stage from, Stage to, Completion completion = {},
+                                     std::optional<ProjectLock> lock = {});
+  // Of the run under way, as PipelineRun has them.
   void cancel();
-  // Training ends after the current step and still exports. Earlier stages are cancelled, and so is training that has
-  // not begun to step.
   void requestStop();
-  bool busy() const { return busy_.load(); }
+  bool busy() const;
 
   // The stage that runs now or ran last.
   Stage currentStage() const;
@@ -71,38 +54,30 @@ class Pipeline {
   std::vector<std::string> summary() const;
   // As it was opened, with what the frame stage has recorded since.
   std::optional<Project> project() const;
-  // Of the last run; nothing when it did not get as far as a scene.
-  std::optional<gs::TrainResult> trainResult() const;
 
  private:
   void resetLocked();
   void requireIdle();
-  void runStages(Stage from, Stage to, const Completion& completion);
-  bool runStage(Stage stage, std::string& result);
-  std::string runBody(Stage stage, const Project& project);
-  std::string runFrames(const Project& project);
-  std::string runSparse(const Project& project);
-  std::string runTrain(const Project& project);
-  void followTraining();
-  void report(Stage stage, StageState state, const std::string& message, float fraction);
+  RunResult runStages(Stage from, Stage to, const PipelineRun& run);
+  void runStage(Stage stage, const PipelineRun& run, RunResult& result);
+  std::optional<Project> beginStage(Stage stage, const PipelineRun& run);
+  void endStage(Stage stage, const Project& project, const std::string& message);
+  void failStage(Stage stage, const RunResult& result);
+  void report(Stage stage, StageStatus status);
 
   gs::TrainingService& trainer_;
   LogStore& log_;
   const Tools tools_;
   gs::VulkanContext* const gpu_;
+  const StageBodies bodies_;
 
-  mutable std::mutex mutex_;  // guards everything up to `trainResult_`
-  std::condition_variable wake_;
+  mutable std::mutex mutex_;  // guards everything up to `run_`
   std::optional<Project> project_;
   std::array<StageStatus, kStageCount> stages_;
   Stage current_ = Stage::Frames;
-  bool inStage_ = false;
   std::chrono::steady_clock::time_point stageStart_;
-  std::optional<gs::TrainResult> trainResult_;
+  std::shared_ptr<PipelineRun> run_;  // under way or the last
 
-  std::atomic<bool> busy_ = false;
-  std::atomic<bool> cancel_ = false;
-  std::atomic<bool> stop_ = false;
   std::thread worker_;
 };
 

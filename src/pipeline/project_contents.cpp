@@ -8,6 +8,14 @@
 
 namespace quor {
 
+namespace {
+
+std::string countOrNotRun(size_t count, const char* what) {
+  return count == 0 ? "Not run" : std::to_string(count) + what;
+}
+
+}  // namespace
+
 size_t countFrames(const Project& project) {
   size_t count = 0;
   std::error_code error;
@@ -28,6 +36,25 @@ size_t countCameras(const Project& project) {
   } catch (const std::exception&) {
     return 0;
   }
+}
+
+std::vector<std::string> summaryLines(const Project& project, size_t frames, size_t cameras) {
+  std::vector<std::string> lines;
+  if (project.externalDataset.empty()) {
+    lines.push_back(countOrNotRun(frames, " frames"));
+    lines.push_back(countOrNotRun(cameras, " images registered"));
+  } else {
+    lines.emplace_back("Using an existing reconstruction");
+    lines.push_back(std::to_string(cameras) + " cameras (imported)");
+  }
+  std::error_code ignored;
+  const bool scene = std::filesystem::is_regular_file(project.sceneFile(), ignored);
+  lines.emplace_back(scene ? "scene.ply exported" : "Not run");
+  return lines;
+}
+
+std::vector<std::string> summaryLines(const Project& project) {
+  return summaryLines(project, project.externalDataset.empty() ? countFrames(project) : 0, countCameras(project));
 }
 
 }  // namespace quor

@@ -1,5 +1,4 @@
-// What the stages have left in a project's folder, as far as a summary needs it. Nothing here throws for what lies on
-// the disk.
+// Counts the results of the stages in a project's folder for a summary. Missing or damaged files never make it throw.
 #pragma once
 
 #include <cstddef>
@@ -17,7 +16,7 @@ size_t countCameras(const Project& project);
 
 // One line a stage.
 std::vector<std::string> summaryLines(const Project& project);
-// The same, for who has counted already.
+// The same with counts that the caller has already.
 std::vector<std::string> summaryLines(const Project& project, size_t frames, size_t cameras);
 
 }  // namespace quor

@@ -1,8 +1,10 @@
 #include "pipeline/result_document.h"
 
 #include <cmath>
+#include <fstream>
 #include <nlohmann/json.hpp>
 
+#include "base/files/atomic_file.h"
 #include "base/files/paths.h"
 
 namespace quor {
@@ -30,6 +32,22 @@ std::string resultDocument(const Project& project, const gs::TrainResult& result
   }
   // A path may hold bytes that are no UTF-8; a replacement character is better than no document.
   return document.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+void saveResult(const Project& project, const gs::TrainResult& result) {
+  AtomicFile file(project.resultFile());
+  file.stream() << resultDocument(project, result) << "\n";
+  file.commit();
+}
+
+std::optional<HeldOutQuality> loadQuality(const Project& project) {
+  std::ifstream file(project.resultFile(), std::ios::binary);
+  const auto document = nlohmann::json::parse(file, nullptr, false);
+  if (!document.is_object()) return std::nullopt;
+  const auto psnr = document.find("psnr");
+  const auto ssim = document.find("ssim");
+  if (psnr == document.end() || ssim == document.end() || !psnr->is_number() || !ssim->is_number()) return std::nullopt;
+  return HeldOutQuality{psnr->get<double>(), ssim->get<double>()};
 }
 
 }  // namespace quor

@@ -1,6 +1,8 @@
-// What a front end that speaks JSON says about a finished training run.
+// The figures of a finished training run as JSON: printed by `--json`, and kept beside the scene for programs that ask
+// later.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "gs/train/train_job.h"
@@ -10,5 +12,16 @@ namespace quor {
 
 // One line, without a line feed.
 std::string resultDocument(const Project& project, const gs::TrainResult& result);
+
+// Writes the document to the project's result.json. Throws std::runtime_error.
+void saveResult(const Project& project, const gs::TrainResult& result);
+
+// The held-out quality in result.json; nothing when there is no such file (the project was trained by an earlier
+// version), when it cannot be read, or when nothing was held out.
+struct HeldOutQuality {
+  double psnr = 0;  // dB
+  double ssim = 0;
+};
+std::optional<HeldOutQuality> loadQuality(const Project& project);
 
 }  // namespace quor

@@ -1,5 +1,4 @@
-// The training stage. Like every stage body it returns its result message or throws a whole sentence, Cancelled when
-// it saw the cancel flag.
+// Cameras to a scene: hands the project's job to the trainer and follows it.
 #include <algorithm>
 #include <chrono>
 #include <stdexcept>
@@ -8,6 +7,7 @@
 #include "colmap/model.h"
 #include "gs/files/checkpoint.h"
 #include "pipeline/pipeline.h"
+#include "pipeline/result_document.h"
 
 namespace quor {
 
@@ -35,7 +35,9 @@ void checkResume(const Project& project, LogStore& log) {
 
 StageStatus describeTraining(const gs::TrainStatus& status) {
   StageStatus stage{StageState::Running, status.text};
+  stage.total = status.iterations;
   if (status.state == gs::TrainState::Training && status.step > 0) {
+    stage.step = status.step;
     stage.secondsLeft = status.secondsLeft;
     stage.message = formatText("Step %d of %d", status.step, status.iterations);
     if (status.loss == status.loss) stage.message += formatText(", loss %f", static_cast<double>(status.loss));
@@ -53,10 +55,28 @@ std::string describeResult(const gs::TrainResult& result) {
   return text;
 }
 
-}  // namespace
+// Passes requests on to the trainer and its status on to the stage record until the job has ended. Returns whether the
+// job was cancelled.
+bool followTraining(const StageContext& context) {
+  using Request = PipelineRun::Request;
+  gs::TrainingService& trainer = context.trainer;
+  Request passedOn = Request::None;
+  while (trainer.running()) {
+    const gs::TrainStatus status = trainer.status();
+    Request request = context.run.waitForRequest(passedOn, std::chrono::milliseconds(0));
+    // A scene that has not been trained at all must not take the place of an earlier one.
+    if (request == Request::Stop && passedOn == Request::None && status.state == gs::TrainState::Loading) {
+      request = Request::Cancel;
+    }
+    if (request > passedOn) request == Request::Cancel ? trainer.cancel() : trainer.requestStop();
+    passedOn = std::max(passedOn, request);
+    if (const StageStatus now = describeTraining(status); !now.message.empty()) context.report(now);
+    context.run.waitForRequest(passedOn, kTrainingPoll);
+  }
+  return passedOn == Request::Cancel;
+}
 
-std::string Pipeline::runTrain(const Project& project) {
-  gs::TrainJob job = makeTrainJob(project);
+void requireCameras(const Project& project, const gs::TrainJob& job) {
   std::error_code ignored;
   if (!project.externalDataset.empty() && !std::filesystem::exists(job.dataset, ignored)) {
     throw std::runtime_error("The dataset of this project, " + project.externalDataset +
@@ -66,44 +86,32 @@ std::string Pipeline::runTrain(const Project& project) {
   if (project.externalDataset.empty() && gs::colmap::findModelDir(job.dataset).empty()) {
     throw std::runtime_error("There is no camera solve to train from. Run Camera solve first.");
   }
-  if (job.resume) checkResume(project, log_);
-  const std::string start = formatText("%d iterations", std::max(job.iterations, 1));
-  report(Stage::Train, StageState::Running, start, -1);
-  log_.info(std::string(stageName(Stage::Train)) + ": " + start);
-
-  trainer_.startTraining(std::move(job));
-  followTraining();
-  const std::optional<gs::TrainResult> result = trainer_.wait();
-  if (!result) {
-    const gs::TrainStatus status = trainer_.status();
-    throwAs(status.outcome, status.text);
-  }
-  const std::lock_guard lock(mutex_);
-  trainResult_ = result;
-  return describeResult(*result);
 }
 
-// Passes requests on to the trainer and its status on to the stage record until the job has ended.
-void Pipeline::followTraining() {
-  bool stopSent = false;
-  bool cancelSent = false;
-  const auto mustCancel = [&] { return cancel_ && !cancelSent; };
-  const auto mustStop = [&] { return stop_ && !stopSent && !cancelSent; };
-  while (trainer_.running()) {
-    // What has not been trained at all is no scene, and must not take the place of an earlier one.
-    if (mustStop() && trainer_.status().state == gs::TrainState::Loading) cancel_ = true;
-    if (mustCancel()) {
-      trainer_.cancel();
-      cancelSent = true;
-    } else if (mustStop()) {
-      trainer_.requestStop();
-      stopSent = true;
-    }
-    const StageStatus now = describeTraining(trainer_.status());
-    std::unique_lock lock(mutex_);
-    if (!now.message.empty()) stages_[static_cast<size_t>(Stage::Train)] = now;
-    wake_.wait_for(lock, kTrainingPoll, [&] { return mustCancel() || mustStop(); });
+}  // namespace
+
+StageResult trainSplats(Project& project, const StageContext& context) {
+  gs::TrainJob job = makeTrainJob(project);
+  requireCameras(project, job);
+  if (job.resume) checkResume(project, context.log);
+  const std::string start = formatText("%d iterations", std::max(job.iterations, 1));
+  context.report({StageState::Running, start});
+  context.log.info(std::string(stageName(Stage::Train)) + ": " + start);
+
+  context.trainer.startTraining(std::move(job));
+  const bool cancelled = followTraining(context);
+  const std::optional<gs::TrainResult> result = context.trainer.wait();
+  if (!result) {
+    if (cancelled) throw Cancelled();
+    const gs::TrainStatus status = context.trainer.status();
+    throwAs(status.outcome, status.text);
   }
+  try {
+    saveResult(project, *result);
+  } catch (const std::exception& error) {
+    context.log.warning(error.what());
+  }
+  return {describeResult(*result), result};
 }
 
 }  // namespace quor

@@ -1,4 +1,4 @@
-// What a path given by the user is: shared by every front end. Nothing here throws for what lies on the disk.
+// Classifies the paths that a user gives, for every front end. Never throws because of files on the disk.
 #pragma once
 
 #include <filesystem>
@@ -9,12 +9,12 @@
 
 namespace quor {
 
-// By extension, whatever its case.
+// By extension; letter case does not count.
 bool isVideoFile(const std::filesystem::path& path);
 bool isImageFile(const std::filesystem::path& path);
 
 // The media under a folder, sub-folders included, each list in byte order. Entries whose name begins with a dot,
-// folders that are projects of their own, links to folders and what cannot be read are left out.
+// folders that are projects of their own, links to folders and unreadable entries are left out.
 struct MediaFiles {
   std::vector<std::filesystem::path> images;
   std::vector<std::filesystem::path> videos;

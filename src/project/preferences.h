@@ -1,4 +1,4 @@
-// What a user has set for every project: settings.json in the user's folder, written whenever one of them changes.
+// The user's settings for all projects: settings.json in the user's folder, written whenever one of them changes.
 #pragma once
 
 #include <filesystem>
@@ -18,9 +18,9 @@ struct Preferences {
 
   bool operator==(const Preferences&) const = default;
 
-  // A missing, unreadable or damaged file gives the defaults; so does each member that makes no sense.
+  // A missing, unreadable or damaged file gives the defaults; so does each invalid member.
   static Preferences load(const std::filesystem::path& file = defaultFile());
-  // Makes the folder. Throws std::runtime_error; the earlier file stays as it was then.
+  // Makes the folder. Throws std::runtime_error and leaves the earlier file as it was.
   void save(const std::filesystem::path& file = defaultFile()) const;
 
   // Puts the project first; the oldest of more than kMaxRecent are dropped.

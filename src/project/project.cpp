@@ -18,9 +18,9 @@ fs::path withoutTrailingSeparators(std::string text) {
   return fromUtf8(text);
 }
 
-// Absolute and without "." and "..": a project must still find its media from another working directory. A path that is
-// absolute already stays as it is.
-fs::path absolutePath(const fs::path& path) {
+// A project must still find its media when it is opened from another working directory. A path that is absolute already
+// stays as the user wrote it.
+fs::path anchored(const fs::path& path) {
   return path.is_absolute() ? path : withoutTrailingSeparators(toUtf8(fs::absolute(path).lexically_normal()));
 }
 
@@ -31,12 +31,12 @@ bool isFile(const InputSource& input, const fs::path& path) {
 }
 
 Project newProject(const fs::path& source, bool sourceIsFile, const fs::path& outDir) {
-  const fs::path whole = absolutePath(withoutTrailingSeparators(toUtf8(source)));
+  const fs::path whole = anchored(withoutTrailingSeparators(toUtf8(source)));
   const fs::path path = withoutTrailingSeparators(toUtf8(whole.lexically_normal()));
   Project project;
   project.name = toUtf8(sourceIsFile ? path.stem() : path.filename());
   project.createdAt = formatUtcTime(wallClockSeconds(), "%Y-%m-%dT%H:%M:%SZ");
-  project.root = (outDir.empty() ? path.parent_path() : absolutePath(outDir)) / fromUtf8(project.name + "_ombrelux");
+  project.root = (outDir.empty() ? path.parent_path() : anchored(outDir)) / fromUtf8(project.name + "_ombrelux");
   return project;
 }
 
@@ -90,7 +90,7 @@ Project Project::describe(const std::vector<InputSource>& inputs, const fs::path
   const fs::path first = fromUtf8(inputs.front().path);
   Project project = newProject(first, isFile(inputs.front(), first), outDir);
   for (const InputSource& input : inputs) {
-    project.inputs.push_back({toUtf8(absolutePath(fromUtf8(input.path))), input.kind});
+    project.inputs.push_back({toUtf8(anchored(fromUtf8(input.path))), input.kind});
   }
   project.sparse.matcher = allOfKind(inputs, InputKind::Images) ? Matcher::Exhaustive : Matcher::Sequential;
   project.sparse.singleCamera = true;
@@ -125,7 +125,7 @@ Project Project::describeDataset(const fs::path& dataset, const fs::path& outDir
                              "model, not the model folder itself.");
   }
   Project project = newProject(dataset, false, outDir);
-  project.externalDataset = toUtf8(absolutePath(dataset));
+  project.externalDataset = toUtf8(anchored(dataset));
   return project;
 }
 
@@ -172,6 +172,9 @@ fs::path Project::checkpointFile() const {
 }
 fs::path Project::trainingLog() const {
   return outputFolder() / "training.log";
+}
+fs::path Project::resultFile() const {
+  return outputFolder() / "result.json";
 }
 fs::path Project::maskFile() const {
   return root / "masks" / "camera_mask.png";

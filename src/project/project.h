@@ -1,5 +1,5 @@
-// A project: one folder with everything that is made from one capture, and the file project.json that records the
-// inputs and all settings.
+// A project: the folder that holds everything made from one capture, with the file project.json that records the inputs
+// and all settings.
 #pragma once
 
 #include <array>
@@ -56,11 +56,11 @@ class Project {
   // with a whole sentence.
   static Project create(const std::vector<InputSource>& inputs, const std::filesystem::path& outDir);
   static Project fromDataset(const std::filesystem::path& dataset, const std::filesystem::path& outDir);
-  // What create() and fromDataset() make, before anything is written.
+  // The project that create() or fromDataset() would make; writes nothing.
   static Project describe(const std::vector<InputSource>& inputs, const std::filesystem::path& outDir);
   static Project describeDataset(const std::filesystem::path& dataset, const std::filesystem::path& outDir);
 
-  // Written beside project.json and moved over it. Throws std::runtime_error "Cannot write PATH".
+  // Written beside project.json, flushed to the disk and moved over it. Throws std::runtime_error "Cannot write PATH".
   void save() const;
   void ensureLayout() const;  // existing folders are kept
 
@@ -69,13 +69,14 @@ class Project {
   std::filesystem::path colmapFolder() const;
   std::filesystem::path databaseFile() const;
   std::filesystem::path sparseFolder() const;
-  // Where the camera solve leaves what is trained: images/ without lens distortion and their model in sparse/.
+  // The dataset that the camera solve makes for training: images/ without lens distortion, and their model in sparse/.
   std::filesystem::path solvedFolder() const;
   std::filesystem::path outputFolder() const;
   std::filesystem::path sceneFile() const;
   std::filesystem::path sceneSplatFile() const;
   std::filesystem::path checkpointFile() const;
   std::filesystem::path trainingLog() const;
+  std::filesystem::path resultFile() const;  // the figures of the last run that ended in a scene
   std::filesystem::path maskFile() const;
 };
 

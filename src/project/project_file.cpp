@@ -1,6 +1,7 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "base/files/atomic_file.h"
 #include "base/files/paths.h"
 #include "project/project.h"
 #include "settings/json_members.h"
@@ -106,33 +107,17 @@ Project Project::load(const fs::path& folder) {
 }
 
 void Project::save() const {
-  const fs::path target = projectFile(root);
-  const fs::path temporary = root / "project.json.tmp";
-  const std::string cannotWrite = "Cannot write " + toUtf8(temporary);
+  constexpr AtomicFileTexts kTexts = {"Cannot write ", "Cannot write ", "", "Cannot write ", ".tmp", true};
   std::string text;
   try {
     text = toJson(*this).dump(2) + "\n";
   } catch (const Json::exception&) {
-    throw std::runtime_error(cannotWrite + ": a name or path in it is not UTF-8 text");
+    throw std::runtime_error("Cannot write " + toUtf8(projectFile(root)) + kTexts.partialEnding.data() +
+                             ": a name or path in it is not UTF-8 text");
   }
-  std::ofstream file(temporary, std::ios::binary | std::ios::trunc);
-  const bool opened = file.is_open();
-  file << text;
-  file.close();
-  std::error_code ignored;
-  if (!file) {
-    if (opened) fs::remove(temporary, ignored);
-    throw std::runtime_error(cannotWrite);
-  }
-  std::error_code error;
-  fs::rename(temporary, target, error);
-  if (!error) return;
-  // Some file systems do not move over an existing file.
-  const bool removed = isProject(root) && fs::remove(target, ignored);
-  if (removed) fs::rename(temporary, target, error);
-  if (!error) return;
-  if (!removed) fs::remove(temporary, ignored);  // else it is all that is left
-  throw std::runtime_error("Cannot write " + toUtf8(target) + ": " + error.message());
+  AtomicFile file(projectFile(root), kTexts);
+  file.stream() << text;
+  file.commit(AtomicFile::Durability::OnDisk);
 }
 
 }  // namespace quor

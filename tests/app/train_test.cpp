@@ -2,7 +2,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <nlohmann/json.hpp>
+#include <thread>
 
 #include "support/child_program.h"
 #include "support/small_capture.h"
@@ -78,6 +80,30 @@ TEST_F(TrainTest, AnInterruptStopsAndASecondCancels) {
   EXPECT_EQ(cancel.out, "");
   EXPECT_THAT(cancel.err, HasSubstr("error: Cancelled\n"));
   EXPECT_FALSE(std::filesystem::exists(output() / "scene.ply"));
+}
+
+TEST_F(TrainTest, ASecondProgramStaysOutAndBothLeaveALog) {
+  const std::string home = toUtf8(folder_ / "home");
+  const std::vector<std::string> environment = {"XDG_DATA_HOME=" + home};
+  ChildProgram first(OMBRELUX_CLI, {"import", set_, "--iterations", "1000000", "--quiet"}, environment);
+  const auto log = folder_ / "home/Ombrelux/logs/Ombrelux.log";
+  const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(2);
+  while (!std::filesystem::exists(log) || readFile(log).find("1000000 iterations") == std::string::npos) {
+    ASSERT_LT(std::chrono::steady_clock::now(), end);
+    ASSERT_TRUE(first.running());
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  const std::string before = readFile(folder_ / "set_ombrelux/project.json");
+  const Ended second = runCli({"train", project_, "--iterations", "5", "--quiet"}, environment);
+  EXPECT_EQ(second.exitCode, 1);
+  EXPECT_EQ(second.err,
+            "error: Another Ombrelux is working on " + project_ + ". Wait until it has finished, or end it there.\n");
+  EXPECT_EQ(readFile(folder_ / "set_ombrelux/project.json"), before);
+  first.signal(SIGKILL);
+  first.wait();
+  EXPECT_EQ(runCli({"train", project_, "--iterations", "5", "--quiet"}, environment).exitCode, 0);
+  EXPECT_THAT(readFile(log), ::testing::MatchesRegex("[0-9:]+ Ombrelux [0-9.]+ starting\n(.|\n)*Train Gaussians: 5 "
+                                                     "iterations\n(.|\n)*"));
 }
 
 // Bytes of a file, in the shell's blocks of 512, beyond which writing fails as it does on a full disk.

@@ -2,7 +2,9 @@
 
 #include <vector>
 
+#include "base/failures.h"
 #include "base/files/atomic_file.h"
+#include "base/files/file_lock.h"
 #include "base/files/paths.h"
 #include "base/files/temporary_file.h"
 #include "base/split_mix64.h"
@@ -70,12 +72,14 @@ TEST(AtomicFile, SaysWhatFailedAndLeavesTheTarget) {
   // Small enough for the stream's buffer, so that only the last flush meets the full disk. Windows has none.
   for (const size_t bytes : test::kWindows ? std::vector<size_t>() : std::vector<size_t>{10, size_t{1} << 20}) {
     std::filesystem::create_symlink("/dev/full", folder / "scene.ply.partial");
-    EXPECT_EQ(thrownText([&] {
-                AtomicFile file(target);
-                file.stream() << std::string(bytes, 'x');
-                file.commit();
-              }),
-              "Writing " + toUtf8(target) + " failed (disk full?)");
+    const auto write = [&] {
+      AtomicFile file(target);
+      file.stream() << std::string(bytes, 'x');
+      file.commit();
+    };
+    EXPECT_EQ(thrownText(write), "Writing " + toUtf8(target) + " failed (disk full?)");
+    std::filesystem::create_symlink("/dev/full", folder / "scene.ply.partial");
+    EXPECT_THROW(write(), DiskFull);
     EXPECT_EQ(readFile(target), "old");
     EXPECT_FALSE(isThere(folder / "scene.ply.partial"));
   }
@@ -88,6 +92,24 @@ TEST(AtomicFile, SaysWhatFailedAndLeavesTheTarget) {
   const std::string thrown = thrownText([&] { file.commit(); });
   EXPECT_TRUE(thrown.starts_with(expected) && thrown.size() > expected.size()) << thrown;
   EXPECT_TRUE(std::filesystem::is_directory(folder / "taken"));
+}
+
+TEST(FileLock, IsHeldByOneAndLeavesNothing) {
+  const TempFolder folder;
+  const auto file = folder / "lock";
+  {
+    std::optional<FileLock> first = FileLock::tryAcquire(file);
+    ASSERT_TRUE(first);
+    EXPECT_TRUE(isThere(file));
+    EXPECT_FALSE(FileLock::tryAcquire(file));
+    FileLock moved = *std::move(first);
+    first.reset();
+    EXPECT_FALSE(FileLock::tryAcquire(file));
+  }
+  EXPECT_FALSE(isThere(file));
+  writeFile(file, "left by a program that was killed");
+  EXPECT_TRUE(FileLock::tryAcquire(file));
+  EXPECT_TRUE(FileLock::tryAcquire(folder / "no such folder/lock"));  // nothing to lock, nothing in the way
 }
 
 TEST(Paths, UserDataFolderFollowsTheEnvironment) {

@@ -49,6 +49,26 @@ TEST(LogStore, FileHoldsEveryEntryAtOnceWhateverIsEchoed) {
   EXPECT_THAT(test::readFile(path), MatchesPattern("[^\n]*one\n[^]*second start\n"));
 }
 
+TEST(LogStore, KeepsItsFileAndTheOneBeforeWithinBounds) {
+  const TempFolder folder;
+  const auto path = folder / "Ombrelux.log";
+  const auto old = folder / "Ombrelux.log.old";
+  constexpr uint64_t kMax = 1000;
+  test::writeFile(path, std::string(5000, 'x'));  // of a version that knew no bound
+  LogStore log(10), other(10);
+  ASSERT_TRUE(log.openFile(path, kMax));
+  EXPECT_EQ(std::filesystem::file_size(old), 5000u);
+  ASSERT_TRUE(other.openFile(path, kMax));
+  for (int i = 0; i < 100; ++i) {
+    log.info("entry " + std::to_string(i));
+    other.info("other " + std::to_string(i));
+    ASSERT_LT(std::filesystem::file_size(path), kMax);
+  }
+  EXPECT_LT(std::filesystem::file_size(old), kMax + 100);
+  const std::string kept = test::readFile(old) + test::readFile(path);
+  EXPECT_THAT(kept, MatchesPattern("[^]*entry 99\n[0-9:]{8} other 99\n"));
+}
+
 TEST(LogStore, GoesOnWithoutItsFile) {
   const TempFolder folder;
   test::writeFile(folder / "file", "");

@@ -69,15 +69,21 @@ class ServerTest : public ::testing::Test {
   }
   std::string state(const std::string& job) { return told("ombrelux_job_status", {{"job", job}})["state"]; }
   void waitUntilEnded(const std::string& job) {
-    while (state(job) == "running") std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+    while (state(job) == "running") {
+      ASSERT_LT(std::chrono::steady_clock::now(), end) << "the job does not end";
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
   }
 
   TempFolder folder_;
   FakeTrainer trainer_;
   std::string noDevice_;
+  std::atomic<int> opened_ = 0;
   LogStore log_{100};
   mcp::Server server_{log_,
                       [this] {
+                        ++opened_;
                         if (!noDevice_.empty()) throw std::runtime_error(noDevice_);
                         return mcp::Equipment{Tools{ToolLocation{"/no/colmap", "settings"}, {}}, nullptr,
                                               std::make_unique<LentTrainer>(trainer_)};

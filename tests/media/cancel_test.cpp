@@ -47,7 +47,7 @@ class CancelTest : public ::testing::Test {
     return found;
   }
   bool allGone() const {
-    for (int i = 0; i < 500; ++i) {
+    for (int i = 0; i < 6000; ++i) {
       if (processes().empty()) return true;
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }

@@ -36,14 +36,13 @@ class EndToEndTest : public gs::GpuTest {
   void solve(const std::function<void(Project&)>& change = {}) {
     project_ = Project::create(inputs_, folder_.path());
     if (change) change(project_);
-    std::string result;
     pipeline_.open(project_);
-    ASSERT_TRUE(pipeline_.start(Stage::Frames, Stage::Sparse, [&](bool, const std::string& text) { result = text; }));
-    while (pipeline_.busy()) std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    if (result != "Done") {
+    const auto run = pipeline_.start(Stage::Frames, Stage::Sparse);
+    const RunResult result = run->waitFor(std::chrono::minutes(10)).value_or(RunResult{Outcome::Failed, "no end", {}});
+    if (!result.success()) {
       for (const LogEntry& entry : log_.entriesAfter(0)) std::fprintf(stderr, "%s\n", entry.text.c_str());
     }
-    ASSERT_EQ(result, "Done");
+    ASSERT_EQ(result.text, "Done");
     project_ = Project::load(project_.root);
     solved_ = gs::colmap::loadModel(project_.solvedFolder() / "sparse", true);
   }

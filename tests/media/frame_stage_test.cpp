@@ -33,11 +33,9 @@ class FrameStageTest : public ::testing::Test {
     project_.inputs.push_back({toUtf8(folder_ / folder), InputKind::Images});
   }
   std::string runFrames() {
-    std::string result;
     pipeline_.open(project_);
-    EXPECT_TRUE(pipeline_.start(Stage::Frames, Stage::Frames, [&](bool, const std::string& text) { result = text; }));
-    while (pipeline_.busy()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    return result;
+    const auto result = pipeline_.start(Stage::Frames, Stage::Frames)->waitFor(std::chrono::minutes(2));
+    return result ? result->text : "The stage does not end.";
   }
   std::vector<std::string> files(const fs::path& root) {
     std::vector<std::string> names;

@@ -130,6 +130,68 @@ TEST_F(BatchQueueTest, FailsWhatABusyPipelineCannotTake) {
   EXPECT_FALSE(std::filesystem::exists(folder_ / "out"));
 }
 
+// The first engine loses the GPU with its first item, and for good.
+TEST_F(BatchQueueTest, AnItemThatLosesTheGpuIsTriedAgainOnANewOne) {
+  addDataset("one/set");
+  addDataset("two/set");
+  test::FakeTrainer fresh;
+  Pipeline freshPipeline(fresh, log_);
+  int opened = 0;
+  const auto open = [&]() -> BatchQueue::Equipment {
+    ++opened;
+    return {&freshPipeline, &fresh};
+  };
+  BatchQueue queue(batch_, [&](size_t, BatchEvent event) {
+    if (event != BatchEvent::Working) return;
+    gs::TrainStatus status;
+    status.step = 300;
+    if (trainer_.running()) trainer_.setStatus(status);
+    writeCheckpoint(folder_ / "out/set_ombrelux/output/checkpoint.quor", 300);
+    trainer_.end(gs::TrainState::Failed, {}, "the GPU device was lost", Outcome::DeviceLost);
+    gs::TrainResult result;
+    result.splats = 7;
+    fresh.end(gs::TrainState::Done, result);
+  });
+  queue.run(pipeline_, trainer_, log_, open);
+  batch_ = queue.snapshot();
+  EXPECT_THAT(outcomes(), ElementsAre("finished: 7 splats", "finished: 7 splats"));
+  EXPECT_EQ(std::tuple(opened, trainer_.starts(), fresh.starts()), std::tuple(1, 1, 2));
+  EXPECT_THAT(logged(), ::testing::Contains("Batch: set: going on from step 300 of its checkpoint"));
+}
+
+TEST_F(BatchQueueTest, EveryItemIsVisitedWhileTheGpuStaysLost) {
+  addDataset("one/set");
+  addDataset("two/set");
+  const auto lose = [&](size_t, BatchEvent event) {
+    if (event == BatchEvent::Working) trainer_.end(gs::TrainState::Failed, {}, "lost", Outcome::DeviceLost);
+  };
+  BatchQueue queue(batch_, lose);
+  queue.run(pipeline_, trainer_, log_, []() -> BatchQueue::Equipment { throw std::runtime_error("No GPU."); });
+  batch_ = queue.snapshot();
+  const std::string failed = "failed: The GPU was lost and cannot be opened again: No GPU.";
+  EXPECT_THAT(outcomes(), ElementsAre(failed, failed));
+
+  BatchQueue alone(batch_, lose);
+  alone.run(pipeline_, trainer_, log_);  // nobody opens another
+  batch_ = alone.snapshot();
+  EXPECT_THAT(outcomes(), ElementsAre("failed: lost", "failed: lost"));
+}
+
+TEST_F(BatchQueueTest, OneRunAtATimeWorksThroughAFile) {
+  addDataset("set");
+  std::string refused;
+  run([&](BatchQueue&) {
+    BatchQueue second(batch_);
+    Pipeline pipeline(trainer_, log_);
+    refused = test::thrownText([&] { second.run(pipeline, trainer_, log_); });
+    finishTraining();
+  });
+  EXPECT_EQ(refused, "Another Ombrelux is working through " + toUtf8(batch_.file) +
+                         ". Wait until it has finished, or end it there.");
+  EXPECT_FALSE(std::filesystem::exists(folder_ / "batch.json.lock"));
+  EXPECT_THAT(outcomes(), ElementsAre("finished: 1234 splats - PSNR 27.25 dB"));
+}
+
 TEST_F(BatchQueueTest, AStopKeepsWhatWasTrainedAndTheNextRunGoesOn) {
   addDataset("one/set");
   addDataset("two/set");

@@ -4,8 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <future>
 #include <thread>
 
+#include "pipeline/intake.h"
+#include "pipeline/result_document.h"
 #include "support/fake_trainer.h"
 #include "support/temp_folder.h"
 
@@ -16,13 +19,10 @@ using ::testing::AnyOf;
 using ::testing::ElementsAre;
 using ::testing::StartsWith;
 
-struct Ended {
-  bool success = false;
-  std::string result;
-};
-
 class PipelineTest : public ::testing::Test {
  protected:
+  static constexpr std::chrono::minutes kPatience{1};
+
   PipelineTest() {
     project_.root = folder_ / "capture_ombrelux";
     project_.inputs = {{"/somewhere/clip.mp4", InputKind::Video}};
@@ -50,12 +50,10 @@ class PipelineTest : public ::testing::Test {
     test::writeFile(project_.checkpointFile(), bytes);
   }
 
-  Pipeline::Completion completion() {
-    return [this](bool success, const std::string& result) { outcome_ = {success, result}; };
-  }
   void start(Stage from) {
     pipeline_.open(project_);
-    ASSERT_TRUE(pipeline_.start(from, Stage::Train, completion()));
+    run_ = pipeline_.start(from, Stage::Train);
+    ASSERT_TRUE(run_);
   }
   void startTraining() {
     solveCameras();
@@ -75,11 +73,15 @@ class PipelineTest : public ::testing::Test {
     trainer_.setStatus(status);
   }
   void waitUntilIdle() {
-    while (pipeline_.busy()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    const auto result = run_->waitFor(kPatience);
+    ASSERT_TRUE(result) << "the run does not end";
+    outcome_ = *result;
+    EXPECT_FALSE(pipeline_.busy());
   }
-  void waitForMessage(const std::string& part) {
-    while (pipeline_.status(Stage::Train).message.find(part) == std::string::npos) {
-      ASSERT_TRUE(pipeline_.busy());
+  void waitForMessage(const std::string& message) {
+    const auto end = std::chrono::steady_clock::now() + kPatience;
+    while (pipeline_.status(Stage::Train).message != message) {
+      ASSERT_TRUE(std::chrono::steady_clock::now() < end && pipeline_.busy());
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
   }
@@ -87,11 +89,11 @@ class PipelineTest : public ::testing::Test {
   std::string refusal() {
     start(Stage::Train);
     waitUntilIdle();
-    EXPECT_FALSE(outcome_.success);
+    EXPECT_FALSE(outcome_.success());
     EXPECT_EQ(pipeline_.status(Stage::Train).state, StageState::Failed);
-    EXPECT_EQ(pipeline_.status(Stage::Train).message, outcome_.result);
+    EXPECT_EQ(pipeline_.status(Stage::Train).message, outcome_.text);
     EXPECT_EQ(trainer_.starts(), 0);
-    return outcome_.result;
+    return outcome_.text;
   }
   std::vector<std::string> logged() {
     std::vector<std::string> lines;
@@ -103,8 +105,9 @@ class PipelineTest : public ::testing::Test {
   Project project_;
   LogStore log_{100};
   test::FakeTrainer trainer_;
-  Ended outcome_;  // outlives the worker that writes it
   Pipeline pipeline_{trainer_, log_};
+  std::shared_ptr<PipelineRun> run_;
+  RunResult outcome_;
 };
 
 TEST_F(PipelineTest, TrainsAndReportsTheResult) {
@@ -112,18 +115,22 @@ TEST_F(PipelineTest, TrainsAndReportsTheResult) {
   waitForMessage("500 iterations");
   report(gs::TrainState::Training, 125);
   waitForMessage("Step 125 of 500, loss 0.250000");
-  EXPECT_FLOAT_EQ(pipeline_.status(Stage::Train).fraction, 0.25f);
+  const StageStatus status = pipeline_.status(Stage::Train);
+  EXPECT_EQ(std::tuple(status.fraction, status.step, status.total), std::tuple(0.25f, 125, 500));
 
   gs::TrainResult result;
   result.splats = 1234;
   result.evaluation = {27.5f, 0.9f, 0.01f, 3};
   finish(gs::TrainState::Done, result);
-  EXPECT_TRUE(outcome_.success);
-  EXPECT_EQ(outcome_.result, "Done");
+  EXPECT_TRUE(outcome_.success());
+  EXPECT_EQ(outcome_.text, "Done");
   EXPECT_EQ(pipeline_.status(Stage::Train).state, StageState::Done);
   EXPECT_EQ(pipeline_.status(Stage::Train).message, "1234 splats, PSNR 27.50");
-  ASSERT_TRUE(pipeline_.trainResult());
-  EXPECT_EQ(pipeline_.trainResult()->splats, 1234u);
+  ASSERT_TRUE(outcome_.training);
+  EXPECT_EQ(outcome_.training->splats, 1234u);
+  const auto quality = loadQuality(project_);
+  ASSERT_TRUE(quality);
+  EXPECT_EQ(std::tuple(quality->psnr, quality->ssim), std::tuple(27.5, 0.9));
 }
 
 TEST_F(PipelineTest, AWrappedDatasetIsSummarisedAndOnlyTrained) {
@@ -147,35 +154,36 @@ TEST_F(PipelineTest, AWrappedDatasetIsSummarisedAndOnlyTrained) {
   EXPECT_EQ(pipeline_.status(Stage::Frames).state, StageState::NotRun);
   EXPECT_EQ(pipeline_.status(Stage::Sparse).state, StageState::NotRun);
   finish(gs::TrainState::Done, gs::TrainResult{});
-  EXPECT_TRUE(outcome_.success);
+  EXPECT_TRUE(outcome_.success());
 }
 
 TEST_F(PipelineTest, AFailedStageEndsTheRun) {
   start(Stage::Frames);
   waitUntilIdle();
-  EXPECT_FALSE(outcome_.success);
+  EXPECT_FALSE(outcome_.success());
   EXPECT_EQ(pipeline_.status(Stage::Frames).state, StageState::Failed);
   EXPECT_EQ(pipeline_.status(Stage::Sparse).state, StageState::NotRun);
   EXPECT_EQ(trainer_.starts(), 0);
-  EXPECT_THAT(logged(), ElementsAre("error: Prepare frames failed: " + outcome_.result));
+  EXPECT_THAT(logged(), ElementsAre("error: Prepare frames failed: " + outcome_.text));
 
   project_.inputs.clear();
   start(Stage::Frames);
   waitUntilIdle();
-  EXPECT_THAT(outcome_.result,
+  EXPECT_THAT(outcome_.text,
               AnyOf("The project has no input media.", StartsWith("This build of Ombrelux only trains")));
 }
 
 TEST_F(PipelineTest, PassesTheTrainersFailureOnAndCanTrainAgain) {
   startTraining();
   finish(gs::TrainState::Failed, {}, "The COLMAP model has no registered images.");
-  EXPECT_FALSE(outcome_.success);
-  EXPECT_EQ(outcome_.result, "The COLMAP model has no registered images.");
-  EXPECT_FALSE(pipeline_.trainResult());
-  ASSERT_TRUE(pipeline_.start(Stage::Train, Stage::Train, completion()));
+  EXPECT_FALSE(outcome_.success());
+  EXPECT_EQ(outcome_.text, "The COLMAP model has no registered images.");
+  EXPECT_EQ(std::tuple(outcome_.outcome, outcome_.training.has_value()), std::tuple(Outcome::Failed, false));
+  run_ = pipeline_.start(Stage::Train, Stage::Train);
+  ASSERT_TRUE(run_);
   trainer_.waitUntilStarted();
   finish(gs::TrainState::Done, gs::TrainResult{});
-  EXPECT_TRUE(outcome_.success);
+  EXPECT_TRUE(outcome_.success());
 }
 
 TEST_F(PipelineTest, TrainsOnlyWithCamerasAndContinuesOnlyFromACheckpointWithStepsLeft) {
@@ -201,8 +209,8 @@ TEST_F(PipelineTest, CancelledByTheUserOrByTheStageItself) {
     startTraining();
     byUser ? pipeline_.cancel() : trainer_.end(gs::TrainState::Failed, {}, "Cancelled", Outcome::Cancelled);
     waitUntilIdle();
-    EXPECT_FALSE(outcome_.success);
-    EXPECT_EQ(outcome_.result, "Cancelled");
+    EXPECT_FALSE(outcome_.success());
+    EXPECT_EQ(outcome_.text, "Cancelled");
     EXPECT_EQ(pipeline_.status(Stage::Train).state, StageState::Failed);
     EXPECT_EQ(pipeline_.status(Stage::Train).message, "Cancelled");
     EXPECT_EQ(logged().back(), "warning: Train Gaussians cancelled");
@@ -215,7 +223,7 @@ TEST_F(PipelineTest, AStopExportsTheSceneButWhileLoadingThereIsNone) {
     report(state, 42);
     pipeline_.requestStop();
     waitUntilIdle();
-    return outcome_.result;
+    return outcome_.text;
   };
   EXPECT_EQ(stopDuring(gs::TrainState::Training), "Done");
   EXPECT_EQ(pipeline_.status(Stage::Train).message, "Stopped at step 42, exported");
@@ -238,32 +246,102 @@ TEST_F(PipelineTest, GuardsTheProjectWhileBusy) {
 
 TEST_F(PipelineTest, EndsARunningJobWhenItGoes) {
   solveCameras();
+  std::string told;
   {
     Pipeline pipeline(trainer_, log_);
     pipeline.open(project_);
-    ASSERT_TRUE(pipeline.start(Stage::Train, Stage::Train, completion()));
+    run_ = pipeline.start(Stage::Train, Stage::Train, [&](bool, const std::string& text) { told = text; });
+    ASSERT_TRUE(run_);
   }
-  EXPECT_EQ(outcome_.result, "Cancelled");
+  EXPECT_EQ(told, "Cancelled");
+  ASSERT_TRUE(run_->ended());  // the handle outlives the pipeline
+  EXPECT_EQ(run_->waitFor({})->outcome, Outcome::Cancelled);
   EXPECT_FALSE(trainer_.running());
 }
 
-TEST(MakeTrainJob, TheProjectsSettingsDecide) {
+// Stages that wait until they are asked to end, or fail as they are told to.
+class ControlledStagesTest : public PipelineTest {
+ protected:
+  StageBody waits() {
+    return [this](Project&, const StageContext& context) -> StageResult {
+      started_.set_value();
+      if (context.run.waitForRequest(PipelineRun::Request::None, kPatience) == PipelineRun::Request::None) {
+        throw std::runtime_error("nobody asked");
+      }
+      throw std::runtime_error("the decoder was interrupted");  // as a library may word it
+    };
+  }
+  static StageBody done() {
+    return [](Project&, const StageContext&) -> StageResult { return {"done", {}}; };
+  }
+  RunResult run(StageBodies stages, const std::function<void(PipelineRun&)>& act) {
+    Pipeline pipeline(trainer_, log_, {}, nullptr, std::move(stages));
+    pipeline.open(project_);
+    run_ = pipeline.start(Stage::Frames, Stage::Train);
+    act(*run_);
+    const RunResult result = run_->waitFor(kPatience).value();
+    for (size_t i = 0; i < kStageCount; ++i) states_[i] = pipeline.status(static_cast<Stage>(i));
+    return result;
+  }
+
+  std::promise<void> started_;
+  std::array<StageStatus, kStageCount> states_;
+};
+
+TEST_F(ControlledStagesTest, AStopEndsTheStagesBeforeTrainingAtOnce) {
+  for (const size_t at : {size_t{0}, size_t{1}}) {
+    started_ = {};
+    StageBodies stages = {done(), done(), done()};
+    stages[at] = waits();
+    const RunResult result = run(stages, [this](PipelineRun& run) {
+      started_.get_future().wait();
+      run.requestStop();
+    });
+    EXPECT_EQ(std::tuple(result.outcome, result.text), std::tuple(Outcome::Cancelled, "Cancelled"));
+    EXPECT_EQ(std::tuple(states_[at].state, states_[at].outcome, states_[at].message),
+              std::tuple(StageState::Failed, Outcome::Cancelled, "Cancelled"));
+    EXPECT_EQ(states_[2].state, StageState::NotRun);
+  }
+}
+
+TEST_F(ControlledStagesTest, AFailureKeepsItsType) {
+  const auto outcomeOf = [&](const auto& error) {
+    const StageBody fails = [&](Project&, const StageContext&) -> StageResult { throw error; };
+    const RunResult result = run({done(), done(), fails}, [](PipelineRun&) {});
+    EXPECT_EQ(states_[2].outcome, result.outcome);
+    EXPECT_EQ(result.text, error.what());
+    return result.outcome;
+  };
+  EXPECT_EQ(outcomeOf(DeviceLost("the GPU device was lost")), Outcome::DeviceLost);
+  EXPECT_EQ(outcomeOf(DiskFull("no room")), Outcome::DiskFull);
+  EXPECT_EQ(outcomeOf(Cancelled()), Outcome::Cancelled);
+  EXPECT_EQ(outcomeOf(std::runtime_error("Cancelled")), Outcome::Failed);  // a type, not a text
+}
+
+TEST_F(PipelineTest, AProjectIsWorkedOnByOneRunAtATime) {
+  startTraining();
+  test::FakeTrainer otherTrainer;
+  Pipeline other(otherTrainer, log_);
+  other.open(project_);
+  EXPECT_EQ(
+      test::thrownText([&] { other.start(Stage::Train, Stage::Train); }),
+      "Another Ombrelux is working on " + toUtf8(project_.root) + ". Wait until it has finished, or end it there.");
+  EXPECT_EQ(test::thrownText([&] { saveBeforeRun(project_); }).substr(0, 16), "Another Ombrelux");
+  finish(gs::TrainState::Done, gs::TrainResult{});
+  const auto run = other.start(Stage::Train, Stage::Train);
+  ASSERT_TRUE(run);
+  run->cancel();
+  EXPECT_TRUE(run->waitFor(kPatience));
+}
+
+TEST(MakeTrainJob, TrainsTheSolvedOrTheWrappedDatasetAtItsOwnSize) {
   Project project;
   project.root = "/p";
-  const auto json = nlohmann::ordered_json::parse(
-      R"({"training":{"technique":"mcmc","iterations":11,"shDegree":1,"numDownscales":4,"ssimWeight":0.5,)"
-      R"("refineEvery":13,"evalMode":false,"testEvery":5,"exportPLY":false,"exportSplat":true,"splatBudget":17,)"
-      R"("trainingResolution":19,"background":[0.1,0.2,0.3],"continueFromCheckpoint":true}})");
-  fromJson(json, project.ingest, project.sparse, project.training);
-  const gs::TrainJob job = makeTrainJob(project);
-  EXPECT_EQ(std::tuple(job.dataset, job.output, job.technique, job.background),
-            std::tuple("/p/colmap/undistorted", "/p/output", gs::Technique::Mcmc, project.training.background));
-  EXPECT_EQ(std::tuple(job.iterations, job.shDegree, job.downscaleLevels, job.ssimWeight, job.refineEvery,
-                       job.testEvery, job.splatBudget, job.resolution),
-            std::tuple(11, 1, 4, 0.5f, 13, 5, 17u, 19));
-  EXPECT_EQ(std::tuple(job.evalMode, job.exportPly, job.exportSplat, job.resume), std::tuple(false, false, true, true));
-  // A project that keeps its defaults trains at the images' own size, whatever a bare job would do.
-  EXPECT_EQ(makeTrainJob(Project{}).resolution, 0);
+  EXPECT_EQ(makeTrainJob(project).dataset, "/p/colmap/undistorted");
+  EXPECT_EQ(makeTrainJob(project).output, "/p/output");
+  EXPECT_EQ(makeTrainJob(project).resolution, 0);  // whatever a bare job would do
+  project.externalDataset = "/set";
+  EXPECT_EQ(makeTrainJob(project).dataset, "/set");
 }
 
 }  // namespace

@@ -33,9 +33,11 @@ class ChildProgram {
     argv.push_back(nullptr);
     const std::string out = out_.string();
     const std::string err = err_.string();
+    const std::string home = (folder_ / "home").string();
     pid_ = fork();
     if (pid_ < 0) throw std::runtime_error("fork failed");
     if (pid_ > 0) return;
+    setenv("XDG_DATA_HOME", home.c_str(), 1);  // not the preferences and logs of whoever runs the tests
     for (const std::string& variable : environment) putenv(const_cast<char*>(variable.c_str()));
     const bool redirected = std::freopen("/dev/null", "r", stdin) && std::freopen(out.c_str(), "w", stdout) &&
                             std::freopen(err.c_str(), "w", stderr);
@@ -52,13 +54,15 @@ class ChildProgram {
 
   void signal(int number) const { kill(pid_, number); }
 
-  // False when it ended without ever saying so on standard error.
+  // False when it ended, or ten minutes have passed, without its saying so on standard error.
   bool waitForError(const std::string& part) const {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(10);
     while (readFile(err_).find(part) == std::string::npos) {
       siginfo_t info{};
       if (waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) != 0 || info.si_pid != 0) {
         return readFile(err_).find(part) != std::string::npos;
       }
+      if (std::chrono::steady_clock::now() > end) return false;
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     return true;

@@ -116,16 +116,16 @@ TEST_F(WorkspaceTest, CamerasThatAreNewerThanTheCheckpointAreTrainedFromTheStart
 TEST_F(WorkspaceTest, AFailedTrainingNamesTheCheckpointThatItLeft) {
   const Project project = solvedProject();
   open({project.root});
-  const auto fail = [&](const std::string& sentence) {
+  const auto fail = [&](const std::string& sentence, Outcome outcome = Outcome::Failed) {
     workspace_->start(Stage::Train, Stage::Train);
     until([&] { return trainer_.running(); });
     if (!sentence.empty()) writeCheckpoint(project, 1200);
-    trainer_.end(gs::TrainState::Failed, {}, sentence.empty() ? "The disk is full." : sentence);
+    trainer_.end(gs::TrainState::Failed, {}, sentence.empty() ? "The disk is full." : sentence, outcome);
     until([&] { return !workspace_->notices().empty(); });
   };
   fail({});
   EXPECT_THAT(notice().lines, ElementsAre("The disk is full."));
-  fail("Training failed: vkQueueSubmit failed (VkResult -4): the GPU device was lost (driver reset or hang)");
+  fail("Training failed: vkQueueSubmit failed (VkResult -4)", Outcome::DeviceLost);
   const Notice lost = notice();
   EXPECT_EQ(lost.title, "Train Gaussians failed");
   EXPECT_THAT(lost.lines,

@@ -1,4 +1,4 @@
-// Folders that are there whole or not at all, whenever the program ends.
+// Folders that exist complete or not at all, whenever the program ends.
 #pragma once
 
 #include <filesystem>
@@ -7,12 +7,12 @@
 
 namespace quor {
 
-// Moves the folder aside and removes it there, so that nobody takes half of it for all of it. A folder that is not
-// there is no failure; throws std::runtime_error "Cannot clear FOLDER: reason.".
+// Moves the folder aside and removes it there, so that a partly deleted folder is never mistaken for a complete one. A
+// folder that does not exist is no failure. Throws std::runtime_error "Cannot clear FOLDER: reason.".
 void removeInOneAct(const std::filesystem::path& folder);
 
-// A folder in which a result is gathered before it is moved to its place. What is still there when this object goes,
-// because the work failed or was cancelled, is of no use to anybody and is removed.
+// A folder in which a result is gathered before it is moved to its place. If the work fails or is cancelled, the
+// destructor removes the folder.
 class StagingFolder {
  public:
   explicit StagingFolder(std::filesystem::path path) : path_(std::move(path)) {}

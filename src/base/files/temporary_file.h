@@ -1,5 +1,5 @@
-// Room on the disk for what memory is too small for, while the program runs: nobody else can open the file, and it is
-// gone when its owner is, or the program, however that ends.
+// Scratch space on the disk for data that does not fit into memory. No other program can open the file, and it is gone
+// when its owner is destroyed or the program ends, however that happens.
 #pragma once
 
 #include <cstddef>

@@ -18,18 +18,32 @@ std::string fileLine(const LogEntry& entry) {
 LogStore::LogStore(size_t capacity)
     : capacity_(std::max<size_t>(capacity, 1)), created_(std::chrono::steady_clock::now()) {}
 
-bool LogStore::openFile(const std::filesystem::path& path) noexcept {
+bool LogStore::openFile(const std::filesystem::path& path, uint64_t maxBytes) noexcept {
   try {
-    std::error_code ignored;  // a folder that cannot be made shows when the file is opened
-    std::filesystem::create_directories(path.parent_path(), ignored);
-    std::ofstream file(path, std::ios::app | std::ios::binary);
-    if (!file) return false;
     const std::scoped_lock lock(mutex_);
-    file_ = std::move(file);
-    return true;
+    filePath_ = path;
+    maxFileBytes_ = maxBytes;
+    reopenFile();
+    return file_.is_open();
   } catch (...) {
     return false;
   }
+}
+
+// Looks at the file at the path, not at the open one: another program may have moved that aside already.
+void LogStore::reopenFile() {
+  std::error_code ignored;  // a folder that cannot be made shows when the file is opened
+  std::filesystem::create_directories(filePath_.parent_path(), ignored);
+  file_.close();
+  std::error_code error;
+  const uint64_t size = std::filesystem::file_size(filePath_, error);
+  if (!error && size >= maxFileBytes_) {
+    std::filesystem::path old = filePath_;
+    old += ".old";
+    std::filesystem::rename(filePath_, old, error);
+    if (error) std::filesystem::resize_file(filePath_, 0, ignored);  // held open by a program on Windows
+  }
+  file_.open(filePath_, std::ios::app | std::ios::binary);
 }
 
 void LogStore::setEcho(bool enabled, LogLevel minimum) {
@@ -60,11 +74,15 @@ double LogStore::append(LogLevel level, const std::string& text) {
   entries_.push_back({level, text, elapsed.count(), time, ++lastSequence_});
   while (entries_.size() > capacity_) entries_.pop_front();
   if (tail_ != nullptr) tail_->add(fileLine(entries_.back()));
-  if (file_.is_open()) {
-    file_.clear();  // a disk that was full for a while does not silence the rest
-    file_ << fileLine(entries_.back()) << std::flush;
-  }
+  if (file_.is_open()) writeToFile(fileLine(entries_.back()));
   return elapsed.count();
+}
+
+void LogStore::writeToFile(const std::string& line) {
+  file_.clear();  // a disk that was full for a while does not silence the rest
+  file_ << line << std::flush;
+  const std::streamoff written = file_.tellp();
+  if (written >= 0 && static_cast<uint64_t>(written) >= maxFileBytes_) reopenFile();
 }
 
 void LogStore::mirrorTo(LogTail& tail) noexcept {

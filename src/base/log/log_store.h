@@ -32,8 +32,12 @@ class LogStore {
   LogStore(const LogStore&) = delete;
   LogStore& operator=(const LogStore&) = delete;
 
-  // Opens `path` for appending and makes its folder. When that fails logging goes on in memory and on standard error.
-  bool openFile(const std::filesystem::path& path) noexcept;
+  static constexpr uint64_t kMaxFileBytes = uint64_t{8} << 20;
+
+  // Opens `path` for appending and makes its folder. When that fails logging goes on in memory and on standard error. A
+  // file that has reached `maxBytes` is moved to PATH.old, in place of the one there, and begun anew; several programs
+  // may append to one file.
+  bool openFile(const std::filesystem::path& path, uint64_t maxBytes = kMaxFileBytes) noexcept;
   // Echoes entries from `minimum` up to standard error.
   void setEcho(bool enabled, LogLevel minimum = LogLevel::Information);
 
@@ -52,6 +56,8 @@ class LogStore {
 
  private:
   double append(LogLevel level, const std::string& text);  // returns the seconds since creation
+  void writeToFile(const std::string& line);
+  void reopenFile();
 
   mutable std::mutex mutex_;
   std::deque<LogEntry> entries_;
@@ -60,6 +66,8 @@ class LogStore {
   bool echo_ = false;
   LogLevel echoMinimum_ = LogLevel::Information;
   std::ofstream file_;
+  std::filesystem::path filePath_;
+  uint64_t maxFileBytes_ = kMaxFileBytes;
   LogTail* tail_ = nullptr;
   const std::chrono::steady_clock::time_point created_;
 };

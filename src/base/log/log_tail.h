@@ -1,5 +1,5 @@
-// The last lines of the log in memory of their own, for whoever may neither wait for a lock nor allocate: the handler
-// of a crash. A line that is being written while it is read may come out torn.
+// The last lines of the log in memory of their own, for the crash handler, which may neither wait for a lock nor
+// allocate. A line that is being written while it is read may come out torn.
 #pragma once
 
 #include <array>
@@ -13,12 +13,12 @@ namespace quor {
 class LogTail {
  public:
   static constexpr size_t kLines = 60;
-  static constexpr size_t kLongestLine = 1024;  // bytes; what is longer is cut between characters
+  static constexpr size_t kLongestLine = 1024;  // bytes; longer lines are cut between characters
 
   // `line` ends in a line feed. From any thread.
   void add(std::string_view line) noexcept;
 
-  // What the exception says that has escaped, as a line; for a terminate handler. Nothing when there is none.
+  // Adds the text of the exception that is being handled, if any, as a line; for a terminate handler.
   void addCurrentException() noexcept;
 
   // Lines added so far; the last kLines of them can be read.

@@ -1,5 +1,5 @@
-// Another program, run to its end with everything that it prints. What it starts, in whatever generation, ends with it:
-// when it exits, when the run is cancelled, and when this program dies, however it dies.
+// Another program, run to its end with everything that it prints. All its descendants end with it: when it exits, when
+// the run is cancelled, and when this program dies, however it dies.
 #pragma once
 
 #include <filesystem>
@@ -29,7 +29,7 @@ struct ChildStartError : std::runtime_error {
 };
 
 // Runs the program with standard input empty and standard output and error captured together, on the calling thread.
-// `onLine` gets every line without its end ("\n", "\r" or both), empty ones left out: valid UTF-8 (what is not becomes
+// `onLine` gets every line without its end ("\n", "\r" or both), empty ones left out: valid UTF-8 (other bytes become
 // U+FFFD), longer ones in pieces of 16 KiB. It may throw: the child is then ended first. `cancelled` is asked at least
 // every 50 ms; once it says yes the child and all that it started are killed. Nothing of the child is left when this
 // returns or throws. Throws ChildStartError.

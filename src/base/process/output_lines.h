@@ -1,4 +1,4 @@
-// What a child process prints, cut into lines as it arrives. Lines end with "\n", "\r" or both; empty ones are left
+// Cuts the output of a child process into lines as it arrives. Lines end with "\n", "\r" or both; empty ones are left
 // out.
 #pragma once
 
@@ -10,8 +10,7 @@ namespace quor {
 
 class OutputLines {
  public:
-  static constexpr size_t kLongestLine =
-      16 * 1024;  // bytes as printed; what is longer comes in pieces, no character cut
+  static constexpr size_t kLongestLine = 16 * 1024;  // bytes as printed; longer lines come in pieces, no character cut
 
   // `onLine` gets valid UTF-8 that lives as long as the call. It may throw.
   explicit OutputLines(const std::function<void(std::string_view)>& onLine) : onLine_(onLine) {}
@@ -27,7 +26,7 @@ class OutputLines {
   std::string pending_;
 };
 
-// Each longest piece that begins no character becomes U+FFFD.
+// Replaces each maximal invalid sequence by U+FFFD.
 std::string repairUtf8(std::string_view text);
 
 }  // namespace quor

@@ -1,5 +1,5 @@
-// Standard input and output as one protocol's own line to whoever started the program. While it lives, whatever else
-// prints to standard output, a library or a child, lands on standard error and cannot break the protocol.
+// Standard input and output, reserved for the protocol that is spoken with the program's parent. While it lives,
+// anything that a library or a child prints to standard output goes to standard error and cannot break the protocol.
 #pragma once
 
 #include <cstddef>
@@ -11,17 +11,17 @@ namespace quor {
 class OwnStdio {
  public:
   OwnStdio();   // throws std::runtime_error
-  ~OwnStdio();  // standard output is everybody's again
+  ~OwnStdio();  // gives standard output back
   OwnStdio(const OwnStdio&) = delete;
   OwnStdio& operator=(const OwnStdio&) = delete;
 
   // Waits for bytes and returns how many there are; 0 once the other side has closed its end, or after an interrupt
-  // (base/terminal.h counts them).
+  // (counted in base/process/terminal.h).
   size_t read(std::span<char> buffer);
-  // All of it; false once nobody reads any more, or after an interrupt.
+  // Writes all bytes; false once the reader has gone, or after an interrupt.
   bool write(std::string_view bytes);
 
-  // Whether a person types.
+  // Whether standard input is a terminal.
   bool interactive() const;
 
  private:

@@ -1,4 +1,4 @@
-// The terminal that the process was started from: its streams, the keys that interrupt it, and whether anybody watches.
+// The terminal that the process was started from: its streams, interrupts, and whether it is a terminal at all.
 #pragma once
 
 #include <cstddef>
@@ -7,18 +7,18 @@
 
 namespace quor {
 
-// What main was called with, without the program's own name, in UTF-8.
+// The arguments of main in UTF-8, without the program's own name.
 std::vector<std::string> programArguments(int argc, char** argv);
 
-// A standard stream that was closed would lend its number to the next file that is opened, and messages would run into
-// that file. To be called before any is; what is written to such a stream afterwards fails.
+// Call before any file is opened: a closed standard stream would lend its number to that file, and messages would be
+// written into it. Writing to such a stream fails afterwards.
 void occupyClosedStreams();
 
-// The standard streams carry UTF-8 from now on, byte for byte as it is read and written.
+// From now on the standard streams carry UTF-8, byte for byte.
 void useUtf8Streams();
 
-// From now on an interrupt (Ctrl-C), a request to terminate or a terminal that goes away only counts, and a reader that
-// has gone away or a limit on file sizes shows as a failed write instead of ending the process.
+// From now on an interrupt (Ctrl-C), a request to terminate or a terminal that closes is only counted, and a reader
+// that has gone or a limit on file sizes shows as a failed write instead of ending the process.
 void countInterrupts();
 int interruptCount();
 

@@ -11,7 +11,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Empty when there is none; else absolute, so that it stays the same file from whatever folder it is started.
+// Empty or absolute: the program must stay the same file whatever the working directory is.
 fs::path findInFolder(const fs::path& folder, const std::string& fileName) {
   std::error_code error;
   for (const fs::path& file : {folder / fileName, folder / "bin" / fileName}) {

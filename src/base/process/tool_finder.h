@@ -1,5 +1,5 @@
 // Where the two outside programs are: COLMAP, which solves cameras, and ffmpeg, the fall-back of the video decoder.
-// Looking for them starts nothing and fails never: a missing tool is an error only for the stage that needs it.
+// The search runs no program and never fails: a missing tool is an error only for the stage that needs it.
 #pragma once
 
 #include <filesystem>

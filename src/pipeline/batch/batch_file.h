@@ -1,4 +1,4 @@
-// A queue of captures and what became of each, kept in batch.json so that it can be worked through in several sittings.
+// A queue of captures with the result of each, kept in batch.json so that it can be worked through in several sittings.
 #pragma once
 
 #include <filesystem>
@@ -25,7 +25,7 @@ struct BatchItem {
   std::string note;                   // result or failure of the last attempt
   std::filesystem::path projectRoot;  // once known
 
-  nlohmann::ordered_json asRead;  // as it stood in the file, with what only a newer version knows
+  nlohmann::ordered_json asRead;  // as it stood in the file, with keys that only a newer version knows
 
   std::string name() const;  // the selection, or the name of its first source
 };
@@ -40,7 +40,7 @@ struct Batch {
   // Of a batch.json or of a folder that holds one. Missing keys keep their defaults: the destination is the file's
   // folder, the camera settings are those of a new project from the same sources, and a video whose kind is not written
   // is looked at. Relative paths are relative to the file's folder; all paths in here are absolute. Throws
-  // std::runtime_error "No batch.json in FOLDER", or a sentence that says what is wrong with the file.
+  // std::runtime_error "No batch.json in FOLDER", or a sentence about the file.
   static Batch load(const std::filesystem::path& fileOrFolder);
   // Written beside the file and moved over it; makes the file's folder. Keys that were read and are not known here stay
   // in it, and so does the wording of relative paths. Throws std::runtime_error.
@@ -50,12 +50,13 @@ struct Batch {
 
   // One item for each capture in a folder: each video, each folder of photographs or videos, each COLMAP dataset
   // directly in it, in byte order. Projects are left out, and so are photographs beside other captures; a folder of
-  // photographs alone, or one that is a dataset itself, is the only capture. The file is to be the destination's
-  // batch.json; an empty destination is the folder itself. Throws std::runtime_error when there is none.
+  // photographs alone, or one that is a dataset itself, is the only capture. The batch will be saved as the
+  // destination's batch.json; an empty destination means the folder itself. Throws std::runtime_error when it finds no
+  // capture.
   static Batch compose(const std::filesystem::path& folder, const std::filesystem::path& destination);
 };
 
-// The capture at a path: a video, a folder of photographs or videos, or a COLMAP dataset; nothing when there is none.
+// The capture at a path: a video, a folder of photographs or videos, or a COLMAP dataset; nothing for any other path.
 std::optional<BatchItem> captureAt(const std::filesystem::path& path);
 
 }  // namespace quor

@@ -47,7 +47,7 @@ std::optional<Project> loadIfThere(const fs::path& root) {
   }
 }
 
-// Nothing that anybody may want to keep is lost when `project` is built at `root`.
+// Whether `project` can be built at `root` without losing files that the user may want to keep.
 bool isFree(const fs::path& root, const Project& project) {
   std::error_code error;
   if (!fs::exists(fs::symlink_status(root, error))) return true;
@@ -111,7 +111,7 @@ void planTraining(BatchPlan& plan, const Project& earlier, bool failed) {
   try {
     header = gs::readCheckpointHeader(plan.project.checkpointFile());
   } catch (const std::exception&) {
-    return;  // none, or none that helps
+    return;  // no checkpoint that can be used
   }
   const TrainingSettings& training = plan.project.training;
   if (header.technique != training.technique) return;

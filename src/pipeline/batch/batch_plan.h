@@ -1,14 +1,14 @@
-// Where an item of a batch begins, decided from what lies on the disk alone, so that it does not matter how the last
+// Decides at which stage an item of a batch begins, from the files on the disk alone: it does not matter how the last
 // attempt ended.
 //
-// Every stage's result appears by a rename as its last act, and before a stage is run again its old result is taken
-// away; what is in its place is therefore whole, and it was made from the settings in project.json. Of an item that has
-// been begun before (it has its projectRoot) the next attempt keeps
+// A stage puts its result in place by a rename as its last act, and an old result is removed before the stage runs
+// again. A result that is there is therefore complete and was made from the settings in project.json. Of an item that
+// was begun before (it has its projectRoot) the next attempt keeps
 //   - the frames, when there are some and the inputs, the ingest settings and sparse.singleCamera are as they were,
 //   - the camera solve (colmap/undistorted), when the frames are kept and the other sparse settings are as they were,
 //   - the checkpoint, when the cameras are kept, its technique is the item's and its step is below the iterations.
-// A wrapped dataset has its frames and cameras by itself. A failed item whose cameras were never solved starts over:
-// what helps there is other media. An item that was interrupted after its scene and the last checkpoint had been
+// A wrapped dataset brings its frames and cameras. A failed item whose cameras were never solved starts over: its media
+// have probably been changed. An item that was interrupted after its scene and the last checkpoint had been
 // written, with the training settings as they are, is finished. Every other item starts at its first stage.
 #pragma once
 
@@ -26,7 +26,7 @@ struct BatchPlan {
   Stage from = Stage::Frames;
   bool resume = false;                     // training goes on from the checkpoint
   std::optional<uint64_t> finishedSplats;  // of the scene, when nothing is left to do
-  std::string found;                       // what an earlier attempt has left, as a log line's end; empty when nothing
+  std::string found;                       // log text about what an earlier attempt left; may be empty
 };
 
 // The folder of a new item is `destination`/NAME_ombrelux, or the first of NAME_ombrelux_2, ... that no other item has

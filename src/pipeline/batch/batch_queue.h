@@ -1,10 +1,10 @@
-// Works through a batch, one project after another, without anybody's attention. Where an item begins that was begun
-// before is decided in batch_plan.h. The file is saved before and after each item with the running one as waiting, so
-// that it is true whenever the program ends.
+// Works through a batch unattended, one project after another. batch_plan.h decides where an item that was begun before
+// goes on. The file is saved before and after each item, with the running one as waiting, so that it is right whenever
+// the program ends.
 #pragma once
 
-#include <atomic>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -17,7 +17,7 @@
 
 namespace quor {
 
-// What befalls an item: it was finished before, its work begins, goes on (many times a second), has ended.
+// Of an item: it was finished before, its work begins, goes on (many times a second), has ended.
 enum class BatchEvent { Skipped, Begun, Working, Ended };
 
 class BatchQueue {
@@ -25,12 +25,22 @@ class BatchQueue {
   // Called on the thread of run(). At Ended the pipeline still holds the item's last status.
   using Observer = std::function<void(size_t item, BatchEvent event)>;
 
+  // What the items run on; neither is null.
+  struct Equipment {
+    Pipeline* pipeline;
+    gs::TrainingService* engine;
+  };
+  // Opens the GPU again and gives a pipeline and an engine on it; those before are no longer used. Throws what opening
+  // a device throws.
+  using Renew = std::function<Equipment()>;
+
   explicit BatchQueue(Batch batch, Observer observer = {}) : batch_(std::move(batch)), observer_(std::move(observer)) {}
 
-  // On the calling thread. An item's failure is kept in the item; only a batch file that cannot be saved ends the run
-  // with std::runtime_error. An item whose run somebody stops or cancels, here or at the pipeline, goes back to waiting
-  // and ends the run.
-  void run(Pipeline& pipeline, gs::TrainingService& engine, LogStore& log);
+  // On the calling thread. An item's failure is kept in the item; the run itself ends with std::runtime_error only when
+  // the batch file cannot be saved or another run works through it. An item whose run is stopped or cancelled, here or
+  // at the pipeline, goes back to waiting and ends the run. An item that loses the GPU is tried once more, from what it
+  // has reached, on what `renew` gives; without `renew` it fails.
+  void run(Pipeline& pipeline, gs::TrainingService& engine, LogStore& log, const Renew& renew = {});
 
   // From any thread, before run() too. Training ends after the current step and still writes scene and checkpoint; an
   // earlier stage is cancelled. The running item goes back to waiting, with what it has reached on disk, unless it was
@@ -43,33 +53,37 @@ class BatchQueue {
   Batch snapshot() const;
   BatchItem item(size_t index) const;
   std::optional<size_t> current() const;
-  // No item is running and nothing is cancelled; for a queue that is to be shown or run again.
-  void reset();
 
  private:
-  enum class Request { None, Stop, CancelAtOnce };
+  using Request = PipelineRun::Request;
   struct Ending {
     ItemState state = ItemState::Failed;
     std::string note;
+    Outcome outcome = Outcome::Failed;
   };
   struct Work {
-    Pipeline& pipeline;
-    gs::TrainingService& engine;
+    Equipment on;
     LogStore& log;
+    const Renew& renew;
+    bool deviceLost = false;  // at the last attempt
   };
 
+  bool workThrough(Work& work);
+  Ending attempt(size_t index, Work& work);
   Ending work(size_t index, const Work& on);
   Ending build(size_t index, const BatchPlan& plan, const Work& on);
-  Ending runStages(size_t index, const Project& project, Stage from, Pipeline& pipeline);
+  Ending runStages(size_t index, const BatchPlan& plan, const Work& on);
+  Request request() const;
   void setCurrent(std::optional<size_t> index);
   void record(size_t index, const std::function<void(BatchItem&)>& change);
   void notify(size_t index, BatchEvent event) const;
 
-  mutable std::mutex mutex_;  // guards the batch and the index
+  mutable std::mutex mutex_;  // guards what follows
   Batch batch_;
   std::optional<size_t> current_;
+  Request request_ = Request::None;
+  std::shared_ptr<PipelineRun> run_;  // of the item at work
   const Observer observer_;
-  std::atomic<Request> request_ = Request::None;
 };
 
 }  // namespace quor

@@ -10,7 +10,8 @@
 #include "ingest/frame_extractor.h"
 #include "ingest/photo/photo.h"
 #include "pipeline/media.h"
-#include "pipeline/pipeline.h"
+#include "pipeline/pipeline_run.h"
+#include "pipeline/stage.h"
 
 namespace quor {
 
@@ -18,7 +19,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// What all inputs have given together.
+// The frames and cameras of all inputs together.
 class Gathered {
  public:
   explicit Gathered(bool shareCameras) : shareCameras_(shareCameras) {}
@@ -82,6 +83,16 @@ void replaceFrames(const Project& project, const fs::path& fresh) {
   }
 }
 
+void requireInputs(const Project& project) {
+  if (project.inputs.empty()) throw std::runtime_error("The project has no input media.");
+  for (const InputSource& input : project.inputs) {
+    std::error_code ignored;
+    if (fs::exists(fromUtf8(input.path), ignored)) continue;
+    throw std::runtime_error("The project's input " + input.path +
+                             " is no longer there. Put it back, or start a new project from where it is now.");
+  }
+}
+
 }  // namespace
 
 void prepareMedia() {
@@ -94,22 +105,12 @@ void detectVideoKinds(std::vector<InputSource>& inputs) {
   }
 }
 
-std::string Pipeline::runFrames(const Project& opened) {
-  if (opened.inputs.empty()) throw std::runtime_error("The project has no input media.");
-  for (const InputSource& input : opened.inputs) {
-    std::error_code ignored;
-    if (!fs::exists(fromUtf8(input.path), ignored)) {
-      throw std::runtime_error("The project's input " + input.path +
-                               " is no longer there. Put it back, or start a "
-                               "new project from where it is now.");
-    }
-  }
-
-  Project project = opened;
+StageResult prepareFrames(Project& project, const StageContext& context) {
+  requireInputs(project);
   project.ensureLayout();
   const StagingFolder partial(project.root / "frames.partial");
   removeInOneAct(partial.path());  // of a run that was killed
-  FrameExtractor extractor(log_, tools_.ffmpeg, [this] { return cancel_.load(); });
+  FrameExtractor extractor(context.log, context.tools.ffmpeg, [&] { return context.run.mustEnd(); });
   Gathered gathered(project.sparse.singleCamera);
   const size_t count = project.inputs.size();
   for (size_t i = 0; i < count; ++i) {
@@ -117,20 +118,18 @@ std::string Pipeline::runFrames(const Project& opened) {
     const std::string folder = count > 1 ? formatText("s%02zu", i + 1) : std::string();
     const auto progress = [&](const std::string& message, float fraction) {
       const float whole = fraction < 0 ? fraction : (static_cast<float>(i) + fraction) / static_cast<float>(count);
-      report(Stage::Frames, StageState::Running, message, whole);
+      context.report({StageState::Running, message, whole});
     };
-    log_.info("Preparing frames from " + input.path);
+    context.log.info("Preparing frames from " + input.path);
     progress("Preparing frames from " + input.path, count > 1 ? 0.0f : -1.0f);
     gathered.add(extractor.extract(fromUtf8(input.path), input.kind, project.ingest, partial.path() / folder, progress),
                  folder);
   }
-  if (cancel_) throw Cancelled();
+  if (context.run.mustEnd()) throw Cancelled();
 
   gathered.storeIn(project);
   replaceFrames(project, partial.path());
-  const std::lock_guard lock(mutex_);
-  project_ = project;
-  return gathered.summary();
+  return {gathered.summary(), {}};
 }
 
 }  // namespace quor

@@ -2,7 +2,7 @@
 #include <stdexcept>
 
 #include "pipeline/media.h"
-#include "pipeline/pipeline.h"
+#include "pipeline/stage.h"
 
 namespace quor {
 
@@ -20,11 +20,11 @@ void prepareMedia() {}
 
 void detectVideoKinds(std::vector<InputSource>&) {}
 
-std::string Pipeline::runFrames(const Project&) {
+StageResult prepareFrames(Project&, const StageContext&) {
   refuse();
 }
 
-std::string Pipeline::runSparse(const Project&) {
+StageResult solveCameras(Project&, const StageContext&) {
   refuse();
 }
 

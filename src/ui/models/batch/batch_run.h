@@ -1,4 +1,4 @@
-// A batch at work, on a thread of its own with a pipeline of its own. Any thread may ask; destruction cancels at once
+// A batch at work, on a thread and a pipeline of its own. Any thread may ask for its state; destruction cancels at once
 // and waits.
 #pragma once
 
@@ -37,7 +37,7 @@ class BatchRun {
   Batch batch() const { return queue_.snapshot(); }
   // Of the item at work, once its project is made.
   std::optional<Progress> progress() const;
-  // Why the run ended early, once it has ended; empty: it did not.
+  // Why the run ended early, once it has ended; otherwise empty.
   const std::string& failure() const { return failure_; }
 
  private:

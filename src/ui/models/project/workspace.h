@@ -118,11 +118,6 @@ class Workspace {
   std::string closeQuestion() const;
 
  private:
-  struct Outcome {
-    bool success = false;
-    std::string result;
-  };
-
   bool refuseOpening();
   void takeOver(Opened opened);
   void setProject(Project project);
@@ -139,7 +134,7 @@ class Workspace {
   void launch(Stage from, Stage to, bool resume);
   void followRun();
   void endRun();
-  void explainFailure(Stage stage, const std::string& sentence, const std::optional<CheckpointFacts>& before);
+  void explainFailure(Stage stage, const RunResult& result, const std::optional<CheckpointFacts>& before);
   void refreshFacts(std::function<void()> then = {});
   void takeExtraction();
   bool framesRun() const;
@@ -157,7 +152,7 @@ class Workspace {
   int continueTo_ = 0;  // 0: not set
   bool unsaved_ = false;
   bool saving_ = false;
-  std::shared_ptr<Outcome> outcome_;  // of the run under way; written by the pipeline's worker as its last act
+  std::shared_ptr<PipelineRun> run_;  // under way, or ended and not yet looked at
   std::array<StageState, kStageCount> seen_ = {};
   std::optional<CheckpointFacts> checkpointBefore_;
   std::unique_ptr<Pipeline> pipeline_;

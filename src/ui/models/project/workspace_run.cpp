@@ -23,23 +23,21 @@ std::string trainingText(const gs::TrainStatus& status) {
          " splats";
 }
 
-bool mentions(const std::string& sentence, const char* part) {
-  return sentence.find(part) != std::string::npos;
-}
-
-// What to do about a failure where its sentence does not say so itself; empty where it does.
-std::string adviceAfter(Stage stage, const std::string& sentence) {
+// Advice on a failure whose sentence gives none; empty where it does.
+std::string adviceAfter(Stage stage, Outcome outcome) {
   if (stage == Stage::Sparse) return "The log has all that COLMAP said.";
   if (stage == Stage::Frames) return {};
-  if (mentions(sentence, "device was lost")) {
-    return "The GPU cannot be used until Ombrelux is started again. If this happens repeatedly, lower the resolution, "
-           "and close other programs that use the GPU.";
+  switch (outcome) {
+    case Outcome::DeviceLost:
+      return "The GPU cannot be used until Ombrelux is started again. If this happens repeatedly, lower the "
+             "resolution, "
+             "and close other programs that use the GPU.";
+    case Outcome::OutOfGpuMemory:
+      return "Lower the training resolution or the number of splats, or close other programs that use the GPU, and "
+             "train again.";
+    default:
+      return {};
   }
-  if (mentions(sentence, "out of GPU memory") || mentions(sentence, "out of host memory")) {
-    return "Lower the training resolution or the number of splats, or close other programs that use the GPU, and train "
-           "again.";
-  }
-  return {};
 }
 
 bool isNewer(const std::optional<CheckpointFacts>& now, const std::optional<CheckpointFacts>& before) {
@@ -167,12 +165,9 @@ void Workspace::launch(Stage from, Stage to, bool resume) {
     checkpointBefore_ = facts_.checkpoint;
     pipeline_ = parts_.makePipeline();
     pipeline_->open(project);
-    auto outcome = std::make_shared<Outcome>();
-    const bool started = pipeline_->start(from, to, [outcome](bool success, const std::string& result) {
-      *outcome = {success, result};
-    });
-    if (!started) throw std::runtime_error("The stage could not be started. Open the project again.");
-    outcome_ = std::move(outcome);
+    std::shared_ptr<PipelineRun> run = pipeline_->start(from, to);
+    if (!run) throw std::runtime_error("The stage could not be started. Open the project again.");
+    run_ = std::move(run);
     seen_ = {};
   } catch (const std::exception& error) {
     fail("Could not start", failureText(error));
@@ -188,8 +183,8 @@ void Workspace::stopTraining() {
 }
 
 void Workspace::followRun() {
-  if (!outcome_) return;
-  const bool ended = !pipeline_->busy();  // asked first: what is read after it is final then
+  if (!run_) return;
+  const bool ended = run_->ended();  // asked first: the records that are read after it are final then
   bool changed = false;
   for (size_t i = 0; i < kStageCount; ++i) {
     const StageState state = pipeline_->status(static_cast<Stage>(i)).state;
@@ -204,24 +199,22 @@ void Workspace::followRun() {
 }
 
 void Workspace::endRun() {
-  const Outcome outcome = *outcome_;
-  outcome_.reset();
+  const RunResult result = run_->waitFor({}).value();
+  run_.reset();
   takeExtraction();
-  if (outcome.success || outcome.result == Cancelled().what()) return refreshFacts();
+  if (result.success() || result.outcome == Outcome::Cancelled) return refreshFacts();
   const Stage stage = pipeline_->currentStage();
-  const auto explain = [this, stage, sentence = outcome.result, before = checkpointBefore_] {
-    explainFailure(stage, sentence, before);
-  };
-  refreshFacts(explain);
+  refreshFacts([this, stage, result, before = checkpointBefore_] { explainFailure(stage, result, before); });
 }
 
-void Workspace::explainFailure(Stage stage, const std::string& sentence, const std::optional<CheckpointFacts>& before) {
-  Notice notice{std::string(stageName(stage)) + " failed", {sentence}, true};
+void Workspace::explainFailure(Stage stage, const RunResult& result, const std::optional<CheckpointFacts>& before) {
+  Notice notice{std::string(stageName(stage)) + " failed", {result.text}, true};
   if (stage == Stage::Train && isNewer(facts_.checkpoint, before)) {
     notice.lines.push_back("A checkpoint was saved at step " + withThousands(facts_.checkpoint->step) +
                            ": press Continue training to go on from there.");
   }
-  if (std::string advice = adviceAfter(stage, sentence); !advice.empty()) notice.lines.push_back(std::move(advice));
+  if (std::string advice = adviceAfter(stage, result.outcome); !advice.empty())
+    notice.lines.push_back(std::move(advice));
   say(std::move(notice));
 }
 
