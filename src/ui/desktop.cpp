@@ -10,7 +10,11 @@
 #include <utility>
 
 #include "base/crash/crash_handler.h"
+#include "base/desktop/desktop_notification.h"
+#include "base/desktop/message_box.h"
 #include "base/desktop/open_folder.h"
+#include "base/desktop/wake_lock.h"
+#include "base/failures.h"
 #include "base/files/paths.h"
 #include "base/log/log_store.h"
 #include "base/process/terminal.h"
@@ -43,6 +47,9 @@ constexpr double kIdleSeconds = 0.2;  // between frames when nothing happens: a 
 // After something has happened so many frames follow one another, for what takes a frame to settle.
 constexpr int kFramesAfterEvent = 4;
 constexpr size_t kFrameTimes = 20000;
+constexpr const char* kAfterLostDevice =
+    "Start Ombrelux again; training goes on from its last checkpoint. If this happens repeatedly, lower the resolution "
+    "and close other programs that use the GPU.";
 
 std::unique_ptr<gs::VulkanContext> openContext(const Preferences& preferences, LogStore& log) {
   gs::ContextOptions options;
@@ -93,6 +100,7 @@ class Desktop {
   void update();
   void passOnDropped();
   void followTraining();
+  void followWork();
   void draw();
   void logFrameTimes();
   bool lively() const;
@@ -121,9 +129,12 @@ class Desktop {
   LogView logView_;
   TrainingHistory history_;
   MainWindow main_;
+  Background notifier_;
+  std::optional<WakeLock> awake_;  // while something runs
+  bool batchRan_ = false;
   int interrupts_ = 0;
   std::string colmapPath_ = preferences_.colmapPath;  // that the workspace knows
-  std::vector<float> frameTimes_;                     // milliseconds of the interface's own work, the last few thousand
+  std::vector<float> frameTimes_;                     // milliseconds of the interface's own work
 };
 
 Desktop::Desktop(LogStore& log)
@@ -175,7 +186,7 @@ Workspace::Parts Desktop::workspaceParts() {
           [this] { return makePipeline(); },
           [this] { return batch_ && batch_->running(); },
           {},  // PreferencesForm saves whatever has changed
-          [](const std::filesystem::path& folder) { openFolder(folder); }};
+          [](const std::filesystem::path& folder) { return openFolder(folder); }};
 }
 
 BatchForm::Parts Desktop::batchParts() {
@@ -188,9 +199,7 @@ BatchForm::Parts Desktop::batchParts() {
 }
 
 MainWindow::Parts Desktop::windowParts() {
-  return {
-      workspace_, viewport_, viewportPanel_, *batch_, preferencesForm_,
-      logView_,   history_,  dialogs_,       about_,  [](const std::filesystem::path& folder) { openFolder(folder); }};
+  return {workspace_, viewport_, viewportPanel_, *batch_, preferencesForm_, logView_, history_, dialogs_, about_};
 }
 
 void Desktop::open(const std::vector<std::string>& paths) {
@@ -222,18 +231,39 @@ void Desktop::followTraining() {
   viewport_.setSource(workspace_.view());
 }
 
+// A build takes long enough for the user, and the computer, to turn to other things.
+void Desktop::followWork() {
+  const bool working = workspace_.busy() || batch_->running();
+  if (working && !awake_) awake_.emplace("A scene is being built");
+  if (!working) awake_.reset();
+  if (std::exchange(batchRan_, batch_->running()) && !batch_->running()) {
+    workspace_.notify({"The batch has ended", {batch_->summary()}});
+  }
+  const std::optional<Notice> news = workspace_.takeNews();
+  if (!news || window_.focused()) return;
+  window_.requestAttention();
+  notifier_.run(
+      {},
+      [title = news->title, text = news->lines.empty() ? std::string() : news->lines.front()] {
+        return showDesktopNotification(title, text);
+      },
+      [](bool) {}, [](const std::string&) {});
+}
+
 void Desktop::update() {
   passOnDropped();
   for (const Shortcut& shortcut : window_.takeShortcuts()) main_.press(shortcut);
-  if (window_.takeCloseWish()) main_.askToClose();
-  if (interruptCount() > std::exchange(interrupts_, interruptCount())) main_.interrupt();
+  if (window_.takeCloseWish()) main_.closing().ask();
+  if (interruptCount() > std::exchange(interrupts_, interruptCount())) main_.closing().interrupt();
   dialogs_.update();
   preferences_.lastDirectory = toUtf8(dialogs_.folder());
   preferencesForm_.update();
-  if (preferences_.colmapPath != std::exchange(colmapPath_, preferences_.colmapPath)) workspace_.findTools();
+  if (preferences_.colmapPath != std::exchange(colmapPath_, preferences_.colmapPath)) workspace_.run().findTools();
   workspace_.update();
   batch_->update();
   followTraining();
+  followWork();
+  notifier_.update();
   viewport_.update();
   pictures_.update();
   logView_.update();
@@ -243,7 +273,8 @@ void Desktop::update() {
 void Desktop::draw() {
   interface_.setScale(window_.contentScale() * preferences_.uiScale);
   interface_.beginFrame();
-  main_.draw({pictures_, dialogs_, interface_.scale()});
+  main_.draw({pictures_, dialogs_, interface_.scale(),
+              [this](const std::filesystem::path& folder) { workspace_.openFolder(folder); }});
   ImGui::Render();
   int width = 0, height = 0;
   window_.framebufferSize(width, height);
@@ -273,7 +304,7 @@ void Desktop::logFrameTimes() {
 int Desktop::run() {
   int frames = kFramesAfterEvent;
   auto lastFrame = Clock::now();
-  while (!main_.closed()) {
+  while (!main_.closing().closed()) {
     const double since = std::chrono::duration<double>(Clock::now() - lastFrame).count();
     const double wait = frames > 0 || lively() ? std::max(kFrameSeconds - since, 0.0) : kIdleSeconds;
     if (window_.waitEvents(wait) && wait > kFrameSeconds) frames = kFramesAfterEvent;
@@ -311,9 +342,16 @@ int runDesktop(const std::vector<std::string>& paths) {
     desktop.open(paths);
     return desktop.run();
   } catch (const std::exception& error) {
+    std::string text = failureText(error);
+    if (outcomeOf(error) == Outcome::DeviceLost) text += ". " + std::string(kAfterLostDevice);
     log.setEcho(false);  // the caller says it
-    log.error(error.what());
-    throw;
+    log.error(text);
+    // Whoever started the program with the mouse sees neither standard error nor the log.
+    const int interrupts = interruptCount();
+    if (!standardErrorIsTerminal()) {
+      showMessageBox("Ombrelux", text, [interrupts] { return interruptCount() > interrupts; });
+    }
+    throwAs(outcomeOf(error), text);
   }
 }
 

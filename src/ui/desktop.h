@@ -6,8 +6,9 @@
 
 namespace quor::ui {
 
-// Opens the window, with what lies at the path if one is given (UTF-8). Returns the exit code; throws
-// std::runtime_error with a whole sentence when there can be no window.
+// Opens the window, and in it the path if one is given (UTF-8). Returns the exit code; throws std::runtime_error with a
+// whole sentence when there can be no window or the GPU is lost. Unless a terminal shows that sentence, so has a
+// message box by then.
 int runDesktop(const std::vector<std::string>& paths);
 
 }  // namespace quor::ui

@@ -3,6 +3,7 @@
 #include <imgui.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "base/files/paths.h"
 #include "ui/panels/graphs_panel.h"
@@ -12,15 +13,17 @@
 #include "ui/panels/results_panel.h"
 #include "ui/panels/stages_panel.h"
 #include "ui/panels/training_settings_panel.h"
+#include "ui/panels/widgets.h"
 #include "ui/panels/windows/about_window.h"
 #include "ui/panels/windows/batch_window.h"
+#include "ui/panels/windows/dataset_import_window.h"
 #include "ui/panels/windows/file_browser_panel.h"
 #include "ui/panels/windows/preferences_window.h"
 
 namespace quor::ui {
 namespace {
 
-constexpr const char* kCloseTitle = "Close Ombrelux?";
+constexpr const char* kRebuildTitle = "Build again?";
 
 void menuItem(const Button& button, const char* shortcut, const std::function<void()>& act) {
   if (ImGui::MenuItem(button.label.c_str(), shortcut, false, button.enabled)) act();
@@ -45,7 +48,10 @@ void splitter(const char* id, bool vertical, float& size, float least, float mos
 }  // namespace
 
 MainWindow::MainWindow(const Parts& parts, const WindowState& state)
-    : parts_(parts), showSide_(state.isOpen("side", true)), showBottom_(state.isOpen("bottom", true)) {}
+    : parts_(parts),
+      closing_(parts.workspace, parts.batch),
+      showSide_(state.isOpen("side", true)),
+      showBottom_(state.isOpen("bottom", true)) {}
 
 std::map<std::string, bool> MainWindow::openPanels() const {
   return {{"side", showSide_}, {"bottom", showBottom_}};
@@ -62,7 +68,8 @@ void MainWindow::draw(const PanelContext& context) {
   drawMenus();
   drawBody(context);
   drawWindows(context);
-  drawCloseQuestion(context);
+  drawRebuildQuestion();
+  closing_.draw();
 }
 
 void MainWindow::press(const Shortcut& shortcut) {
@@ -74,10 +81,10 @@ void MainWindow::press(const Shortcut& shortcut) {
     case 'O':
       return openPath(shortcut.shift ? FileDialog::Kind::OpenFiles : FileDialog::Kind::OpenFolder);
     case 'W':
-      if (!workspace.busy()) workspace.closeProject();
+      if (!workspace.busy()) workspace.session().close();
       return;
     case 'Q':
-      return askToClose();
+      return closing_.ask();
     case 'B':
       showBatch_ = true;
       return;
@@ -88,8 +95,7 @@ void MainWindow::press(const Shortcut& shortcut) {
       if (workspace.results().exportButton(ExportFormat::Ply).enabled) exportScene(ExportFormat::Ply);
       return;
     case 'R':
-      if (workspace.buildButton().enabled) workspace.build();
-      return;
+      return build();
     case '1':
       showSide_ = !showSide_;
       return;
@@ -120,12 +126,11 @@ void MainWindow::openPath(FileDialog::Kind kind) {
   });
 }
 
-void MainWindow::importDataset() {
-  FileDialog::Request request;
-  request.title = "COLMAP dataset: the folder that holds images/ and sparse/";
-  parts_.dialogs.ask(request, [this](const std::vector<std::filesystem::path>& chosen) {
-    if (!chosen.empty()) parts_.workspace.importDataset(chosen.front(), {});
-  });
+// A key that is hit by mistake must not make hours of work anew.
+void MainWindow::build() {
+  ProjectRun& run = parts_.workspace.run();
+  if (run.rebuildQuestion().empty()) return run.build();  // does nothing when it cannot
+  askToRebuild_ = true;
 }
 
 void MainWindow::exportScene(ExportFormat format) {
@@ -155,7 +160,7 @@ void MainWindow::drawMenus() {
   }
   if (ImGui::BeginMenu("Help")) {
     if (ImGui::MenuItem("About Ombrelux")) showAbout_ = true;
-    if (ImGui::MenuItem("Open the folder of logs")) parts_.openFolder(applicationLogFile().parent_path());
+    if (ImGui::MenuItem("Open the folder of logs")) parts_.workspace.openFolder(applicationLogFile().parent_path());
     ImGui::EndMenu();
   }
   ImGui::EndMainMenuBar();
@@ -168,9 +173,9 @@ void MainWindow::drawFileMenu() {
   if (ImGui::MenuItem("Open a folder...", "Ctrl+O")) openPath(FileDialog::Kind::OpenFolder);
   if (ImGui::MenuItem("Open a scene...", "Ctrl+Shift+O")) openPath(FileDialog::Kind::OpenFiles);
   drawRecentMenu();
-  if (ImGui::MenuItem("Import a COLMAP dataset...")) importDataset();
+  if (ImGui::MenuItem("Import a COLMAP dataset...")) parts_.workspace.session().datasetImport().visible = true;
   const bool open = parts_.workspace.project() || !parts_.workspace.view().scene.empty();
-  if (ImGui::MenuItem("Close", "Ctrl+W", false, open && !parts_.workspace.busy())) parts_.workspace.closeProject();
+  if (ImGui::MenuItem("Close", "Ctrl+W", false, open && !parts_.workspace.busy())) parts_.workspace.session().close();
   ImGui::Separator();
   menuItem(parts_.workspace.results().exportButton(ExportFormat::Ply), "Ctrl+E",
            [&] { exportScene(ExportFormat::Ply); });
@@ -180,7 +185,7 @@ void MainWindow::drawFileMenu() {
   if (ImGui::MenuItem("Batch...", "Ctrl+B")) showBatch_ = true;
   if (ImGui::MenuItem("Preferences...", "Ctrl+,")) showPreferences_ = true;
   ImGui::Separator();
-  if (ImGui::MenuItem("Quit", "Ctrl+Q")) askToClose();
+  if (ImGui::MenuItem("Quit", "Ctrl+Q")) closing_.ask();
 }
 
 void MainWindow::drawRecentMenu() {
@@ -196,15 +201,18 @@ void MainWindow::drawRecentMenu() {
 
 void MainWindow::drawProjectMenu() {
   Workspace& workspace = parts_.workspace;
-  menuItem(workspace.buildButton(), "Ctrl+R", [&] { workspace.build(); });
-  for (const StageRow& row : workspace.stages()) {
-    menuItem(row.runFrom, nullptr, [&] { workspace.start(row.stage, Stage::Train); });
+  menuItem(workspace.run().buildButton(), "Ctrl+R", [&] { build(); });
+  for (const StageRow& row : workspace.run().stages()) {
+    if (row.stage == Stage::Frames) continue;  // the same as to build
+    Button button = row.runFrom;
+    button.label = row.stage == Stage::Train ? "Train from the start" : "Run from " + row.name + " on";
+    menuItem(button, nullptr, [&] { workspace.run().start(row.stage, Stage::Train); });
   }
-  const int upTo = workspace.continuationTarget();
-  menuItem(workspace.continueButton(upTo), nullptr, [&] { workspace.continueTraining(upTo); });
+  const int upTo = workspace.run().continuationTarget();
+  menuItem(workspace.run().continueButton(upTo), nullptr, [&] { workspace.run().continueTraining(upTo); });
   ImGui::Separator();
-  menuItem(workspace.stopButton(), nullptr, [&] { workspace.stopTraining(); });
-  menuItem(workspace.cancelButton(), nullptr, [&] { workspace.cancel(); });
+  menuItem(workspace.run().stopButton(), nullptr, [&] { workspace.run().stopTraining(); });
+  menuItem(workspace.run().cancelButton(), nullptr, [&] { workspace.run().cancel(); });
   ImGui::Separator();
   menuItem(workspace.results().folderButton(), nullptr, [&] { workspace.results().openFolder(); });
 }
@@ -265,7 +273,7 @@ void MainWindow::drawBody(const PanelContext& context) {
 void MainWindow::drawSide(const PanelContext& context) {
   Workspace& workspace = parts_.workspace;
   if (workspace.loading()) {
-    ImGui::TextDisabled("%s", workspace.taskText().c_str());
+    ImGui::TextDisabled("%s", workspace.session().taskText().c_str());
     ImGui::ProgressBar(-1.0f * static_cast<float>(ImGui::GetTime()), {-1, 0.3f * ImGui::GetFontSize()}, "");
   }
   if (!workspace.project() && workspace.view().scene.empty()) {
@@ -274,7 +282,7 @@ void MainWindow::drawSide(const PanelContext& context) {
   }
   if (!ImGui::BeginTabBar("side tabs")) return;
   if (workspace.project() && ImGui::BeginTabItem("Project")) {
-    drawStagesPanel(workspace, context);
+    drawStagesPanel(workspace);
     ImGui::EndTabItem();
   }
   if (ImGui::BeginTabItem("Results")) {
@@ -299,7 +307,7 @@ void MainWindow::drawStart() {
   if (ImGui::Button("Photographs or video...", wide)) newFromMedia(false);
   if (ImGui::Button("Open a project...", wide)) openPath(FileDialog::Kind::OpenFolder);
   if (ImGui::Button("Open a scene...", wide)) openPath(FileDialog::Kind::OpenFiles);
-  if (parts_.workspace.colmapMissing()) {
+  if (parts_.workspace.run().colmapMissing()) {
     ImGui::Dummy({0, unit});
     ImGui::TextWrapped("%s", kNoColmap);
     if (ImGui::Button("Preferences...")) showPreferences_ = true;
@@ -339,73 +347,34 @@ void MainWindow::drawWindows(const PanelContext& context) {
   if (FileBrowser* browser = parts_.dialogs.browser()) drawFileBrowserPanel(*browser, context);
   drawNewMediaWindow(parts_.workspace.newMedia(), context);
   drawComparisonWindow(parts_.workspace.results(), context);
+  drawDatasetImportWindow(parts_.workspace.session(), context);
   drawNotices(parts_.workspace.notices(), context);
 }
 
-// Said where the scene will be.
+void MainWindow::drawRebuildQuestion() {
+  if (std::exchange(askToRebuild_, false)) ImGui::OpenPopup(kRebuildTitle);
+  ImGui::SetNextWindowPos(ImGui::GetMainViewport()->GetCenter(), ImGuiCond_Appearing, {0.5F, 0.5F});
+  if (!ImGui::BeginPopupModal(kRebuildTitle, nullptr, ImGuiWindowFlags_AlwaysAutoResize)) return;
+  ProjectRun& run = parts_.workspace.run();
+  const std::string question = run.rebuildQuestion();
+  ImGui::PushTextWrapPos(em(28));
+  ImGui::TextUnformatted(question.c_str());
+  ImGui::PopTextWrapPos();
+  ImGui::Dummy({0, em(0.5F)});
+  const bool again = ImGui::Button("Build again");
+  ImGui::SameLine();
+  const bool keep = ImGui::Button("Keep what is there") || question.empty() ||
+                    ImGui::IsKeyPressed(ImGui::GetKeyIndex(ImGuiKey_Escape), false);
+  if (again) run.build();
+  if (again || keep) ImGui::CloseCurrentPopup();
+  ImGui::EndPopup();
+}
+
+// Stands where the scene will be.
 std::string MainWindow::viewHint() const {
   if (!parts_.workspace.project()) return "Drop photographs, a video, a project or a scene here.";
   return parts_.workspace.busy() ? "The scene appears here as soon as the cameras are solved."
                                  : "There is no scene yet. Run the project's stages to build one.";
-}
-
-bool MainWindow::idle() const {
-  return parts_.workspace.mayClose() && !parts_.batch.running();
-}
-
-void MainWindow::stopAndClose() {
-  closeWhenIdle_ = true;
-  parts_.workspace.stopTraining();
-  parts_.batch.stop();
-}
-
-void MainWindow::closeAtOnce() {
-  parts_.workspace.cancel();
-  parts_.batch.cancel();
-  closed_ = true;
-}
-
-void MainWindow::interrupt() {
-  if (closeWhenIdle_) return closeAtOnce();
-  closing_ = true;
-  stopAndClose();
-}
-
-void MainWindow::drawCloseQuestion(const PanelContext&) {
-  Workspace& workspace = parts_.workspace;
-  if (closeWhenIdle_ && idle()) closed_ = true;
-  if (closing_) {
-    closing_ = false;
-    if (idle()) {
-      closed_ = true;
-    } else {
-      ImGui::OpenPopup(kCloseTitle);
-    }
-  }
-  const float unit = ImGui::GetFontSize();
-  ImGui::SetNextWindowPos(ImGui::GetMainViewport()->GetCenter(), ImGuiCond_Appearing, {0.5f, 0.5f});
-  if (!ImGui::BeginPopupModal(kCloseTitle, nullptr, ImGuiWindowFlags_AlwaysAutoResize)) return;
-  ImGui::PushTextWrapPos(28 * unit);
-  if (closeWhenIdle_) {
-    ImGui::TextUnformatted("Saving what has been reached...");
-  } else {
-    ImGui::TextUnformatted(parts_.batch.running()
-                               ? "A batch is running. It goes on where it stopped when it is started again."
-                               : workspace.closeQuestion().c_str());
-  }
-  ImGui::PopTextWrapPos();
-  ImGui::Dummy({0, 0.5f * unit});
-  ImGui::BeginDisabled(closeWhenIdle_);
-  if (ImGui::Button("Stop, save and close")) stopAndClose();
-  ImGui::EndDisabled();
-  ImGui::SameLine();
-  if (ImGui::Button("Close at once")) closeAtOnce();
-  ImGui::SameLine();
-  if (ImGui::Button("Go on working")) {
-    closeWhenIdle_ = false;
-    ImGui::CloseCurrentPopup();
-  }
-  ImGui::EndPopup();
 }
 
 }  // namespace quor::ui

@@ -2,11 +2,11 @@
 // is asked before something running is closed. Draws and passes on; what happens is the models' business.
 #pragma once
 
-#include <functional>
 #include <map>
 #include <optional>
 #include <string>
 
+#include "ui/close_question.h"
 #include "ui/models/about.h"
 #include "ui/models/batch/batch_form.h"
 #include "ui/models/files/file_dialog.h"
@@ -34,7 +34,6 @@ class MainWindow {
     TrainingHistory& history;
     FileDialog& dialogs;
     const About& about;
-    std::function<void(const std::filesystem::path&)> openFolder;
   };
   MainWindow(const Parts& parts, const WindowState& state);
 
@@ -42,11 +41,7 @@ class MainWindow {
 
   void press(const Shortcut& shortcut);
 
-  // The user wants the window closed: true once it may be.
-  void askToClose() { closing_ = true; }
-  bool closed() const { return closed_; }
-  // The system wants the program to end: what runs is stopped and saved first; asked again, it is not.
-  void interrupt();
+  CloseQuestion& closing() { return closing_; }
 
   std::map<std::string, bool> openPanels() const;
   // Name of what is open, for the title bar.
@@ -63,21 +58,19 @@ class MainWindow {
   void drawStart();
   void drawBottom(const PanelContext& context);
   void drawWindows(const PanelContext& context);
-  void drawCloseQuestion(const PanelContext& context);
+  void drawRebuildQuestion();
   std::string viewHint() const;
-  bool idle() const;
-  void stopAndClose();
-  void closeAtOnce();
 
   void newFromMedia(bool folder);
   void openPath(FileDialog::Kind kind);
-  void importDataset();
+  void build();
   void exportScene(ExportFormat format);
 
   const Parts parts_;
+  CloseQuestion closing_;
   bool showSide_, showBottom_, showBatch_ = false, showPreferences_ = false, showAbout_ = false;
   float sideWidth_ = 0, bottomHeight_ = 0;  // pixels, 0 = to be chosen
-  bool closing_ = false, closeWhenIdle_ = false, closed_ = false;
+  bool askToRebuild_ = false;
 };
 
 }  // namespace quor::ui

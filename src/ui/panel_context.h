@@ -1,5 +1,8 @@
-// What every panel may use beside the model that it draws.
+// What every panel may use, apart from the model that it draws.
 #pragma once
+
+#include <filesystem>
+#include <functional>
 
 #include "ui/viewport/image_cache.h"
 
@@ -11,6 +14,7 @@ struct PanelContext {
   ImageCache& images;
   FileDialog& dialogs;
   float scale = 1;  // pixels of the interface per unit: the display's scale times the user's
+  std::function<void(const std::filesystem::path&)> openFolder = {};  // in the desktop's file manager
 };
 
 }  // namespace quor::ui

@@ -114,6 +114,14 @@ bool Window::minimised() const {
   return glfwGetWindowAttrib(window_, GLFW_ICONIFIED) == GLFW_TRUE;
 }
 
+bool Window::focused() const {
+  return glfwGetWindowAttrib(window_, GLFW_FOCUSED) == GLFW_TRUE;
+}
+
+void Window::requestAttention() {
+  glfwRequestWindowAttention(window_);
+}
+
 float Window::contentScale() const {
   float x = 1, y = 1;
   glfwGetWindowContentScale(window_, &x, &y);

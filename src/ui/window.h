@@ -37,6 +37,9 @@ class Window {
   void setTitle(const std::string& title);
   void framebufferSize(int& width, int& height) const;
   bool minimised() const;
+  bool focused() const;
+  // Blinks in the task bar, or what the desktop does instead.
+  void requestAttention();
   // Of the monitor that it is on: 1 for an ordinary one, 2 for one of twice the density.
   float contentScale() const;
   // Puts where it is now into the state.

@@ -38,7 +38,7 @@ class BatchFormTest : public testing::Test {
             [](BatchItem& item) { item.training.iterations = 77; }};
   }
   void settle() {
-    ASSERT_TRUE(eventually(form_, [&] { return !form_.busy(); }));
+    ASSERT_TRUE(eventually(form_, [&] { return !form_.list().busy(); }));
   }
   std::vector<std::string> names() const {
     std::vector<std::string> names;
@@ -69,88 +69,88 @@ class BatchFormTest : public testing::Test {
 
 TEST_F(BatchFormTest, GathersCapturesAndSaysWhatIsNone) {
   EXPECT_THAT(form_.whyNotStart(), HasSubstr("Add a capture"));
-  form_.addFolder(folder_ / "captures");
+  form_.list().addFolder(folder_ / "captures");
   settle();
   EXPECT_THAT(names(), ElementsAre("a", "b", "c"));
-  EXPECT_EQ(form_.destination(), toUtf8(folder_ / "captures"));
-  EXPECT_EQ(form_.batch().items[0].training.iterations, 77);
+  EXPECT_EQ(form_.list().destination(), toUtf8(folder_ / "captures"));
+  EXPECT_EQ(form_.list().batch().items[0].training.iterations, 77);
 
   writeFile(folder_ / "photos/1.jpg", "");
   writeFile(folder_ / "photos/2.jpg", "");
   writeFile(folder_ / "notes/a.txt", "");
   writeFile(folder_ / "done/project.json", "{}");
-  form_.add({folder_ / "photos/1.jpg", folder_ / "captures/a", folder_ / "photos/2.jpg", folder_ / "notes",
-             folder_ / "done", folder_ / "gone"});
+  form_.list().add({folder_ / "photos/1.jpg", folder_ / "captures/a", folder_ / "photos/2.jpg", folder_ / "notes",
+                    folder_ / "done", folder_ / "gone"});
   settle();
   EXPECT_THAT(names(), ElementsAre("a", "b", "c", "photos"));
   EXPECT_THAT(form_.rows()[3].media, HasSubstr("Photographs: " + toUtf8(folder_ / "photos/1.jpg") + " and 1 more"));
   EXPECT_THAT(form_.messages(), ElementsAre(HasSubstr("no videos, photographs"), HasSubstr("is a project already"),
                                             HasSubstr("There is nothing at"), HasSubstr("a is in the queue already")));
-  EXPECT_EQ(form_.destination(), toUtf8(folder_ / "captures"));
+  EXPECT_EQ(form_.list().destination(), toUtf8(folder_ / "captures"));
 
   form_.move(3, 0);
   form_.remove(1);
   EXPECT_THAT(names(), ElementsAre("photos", "b", "c"));
-  form_.change([](BatchItem& item) { item.training.iterations = 5; }, 2);
-  EXPECT_EQ(form_.batch().items[1].training.iterations, 77);
-  EXPECT_EQ(form_.batch().items[2].training.iterations, 5);
-  Project settings = form_.shownSettings();  // of all: only what is changed becomes the same
+  form_.list().change([](BatchItem& item) { item.training.iterations = 5; }, 2);
+  EXPECT_EQ(form_.list().batch().items[1].training.iterations, 77);
+  EXPECT_EQ(form_.list().batch().items[2].training.iterations, 5);
+  Project settings = form_.editor().shownSettings();  // of all: only what is changed becomes the same
   settings.training.shDegree = 1;
   settings.sparse.matcher = Matcher::VocabTree;
-  form_.setSettings(settings);
-  EXPECT_EQ(form_.batch().items[2].training.iterations, 5);
-  EXPECT_EQ(form_.batch().items[2].training.shDegree, 1);
-  EXPECT_EQ(form_.batch().items[2].sparse.matcher, Matcher::VocabTree);
-  form_.select(1);
-  settings = form_.shownSettings();
+  form_.editor().setSettings(settings);
+  EXPECT_EQ(form_.list().batch().items[2].training.iterations, 5);
+  EXPECT_EQ(form_.list().batch().items[2].training.shDegree, 1);
+  EXPECT_EQ(form_.list().batch().items[2].sparse.matcher, Matcher::VocabTree);
+  form_.editor().select(1);
+  settings = form_.editor().shownSettings();
   settings.training.shDegree = 2;
-  form_.setSettings(settings);
-  EXPECT_EQ(form_.batch().items[1].training.shDegree, 2);
-  EXPECT_EQ(form_.batch().items[2].training.shDegree, 1);
-  form_.apply(form_.presets().back());
-  EXPECT_GT(form_.batch().items[1].training.iterations, 77);
-  EXPECT_EQ(form_.batch().items[2].training.iterations, 5);
+  form_.editor().setSettings(settings);
+  EXPECT_EQ(form_.list().batch().items[1].training.shDegree, 2);
+  EXPECT_EQ(form_.list().batch().items[2].training.shDegree, 1);
+  form_.editor().apply(form_.editor().presets().back());
+  EXPECT_GT(form_.list().batch().items[1].training.iterations, 77);
+  EXPECT_EQ(form_.list().batch().items[2].training.iterations, 5);
 }
 
 TEST_F(BatchFormTest, ReplacesNoFileThatItDoesNotKnow) {
   const auto file = writeFile(folder_ / "out/batch.json", R"({"items": [{"colmapImport": "x", "selection": "old"}]})");
-  form_.add({folder_ / "captures/a"});
+  form_.list().add({folder_ / "captures/a"});
   settle();
-  form_.setDestination(toUtf8(folder_ / "out"));
-  form_.save();
+  form_.list().setDestination(toUtf8(folder_ / "out"));
+  form_.list().save();
   settle();
-  EXPECT_THAT(form_.question(), HasSubstr(toUtf8(file)));
-  form_.answer(false);
+  EXPECT_THAT(form_.list().question(), HasSubstr(toUtf8(file)));
+  form_.list().answer(false);
   settle();
   EXPECT_EQ(Batch::load(file).items[0].name(), "old");
-  EXPECT_TRUE(form_.changed());
-  form_.save();
+  EXPECT_TRUE(form_.list().changed());
+  form_.list().save();
   settle();
-  form_.answer(true);
+  form_.list().answer(true);
   settle();
   EXPECT_EQ(Batch::load(file).items[0].name(), "a");
-  EXPECT_FALSE(form_.changed());
-  form_.change([](BatchItem& item) { item.selection = "renamed"; }, {});
-  form_.save();
+  EXPECT_FALSE(form_.list().changed());
+  form_.list().change([](BatchItem& item) { item.selection = "renamed"; }, {});
+  form_.list().save();
   settle();
-  EXPECT_EQ(form_.question(), "");
+  EXPECT_EQ(form_.list().question(), "");
   EXPECT_EQ(Batch::load(file).items[0].name(), "renamed");
 
-  form_.load(folder_ / "captures");
+  form_.list().load(folder_ / "captures");
   settle();
   EXPECT_THAT(form_.messages(), ElementsAre(HasSubstr("No batch.json in ")));
   EXPECT_THAT(names(), ElementsAre("renamed"));
   std::filesystem::rename(file, folder_ / "mine.json");
-  form_.load(folder_ / "mine.json");
+  form_.list().load(folder_ / "mine.json");
   settle();
-  form_.setDestination(toUtf8(folder_ / "elsewhere"));
-  form_.save();
+  form_.list().setDestination(toUtf8(folder_ / "elsewhere"));
+  form_.list().save();
   settle();
   EXPECT_EQ(Batch::load(folder_ / "mine.json").destination, folder_ / "elsewhere");
 }
 
 TEST_F(BatchFormTest, WorksThroughTheQueueAndShowsWhereItIs) {
-  form_.addFolder(folder_ / "captures");
+  form_.list().addFolder(folder_ / "captures");
   settle();
   occupied_ = true;
   EXPECT_THAT(form_.whyNotStart(), HasSubstr("A project is being worked on"));
@@ -175,23 +175,23 @@ TEST_F(BatchFormTest, WorksThroughTheQueueAndShowsWhereItIs) {
   ASSERT_TRUE(ends());
   EXPECT_EQ(form_.rows()[2].state, BatchForm::RowState::Waiting);
   EXPECT_THAT(form_.rows()[2].text, HasSubstr("Stopped at step 0"));
-  EXPECT_FALSE(form_.changed());
+  EXPECT_FALSE(form_.list().changed());
 
   writeDataset("captures/b");
-  form_.resetFailed();
-  EXPECT_EQ(form_.batch().count(ItemState::Waiting), 2);
+  form_.list().resetFailed();
+  EXPECT_EQ(form_.list().batch().count(ItemState::Waiting), 2);
   startTraining(3);
   form_.cancel();
   ASSERT_TRUE(ends());
-  EXPECT_EQ(form_.batch().count(ItemState::Waiting), 2);
+  EXPECT_EQ(form_.list().batch().count(ItemState::Waiting), 2);
   EXPECT_EQ(Batch::load(folder_ / "captures").count(ItemState::Finished), 1);
 }
 
 TEST_F(BatchFormTest, TellsWhyItCouldNotRun) {
-  form_.add({folder_ / "captures/a"});
+  form_.list().add({folder_ / "captures/a"});
   settle();
   writeFile(folder_ / "file", "");
-  form_.setDestination(toUtf8(folder_ / "file"));
+  form_.list().setDestination(toUtf8(folder_ / "file"));
   form_.start();
   settle();
   EXPECT_FALSE(form_.running());
@@ -200,18 +200,18 @@ TEST_F(BatchFormTest, TellsWhyItCouldNotRun) {
   BatchForm::Parts broken = parts();
   broken.makePipeline = []() -> std::unique_ptr<Pipeline> { throw std::runtime_error("No device."); };
   BatchForm form(broken);
-  form.add({folder_ / "captures/a"});
-  ASSERT_TRUE(eventually(form, [&] { return !form.busy(); }));
+  form.list().add({folder_ / "captures/a"});
+  ASSERT_TRUE(eventually(form, [&] { return !form.list().busy(); }));
   form.start();
-  ASSERT_TRUE(eventually(form, [&] { return !form.busy(); }));
+  ASSERT_TRUE(eventually(form, [&] { return !form.list().busy(); }));
   EXPECT_THAT(form.messages(), ElementsAre("No device."));
 }
 
 TEST_F(BatchFormTest, EndsWithTheWindow) {
   {
     BatchForm form(parts());
-    form.addFolder(folder_ / "captures");
-    ASSERT_TRUE(eventually(form, [&] { return !form.busy(); }));
+    form.list().addFolder(folder_ / "captures");
+    ASSERT_TRUE(eventually(form, [&] { return !form.list().busy(); }));
     form.start();
     ASSERT_TRUE(eventually(form, [&] { return trainer_.running(); }));
   }

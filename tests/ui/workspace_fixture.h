@@ -101,7 +101,7 @@ class WorkspaceTest : public ::testing::Test {
     workspace_->notices().clear();
     return notice;
   }
-  const StageRow row(Stage stage) { return workspace_->stages()[static_cast<size_t>(stage)]; }
+  const StageRow row(Stage stage) { return workspace_->run().stages()[static_cast<size_t>(stage)]; }
 
   TempFolder folder_;
   FakeColmap colmap_{folder_ / "tools"};

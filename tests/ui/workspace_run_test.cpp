@@ -29,7 +29,7 @@ TEST_F(WorkspaceTest, FromDroppedPhotographsToAScene) {
   EXPECT_THAT(preferences_.recentProjects, ElementsAre(toUtf8(root)));
 
   until([&] { return trainer_.running() || !workspace_->busy(); });
-  ASSERT_TRUE(trainer_.running()) << workspace_->stages()[1].text;
+  ASSERT_TRUE(trainer_.running()) << workspace_->run().stages()[1].text;
   until([&] { return !workspace_->view().dataset.empty(); });
   EXPECT_EQ(workspace_->view().dataset, workspace_->project()->solvedFolder());
   EXPECT_EQ(trainer_.job().iterations, 7000);
@@ -65,7 +65,7 @@ TEST_F(WorkspaceTest, FromDroppedPhotographsToAScene) {
   open({root});
   EXPECT_EQ(row(Stage::Sparse).state, StageState::Done);
   EXPECT_EQ(row(Stage::Sparse).text, "3 images registered");
-  EXPECT_EQ(workspace_->buildButton().label, "Build again");
+  EXPECT_EQ(workspace_->run().buildButton().label, "Build again");
   EXPECT_EQ(workspace_->view().scene, root / "output" / "scene.ply");
 }
 
@@ -74,30 +74,30 @@ TEST_F(WorkspaceTest, TrainingGoesOnOnlyFromACheckpointThatFits) {
   project.training.continueFromCheckpoint = true;  // as the command line leaves it
   project.save();
   open({project.root});
-  EXPECT_FALSE(workspace_->hasCheckpoint());
-  EXPECT_THAT(workspace_->continueButton(1000).hint, HasSubstr("no checkpoint yet"));
+  EXPECT_FALSE(workspace_->run().hasCheckpoint());
+  EXPECT_THAT(workspace_->run().continueButton(1000).hint, HasSubstr("no checkpoint yet"));
 
   writeCheckpoint(project, 500);
   open({project.root});
-  EXPECT_EQ(workspace_->continuationTarget(), 1500);
-  EXPECT_EQ(workspace_->continueButton(500).hint,
+  EXPECT_EQ(workspace_->run().continuationTarget(), 1500);
+  EXPECT_EQ(workspace_->run().continueButton(500).hint,
             "The checkpoint is already at step 500. Set more iterations than that to continue training it.");
   workspace_->editProject([](Project& edited) { edited.training.technique = gs::Technique::Mcmc; });
-  EXPECT_THAT(workspace_->continueButton(1500).hint, StartsWith("The checkpoint was trained with Vanilla;"));
+  EXPECT_THAT(workspace_->run().continueButton(1500).hint, StartsWith("The checkpoint was trained with Vanilla;"));
   workspace_->editProject([](Project& edited) { edited.training.technique = gs::Technique::Vanilla; });
-  EXPECT_EQ(workspace_->continueButton(1500).label, "Continue training from step 500");
-  workspace_->continueTraining(1500);
+  EXPECT_EQ(workspace_->run().continueButton(1500).label, "Continue training from step 500");
+  workspace_->run().continueTraining(1500);
   until([&] { return trainer_.running(); });
   EXPECT_TRUE(trainer_.job().resume);
   EXPECT_EQ(trainer_.job().iterations, 1500);
-  workspace_->stopTraining();
+  workspace_->run().stopTraining();
   finishRun();
   EXPECT_EQ(Project::load(project.root).training.iterations, 1500);
 
-  workspace_->start(Stage::Train, Stage::Train);
+  workspace_->run().start(Stage::Train, Stage::Train);
   until([&] { return trainer_.running(); });
   EXPECT_FALSE(trainer_.job().resume);
-  workspace_->cancel();
+  workspace_->run().cancel();
   finishRun();
   EXPECT_THAT(workspace_->notices(), IsEmpty());
   EXPECT_EQ(row(Stage::Train).text, "Cancelled");
@@ -110,14 +110,14 @@ TEST_F(WorkspaceTest, CamerasThatAreNewerThanTheCheckpointAreTrainedFromTheStart
   writeCheckpoint(project, 50);
   fs::last_write_time(model / "images.bin", fs::last_write_time(project.checkpointFile()) + std::chrono::hours(1));
   open({project.root});
-  EXPECT_THAT(workspace_->continueButton(5000).hint, HasSubstr("solved again after this checkpoint"));
+  EXPECT_THAT(workspace_->run().continueButton(5000).hint, HasSubstr("solved again after this checkpoint"));
 }
 
 TEST_F(WorkspaceTest, AFailedTrainingNamesTheCheckpointThatItLeft) {
   const Project project = solvedProject();
   open({project.root});
   const auto fail = [&](const std::string& sentence, Outcome outcome = Outcome::Failed) {
-    workspace_->start(Stage::Train, Stage::Train);
+    workspace_->run().start(Stage::Train, Stage::Train);
     until([&] { return trainer_.running(); });
     if (!sentence.empty()) writeCheckpoint(project, 1200);
     trainer_.end(gs::TrainState::Failed, {}, sentence.empty() ? "The disk is full." : sentence, outcome);
@@ -136,35 +136,35 @@ TEST_F(WorkspaceTest, AFailedTrainingNamesTheCheckpointThatItLeft) {
 TEST_F(WorkspaceTest, WhileSomethingRunsNothingElseIsOpenedOrStarted) {
   const Project project = solvedProject();
   open({project.root});
-  workspace_->build();
+  workspace_->run().build();
   until([&] { return trainer_.running(); });
-  EXPECT_FALSE(workspace_->buildButton().enabled);
-  EXPECT_TRUE(workspace_->stopButton().enabled);
+  EXPECT_FALSE(workspace_->run().buildButton().enabled);
+  EXPECT_TRUE(workspace_->run().stopButton().enabled);
   const std::string refusal = "Finish or cancel the running stage before opening something else.";
-  const std::vector<std::function<void()>> openings = {[&] { workspace_->open({folder_.path()}); },
-                                                       [&] { workspace_->importDataset(folder_ / "set", {}); },
-                                                       [&] { workspace_->closeProject(); }};
+  const std::vector<std::function<void()>> openings = {
+      [&] { workspace_->open({folder_.path()}); }, [&] { workspace_->session().importDataset(folder_ / "set", {}); },
+      [&] { workspace_->session().close(); }};
   for (const auto& opening : openings) {
     opening();
     EXPECT_THAT(notice().lines, ElementsAre(refusal));
   }
   ASSERT_TRUE(workspace_->project());
   EXPECT_FALSE(workspace_->mayClose());
-  workspace_->cancel();
+  workspace_->run().cancel();
   finishRun();
   EXPECT_TRUE(workspace_->mayClose());
 
   // A run that is begun while something is looked at comes first.
-  workspace_->build();
+  workspace_->run().build();
   workspace_->open({Project::fromDataset(dataset("other"), {}).root});
   until([&] { return trainer_.running() && !workspace_->loading(); });
   EXPECT_THAT(notice().lines, ElementsAre(refusal));
   EXPECT_EQ(workspace_->project()->root, project.root);
-  workspace_->cancel();
+  workspace_->run().cancel();
   finishRun();
 
   occupied_ = true;
-  EXPECT_THAT(workspace_->buildButton().hint, HasSubstr("batch"));
+  EXPECT_THAT(workspace_->run().buildButton().hint, HasSubstr("batch"));
   workspace_->open({folder_.path()});
   EXPECT_THAT(notice().lines, ElementsAre(refusal));
 }
@@ -174,20 +174,20 @@ TEST_F(WorkspaceTest, WithoutColmapTheFramesCanStillBePrepared) {
   preferences_.colmapPath.clear();
   make();
   open({project.root});
-  until([&] { return workspace_->colmapMissing(); });
-  EXPECT_EQ(workspace_->buildButton().hint, kNoColmap);
+  until([&] { return workspace_->run().colmapMissing(); });
+  EXPECT_EQ(workspace_->run().buildButton().hint, kNoColmap);
   EXPECT_EQ(row(Stage::Frames).runFrom.hint, kNoColmap);
   ASSERT_TRUE(row(Stage::Frames).runOnly.enabled);
   EXPECT_FALSE(row(Stage::Sparse).runOnly.enabled);
-  workspace_->start(Stage::Frames, Stage::Frames);
+  workspace_->run().start(Stage::Frames, Stage::Frames);
   until([&] { return row(Stage::Sparse).runOnly.hint == kNoColmap; });  // no longer for want of frames
   EXPECT_EQ(row(Stage::Train).runOnly.hint, "There is no camera solve to train from. Run Camera solve first.");
 
   preferences_.colmapPath = toUtf8(colmap_.executable());
-  workspace_->findTools();
+  workspace_->run().findTools();
   until([&] { return row(Stage::Sparse).runOnly.enabled; });
   colmap_.on("mapper", "echo 'no good initial pair'; exit 1\n");
-  workspace_->start(Stage::Sparse, Stage::Train);
+  workspace_->run().start(Stage::Sparse, Stage::Train);
   until([&] { return !workspace_->notices().empty(); });
   EXPECT_EQ(notice().title, "Sparse reconstruction failed");
   EXPECT_EQ(row(Stage::Sparse).state, StageState::Failed);

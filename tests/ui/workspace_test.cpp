@@ -52,7 +52,7 @@ TEST_F(WorkspaceTest, NeitherEditsNorTheFrameStagesRecordAreLost) {
   };
   open({made.root});
   setSteps(111);
-  workspace_->start(Stage::Frames, Stage::Frames);  // with an edit that is not saved yet
+  workspace_->run().start(Stage::Frames, Stage::Frames);  // with an edit that is not saved yet
   until([&] { return workspace_->busy(); });
   setSteps(222);
   workspace_->update();
@@ -93,17 +93,17 @@ TEST_F(WorkspaceTest, ADatasetIsWrappedOnceAndOnlyTrained) {
   EXPECT_EQ(row(Stage::Sparse).text, "2 cameras (imported)");
   EXPECT_FALSE(row(Stage::Sparse).runFrom.enabled);
   workspace_->editProject([](Project& project) { project.training.iterations = 99; });
-  workspace_->importDataset(set, {});
+  workspace_->session().importDataset(set, {});
   until([&] { return !workspace_->loading(); });
   EXPECT_THAT(workspace_->notices(), IsEmpty());
   EXPECT_EQ(workspace_->project()->training.iterations, 99);  // the same project, not a new one
-  workspace_->build();
+  workspace_->run().build();
   until([&] { return trainer_.running(); });
   EXPECT_EQ(trainer_.job().dataset, set);
 
-  workspace_->cancel();
+  workspace_->run().cancel();
   finishRun();
-  workspace_->importDataset(folder_ / "room" / "sparse" / "0", {});
+  workspace_->session().importDataset(folder_ / "room" / "sparse" / "0", {});
   until([&] { return !workspace_->notices().empty(); });
   EXPECT_THAT(notice().lines[0], HasSubstr("no images/ beside it"));
 }
@@ -121,9 +121,9 @@ TEST_F(WorkspaceTest, ASceneIsLookedAtWithoutAProject) {
     EXPECT_TRUE(workspace_->view().dataset.empty());
     EXPECT_GT(workspace_->view().generation, generation);
     EXPECT_THAT(workspace_->results().sceneLine(), StartsWith("1 splats, "));
-    EXPECT_FALSE(workspace_->buildButton().enabled);
+    EXPECT_FALSE(workspace_->run().buildButton().enabled);
   }
-  workspace_->closeProject();
+  workspace_->session().close();
   EXPECT_TRUE(workspace_->view().scene.empty());
   EXPECT_FALSE(workspace_->results().facts());
 }

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cmath>
+#include <functional>
 #include <thread>
 
 #include "gs/render/renderer.h"
@@ -23,11 +24,18 @@ class SceneRendererTest : public gs::GpuTest {
     return next();
   }
   RenderedPicture next() {
-    for (;;) {
-      if (auto picture = renderer.take()) return *std::move(picture);
-      if (!renderer.failure().empty()) throw std::runtime_error(renderer.failure());
+    std::optional<RenderedPicture> picture;
+    const bool drawn = comesTrue([&] { return (picture = renderer.take()).has_value(); });
+    if (!drawn) throw std::runtime_error("No picture came. " + renderer.failure());
+    return *std::move(picture);
+  }
+  static bool comesTrue(const std::function<bool()>& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(2);
+    while (std::chrono::steady_clock::now() < deadline) {
+      if (condition()) return true;
       std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
+    return false;
   }
 
   std::vector<uint8_t> expected(const gs::GaussianSet& set, const RenderRequest& request) {
@@ -104,11 +112,40 @@ TEST_F(SceneRendererTest, FollowsARunningTraining) {
     const gs::GaussianSet set = randomScene(100 * seed, seed);
     gs::SplatStore trained(context, gs::SplatStore::Use::Training);
     trained.upload(transfer, set);
-    while (!live.offer(stream, trained, 3)) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    ASSERT_TRUE(comesTrue([&] { return live.offer(stream, trained, 3); }));
     const RenderedPicture drawn = next();
     EXPECT_EQ(drawn.splats, set.count);
     EXPECT_EQ(different(drawn.rgba, expected(set, r)), 0u);
   }
+}
+
+TEST_F(SceneRendererTest, GoesOnAfterASceneThatCannotBeDrawn) {
+  const auto tooLarge = std::make_shared<gs::GaussianSet>();
+  tooLarge->count = 100'000'000;
+  renderer.setScene(tooLarge);
+  renderer.request(request());
+  ASSERT_TRUE(comesTrue([&] { return renderer.failure().find("too many splats") != std::string::npos; }));
+  const auto scene = std::make_shared<gs::GaussianSet>(randomScene(50, 7));
+  renderer.setScene(scene);
+  EXPECT_EQ(different(next().rgba, expected(*scene, request())), 0u);
+  EXPECT_EQ(renderer.failure(), "");
+}
+
+TEST_F(SceneRendererTest, FreesTheMemoryOfWhatIsNoLongerShown) {
+  draw(request());
+  const uint64_t empty = gs::GpuBuffer::liveBytes();
+  renderer.setScene(std::make_shared<gs::GaussianSet>(randomScene(20000, 8)));
+  next();
+  const uint64_t drawing = gs::GpuBuffer::liveBytes();
+  EXPECT_GT(drawing, empty + 20000 * gs::kLiveBytesPerSplat);
+  renderer.setScene(nullptr);  // closed while something else is shown
+  next();
+  EXPECT_LE(gs::GpuBuffer::liveBytes(), drawing - 20000 * gs::kLiveBytesPerSplat);
+
+  renderer.setScene(std::make_shared<gs::GaussianSet>(randomScene(20000, 8)));
+  next();
+  renderer.request(std::nullopt);  // and when nothing is
+  EXPECT_TRUE(comesTrue([&] { return gs::GpuBuffer::liveBytes() <= empty; }));
 }
 
 }  // namespace

@@ -20,6 +20,13 @@ std::vector<fs::path> splitFolderList(std::string_view list, char separator) {
   return folders;
 }
 
+fs::path findOnSearchPath(std::string_view program) {
+  for (const fs::path& folder : searchPathFolders()) {
+    if (fs::path file = folder / programFileName(program); isProgramFile(file)) return file;
+  }
+  return {};
+}
+
 void appendEntriesNamed(const fs::path& parent, std::string_view part, std::vector<fs::path>& entries) {
   const auto first = static_cast<std::ptrdiff_t>(entries.size());
   std::error_code error;

@@ -16,6 +16,8 @@ bool isProgramFile(const std::filesystem::path& path);
 
 // The folders of PATH.
 std::vector<std::filesystem::path> searchPathFolders();
+// A program by its name in these folders; empty when none has it.
+std::filesystem::path findOnSearchPath(std::string_view program);
 
 // The folders that a list such as PATH names, in its order; empty entries are skipped.
 std::vector<std::filesystem::path> splitFolderList(std::string_view list, char separator);

@@ -1,11 +1,10 @@
 #pragma once
 
 #include "ui/models/project/workspace.h"
-#include "ui/panel_context.h"
 
 namespace quor::ui {
 
-// The open project: what it is, its three stages and the buttons that run them. Without a project: how to begin.
-void drawStagesPanel(Workspace& workspace, const PanelContext& context);
+// The open project: its name and media, its three stages and the buttons that run them.
+void drawStagesPanel(Workspace& workspace);
 
 }  // namespace quor::ui

@@ -15,7 +15,6 @@ namespace {
 constexpr double kTurnPerHeight = 3.0;  // radians that a drag over the viewport's height turns by
 constexpr double kFlyPerSecond = 0.7;   // of the distance to what is circled
 constexpr double kLookStep = 0.02;
-constexpr float kWipeGrip = 8;
 constexpr ImU32 kCameraColour = IM_COL32(255, 170, 60, 200), kNearestColour = IM_COL32(255, 255, 255, 255);
 
 ImTextureID textureOf(TextureId id) {
@@ -93,6 +92,7 @@ void ViewportPanel::drawStatus(const std::string& status) {
   if (shown_ && viewport_.anythingToShow()) {
     line = formatText("%llu splats  ·  %d x %d  ·  %.0f ms  ·  ", static_cast<unsigned long long>(shown_->splats),
                       shown_->width, shown_->height, shown_->milliseconds);
+    if (shown_->reduced) line += "smaller, because GPU memory is short  ·  ";
   }
   line += status;
   ImGui::TextDisabled("%s", line.c_str());

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "base/crash/crash_handler.h"
+#include "base/failures.h"
 #include "gpu/device/vulkan_context.h"
 #include "gpu/memory/transfer.h"
 #include "gs/render/kernels/interfaces.h"
@@ -15,11 +16,13 @@
 namespace quor::ui {
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using Milliseconds = std::chrono::duration<double, std::milli>;
 
-// How often it is looked whether the training has left a new copy.
+// How often to look for a new copy of the training's splats.
 constexpr auto kLivePoll = std::chrono::milliseconds(15);
+// How long a failure is left before the next attempt.
+constexpr auto kRetryAfter = std::chrono::seconds(5);
+constexpr double kMinEdgeLimit = 1.0 / 16;
 
 double pixelsOf(const gs::Camera& camera) {
   return static_cast<double>(camera.width) * camera.height;
@@ -39,16 +42,20 @@ struct SceneRenderer::Gpu {
         scene(context, gs::SplatStore::Use::RenderOnly),
         points(context, gs::SplatStore::Use::RenderOnly),
         both(context, gs::SplatStore::Use::RenderOnly),
-        renderer(context, registry, gs::Renderer::Mode::RenderOnly) {}
+        renderer(context, registry, gs::Renderer::Mode::RenderOnly) {
+    std::vector<std::string> kernels = renderer.kernelNames();
+    for (const char* name : {"rgb_to_rgba8", "activate_scaled"}) kernels.emplace_back(name);
+    registry.prepare(kernels);
+  }
 
   gs::ComputeStream stream;
   gs::Transfer transfer;
+  std::shared_ptr<const gs::GaussianSet> sceneSource, pointsSource;  // that the stores hold
   gs::SplatStore scene, points, both;
   int sceneDegree = 3;
   gs::Renderer renderer;
   gs::GpuBuffer packed, readback;
   uint64_t liveVersion = 0;  // of the last picture
-  Clock::time_point rested;  // when the training has had its share
 };
 
 SceneRenderer::SceneRenderer(gs::VulkanContext& context, gs::KernelRegistry& registry, gs::LiveScene& live,
@@ -71,7 +78,8 @@ void SceneRenderer::setScene(std::shared_ptr<const gs::GaussianSet> scene) {
   {
     const std::lock_guard lock(mutex_);
     scene_ = std::move(scene);
-    sceneIsNew_ = requestIsNew_ = true;
+    requestIsNew_ = true;
+    resume_ = {};
   }
   wake_.notify_all();
 }
@@ -80,7 +88,8 @@ void SceneRenderer::setPoints(std::shared_ptr<const gs::GaussianSet> points) {
   {
     const std::lock_guard lock(mutex_);
     points_ = std::move(points);
-    pointsAreNew_ = requestIsNew_ = true;
+    requestIsNew_ = true;
+    resume_ = {};
   }
   wake_.notify_all();
 }
@@ -101,6 +110,7 @@ std::optional<RenderedPicture> SceneRenderer::take() {
 
 bool SceneRenderer::upToDate() const {
   const std::lock_guard lock(mutex_);
+  if (!failure_.empty()) return true;
   return !requestIsNew_ && !drawing_ && !picture_ && !(request_ && request_->live);
 }
 
@@ -110,58 +120,106 @@ std::string SceneRenderer::failure() const {
 }
 
 void SceneRenderer::run() {
+  std::unique_ptr<Gpu> gpu;
   try {
-    Gpu gpu(context_, registry_);
-    std::vector<std::string> kernels = gpu.renderer.kernelNames();
-    for (const char* name : {"rgb_to_rgba8", "activate_scaled"}) kernels.emplace_back(name);
-    registry_.prepare(kernels);
-    std::unique_lock lock(mutex_);
-    while (waitForWork(gpu, lock)) {
-      const RenderRequest request = *request_;
-      requestIsNew_ = false;
-      drawing_ = true;
-      const bool newScene = std::exchange(sceneIsNew_, false), newPoints = std::exchange(pointsAreNew_, false);
-      const std::shared_ptr<const gs::GaussianSet> scene = scene_, points = points_;
-      lock.unlock();
-      if (newScene) {
-        gpu.scene.upload(gpu.transfer, scene ? *scene : gs::GaussianSet());
-        gpu.sceneDegree = scene ? scene->shDegree : 0;
-      }
-      if (newPoints) gpu.points.upload(gpu.transfer, points ? *points : gs::GaussianSet());
-      draw(gpu, request);
-      lock.lock();
-      drawing_ = false;
-    }
+    gpu = std::make_unique<Gpu>(context_, registry_);  // kernels are ready before the first scene is
   } catch (const std::exception& error) {
-    const std::string text = std::string("The view cannot be drawn any more: ") + error.what();
-    log_.error(text);
-    const std::lock_guard lock(mutex_);
-    failure_ = text;
-    drawing_ = requestIsNew_ = false;
+    if (!recover(error)) return;
+  }
+  std::unique_lock lock(mutex_);
+  while (waitForWork(gpu, lock)) {
+    const RenderRequest request = *request_;
+    requestIsNew_ = false;
+    drawing_ = true;
+    const auto scene = scene_, points = points_;
+    lock.unlock();
+    try {
+      if (!gpu) gpu = std::make_unique<Gpu>(context_, registry_);
+      take(*gpu, scene, points);
+      draw(*gpu, request);
+    } catch (const std::exception& error) {
+      gpu.reset();
+      if (!recover(error)) return;
+    }
+    lock.lock();
+    drawing_ = false;
   }
 }
 
-// Holds the lock when it returns; false when the end has come.
-bool SceneRenderer::waitForWork(Gpu& gpu, std::unique_lock<std::mutex>& lock) {
+// False when there is no hope.
+bool SceneRenderer::recover(const std::exception& error) {
+  const Outcome outcome = outcomeOf(error);
+  const std::lock_guard lock(mutex_);
+  drawing_ = false;
+  requestIsNew_ = true;
+  if (outcome == Outcome::OutOfGpuMemory && edgeLimit_ > kMinEdgeLimit) {
+    if (edgeLimit_ == 1) log_.warning("GPU memory is short: the view is drawn smaller. " + failureText(error));
+    edgeLimit_ /= 2;
+    enlarge_ = Clock::now() + kRetryAfter;
+    return true;
+  }
+  std::string text = "The view cannot be drawn";
+  if (outcome == Outcome::OutOfGpuMemory) {
+    text +=
+        ": GPU memory is used up. It is tried again every few seconds; closing other programs that use the GPU helps.";
+  } else if (outcome == Outcome::DeviceLost) {
+    text += " any more: " + failureText(error) + ". Start Ombrelux again.";
+  } else {
+    text += ": " + failureText(error);
+  }
+  if (text != failure_) log_.error(text);
+  failure_ = text;
+  resume_ = Clock::now() + kRetryAfter;
+  return outcome != Outcome::DeviceLost;
+}
+
+// Holds the lock when it returns; false when this object goes away.
+bool SceneRenderer::waitForWork(std::unique_ptr<Gpu>& gpu, std::unique_lock<std::mutex>& lock) {
   for (;;) {
     if (ending_) return false;
-    const bool live = request_ && request_->live;
-    if (!live) {
-      if (request_ && requestIsNew_) return true;
+    if (!request_) {
+      if (gpu && (gpu->sceneSource || gpu->pointsSource || gpu->liveVersion > 0)) {
+        lock.unlock();
+        gpu.reset();
+        live_.clear();
+        lock.lock();
+        continue;
+      }
       wake_.wait(lock);
       continue;
     }
     const auto now = Clock::now();
-    if (now >= gpu.rested) {
+    if (now >= resume_) {
       if (requestIsNew_) return true;
-      live_.want();
-      lock.unlock();
-      const bool fresh = live_.read().version() != gpu.liveVersion;
-      lock.lock();
-      if (fresh && request_) return true;
+      if (request_->live) {
+        live_.want();
+        lock.unlock();
+        const bool fresh = !gpu || live_.read().version() != gpu->liveVersion;
+        lock.lock();
+        if (fresh && request_) return true;
+      }
     }
-    wake_.wait_for(lock, std::clamp<Milliseconds>(gpu.rested - now, Milliseconds(1), kLivePoll));
+    if (request_ && !request_->live && !requestIsNew_) {
+      wake_.wait(lock);
+    } else {
+      wake_.wait_for(lock, std::clamp<Milliseconds>(resume_ - now, Milliseconds(1), kLivePoll));
+    }
   }
+}
+
+void SceneRenderer::take(Gpu& gpu, std::shared_ptr<const gs::GaussianSet> scene,
+                         std::shared_ptr<const gs::GaussianSet> points) {
+  const auto put = [&](std::shared_ptr<const gs::GaussianSet>& held, gs::SplatStore& store,
+                       std::shared_ptr<const gs::GaussianSet> wanted) {
+    if (held == wanted) return;
+    held.reset();
+    store = gs::SplatStore(context_, gs::SplatStore::Use::RenderOnly);  // frees the old one before there is a new one
+    if (wanted) store.upload(gpu.transfer, *wanted);
+    held = std::move(wanted);
+  };
+  put(gpu.sceneSource, gpu.scene, scene);
+  gpu.sceneDegree = gpu.sceneSource ? gpu.sceneSource->shDegree : 0;
+  put(gpu.pointsSource, gpu.points, std::move(points));
 }
 
 void SceneRenderer::draw(Gpu& gpu, const RenderRequest& request) {
@@ -175,6 +233,7 @@ void SceneRenderer::draw(Gpu& gpu, const RenderRequest& request) {
     return drawSplats(gpu, gpu.both, degree, request);
   };
   std::optional<RenderedPicture> picture;
+  if (request.shown != Shown::Both) gpu.both = gs::SplatStore(context_, gs::SplatStore::Use::RenderOnly);
   if (request.live) {
     const gs::LiveScene::Reading reading = live_.read();
     gpu.liveVersion = reading.version();
@@ -182,13 +241,17 @@ void SceneRenderer::draw(Gpu& gpu, const RenderRequest& request) {
     picture = reading.version() > 0 ? drawFrom(reading.splats(), reading.shDegree())
                                     : drawSplats(gpu, gpu.points, 0, request);
   } else {
-    if (std::exchange(gpu.liveVersion, 0) > 0) live_.clear();  // the training is over: its copy's memory is free again
+    if (std::exchange(gpu.liveVersion, 0) > 0) live_.clear();  // the training is over: free its copy
     picture = drawFrom(gpu.scene, gpu.sceneDegree);
   }
   picture->milliseconds = Milliseconds(Clock::now() - start).count();
   const std::lock_guard lock(mutex_);
   pacer_.drawn(static_cast<double>(picture->width) * picture->height, picture->milliseconds);
-  gpu.rested = Clock::now() + std::chrono::duration_cast<Clock::duration>(Milliseconds(pacer_.pause(request.moving)));
+  const Milliseconds pause(request.live ? pacer_.pause(request.moving) : 0);
+  resume_ = Clock::now() + std::chrono::duration_cast<Clock::duration>(pause);
+  failure_.clear();
+  picture->reduced = edgeLimit_ < 1;
+  if (edgeLimit_ < 1 && Clock::now() >= enlarge_) edgeLimit_ = std::min(1.0, 2 * edgeLimit_);
   picture_ = std::move(picture);
 }
 
@@ -197,7 +260,7 @@ RenderedPicture SceneRenderer::drawSplats(Gpu& gpu, const gs::SplatStore& splats
   double edges = 1;
   {
     const std::lock_guard lock(mutex_);
-    edges = pacer_.edgeScale(pixelsOf(request.camera), request.moving);
+    edges = std::min(pacer_.edgeScale(pixelsOf(request.camera), request.moving), edgeLimit_);
   }
   const gs::Camera camera = scaled(request.camera, edges);
   RenderedPicture picture;

@@ -1,11 +1,14 @@
 // Draws what the viewport shows, on a thread of its own: a scene from a file or the splats of the running training, and
 // the sparse points. Its work goes to the queue that training uses, one short piece after the other; pictures come back
-// through host memory, so that the window needs to share nothing with it.
+// through host memory, so that the window and this thread share no GPU objects. When GPU memory runs out it frees all
+// it holds, draws smaller pictures, and tries again from time to time: training comes first.
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -44,6 +47,7 @@ struct RenderedPicture {
   gs::Camera camera;    // as asked for, whatever the picture's size
   uint64_t splats = 0;  // drawn
   double milliseconds = 0;
+  bool reduced = false;  // smaller than wanted, because GPU memory is short
 };
 
 class SceneRenderer {
@@ -54,25 +58,29 @@ class SceneRenderer {
   SceneRenderer(const SceneRenderer&) = delete;
   SceneRenderer& operator=(const SceneRenderer&) = delete;
 
-  // From any thread; null for none. What is being drawn still shows the one before.
+  // From any thread; null to show nothing. A picture that is being drawn still shows the one before.
   void setScene(std::shared_ptr<const gs::GaussianSet> scene);
   void setPoints(std::shared_ptr<const gs::GaussianSet> points);
 
-  // The newest request is drawn; those that it overtakes are not. Nothing stops the drawing.
+  // The newest request is drawn; those that it overtakes are not. std::nullopt stops the drawing and frees its GPU
+  // memory.
   void request(const std::optional<RenderRequest>& request);
 
   // The last picture, once.
   std::optional<RenderedPicture> take();
   // True once a picture for the last request has been taken and nothing newer is to come of it.
   bool upToDate() const;
-  // Why nothing is drawn any more, a sentence; empty while all is well.
+  // Why nothing is drawn at the moment, a sentence; empty while all is well.
   std::string failure() const;
 
  private:
   struct Gpu;
+  using Clock = std::chrono::steady_clock;
 
   void run();
-  bool waitForWork(Gpu& gpu, std::unique_lock<std::mutex>& lock);
+  bool waitForWork(std::unique_ptr<Gpu>& gpu, std::unique_lock<std::mutex>& lock);
+  void take(Gpu& gpu, std::shared_ptr<const gs::GaussianSet> scene, std::shared_ptr<const gs::GaussianSet> points);
+  bool recover(const std::exception& error);
   void draw(Gpu& gpu, const RenderRequest& request);
   RenderedPicture drawSplats(Gpu& gpu, const gs::SplatStore& splats, int shDegree, const RenderRequest& request);
 
@@ -86,10 +94,12 @@ class SceneRenderer {
   std::optional<RenderRequest> request_;
   bool requestIsNew_ = false;
   std::shared_ptr<const gs::GaussianSet> scene_, points_;
-  bool sceneIsNew_ = false, pointsAreNew_ = false;
   std::optional<RenderedPicture> picture_;
   bool drawing_ = false;
   std::string failure_;
+  double edgeLimit_ = 1;       // share of each edge that GPU memory has room for
+  Clock::time_point enlarge_;  // when a larger picture may be tried again
+  Clock::time_point resume_;   // nothing is drawn before: the training has its share, or a failure is left some time
   RenderPacer pacer_;
   bool ending_ = false;
   std::thread thread_;

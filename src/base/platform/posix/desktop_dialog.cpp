@@ -15,13 +15,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-fs::path findProgram(const char* name) {
-  for (const fs::path& folder : searchPathFolders()) {
-    if (isProgramFile(folder / name)) return folder / name;
-  }
-  return {};
-}
-
 // "*.jpg *.JPG": the patterns mind their case.
 std::string patterns(const DialogRequest& request) {
   std::string text;
@@ -106,11 +99,11 @@ std::optional<std::vector<fs::path>> ask(const ChildCommand& command, const std:
 
 std::optional<std::vector<fs::path>> askDesktop(const DialogRequest& request, const std::function<bool()>& cancelled) {
   std::optional<std::vector<fs::path>> answer;
-  if (const fs::path zenity = findProgram("zenity"); !zenity.empty()) {
+  if (const fs::path zenity = findOnSearchPath("zenity"); !zenity.empty()) {
     answer = ask({zenity, zenityArguments(request), {}}, cancelled);
   }
   if (answer) return answer;
-  if (const fs::path kdialog = findProgram("kdialog"); !kdialog.empty()) {
+  if (const fs::path kdialog = findOnSearchPath("kdialog"); !kdialog.empty()) {
     answer = ask({kdialog, kdialogArguments(request), {}}, cancelled);
   }
   return answer;

@@ -2,6 +2,7 @@
 
 #include <fstream>
 
+#include "base/failures.h"
 #include "base/files/paths.h"
 #include "colmap/model.h"
 #include "gs/files/checkpoint.h"
@@ -32,7 +33,7 @@ Opened refuseNothing(const fs::path& path) {
                                       "a COLMAP dataset or a .ply scene."});
 }
 
-// What is open stays open when this is no scene.
+// Refuses a damaged scene before what is open is closed for it.
 void checkScene(const fs::path& path, PathClass type) {
   if (type == PathClass::Checkpoint) {
     gs::readCheckpointHeader(path);
@@ -100,10 +101,16 @@ Opened openProject(const fs::path& folder) {
 
 Opened openDataset(const fs::path& dataset, const fs::path& outDir) {
   const Project project = Project::describeDataset(dataset, outDir);
-  refuseAnothersProject(project, "Import the dataset again and choose another folder for its project.");
-  if (Project::isProject(project.root)) return openProject(project.root);
-  project.ensureLayout();
-  project.save();
+  try {
+    refuseAnothersProject(project, "Choose another folder for the project.");
+    if (Project::isProject(project.root)) return openProject(project.root);
+    project.ensureLayout();
+    project.save();
+  } catch (const std::exception& error) {
+    Opened opened;
+    opened.import = DatasetImport{true, dataset, outDir, failureText(error)};
+    return opened;
+  }
   Opened opened = openProject(project.root);
   opened.notice = Notice{"Created project",
                          {toUtf8(project.root), toUtf8(dataset.filename()) + ": COLMAP reconstruction with " +

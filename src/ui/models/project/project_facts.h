@@ -43,7 +43,8 @@ struct ProjectFacts {
   std::optional<FileFacts> scene;          // the scene that can be looked at
   uint64_t splats = 0;                     // of that scene, 0 while unknown
   std::optional<CheckpointFacts> checkpoint;
-  std::vector<FileFacts> files;  // results, the scene first
+  std::filesystem::path colmapLog;  // all that COLMAP printed in the last solve; empty: there was none
+  std::vector<FileFacts> files;     // results, the scene first
   std::vector<ViewScore> scores;
 };
 

@@ -2,7 +2,6 @@
 
 #include <stdexcept>
 
-#include "base/failures.h"
 #include "base/files/atomic_file.h"
 #include "base/files/paths.h"
 #include "base/text/text.h"
@@ -122,7 +121,7 @@ void Results::exportScene(ExportFormat format, fs::path target) {
       },
       [this](const fs::path& written) {
         parts_.log.info("Saved " + toUtf8(written));
-        parts_.notify({"Scene saved", {toUtf8(written)}, false});
+        parts_.notify({"Scene saved", {toUtf8(written)}, false, written.parent_path()});
       },
       failed);
 }
@@ -133,12 +132,7 @@ Button Results::folderButton() const {
 }
 
 void Results::openFolder() {
-  if (!folderButton().enabled || !parts_.openFolder) return;
-  try {
-    parts_.openFolder(facts_->folder);
-  } catch (const std::exception& error) {
-    parts_.notify({"The folder could not be opened", {failureText(error), toUtf8(facts_->folder)}, true});
-  }
+  if (folderButton().enabled && parts_.openFolder) parts_.openFolder(facts_->folder);
 }
 
 }  // namespace quor::ui

@@ -2,7 +2,6 @@
 
 #include <imgui.h>
 
-#include "base/desktop/open_folder.h"
 #include "base/files/paths.h"
 #include "ui/panels/widgets.h"
 
@@ -10,10 +9,10 @@ namespace quor::ui {
 
 namespace {
 
-void drawPlace(const char* title, const std::string& path, bool isFolder) {
+void drawPlace(const char* title, const std::string& path, bool isFolder, const PanelContext& context) {
   ImGui::PushID(title);
   const std::filesystem::path file = fromUtf8(path);
-  if (ImGui::Button("Show")) openFolder(isFolder ? file : file.parent_path());
+  if (ImGui::Button("Show") && context.openFolder) context.openFolder(isFolder ? file : file.parent_path());
   drawTooltip("Opens its folder, if there is one yet.");
   ImGui::SameLine();
   drawWrapped(std::string(title) + ": " + path);
@@ -34,7 +33,7 @@ void drawLibraries() {
 
 }  // namespace
 
-void drawAboutWindow(const About& about, const PanelContext&, bool& open) {
+void drawAboutWindow(const About& about, const PanelContext& context, bool& open) {
   if (!open) return;
   ImGui::SetNextWindowSize({em(40), em(34)}, ImGuiCond_FirstUseEver);
   if (ImGui::Begin("About Ombrelux", &open)) {
@@ -46,9 +45,9 @@ void drawAboutWindow(const About& about, const PanelContext&, bool& open) {
       ImGui::SetClipboardText(about.copyText().c_str());
     }
     drawHeading("Where things lie");
-    drawPlace("Log", about.logFile, false);
-    drawPlace("Settings", about.settingsFile, false);
-    drawPlace("Crash reports", about.crashFolder, true);
+    drawPlace("Log", about.logFile, false, context);
+    drawPlace("Settings", about.settingsFile, false, context);
+    drawPlace("Crash reports", about.crashFolder, true, context);
     drawHeading("Made with");
     drawLibraries();
   }

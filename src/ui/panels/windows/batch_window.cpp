@@ -54,10 +54,11 @@ void drawAsking(const Button& button, const PanelContext& context, FileDialog::R
 
 void drawAdding(BatchForm& form, const PanelContext& context) {
   const bool can = form.whyNotEdit().empty() && !context.dialogs.open();
-  const auto add = [&form](const Paths& paths) { form.add(paths); };
+  const auto add = [&form](const Paths& paths) { form.list().add(paths); };
   drawAsking({"Add folder of captures...",
               "A folder of captures: each video, each folder of photographs and each COLMAP dataset in it", can},
-             context, {FileDialog::Kind::OpenFolder}, [&form](const Paths& paths) { form.addFolder(paths.front()); });
+             context, {FileDialog::Kind::OpenFolder},
+             [&form](const Paths& paths) { form.list().addFolder(paths.front()); });
   ImGui::SameLine();
   drawAsking({"Add one folder...", "A folder of photographs or videos, or a COLMAP dataset: one capture", can}, context,
              {FileDialog::Kind::OpenFolder}, add);
@@ -66,7 +67,8 @@ void drawAdding(BatchForm& form, const PanelContext& context) {
              {FileDialog::Kind::OpenFiles}, add);
   ImGui::SameLine();
   drawAsking({"Load Saved Batch", "A batch.json that was saved before", can}, context,
-             {FileDialog::Kind::OpenFiles, {}, {"json"}}, [&form](const Paths& paths) { form.load(paths.front()); });
+             {FileDialog::Kind::OpenFiles, {}, {"json"}},
+             [&form](const Paths& paths) { form.list().load(paths.front()); });
 }
 
 void drawDestination(BatchForm& form, const PanelContext& context) {
@@ -75,17 +77,17 @@ void drawDestination(BatchForm& form, const PanelContext& context) {
   ImGui::TextUnformatted("Projects go to");
   ImGui::SameLine();
   ImGui::BeginDisabled(!can);
-  std::string destination = form.destination();
+  std::string destination = form.list().destination();
   ImGui::SetNextItemWidth(-em(6));
   if (ImGui::InputTextWithHint("##destination", "The folder of the first capture", &destination)) {
-    form.setDestination(destination);
+    form.list().setDestination(destination);
   }
   ImGui::EndDisabled();
   drawTooltip("Each capture gets a project folder in here. The queue itself is saved here as batch.json.");
   ImGui::SameLine();
   drawAsking({"Choose...", "The folder for the projects", can && !context.dialogs.open()}, context,
              {FileDialog::Kind::OpenFolder},
-             [&form](const Paths& paths) { form.setDestination(toUtf8(paths.front())); });
+             [&form](const Paths& paths) { form.list().setDestination(toUtf8(paths.front())); });
 }
 
 // False when the rows are others now.
@@ -116,7 +118,7 @@ bool drawRowButtons(BatchForm& form, size_t i) {
   if (up) form.move(i, i - 1);
   if (down) form.move(i, i + 1);
   if (remove) form.remove(i);
-  if (again) form.reset(i);
+  if (again) form.list().reset(i);
   return !(up || down || remove || again);
 }
 
@@ -124,9 +126,10 @@ bool drawRow(BatchForm& form, size_t i) {
   const BatchForm::Row& row = form.rows()[i];
   ImGui::TableNextColumn();
   ImGui::AlignTextToFramePadding();
-  const bool selected = form.selected() == i;
+  const bool selected = form.editor().selected() == i;
   const ImGuiSelectableFlags flags = ImGuiSelectableFlags_SpanAllColumns | ImGuiSelectableFlags_AllowItemOverlap;
-  if (ImGui::Selectable(row.name.c_str(), selected, flags)) form.select(selected ? std::nullopt : std::optional(i));
+  if (ImGui::Selectable(row.name.c_str(), selected, flags))
+    form.editor().select(selected ? std::nullopt : std::optional(i));
   drawTooltip(row.media);
   ImGui::TableNextColumn();
   ImGui::AlignTextToFramePadding();
@@ -161,20 +164,21 @@ void drawQueue(BatchForm& form) {
 }
 
 void drawSettingsOfItems(BatchForm& form) {
-  const std::string whose = form.selected() ? form.rows()[*form.selected()].name : "all captures that are not finished";
+  const std::string whose =
+      form.editor().selected() ? form.rows()[*form.editor().selected()].name : "all captures that are not finished";
   if (!ImGui::CollapsingHeader(("Settings of " + whose + "###settings").c_str())) return;
-  drawFaint(form.selected() ? "Click its row again to change all captures."
-                            : "Click a row to change that capture alone.");
+  drawFaint(form.editor().selected() ? "Click its row again to change all captures."
+                                     : "Click a row to change that capture alone.");
   ImGui::BeginDisabled(!form.whyNotEdit().empty());
-  for (const BatchForm::Preset& preset : form.presets()) {
-    if (drawButton({preset.name, preset.explanation})) form.apply(preset);
+  for (const BatchItemEditor::Preset& preset : form.editor().presets()) {
+    if (drawButton({preset.name, preset.explanation})) form.editor().apply(preset);
     ImGui::SameLine();
   }
-  if (!form.presets().empty()) ImGui::NewLine();
-  Project settings = form.shownSettings();
+  if (!form.editor().presets().empty()) ImGui::NewLine();
+  Project settings = form.editor().shownSettings();
   bool changed = false;
   for (const SettingGroup group : kSettingGroups) changed = drawSettings(group, settings) || changed;
-  if (changed) form.setSettings(settings);
+  if (changed) form.editor().setSettings(settings);
   ImGui::EndDisabled();
 }
 
@@ -195,15 +199,15 @@ void drawRun(BatchForm& form) {
       form.start();
     }
     ImGui::SameLine();
-    const std::string unsaved = form.whyNotSave();
-    if (drawButton({form.changed() ? "Save*" : "Save", unsaved.empty() ? "Saves the queue as batch.json." : unsaved,
-                    unsaved.empty()})) {
-      form.save();
+    const std::string unsaved = form.list().whyNotSave();
+    if (drawButton({form.list().changed() ? "Save*" : "Save",
+                    unsaved.empty() ? "Saves the queue as batch.json." : unsaved, unsaved.empty()})) {
+      form.list().save();
     }
-    const bool failed = form.batch().count(ItemState::Failed) > 0;
+    const bool failed = form.list().batch().count(ItemState::Failed) > 0;
     ImGui::SameLine();
     if (drawButton({"Reset failed", failed ? "Captures that failed wait again." : "No capture has failed.", failed})) {
-      form.resetFailed();
+      form.list().resetFailed();
     }
   }
   ImGui::SameLine();
@@ -212,21 +216,21 @@ void drawRun(BatchForm& form) {
 }
 
 void drawMessages(BatchForm& form) {
-  if (form.busy()) drawSpinner(form.busyText());
+  if (form.list().busy()) drawSpinner(form.list().busyText());
   for (const std::string& message : form.messages()) drawWarning(message);
   if (!form.messages().empty() && ImGui::Button("Dismiss")) form.messages().clear();
 }
 
 void drawQuestion(BatchForm& form) {
-  if (!form.question().empty() && !ImGui::IsPopupOpen(kQuestion)) ImGui::OpenPopup(kQuestion);
+  if (!form.list().question().empty() && !ImGui::IsPopupOpen(kQuestion)) ImGui::OpenPopup(kQuestion);
   if (!ImGui::BeginPopupModal(kQuestion, nullptr, ImGuiWindowFlags_AlwaysAutoResize)) return;
   ImGui::PushTextWrapPos(em(30));
-  ImGui::TextUnformatted(form.question().c_str());
+  ImGui::TextUnformatted(form.list().question().c_str());
   ImGui::PopTextWrapPos();
-  if (ImGui::Button("Replace")) form.answer(true);
+  if (ImGui::Button("Replace")) form.list().answer(true);
   ImGui::SameLine();
-  if (ImGui::Button("Keep it")) form.answer(false);
-  if (form.question().empty()) ImGui::CloseCurrentPopup();
+  if (ImGui::Button("Keep it")) form.list().answer(false);
+  if (form.list().question().empty()) ImGui::CloseCurrentPopup();
   ImGui::EndPopup();
 }
 
