@@ -39,7 +39,7 @@ BatchItem photographs(const std::vector<fs::path>& files) {
   BatchItem item;
   for (const fs::path& file : files) item.sources.push_back({toUtf8(absolutePath(toUtf8(file))), InputKind::Images});
   item.selection = toUtf8(files.size() == 1 ? files.front().filename() : files.front().parent_path().filename());
-  item.sparse = Project::describe(item.sources, {}).sparse;
+  item.sparse = suggestedSettings(item.sources);
   return item;
 }
 
@@ -68,16 +68,8 @@ BatchForm::RowState rowState(ItemState state) {
 Project projectOf(const BatchItem& item) {
   Project project;
   project.inputs = item.sources;
-  project.ingest = item.ingest;
-  project.sparse = item.sparse;
-  project.training = item.training;
+  project.takeSettings(item);
   return project;
-}
-
-void takeSettings(const Project& project, BatchItem& item) {
-  item.ingest = project.ingest;
-  item.sparse = project.sparse;
-  item.training = project.training;
 }
 
 std::vector<BatchForm::Preset> presetsForItems() {
@@ -87,7 +79,7 @@ std::vector<BatchForm::Preset> presetsForItems() {
     presets.push_back({presetName(preset), presetMeaning(preset), [preset](BatchItem& item) {
                          Project project = projectOf(item);
                          applyPreset(preset, project);
-                         takeSettings(project, item);
+                         item.takeSettings(project);
                        }});
   }
   return presets;
