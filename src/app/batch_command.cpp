@@ -115,13 +115,6 @@ class BatchRun {
   bool wrote_ = true;
 };
 
-void refuseSettings(const Options& options) {
-  if (options.settings.empty() && options.out.empty() && !options.kind) return;
-  throw UsageError(
-      "batch takes every item's settings and folder from the batch file; its options are --json, --quiet, --device, "
-      "--colmap and --ffmpeg");
-}
-
 std::string document(const Batch& batch, const std::set<size_t>& skipped) {
   nlohmann::ordered_json document;
   document["batch"] = toUtf8(batch.file);
@@ -166,7 +159,6 @@ int conclude(const BatchRun& run, const Options& options, Console& console) {
 }  // namespace
 
 int batchCommand(const Options& options) {
-  refuseSettings(options);
   Batch batch = Batch::load(fromUtf8(options.paths[0]));
   Session session(options);
   session.say(formatText("Batch: %zu projects, writing to ", batch.items.size()) + toUtf8(batch.destination));

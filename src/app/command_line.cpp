@@ -80,20 +80,22 @@ int instructionsCommand(const Options& options) {
 
 struct Command {
   const char* name;
+  Places places;
   size_t leastPaths;
   size_t mostPaths;
   int (*run)(const Options&);
+  const char* settings = "";  // where it has its settings from, if not from options
 };
 
 constexpr size_t kAny = SIZE_MAX;
 constexpr Command kCommands[] = {
-    {"run", 1, kAny, runMediaCommand},
-    {"train", 1, 1, trainCommand},
-    {"import", 1, 1, importCommand},
-    {"batch", 1, 1, batchCommand},
-    {"devices", 0, 0, devicesCommand},
-    {"mcp", 0, 0, mcpCommand},
-    {"instructions", 0, 1, instructionsCommand},
+    {"run", kOnRun, 1, kAny, runMediaCommand},
+    {"train", kOnTrain, 1, 1, trainCommand},
+    {"import", kOnImport, 1, 1, importCommand},
+    {"batch", kOnBatch, 1, 1, batchCommand, ": it takes every item's settings and folder from the batch file"},
+    {"devices", kOnDevices, 0, 0, devicesCommand},
+    {"mcp", kOnMcp, 0, 0, mcpCommand, ": its client sends settings with each call"},
+    {"instructions", kOnInstructions, 0, 1, instructionsCommand},
 };
 
 int runCommand(const Command& command, std::span<const std::string> arguments) {
@@ -105,7 +107,7 @@ int runCommand(const Command& command, std::span<const std::string> arguments) {
         command.mostPaths == 0 ? " takes no path, but was given '" : " takes one path, but was also given '";
     throw UsageError(name + takes + options.paths[command.mostPaths] + "'");
   }
-  if (options.from && name != "train") throw UsageError("--from is an option of train only");
+  refuseMisplaced(options, command.places, command.settings);
   return command.run(options);
 }
 

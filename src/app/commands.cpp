@@ -41,14 +41,56 @@ int trainDataset(const Options& options) {
   return session.drive(project, Stage::Train);
 }
 
+Places trainPlace(const Project& project, Stage from) {
+  if (!project.externalDataset.empty()) return kOnTrainImported;
+  return from == Stage::Frames ? kOnTrainFromFrames : from == Stage::Sparse ? kOnTrainFromCameras : kOnTrainOnly;
+}
+
+// What was taken for another kind of media was also taken for another kind of camera.
+void applyKind(InputKind kind, Project& project) {
+  const std::vector<InputSource> before = project.inputs;
+  bool any = false;
+  for (InputSource& input : project.inputs) {
+    if ((input.kind == InputKind::Images) != (kind == InputKind::Images)) continue;
+    input.kind = kind;
+    any = true;
+  }
+  if (!any) {
+    throw std::runtime_error("This project has no " + std::string(kind == InputKind::Images ? "images" : "video") +
+                             " among its inputs, so --kind " + kindName(kind) + " fits none of them.");
+  }
+  followSuggestion(suggestedSettings(before), suggestedSettings(project.inputs), project.sparse);
+}
+
+// A setting of an earlier stage is kept, but the user should know that this run does not show it.
+void warnOfLaterEffect(const Options& options, Stage from, Session& session) {
+  for (const GivenOption& option : options.given) {
+    if (!option.setting) continue;
+    const SettingStage stage = option.setting->stage;
+    if (stage == SettingStage::Frames && from != Stage::Frames) {
+      session.warn(option.name + " is kept, but counts only when frames are made again (--from frames).");
+    } else if (stage == SettingStage::Cameras && from == Stage::Train) {
+      session.warn(option.name + " is kept, but counts only when cameras are solved again (--from sparse).");
+    }
+  }
+}
+
 int trainProject(const Options& options) {
-  Session session(options);
   Project project = Project::load(absolutePath(options.paths[0]));
+  const Stage from = options.from.value_or(Stage::Train);
+  refuseMisplaced(options, trainPlace(project, from));
+  Session session(options);
+  if (options.kind) applyKind(*options.kind, project);
   options.applyTo(project);
   session.announce(project);
+  warnOfLaterEffect(options, from, session);
   session.openDevice();  // before saving: a device that cannot be had leaves the project as it was
-  options.settings.empty() ? project.ensureLayout() : saveBeforeRun(project);
-  return session.drive(project, options.from.value_or(Stage::Train));
+  if (options.settings.empty() && !options.kind) {
+    project.ensureLayout();
+  } else {
+    saveBeforeRun(project);
+  }
+  return session.drive(project, from);
 }
 
 }  // namespace
@@ -59,6 +101,7 @@ int trainCommand(const Options& options) {
   if (found.type == PathClass::Project) return trainProject(options);
   if (found.type == PathClass::Dataset) {
     if (options.from) throw std::runtime_error("--from needs a Ombrelux project, not a dataset.");
+    refuseMisplaced(options, kOnTrainDataset);
     return trainDataset(options);
   }
   refuseModelWithoutImages(path, kWholeDataset);

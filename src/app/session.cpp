@@ -2,6 +2,7 @@
 
 #include "app/run_project.h"
 #include "base/files/paths.h"
+#include "gpu/device/preferred_device.h"
 #include "gs/train/engine.h"
 #include "pipeline/pipeline.h"
 
@@ -31,11 +32,9 @@ Tools findTools(const Options& options, const Preferences& preferences, LogStore
 
 std::unique_ptr<gs::VulkanContext> openContext(const Options& options, const Preferences& preferences, LogStore& log) {
   gs::ContextOptions context;
-  context.deviceIndex = options.device >= 0 ? options.device : preferences.deviceIndex;
-  auto opened = std::make_unique<gs::VulkanContext>(context);
-  const gs::DeviceInfo& info = opened->info();
-  log.info(gs::describe(info) + (info.driver.empty() ? "" : " · driver " + info.driver));
-  return opened;
+  if (!options.device) return gs::openPreferredDevice(context, preferences.deviceIndex, log);
+  context.deviceIndex = *options.device;
+  return gs::openDevice(context, log);
 }
 
 Session::Session(const Options& options)

@@ -17,7 +17,8 @@ namespace quor {
 // The preferences' tools, but for those that an option names; one that leads to no program is warned of in the log.
 Tools findTools(const Options& options, const Preferences& preferences, LogStore& log);
 
-// The device of the options or the preferences, named in the log. Throws what VulkanContext throws.
+// The device that the options name, which must be there; else the preferred one or, when that is gone, the best one.
+// Throws what VulkanContext throws.
 std::unique_ptr<gs::VulkanContext> openContext(const Options& options, const Preferences& preferences, LogStore& log);
 
 class Session {

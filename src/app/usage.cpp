@@ -20,7 +20,7 @@ constexpr const char* kCommands = R"(Commands:
   batch <batch.json|folder> [--json] [--quiet] [--device N]
       work through a queue of captures, one project each; settings come from the
       file. Finished ones are skipped, failed ones retried; interrupted or killed,
-      the same command goes on where it stopped
+      the same command goes on where it stopped. It takes --colmap and --ffmpeg too
   devices
       list the Vulkan GPUs, one line each with its index
   mcp
@@ -36,7 +36,9 @@ constexpr const char* kCommands = R"(Commands:
 
 constexpr const char* kResult = R"(
 A new project is a folder named after its input plus _ombrelux. Settings are kept
-in its project.json: an option that is not given leaves them as they are.
+in its project.json: an option that is not given leaves them as they are. Options
+under Frames and Cameras are for media, and so for run and for train of its project;
+an option that a command cannot use is refused.
 
 Progress and messages go to standard error. Standard output carries only the path
 of scene.ply or, with --json, one JSON object. Ctrl-C during training stops it and

@@ -6,7 +6,7 @@
 
 namespace quor {
 
-// OmbreluxCLI, or Ombrelux, which also has the window.
+// OmbreluxCLI, or Ombrelux, which also has a window.
 enum class FrontEnd { CommandLineOnly, Desktop };
 
 // All commands, options, exit codes and examples; ends in a line feed.

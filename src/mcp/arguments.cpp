@@ -1,7 +1,6 @@
 #include "mcp/arguments.h"
 
 #include <algorithm>
-#include <cmath>
 #include <stdexcept>
 
 #include "base/files/paths.h"
@@ -26,12 +25,8 @@ const char* schemaType(ArgumentType type) {
   }
 }
 
-bool isNumeric(const Argument& argument) {
-  return argument.type == ArgumentType::Integer || argument.type == ArgumentType::Number;
-}
-
-Document number(const Argument& argument, double value) {
-  if (argument.type == ArgumentType::Integer) return static_cast<int64_t>(value);
+Document number(double value, bool whole) {
+  if (whole) return static_cast<int64_t>(value);
   return value;
 }
 
@@ -46,18 +41,12 @@ Document schemaOf(const Argument& argument) {
   }
   schema["description"] = argument.description;
   if (!argument.choices.empty()) schema["enum"] = argument.choices;
-  if (isNumeric(argument)) {
-    schema[argument.open ? "exclusiveMinimum" : "minimum"] = number(argument, argument.least);
-    schema[argument.openAbove ? "exclusiveMaximum" : "maximum"] = number(argument, argument.most);
+  const auto limits = argument.setting ? limitsOf(*argument.setting) : std::nullopt;
+  if (limits) {
+    schema["minimum"] = number(limits->least, limits->whole);
+    schema["maximum"] = number(limits->most, limits->whole);
   }
   return schema;
-}
-
-std::string rangeText(const Argument& argument) {
-  std::string text = argument.type == ArgumentType::Integer ? "a whole number " : "a number ";
-  text += formatText(argument.open ? "above %.15g" : "from %.15g", argument.least);
-  text += formatText(argument.openAbove ? " to below %.15g" : " to %.15g", argument.most);
-  return text;
 }
 
 std::string choiceText(const Argument& argument) {
@@ -69,11 +58,9 @@ std::string choiceText(const Argument& argument) {
   return text;
 }
 
-std::string wanted(const Argument& argument) {
+std::string wantedOf(const Argument& argument) {
+  if (argument.setting) return wanted(*argument.setting);
   switch (argument.type) {
-    case ArgumentType::Integer:
-    case ArgumentType::Number:
-      return rangeText(argument);
     case ArgumentType::Boolean:
       return "true or false";
     case ArgumentType::Paths:
@@ -82,10 +69,9 @@ std::string wanted(const Argument& argument) {
       return choiceText(argument);
     case ArgumentType::Path:
       return "a path";
-    case ArgumentType::Text:
-      break;
+    default:
+      return "a text";
   }
-  return "a text";
 }
 
 // A path ends for the system at a NUL, so that another one than the one looked at would be opened.
@@ -102,20 +88,11 @@ bool isPath(Json& value) {
   return true;
 }
 
-bool inRange(const Argument& argument, const Json& value) {
-  if (!value.is_number()) return false;
-  const double number = value.get<double>();
-  if (argument.type == ArgumentType::Integer && number != std::floor(number)) return false;
-  const bool enough = argument.open ? number > argument.least : number >= argument.least;
-  const bool notTooMuch = argument.openAbove ? number < argument.most : number <= argument.most;
-  return enough && notTooMuch;
-}
-
 bool fits(const Argument& argument, Json& value) {
   switch (argument.type) {
     case ArgumentType::Integer:
     case ArgumentType::Number:
-      return inRange(argument, value);
+      return value.is_number() && isWithinLimits(*argument.setting, value.get<double>());
     case ArgumentType::Boolean:
       return value.is_boolean();
     case ArgumentType::Text:
@@ -182,18 +159,12 @@ Json checked(const Arguments& arguments, const Json& given) {
     }
     Json value = *found;
     if (!fits(argument, value)) {
-      throw std::runtime_error(std::string(argument.name) + " must be " + wanted(argument) + ", not " + shown(*found) +
-                               ".");
+      throw std::runtime_error(std::string(argument.name) + " must be " + wantedOf(argument) + ", not " +
+                               shown(*found) + ".");
     }
     values[argument.name] = std::move(value);
   }
   return values;
-}
-
-void applySettings(const Arguments& arguments, const Json& given, Project& project) {
-  for (const Argument& argument : arguments) {
-    if (argument.apply && given.contains(argument.name)) argument.apply(project, given[argument.name]);
-  }
 }
 
 }  // namespace quor::mcp

@@ -1,14 +1,12 @@
-// The arguments of a tool, each described once: the schema that an assistant reads, the check of what it sends, and the
-// project setting that an argument overwrites all come from the same line.
+// The arguments of a tool, each described once: the schema that an assistant reads and the check of what it sends come
+// from the same line. Those that overwrite a project's setting come from the table of settings.
 #pragma once
 
-#include <functional>
-#include <limits>
 #include <string>
 #include <vector>
 
 #include "mcp/json_rpc.h"
-#include "project/project.h"
+#include "settings/settings_table.h"
 
 namespace quor::mcp {
 
@@ -20,20 +18,14 @@ struct Argument {
   ArgumentType type;
   std::string description;
   bool required = false;
-  double least = 0;
-  double most = std::numeric_limits<int>::max();
-  bool open = false;                                      // `least` (Integer, Number) is itself too small
-  bool openAbove = false;                                 // `most` is itself too large
-  std::vector<const char*> choices = {};                  // lower case; letter case does not count in what is sent
-  std::function<void(Project&, const Json&)> apply = {};  // absent: the tool itself looks at it
+  std::vector<const char*> choices = {};  // lower case; letter case does not count in what is sent
+  const Setting* setting = nullptr;       // that it overwrites; none: the tool itself looks at it. Numbers have one
 };
 
 using Arguments = std::vector<Argument>;
 
-// Those of a tool that makes frames, solves cameras, trains.
-Arguments frameSettings();
-Arguments cameraSettings();
-Arguments trainingSettings();
+// The settings that a tool may overwrite, by the place on the command line that does the same work.
+Arguments settingArguments(Places place);
 Arguments joined(std::initializer_list<Arguments> lists);
 
 // JSON Schema of an object with these members.
@@ -44,6 +36,6 @@ Document schemaOf(const Arguments& arguments);
 Json checked(const Arguments& arguments, const Json& given);
 
 // Overwrites the settings for which there is a value.
-void applySettings(const Arguments& arguments, const Json& given, Project& project);
+void applySettings(const Arguments& arguments, const Json& given, Settings& settings);
 
 }  // namespace quor::mcp

@@ -38,9 +38,7 @@ std::vector<ToolInfo> buildTools() {
                 destination(kNewFolder),
                 choice("kind", "What every input is (detected when left out)",
                        {"images", "video", "video360", "dualfisheye"})},
-               trainingSettings(),
-               frameSettings(),
-               cameraSettings()})},
+               settingArguments(kOnRun)})},
       {"ombrelux_import", "Train a reconstruction solved elsewhere",
        "Wrap a COLMAP reconstruction that was solved elsewhere in a new project and train it. Starts a job and returns "
        "immediately; poll ombrelux_job_status until it finishes.",
@@ -51,7 +49,7 @@ std::vector<ToolInfo> buildTools() {
                          "Its images/ folder, which makes it possible to name the model folder as reconstruction; left "
                          "out, it is looked for beside the model"},
                 destination(kNewFolder)},
-               trainingSettings()})},
+               settingArguments(kOnImport)})},
       {"ombrelux_train", "Train a project again",
        "Train an existing project again in place, or resume its checkpoint. A setting that is left out stays as the "
        "project has it. Starts a job and returns immediately; poll ombrelux_job_status until it finishes.",
@@ -65,9 +63,7 @@ std::vector<ToolInfo> buildTools() {
                     "First do this stage again: frames (needed after a change of frames, max_dimension or kind of "
                     "media) or sparse (after a change of the camera, mask or crop settings); left out, only training",
                     {"frames", "sparse"})},
-            trainingSettings(),
-            frameSettings(),
-            cameraSettings()})},
+            settingArguments(kOnTrainProject)})},
       {"ombrelux_batch",
        "Run a batch",
        "Run a saved batch as one job: one project after another, finished ones skipped, failed ones tried again. "
@@ -85,7 +81,7 @@ std::vector<ToolInfo> otherTools() {
        false,
        joined({{required("folder", ArgumentType::Path, "Absolute path of the folder of captures"),
                 destination("Folder for batch.json and the projects (default: the folder of captures)")},
-               trainingSettings()})},
+               settingArguments(kOnImport)})},
       {"ombrelux_job_status",
        "Status of a job",
        "What a job is doing: its state (running, finished or failed), stage, progress and splats. Ask every 10 to 60 "

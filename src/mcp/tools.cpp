@@ -30,8 +30,8 @@ fs::path folder(const Json& given, const char* name) {
   return path.empty() ? fs::path() : absolutePath(path);
 }
 
-void apply(const char* tool, const Json& given, Project& project) {
-  applySettings(toolNamed(tool).arguments, given, project);
+void apply(const char* tool, const Json& given, Settings& settings) {
+  applySettings(toolNamed(tool).arguments, given, settings);
 }
 
 // Does not look into the folder, which may be a whole disk.
@@ -168,12 +168,7 @@ std::string Server::train(const Json& given) {
 
 std::string Server::createBatch(const Json& given) {
   Batch batch = Batch::compose(absolutePath(text(given, "folder")), folder(given, "destination"));
-  for (BatchItem& item : batch.items) {
-    Project settings;
-    settings.training = item.training;
-    apply("ombrelux_create_batch", given, settings);
-    item.training = settings.training;
-  }
+  for (BatchItem& item : batch.items) apply("ombrelux_create_batch", given, item);
   refuseLoss(batch);
   batch.save();
   Document document;

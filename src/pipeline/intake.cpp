@@ -28,13 +28,6 @@ void applyKind(InputKind kind, const std::string& path, std::vector<InputSource>
 
 }  // namespace
 
-fs::path absolutePath(const std::string& path) {
-  fs::path absolute = fs::absolute(fromUtf8(path));
-  const bool hasParents = std::find(absolute.begin(), absolute.end(), "..") != absolute.end();
-  absolute = hasParents ? fs::weakly_canonical(absolute) : absolute.lexically_normal();
-  return absolute.has_filename() || !absolute.has_relative_path() ? absolute : absolute.parent_path();
-}
-
 Classification classifyExisting(const std::string& path) {
   Classification found;
   found.type = PathClass::Missing;

@@ -14,10 +14,6 @@
 
 namespace quor {
 
-// Of a path in UTF-8. Paths in project.json and in results must not depend on where the program was started, and a
-// project is named after its input's last component: "." and "capture/" have to name the folder itself.
-std::filesystem::path absolutePath(const std::string& path);
-
 // Throws "No such file or folder: PATH".
 Classification classifyExisting(const std::string& path);
 

@@ -63,6 +63,13 @@ Classification classifyFolder(const fs::path& folder) {
 
 }  // namespace
 
+fs::path absolutePath(const std::string& path) {
+  fs::path absolute = fs::absolute(fromUtf8(path));
+  const bool hasParents = std::find(absolute.begin(), absolute.end(), "..") != absolute.end();
+  absolute = hasParents ? fs::weakly_canonical(absolute) : absolute.lexically_normal();
+  return absolute.has_filename() || !absolute.has_relative_path() ? absolute : absolute.parent_path();
+}
+
 bool isVideoFile(const fs::path& path) {
   return std::ranges::count(kVideoExtensions, extensionOf(path)) > 0;
 }

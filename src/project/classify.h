@@ -9,6 +9,11 @@
 
 namespace quor {
 
+// Of a path in UTF-8 that the user gave: without "." and "..", and never ending in a separator. Paths in project.json
+// and in results must not depend on where the program was started, and a project is named after its input's last
+// component: "." and "capture/" have to name the folder itself.
+std::filesystem::path absolutePath(const std::string& path);
+
 // By extension; letter case does not count.
 bool isVideoFile(const std::filesystem::path& path);
 bool isImageFile(const std::filesystem::path& path);

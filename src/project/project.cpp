@@ -6,6 +6,7 @@
 #include "base/files/paths.h"
 #include "base/text/time_text.h"
 #include "colmap/model.h"
+#include "project/classify.h"
 
 namespace quor {
 namespace {
@@ -18,10 +19,10 @@ fs::path withoutTrailingSeparators(std::string text) {
   return fromUtf8(text);
 }
 
-// A project must still find its media when it is opened from another working directory. A path that is absolute already
-// stays as the user wrote it.
-fs::path anchored(const fs::path& path) {
-  return path.is_absolute() ? path : withoutTrailingSeparators(toUtf8(fs::absolute(path).lexically_normal()));
+// A project must still find its media from another working directory. A path that is absolute already stays as the user
+// wrote it.
+fs::path storedPath(const fs::path& path) {
+  return path.is_absolute() ? path : absolutePath(toUtf8(path));
 }
 
 bool isFile(const InputSource& input, const fs::path& path) {
@@ -31,12 +32,11 @@ bool isFile(const InputSource& input, const fs::path& path) {
 }
 
 Project newProject(const fs::path& source, bool sourceIsFile, const fs::path& outDir) {
-  const fs::path whole = anchored(withoutTrailingSeparators(toUtf8(source)));
-  const fs::path path = withoutTrailingSeparators(toUtf8(whole.lexically_normal()));
+  const fs::path path = absolutePath(toUtf8(withoutTrailingSeparators(toUtf8(source))));
   Project project;
   project.name = toUtf8(sourceIsFile ? path.stem() : path.filename());
   project.createdAt = formatUtcTime(wallClockSeconds(), "%Y-%m-%dT%H:%M:%SZ");
-  project.root = (outDir.empty() ? path.parent_path() : anchored(outDir)) / fromUtf8(project.name + "_ombrelux");
+  project.root = (outDir.empty() ? path.parent_path() : storedPath(outDir)) / fromUtf8(project.name + "_ombrelux");
   return project;
 }
 
@@ -85,17 +85,28 @@ InputKind parseKind(const std::string& word) {
   return InputKind::Images;
 }
 
+SparseSettings suggestedSettings(const std::vector<InputSource>& inputs) {
+  SparseSettings settings;
+  settings.matcher = allOfKind(inputs, InputKind::Images) ? Matcher::Exhaustive : Matcher::Sequential;
+  settings.singleCamera = true;
+  if (allOfKind(inputs, InputKind::Video360)) settings.cameraModel = "PINHOLE";
+  if (allOfKind(inputs, InputKind::DualFisheye)) settings.cameraModel = "OPENCV_FISHEYE";
+  return settings;
+}
+
+void followSuggestion(const SparseSettings& before, const SparseSettings& now, SparseSettings& settings) {
+  if (settings.matcher == before.matcher) settings.matcher = now.matcher;
+  if (settings.cameraModel == before.cameraModel) settings.cameraModel = now.cameraModel;
+}
+
 Project Project::describe(const std::vector<InputSource>& inputs, const fs::path& outDir) {
   if (inputs.empty()) throw std::runtime_error("A project needs at least one input");
   const fs::path first = fromUtf8(inputs.front().path);
   Project project = newProject(first, isFile(inputs.front(), first), outDir);
   for (const InputSource& input : inputs) {
-    project.inputs.push_back({toUtf8(anchored(fromUtf8(input.path))), input.kind});
+    project.inputs.push_back({toUtf8(storedPath(fromUtf8(input.path))), input.kind});
   }
-  project.sparse.matcher = allOfKind(inputs, InputKind::Images) ? Matcher::Exhaustive : Matcher::Sequential;
-  project.sparse.singleCamera = true;
-  if (allOfKind(inputs, InputKind::Video360)) project.sparse.cameraModel = "PINHOLE";
-  if (allOfKind(inputs, InputKind::DualFisheye)) project.sparse.cameraModel = "OPENCV_FISHEYE";
+  project.sparse = suggestedSettings(inputs);
   return project;
 }
 
@@ -125,7 +136,7 @@ Project Project::describeDataset(const fs::path& dataset, const fs::path& outDir
                              "model, not the model folder itself.");
   }
   Project project = newProject(dataset, false, outDir);
-  project.externalDataset = toUtf8(anchored(dataset));
+  project.externalDataset = toUtf8(storedPath(dataset));
   return project;
 }
 

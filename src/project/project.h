@@ -35,13 +35,15 @@ struct Extraction {
   std::vector<ImageGroup> groups;
 };
 
-class Project {
+// What media of these kinds suggest: how their frames are compared, and the camera model when all are of one kind.
+SparseSettings suggestedSettings(const std::vector<InputSource>& inputs);
+// Where the settings are still as `before` suggested, they become as `now` suggests: what a user has decided stays.
+void followSuggestion(const SparseSettings& before, const SparseSettings& now, SparseSettings& settings);
+
+class Project : public Settings {
  public:
   std::string name;
   std::vector<InputSource> inputs;
-  IngestSettings ingest;
-  SparseSettings sparse;
-  TrainingSettings training;
   std::string createdAt;                                 // UTC, 2025-03-01T14:05:09Z
   std::string externalDataset;                           // UTF-8 path of the wrapped COLMAP dataset, empty when none
   std::optional<std::array<double, 4>> knownIntrinsics;  // fx, fy, cx, cy of a PINHOLE camera

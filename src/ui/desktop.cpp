@@ -21,6 +21,7 @@
 #include "base/process/tool_finder.h"
 #include "base/text/text.h"
 #include "base/version.h"
+#include "gpu/device/preferred_device.h"
 #include "gpu/device/vulkan_context.h"
 #include "gs/splats/live_scene.h"
 #include "gs/train/engine.h"
@@ -54,25 +55,11 @@ constexpr const char* kAfterLostDevice =
 std::unique_ptr<gs::VulkanContext> openContext(const Preferences& preferences, LogStore& log) {
   gs::ContextOptions options;
   options.presentation = true;
-  options.deviceIndex = preferences.deviceIndex;
   for (const std::string& layer : gs::listImplicitLayers()) {
     const bool allowed = environmentVariable("QUOR_ALLOW_VULKAN_LAYERS").has_value();
     log.info((allowed ? "Vulkan layer allowed: " : "Vulkan layer kept out: ") + layer);
   }
-  std::unique_ptr<gs::VulkanContext> context;
-  try {
-    context = std::make_unique<gs::VulkanContext>(options);
-  } catch (const std::exception& error) {
-    if (options.deviceIndex < 0) throw;
-    // A card that was taken out must not keep the window, and with it the preferences, from opening.
-    log.warning(std::string("The graphics device that was chosen cannot be used (") + error.what() +
-                "): another one is taken.");
-    options.deviceIndex = -1;
-    context = std::make_unique<gs::VulkanContext>(options);
-  }
-  const gs::DeviceInfo& info = context->info();
-  log.info(gs::describe(info) + (info.driver.empty() ? "" : " · driver " + info.driver));
-  return context;
+  return gs::openPreferredDevice(options, preferences.deviceIndex, log);
 }
 
 std::vector<std::string> deviceLines() {

@@ -10,26 +10,28 @@
 #include <string>
 
 #include "base/failures.h"
-#include "settings/technique.h"
+#include "settings/records.h"
 
 namespace quor::gs {
 
+// Defaults that a project's settings have too are taken from there. Two differ on purpose: a bare job trains with MCMC,
+// at 1600 pixels.
 struct TrainJob {
   std::filesystem::path dataset;  // folder that holds images/ and the COLMAP model
   std::filesystem::path output;   // folder for scene.ply, scene.splat, checkpoint.quor, training.log and eval/
 
   int32_t resolution = 1600;  // longest edge of the training images in pixels, 0 = their own size
   Technique technique = Technique::Mcmc;
-  int32_t iterations = 7000;        // below 1 is taken as 1
-  int32_t shDegree = 3;             // clamped to 0..3
-  int32_t shDegreeInterval = 1000;  // steps between raising the active degree by one
-  int32_t downscaleLevels = 2;      // coarse to fine: the images start 2^levels times smaller
-  int32_t stepsPerLevel = 0;        // 0 = iterations / 3 (Vanilla: at most 3000), at least 1
-  float ssimWeight = 0.2f;          // L1 gets 1 - weight
-  int32_t refineEvery = 100;        // steps between densification or relocation passes
+  int32_t iterations = kTrainingDefaults.iterations;          // below 1 is taken as 1
+  int32_t shDegree = kTrainingDefaults.shDegree;              // clamped to 0..3
+  int32_t shDegreeInterval = 1000;                            // steps between raising the active degree by one
+  int32_t downscaleLevels = kTrainingDefaults.numDownscales;  // coarse to fine: the images start 2^levels times smaller
+  int32_t stepsPerLevel = 0;                                  // 0 = iterations / 3 (Vanilla: at most 3000), at least 1
+  float ssimWeight = kTrainingDefaults.ssimWeight;            // L1 gets 1 - weight
+  int32_t refineEvery = kTrainingDefaults.refineEvery;        // steps between densification or relocation passes
   uint64_t seed = 0;
-  uint64_t splatBudget = 0;  // upper bound on the splats, 0 = automatic
-  std::array<float, 3> background = {0, 0, 0};
+  uint64_t splatBudget = kTrainingDefaults.splatBudget;  // upper bound on the splats, 0 = automatic
+  std::array<float, 3> background = kTrainingDefaults.background;
 
   uint64_t mcmcTarget = 150000;  // the count that MCMC grows towards, never above a non-zero splatBudget
   float mcmcGrowUntil = 0.7f;    // fractions of `iterations` at which growth and relocation end
@@ -56,12 +58,12 @@ struct TrainJob {
   float shDcRate = 0.0025f;
   float shRestDivisor = 20.0f;
 
-  bool evalMode = true;
-  int32_t testEvery = 8;
-  bool exportPly = true;
-  bool exportSplat = false;
-  bool resume = false;    // continue from output/checkpoint.quor
-  bool liveView = false;  // somebody may look on: leave room for a copy of the splats
+  bool evalMode = kTrainingDefaults.evalMode;
+  int32_t testEvery = kTrainingDefaults.testEvery;
+  bool exportPly = kTrainingDefaults.exportPLY;
+  bool exportSplat = kTrainingDefaults.exportSplat;
+  bool resume = kTrainingDefaults.continueFromCheckpoint;  // continue from output/checkpoint.quor
+  bool liveView = false;                                   // somebody may look on: leave room for a copy of the splats
   // Of training between two checkpoints that are written on the way; 0 = only one at the end.
   double checkpointSeconds = 300;
 };

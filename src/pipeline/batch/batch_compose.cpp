@@ -40,7 +40,7 @@ std::optional<BatchItem> captureAt(const fs::path& path) {
   if (found.type != PathClass::Media) return std::nullopt;
   detectVideoKinds(found.inputs);
   item.sources = std::move(found.inputs);
-  item.sparse = Project::describe(item.sources, {}).sparse;
+  item.sparse = suggestedSettings(item.sources);
   return item;
 }
 

@@ -68,7 +68,7 @@ BatchItem readItem(const Json& json, const fs::path& base) {
   }
   item.colmapImport = toUtf8(readPath(json, "colmapImport", base));
   readMember(json, "selection", item.selection);
-  if (!item.sources.empty()) item.sparse = Project::describe(item.sources, {}).sparse;
+  if (!item.sources.empty()) item.sparse = suggestedSettings(item.sources);
   fromJson(json, item.ingest, item.sparse, item.training);
   const fs::path tree = resolvedPath(base, item.sparse.vocabTreePath);
   std::error_code ignored;

@@ -14,13 +14,10 @@ namespace quor {
 enum class ItemState { Waiting, Finished, Failed };
 const char* itemStateName(ItemState state);  // "waiting", "finished" or "failed"
 
-struct BatchItem {
+struct BatchItem : Settings {
   std::vector<InputSource> sources;
   std::string colmapImport;  // UTF-8 path of a COLMAP dataset to wrap; empty when the item is built from sources
   std::string selection;     // the name the user knows it by
-  IngestSettings ingest;
-  SparseSettings sparse;
-  TrainingSettings training;
   ItemState state = ItemState::Waiting;
   std::string note;                   // result or failure of the last attempt
   std::filesystem::path projectRoot;  // once known

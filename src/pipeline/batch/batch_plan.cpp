@@ -19,9 +19,7 @@ namespace {
 Project describeItem(const BatchItem& item, const fs::path& destination) {
   Project project = item.colmapImport.empty() ? Project::describe(item.sources, destination)
                                               : Project::describeDataset(fromUtf8(item.colmapImport), destination);
-  project.ingest = item.ingest;
-  project.sparse = item.sparse;
-  project.training = item.training;
+  project.takeSettings(item);
   return project;
 }
 

@@ -37,6 +37,18 @@ void logIntrinsics(const SolveContext& solve, const ImageGroup& group) {
   solve.log.info(text + " (" + group.cameraModel + ", " + std::to_string(group.images.size()) + " images)");
 }
 
+// With one camera for all pictures turned off, each picture of a single source gets its own and, of several, each
+// source, which has a folder of its own. What is known of a group's camera holds for all of it.
+const char* sharingOption(const SolveContext& solve, const ImageGroup& group) {
+  constexpr const char* kPerImage = "ImageReader.single_camera_per_image";
+  if (solve.project.sparse.singleCamera) return "--ImageReader.single_camera";
+  if (group.cameraParams.empty() && solve.project.inputs.size() == 1) {
+    if (solve.colmap.accepts("feature_extractor", kPerImage)) return "--ImageReader.single_camera_per_image";
+    solve.log.warning("This COLMAP cannot give every picture a camera of its own; the pictures share one.");
+  }
+  return "--ImageReader.single_camera_per_folder";
+}
+
 ColmapStep extractionStep(const SolveContext& solve, const ImageGroup& group, size_t number) {
   const SparseSettings& settings = solve.project.sparse;
   ColmapStep step;
@@ -47,7 +59,7 @@ ColmapStep extractionStep(const SolveContext& solve, const ImageGroup& group, si
                     toUtf8(solve.files.frames),
                     "--image_list_path",
                     toUtf8(writeImageList(solve, group, number)),
-                    settings.singleCamera ? "--ImageReader.single_camera" : "--ImageReader.single_camera_per_folder",
+                    sharingOption(solve, group),
                     "1",
                     "--ImageReader.camera_model",
                     group.cameraModel};

@@ -27,7 +27,7 @@ void drawTrainingSettingsPanel(Workspace& workspace, const PanelContext&) {
   changed = drawSetting(settingNamed("technique"), settings) || changed;
   changed = drawSetting(settingNamed("iterations"), settings) || changed;
   for (const SettingGroup group : kSettingGroups) changed = drawSettings(group, settings) || changed;
-  if (changed) workspace.editProject([&](Project& project) { assignSettings(project, settings); });
+  if (changed) workspace.editProject([&](Project& project) { project.takeSettings(settings); });
 }
 
 }  // namespace quor::ui

@@ -28,14 +28,27 @@ bool drawNumber(const char* id, int value, int step, int& entered) {
   return false;
 }
 
+// Of the buttons beside a number.
 int stepOf(int most) {
   return most > 100000 ? 1000 : most > 4000 ? 100 : most > 200 ? 10 : 1;
+}
+
+// As drawNumber(); the storage keeps 64 bits only as a pointer.
+bool drawCount(const char* id, uint64_t value, uint64_t& entered) {
+  constexpr uint64_t kStep = 50000, kBigStep = 10 * kStep;
+  void** stored = ImGui::GetStateStorage()->GetVoidPtrRef(ImGui::GetID("draft"), reinterpret_cast<void*>(value));
+  auto draft = reinterpret_cast<uint64_t>(*stored);
+  ImGui::InputScalar(id, ImGuiDataType_U64, &draft, &kStep, &kBigStep);
+  const bool left = ImGui::IsItemDeactivatedAfterEdit();
+  if (left) entered = draft;
+  *stored = reinterpret_cast<void*>(left || ImGui::IsItemActive() ? draft : value);
+  return left;
 }
 
 struct Draw {
   Project& project;
 
-  bool operator()(const IntSetting& s) const {
+  bool operator()(const WholeSetting& s) const {
     int value = s.of(project);
     const bool changed = drawNumber("##value", value, stepOf(s.most), value);
     if (!changed) return false;
@@ -43,10 +56,9 @@ struct Draw {
     return true;
   }
   bool operator()(const CountSetting& s) const {
-    int value = static_cast<int>(std::min(s.of(project), s.most));
-    const bool changed = drawNumber("##value", value, 50000, value);
-    if (!changed) return false;
-    s.of(project) = std::min(static_cast<uint64_t>(std::max(value, 0)), s.most);
+    uint64_t value = s.of(project);
+    if (!drawCount("##value", value, value)) return false;
+    s.of(project) = std::min(value, s.most);
     return true;
   }
   bool operator()(const RealSetting& s) const {
@@ -59,7 +71,12 @@ struct Draw {
   bool operator()(const SwitchSetting& s) const { return ImGui::Checkbox("##value", &s.of(project)); }
   bool operator()(const ChoiceSetting& s) const {
     int value = s.get(project);
-    const bool changed = ImGui::Combo("##value", &value, s.words.data(), static_cast<int>(s.words.size()));
+    const auto label = [](void* data, int index, const char** text) {
+      *text = (*static_cast<const std::vector<ChoiceWord>*>(data))[static_cast<size_t>(index)].label;
+      return true;
+    };
+    auto* words = const_cast<std::vector<ChoiceWord>*>(&s.words);  // ImGui passes it on as void*
+    const bool changed = ImGui::Combo("##value", &value, label, words, static_cast<int>(s.words.size()));
     if (changed) s.set(project, value);
     return changed;
   }
@@ -84,7 +101,7 @@ struct Draw {
 };
 
 void drawZero(const Setting& setting, Project& project) {
-  const auto* number = std::get_if<IntSetting>(&setting.value);
+  const auto* number = std::get_if<WholeSetting>(&setting.value);
   const auto* count = std::get_if<CountSetting>(&setting.value);
   const char* zero = number ? number->zero : count ? count->zero : nullptr;
   if (!zero || (number ? number->of(project) != 0 : count->of(project) != 0)) return;
@@ -161,12 +178,13 @@ bool drawPrimaryButton(const Button& button, float width) {
 }
 
 bool drawSetting(const Setting& setting, Project& project) {
+  const std::string meaning = settingText(setting, setting.meaning);
   const float room = ImGui::GetContentRegionAvail().x;
   const bool beside = std::holds_alternative<SwitchSetting>(setting.value) || room > em(kRoomForLabels);
   ImGui::PushID(setting.key);
   if (!beside) {
     drawWrapped(setting.label);
-    drawTooltip(setting.meaning);
+    drawTooltip(meaning);
   }
   // The buttons of some fields stand outside of their width.
   ImGui::PushItemWidth(std::min(em(kFieldWidth), room - em(2)));
@@ -174,11 +192,11 @@ bool drawSetting(const Setting& setting, Project& project) {
   const bool changed = std::visit(Draw{project}, setting.value);
   ImGui::EndGroup();
   ImGui::PopItemWidth();
-  drawTooltip(setting.meaning);
+  drawTooltip(meaning);
   if (beside) {
     ImGui::SameLine();
     ImGui::TextUnformatted(setting.label);
-    drawTooltip(setting.meaning);
+    drawTooltip(meaning);
   }
   drawZero(setting, project);
   ImGui::PopID();
@@ -189,7 +207,7 @@ bool drawSettings(SettingGroup group, Project& project) {
   if (!groupApplies(group, project) || !ImGui::TreeNode(groupTitle(group))) return false;
   bool changed = false;
   for (const Setting& setting : settingsTable()) {
-    if (setting.group == group) changed = drawSetting(setting, project) || changed;
+    if (setting.group == group && isShown(setting, project)) changed = drawSetting(setting, project) || changed;
   }
   ImGui::TreePop();
   return changed;

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "ui/models/button.h"
-#include "ui/models/settings/settings_table.h"
+#include "ui/models/settings/setting_groups.h"
 
 namespace quor::ui {
 

@@ -12,16 +12,8 @@ namespace {
 Project projectOf(const BatchItem& item) {
   Project project;
   project.inputs = item.sources;
-  project.ingest = item.ingest;
-  project.sparse = item.sparse;
-  project.training = item.training;
+  project.takeSettings(item);
   return project;
-}
-
-void takeSettings(const Project& project, BatchItem& item) {
-  item.ingest = project.ingest;
-  item.sparse = project.sparse;
-  item.training = project.training;
 }
 
 std::vector<BatchItemEditor::Preset> presetsForItems() {
@@ -31,7 +23,7 @@ std::vector<BatchItemEditor::Preset> presetsForItems() {
     presets.push_back({presetName(preset), presetMeaning(preset), [preset](BatchItem& item) {
                          Project project = projectOf(item);
                          applyPreset(preset, project);
-                         takeSettings(project, item);
+                         item.takeSettings(project);
                        }});
   }
   return presets;

@@ -34,7 +34,7 @@ BatchItem photographs(const std::vector<fs::path>& files) {
   BatchItem item;
   for (const fs::path& file : files) item.sources.push_back({toUtf8(absolutePath(toUtf8(file))), InputKind::Images});
   item.selection = toUtf8(files.size() == 1 ? files.front().filename() : files.front().parent_path().filename());
-  item.sparse = Project::describe(item.sources, {}).sparse;
+  item.sparse = suggestedSettings(item.sources);
   return item;
 }
 

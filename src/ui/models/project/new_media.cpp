@@ -4,7 +4,7 @@
 
 #include "base/files/paths.h"
 #include "pipeline/intake.h"
-#include "ui/models/settings/settings_table.h"
+#include "ui/models/settings/presets.h"
 
 namespace quor::ui {
 
@@ -116,7 +116,7 @@ bool NewMedia::hasVideo() const {
 }
 
 void NewMedia::setSettings(const Project& edited) {
-  assignSettings(settings_, edited);
+  settings_.takeSettings(edited);
 }
 
 // What the project is called and where it goes takes a look at the disk.
@@ -131,11 +131,8 @@ void NewMedia::describe() {
       {}, [inputs = settings_.inputs, to = destination_] { return describeProject(inputs, to); },
       [this, number](Description description) {
         if (number != descriptions_) return;
-        const SparseSettings& fresh = description.project.sparse;
-        SparseSettings& now = settings_.sparse;
-        if (now.matcher == suggested_.matcher) now.matcher = fresh.matcher;
-        if (now.cameraModel == suggested_.cameraModel) now.cameraModel = fresh.cameraModel;
-        suggested_ = fresh;
+        followSuggestion(suggested_, description.project.sparse, settings_.sparse);
+        suggested_ = description.project.sparse;
         described_ = std::move(description.project);
         destinationNote_ = std::move(description.note);
         projectExists_ = description.exists;

@@ -4,7 +4,6 @@
 
 #include "base/files/paths.h"
 #include "pipeline/intake.h"
-#include "ui/models/settings/settings_table.h"
 
 namespace quor::ui {
 
@@ -23,7 +22,7 @@ Opened makeProject(const NewMedia::Request& request) {
   for (const MediaSource& source : request.sources) {
     inputs.insert(inputs.end(), source.inputs.begin(), source.inputs.end());
   }
-  const auto configure = [&](Project& project) { assignSettings(project, request.settings); };
+  const auto configure = [&](Project& project) { project.takeSettings(request.settings); };
   const Project project =
       createProject(inputs, request.destination, configure, "Choose another place for the project.");
   Opened opened;

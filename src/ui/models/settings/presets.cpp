@@ -19,13 +19,15 @@ struct Numbers {
 
 // Growing in all of them: the fixed budget ends at fewer splats than a large scene can use.
 Numbers numbersOf(Preset preset) {
+  const Settings fresh;
   switch (preset) {
     case Preset::Quick:
       return {100, 1280, 800, 2000, 300000, gs::Technique::Vanilla};
     case Preset::Best:
       return {300, 2560, 0, 30000, 0, gs::Technique::Vanilla};
     default:
-      return {200, 1920, 1600, 7000, 0, gs::Technique::Vanilla};
+      return {fresh.ingest.targetFrameCount, fresh.ingest.maxDimension,  1600,
+              fresh.training.iterations,     fresh.training.splatBudget, gs::Technique::Vanilla};
   }
 }
 
