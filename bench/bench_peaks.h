@@ -1,5 +1,5 @@
 // What a device can do at best, measured: the bandwidth of a large copy, where a copied byte counts as one read and one
-// written, and multiply-adds that nothing holds up.
+// written, and multiply-adds without memory accesses.
 #pragma once
 
 #include "bench_common.h"

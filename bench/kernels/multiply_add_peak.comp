@@ -1,6 +1,6 @@
 #version 450
-// Nothing but multiplications and additions, for the benches: how many the device makes in a second when nothing else holds
-// it up. Eight independent chains an invocation, so that none waits for itself and all stay in registers.
+// For the benches: how many multiply-adds the device makes in a second when no memory access delays it. Eight independent
+// chains an invocation hide the latency of each other and stay in registers.
 //
 // binding | name | element | shape | access
 //       0 | sums | float   | items | write

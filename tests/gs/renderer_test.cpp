@@ -328,11 +328,11 @@ TEST_F(RendererTest, AnImageEqualToItsPhotographScoresPerfectly) {
   std::vector<float> values;
   for (const uint8_t b : bytes) values.push_back(static_cast<float>(b) * 0.003921568859368563f);
   const GpuBuffer photo = makeBuffer(packBytes(bytes)), image = makeBuffer(values);
-  const GpuBuffer accumulated = makeBuffer(std::vector<float>(260, 1.0f));
+  const GpuBuffer alpha = makeBuffer(std::vector<float>(260, 1.0f));
   for (const bool wide : {false, true}) {
     ImageLoss loss(context, wide);
     loss.reserve(260);
-    const ImageScores scores = loss.score(stream, {image, accumulated, 20, 13}, photo);
+    const ImageScores scores = loss.score(stream, {image, alpha, 20, 13}, photo);
     EXPECT_DOUBLE_EQ(scores.psnr(), 100.0);
     EXPECT_DOUBLE_EQ(scores.ssim, 1.0);
     EXPECT_DOUBLE_EQ(scores.l1, 0.0);
@@ -351,9 +351,9 @@ TEST_F(RendererTest, TheLossInStripsIsTheLossStepByStep) {
     std::vector<float> values;
     for (const uint8_t b : bytes) values.push_back(static_cast<float>(b / 255.0 + 0.4 * (random.uniform() - 0.5)));
     const GpuBuffer photo = makeBuffer(packBytes(bytes)), image = makeBuffer(values);
-    const GpuBuffer accumulated = makeBuffer(std::vector<float>(pixels, 0.5f));
+    const GpuBuffer alpha = makeBuffer(std::vector<float>(pixels, 0.5f));
     const float background[3] = {0.3f, 0.1f, 0.6f};
-    const ImageLoss::Frame frame = {image, accumulated, width, height};
+    const ImageLoss::Frame frame = {image, alpha, width, height};
     std::vector<float> dImage[2], dAccumulated[2];
     for (const bool strips : {false, true}) {
       ImageLoss loss(context, strips);

@@ -17,8 +17,8 @@ using Vec3 = std::array<double, 3>;
 
 struct ReferenceImage {
   int width = 0, height = 0;
-  std::vector<double> rgb;          // height x width x 3, background composited
-  std::vector<double> accumulated;  // height x width
+  std::vector<double> rgb;    // height x width x 3, background composited
+  std::vector<double> alpha;  // height x width
 };
 
 // Parameters of all splats, one array a group, as a GaussianSet holds them but in double precision.
@@ -148,7 +148,7 @@ inline ReferenceImage renderReference(const ReferenceSplats& splats, const gs::C
   out.height = camera.height;
   const size_t pixels = static_cast<size_t>(camera.width) * static_cast<size_t>(camera.height);
   out.rgb.assign(3 * pixels, 0);
-  out.accumulated.assign(pixels, 0);
+  out.alpha.assign(pixels, 0);
   for (size_t p = 0; p < pixels; ++p) {
     const double px = static_cast<double>(p % static_cast<size_t>(camera.width)) + 0.5;
     const double py = static_cast<double>(p / static_cast<size_t>(camera.width)) + 0.5;
@@ -159,12 +159,12 @@ inline ReferenceImage renderReference(const ReferenceSplats& splats, const gs::C
       const double alpha = std::min(0.999, s.opacity * std::exp(-0.5 * q));
       if (q < 0 || alpha < 1.0 / 255) continue;
       for (size_t c = 0; c < 3; ++c) out.rgb[3 * p + c] += s.colour[c] * alpha * T;
-      out.accumulated[p] += alpha * T;
+      out.alpha[p] += alpha * T;
       T *= 1 - alpha;
       if (T < 1e-4) break;
     }
     for (size_t c = 0; c < 3; ++c) {
-      out.rgb[3 * p + c] += std::max(1 - out.accumulated[p], 0.0) * static_cast<double>(background[c]);
+      out.rgb[3 * p + c] += std::max(1 - out.alpha[p], 0.0) * static_cast<double>(background[c]);
     }
   }
   return out;

@@ -6,7 +6,7 @@
 //
 // GLSL turns them into declarations: DECLARE_BUFFERS(TILE_RANGES) and DECLARE_PUSH(TILE_RANGES). C++ turns them into a
 // type with a member for each buffer, which ComputeStream dispatches: DECLARE_KERNEL(TileRanges, "tile_ranges",
-// TILE_RANGES). The element type matters to GLSL alone; a variant of a kernel may define it to its own liking.
+// TILE_RANGES). The element type matters to GLSL alone; a variant of a kernel may define its own.
 #ifndef OMBRELUX_KERNEL_INTERFACE_H
 #define OMBRELUX_KERNEL_INTERFACE_H
 

@@ -1,5 +1,5 @@
-// Which device, queues and options a context takes: decisions on plain records, so that they can be tested without the
-// hardware that they are about.
+// Which device, queues and options a context takes: decisions on plain records, so that tests need no particular
+// hardware.
 #pragma once
 
 #include <volk.h>

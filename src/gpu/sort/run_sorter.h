@@ -14,8 +14,8 @@ class RunSorter {
  public:
   explicit RunSorter(VulkanContext& context) : context_(context) {}
 
-  // Into how many runs so many items are cut: enough to keep the cores busy, as few as a table of counters a run
-  // allows.
+  // Runs for so many items: enough to keep the cores busy, few enough that the table of counters, one column a run,
+  // stays small.
   static uint32_t runsFor(uint32_t count) { return count < 65536 ? 32 : 128; }
 
   void reserve(uint32_t count);

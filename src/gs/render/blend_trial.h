@@ -1,9 +1,9 @@
-// Which blending kernels a device gets. What it offers says which it can run; which are fastest no list of GPUs could
-// say, so the device is asked: a made-up scene is drawn and differentiated by each candidate. All must add up gradients
-// rightly, those that differ from the plain kernels are left out, and the fastest of the rest is taken.
+// Which blending kernels a device gets. Its features say which it can run; which of these is fastest has to be
+// measured: each candidate draws and differentiates a made-up scene. Candidates that add up gradients wrongly or differ
+// from the plain kernels are left out, and the fastest of the rest is taken.
 //
-// The scene grows with the device until a frame takes long enough to be timed: a quarter of a second on any GPU.
-// Software drivers have one candidate only, of which no more than a frame of 160 x 90 is checked.
+// The scene grows until a frame takes the device long enough to be timed. Software drivers have one candidate only,
+// whose sums are checked on a single frame of 160 x 90.
 #pragma once
 
 #include <limits>
@@ -18,7 +18,7 @@ namespace quor::gs {
 // A pair of forward and backward kernels, and what a trial found of it.
 struct BlendFinding {
   Renderer::Variants variants;
-  double sumError = 0;       // share by which the gradients that it adds up are off; NaN when it could not run
+  double sumError = 0;       // relative error of the sum of its gradients; NaN when it could not run
   std::string failure = {};  // why not
   bool alike = true;         // picture and gradients are those of the first candidate, up to rounding
   double milliseconds = std::numeric_limits<double>::infinity();  // least of both kernels together

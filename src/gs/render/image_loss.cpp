@@ -15,8 +15,8 @@ constexpr int kPlanes = 15;
 constexpr int kAlongRows = 0, kAlongColumns = 1;
 constexpr uint32_t kPartialItems = 256;
 
-// Of loss_strips: the columns that a strip between two others owns, and about how many rows it is long. Longer strips
-// repeat less at their ends, more strips keep more cores busy.
+// Of loss_strips: the columns that a strip between two others writes, and about how many rows. Longer strips repeat
+// less at their ends, more strips keep more cores busy.
 constexpr uint32_t kStripOwned = 8 * LOSS_STRIP_COLUMNS - 2 * LOSS_STRIP_HALO;
 constexpr uint32_t kStripRows = 192;
 
@@ -32,7 +32,7 @@ uint64_t partialGroups(uint64_t items) {
 struct Strips {
   uint32_t across, down, rows;
   Strips(uint32_t width, uint32_t height) {
-    const uint32_t ends = kStripOwned + 2 * LOSS_STRIP_HALO;  // at the image's edges there is nothing to look over to
+    const uint32_t ends = kStripOwned + 2 * LOSS_STRIP_HALO;  // no halo at the image's edges
     across = width <= ends ? 1 : 1 + groups(width - ends, kStripOwned);
     down = groups(height, kStripRows);
     rows = groups(height, down);

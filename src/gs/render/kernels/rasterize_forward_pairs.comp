@@ -1,6 +1,6 @@
 #version 450
-// rasterize_forward with two pixels an invocation, in which a subgroup passes over the splats that do not reach its block.
-// Same bindings, same results.
+// rasterize_forward with two pixels an invocation; a subgroup skips the splats that do not reach its block. Same bindings,
+// same results.
 //
 // Bindings and push constants: as rasterize_forward. The batches in shared memory are fenced by barriers on both sides.
 #extension GL_GOOGLE_include_directive : require

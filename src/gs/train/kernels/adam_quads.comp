@@ -1,7 +1,6 @@
 #version 450
 // adam with four values an invocation, read and written together: half the cost on software drivers, fewer and wider
-// accesses elsewhere. The buffers' sizes are multiples of four values; those beyond the count, if any, change too, and nobody
-// reads them.
+// accesses elsewhere. Buffer sizes are multiples of four values; padding beyond the count changes too and is never read.
 //
 // One step of Adam (Kingma & Ba 2015, algorithm 1) on one parameter group.
 //

@@ -1,5 +1,5 @@
 #version 450
-// Flags every splat that has a parameter which is no finite number, so that a pass over the splats can put it right.
+// Flags every splat with a parameter that is not a finite number, for the next densification pass to replace.
 //
 // binding | name     | element | shape  | access
 //       0 | position | float   | N x 3  | read

@@ -1,7 +1,7 @@
 #version 450
-// Before the densification statistics: lessens the screen gradients of splats near the camera, which move far on the
-// screen whatever they depict, and would breed floaters that only one camera sees (Zhang et al. 2024, "Pixel-GS", scaled
-// gradient field).
+// Scales down the screen gradients of splats near the camera before the densification statistics take them. Such splats
+// move far on the screen whatever they depict, and would grow into floaters that only one camera sees (Zhang et al. 2024,
+// "Pixel-GS", scaled gradient field).
 //
 //   dMean *= min(1, (depth / full)^2)
 //

@@ -1,6 +1,6 @@
-// sift_match_tiles_wide: what sift_match_tiles does, for software drivers, where shared memory is dear and a load from a
-// buffer costs as much as many multiplications: an invocation takes 8 rows x 8 columns and reads them four words at a
-// time straight from the buffers.
+// sift_match_tiles_wide: sift_match_tiles for software drivers. There shared memory is slow and a load from a buffer costs
+// as much as many multiplications, so an invocation takes 8 rows x 8 columns and reads them four words at a time straight
+// from the buffers.
 //
 // binding | name           | element | shape                 | access
 //       0 | first          | uvec4   | 8 a descriptor        | read

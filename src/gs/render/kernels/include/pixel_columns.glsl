@@ -3,8 +3,8 @@
 // invocation, finds out which of them reach each block, and hands those around by shuffles: a splat is loaded once for the
 // tile's 256 pixels. Needs subgroups of exactly eight.
 //
-// Loops are written with their condition at the end: a driver that runs both sides of every branch runs a loop's body once
-// more to find the condition at its beginning false.
+// Loops test their condition at the end: a driver that executes both sides of every branch would run the body once more
+// for a condition at the beginning.
 const uint kRows = 8u;
 const vec4 kRowsA = vec4(0.0, 1.0, 2.0, 3.0), kRowsB = vec4(4.0, 5.0, 6.0, 7.0);
 

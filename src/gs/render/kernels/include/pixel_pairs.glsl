@@ -1,8 +1,7 @@
 // How the paired blending kernels share out a tile among 128 invocations: each has two pixels, one above the other, and
 // 32 that follow each other have a block of 8 x 8. A batch of splats lies in shared memory; a subgroup first finds out
 // which of them reach any of its pixels, one splat an invocation, and then walks only those. Works with subgroups of 8 to
-// 128. The number of invocations that really run side by side is counted, for some devices state a larger size than
-// they use.
+// 128. The active lanes are counted, since some devices run fewer than the subgroup size that they report.
 const uint kGroup = 128u;
 const float kHalfLog2e = 0.72134752044448170;
 

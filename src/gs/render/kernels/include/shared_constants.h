@@ -4,7 +4,7 @@
 
 #define TILE_SIZE 16
 
-// Blending: an alpha is capped, one under 1/255 is left out, a pixel is finished when less than this light passes.
+// Blending: alpha is capped, ignored below 1/255, and a pixel is finished once its transmittance is below the limit.
 #define ALPHA_MAX 0.999
 #define ALPHA_MIN 0.003921568859368563
 #define TRANSMITTANCE_MIN 0.0001
@@ -33,8 +33,8 @@
 #define SSIM_C1 0.0001
 #define SSIM_C2 0.0009
 
-// Pixels of a row that an invocation of loss_strips holds, and how far over its columns a strip of it looks to both
-// sides.
+// Of loss_strips: pixels of a row that an invocation holds, and columns that a strip reads beyond its own on either
+// side.
 #define LOSS_STRIP_COLUMNS 12
 #define LOSS_STRIP_HALO 10
 

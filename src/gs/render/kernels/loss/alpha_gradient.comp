@@ -1,5 +1,5 @@
 #version 450
-// What a composited background passes on to the pixels' accumulated opacity; the part of loss_grad that loss_strips leaves.
+// What a composited background passes on to the pixels' accumulated opacity; the part of loss_grad that loss_strips lacks.
 //
 //   dAlpha = -(dImage . background) where 1 - alpha >= 0
 //

@@ -1,6 +1,6 @@
 #version 450
-// The whole loss in one pass, for devices on which loads and stores are dear and arithmetic is not: what u8_to_f32, the
-// SSIM kernels, loss_grad and loss_partials do between them, with two loads and one store a pixel and channel.
+// The whole loss in one pass, for devices on which memory accesses cost far more than arithmetic: replaces u8_to_f32, the
+// SSIM kernels, loss_grad and loss_partials, with two loads and one store a pixel and channel.
 //
 //   dImage = l1Scale sign(a - b) + ssimScale dSSIM/da, the latter as in ssim_tail_backward and ssim_chain_backward
 //
@@ -9,8 +9,7 @@
 // then by shuffles along the row), and their gradients complete those of row t - 10. SSIM's denominators need the squares'
 // sum only, so four planes are blurred, and three on the way back.
 //
-// The window of a strip reaches kHalo pixels over the columns that it owns, except at the image's edges: beyond them
-// everything is 0.
+// A strip reads kHalo pixels beyond the columns that it writes, except at the image's edges: beyond them everything is 0.
 //
 // binding | name     | element | shape           | access
 //       0 | rendered | float   | H x W x 3       | read
