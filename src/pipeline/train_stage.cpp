@@ -7,6 +7,7 @@
 #include "base/text/text.h"
 #include "colmap/model.h"
 #include "gs/files/checkpoint.h"
+#include "gs/train/schedule.h"
 #include "pipeline/pipeline.h"
 
 namespace quor {
@@ -30,6 +31,22 @@ void checkResume(const Project& project, LogStore& log) {
   if (static_cast<int64_t>(step) >= std::max(project.training.iterations, 1)) {
     throw std::runtime_error(formatText(
         "The checkpoint is already at step %u. Set more iterations than that to continue training it.", step));
+  }
+}
+
+// Settings come from a file that people edit.
+void warnOfChanges(const gs::TrainJob& asked, LogStore& log) {
+  const gs::TrainJob used = gs::withinRange(asked);
+  const auto compare = [&](const char* name, double before, double now) {
+    if (before != now) log.warning(formatText("The setting %s cannot be %g: %g is used.", name, before, now));
+  };
+  compare("iterations", asked.iterations, used.iterations);
+  compare("trainingResolution", asked.resolution, used.resolution);
+  compare("numDownscales", asked.downscaleLevels, used.downscaleLevels);
+  compare("refineEvery", asked.refineEvery, used.refineEvery);
+  compare("ssimWeight", static_cast<double>(asked.ssimWeight), static_cast<double>(used.ssimWeight));
+  for (size_t c = 0; c < 3; ++c) {
+    compare("background", static_cast<double>(asked.background[c]), static_cast<double>(used.background[c]));
   }
 }
 
@@ -67,6 +84,7 @@ std::string Pipeline::runTrain(const Project& project) {
     throw std::runtime_error("There is no camera solve to train from. Run Camera solve first.");
   }
   if (job.resume) checkResume(project, log_);
+  warnOfChanges(job, log_);
   const std::string start = formatText("%d iterations", std::max(job.iterations, 1));
   report(Stage::Train, StageState::Running, start, -1);
   log_.info(std::string(stageName(Stage::Train)) + ": " + start);
@@ -90,7 +108,7 @@ void Pipeline::followTraining() {
   const auto mustCancel = [&] { return cancel_ && !cancelSent; };
   const auto mustStop = [&] { return stop_ && !stopSent && !cancelSent; };
   while (trainer_.running()) {
-    // What has not been trained at all is no scene, and must not take the place of an earlier one.
+    // Nothing has been trained yet: the earlier scene stays, and no later stage runs either.
     if (mustStop() && trainer_.status().state == gs::TrainState::Loading) cancel_ = true;
     if (mustCancel()) {
       trainer_.cancel();

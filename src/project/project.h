@@ -64,8 +64,10 @@ class Project {
   void save() const;
   void ensureLayout() const;  // existing folders are kept
 
+  // Where everything lies; see project_layout.cpp.
   static std::filesystem::path projectFile(const std::filesystem::path& folder);
   std::filesystem::path framesFolder() const;
+  std::filesystem::path unfinishedFramesFolder() const;  // while the frame stage runs
   std::filesystem::path colmapFolder() const;
   std::filesystem::path databaseFile() const;
   std::filesystem::path sparseFolder() const;
@@ -76,6 +78,7 @@ class Project {
   std::filesystem::path sceneSplatFile() const;
   std::filesystem::path checkpointFile() const;
   std::filesystem::path trainingLog() const;
+  std::filesystem::path evaluationFolder() const;  // the report on the held-out views
   std::filesystem::path maskFile() const;
 };
 

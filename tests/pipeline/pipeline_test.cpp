@@ -126,6 +126,18 @@ TEST_F(PipelineTest, TrainsAndReportsTheResult) {
   EXPECT_EQ(pipeline_.trainResult()->splats, 1234u);
 }
 
+TEST_F(PipelineTest, SettingsThatCannotBeUsedAreSaid) {
+  project_.training.iterations = 0;
+  project_.training.refineEvery = 100;  // a short run uses less, but nobody asked for that
+  startTraining();
+  finish(gs::TrainState::Done, gs::TrainResult{});
+  std::vector<std::string> warnings;
+  for (const LogEntry& entry : log_.entriesAfter(0)) {
+    if (entry.level == 1) warnings.push_back(entry.text);
+  }
+  EXPECT_THAT(warnings, ElementsAre("The setting iterations cannot be 0: 1 is used."));
+}
+
 TEST_F(PipelineTest, AWrappedDatasetIsSummarisedAndOnlyTrained) {
   for (const char* name : {"f00001.jpg", "s02/f00001.jpg", "notes.txt"}) {
     test::writeFile(project_.framesFolder() / name, "");
@@ -143,7 +155,7 @@ TEST_F(PipelineTest, AWrappedDatasetIsSummarisedAndOnlyTrained) {
               ElementsAre("Using an existing reconstruction", "2 cameras (imported)", "scene.ply exported"));
   trainer_.waitUntilStarted();
   EXPECT_EQ(trainer_.job().dataset, folder_ / "set");
-  EXPECT_EQ(trainer_.job().output, project_.outputFolder());
+  EXPECT_EQ(trainer_.job().output.folder, project_.outputFolder());
   EXPECT_EQ(pipeline_.status(Stage::Frames).state, StageState::NotRun);
   EXPECT_EQ(pipeline_.status(Stage::Sparse).state, StageState::NotRun);
   finish(gs::TrainState::Done, gs::TrainResult{});
@@ -256,7 +268,7 @@ TEST(MakeTrainJob, TheProjectsSettingsDecide) {
       R"("trainingResolution":19,"background":[0.1,0.2,0.3],"continueFromCheckpoint":true}})");
   fromJson(json, project.ingest, project.sparse, project.training);
   const gs::TrainJob job = makeTrainJob(project);
-  EXPECT_EQ(std::tuple(job.dataset, job.output, job.technique, job.background),
+  EXPECT_EQ(std::tuple(job.dataset, job.output.folder, job.technique, job.background),
             std::tuple("/p/colmap/undistorted", "/p/output", gs::Technique::Mcmc, project.training.background));
   EXPECT_EQ(std::tuple(job.iterations, job.shDegree, job.downscaleLevels, job.ssimWeight, job.refineEvery,
                        job.testEvery, job.splatBudget, job.resolution),

@@ -107,7 +107,7 @@ std::string Pipeline::runFrames(const Project& opened) {
 
   Project project = opened;
   project.ensureLayout();
-  const StagingFolder partial(project.root / "frames.partial");
+  const StagingFolder partial(project.unfinishedFramesFolder());
   removeInOneAct(partial.path());  // of a run that was killed
   FrameExtractor extractor(log_, tools_.ffmpeg, [this] { return cancel_.load(); });
   Gathered gathered(project.sparse.singleCamera);

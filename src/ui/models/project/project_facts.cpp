@@ -100,7 +100,7 @@ ProjectFacts readProjectFacts(const Project& project) {
   facts.scene = fileFacts(project.sceneFile());
   if (facts.scene) facts.splats = countSplats(project.sceneFile());
   facts.checkpoint = checkpointFacts(project.checkpointFile());
-  facts.scores = readScores(project.outputFolder() / "eval");
+  facts.scores = readScores(project.evaluationFolder());
   for (const fs::path& path :
        {project.sceneFile(), project.sceneSplatFile(), project.checkpointFile(), project.trainingLog()}) {
     if (auto file = fileFacts(path)) facts.files.push_back(std::move(*file));
