@@ -13,14 +13,19 @@ float finiteIn(float value, float low, float high, float otherwise) {
   return std::isfinite(value) ? std::clamp(value, low, high) : otherwise;
 }
 
+// The passes come closer together than the run shrinks, but not in proportion: splats that are added need steps to
+// settle, and as many as a long run ends with would cost a short one most of its time.
 void shortenSchedule(TrainJob& job) {
   const TrainJob defaults;
   const double share = static_cast<double>(job.iterations) / kUsualSteps;
-  for (int32_t TrainJob::*steps :
-       {&TrainJob::densifyFrom, &TrainJob::refineEvery, &TrainJob::shDegreeInterval, &TrainJob::opacityResetEvery}) {
-    if (job.*steps != defaults.*steps) continue;  // asked for
-    job.*steps = std::max(1, static_cast<int32_t>(std::lround(share * job.*steps)));
+  const auto shorten = [&](int32_t TrainJob::*steps, double factor) {
+    if (job.*steps != defaults.*steps) return;  // asked for
+    job.*steps = std::max(1, static_cast<int32_t>(std::lround(factor * job.*steps)));
+  };
+  for (const auto steps : {&TrainJob::densifyFrom, &TrainJob::shDegreeInterval, &TrainJob::opacityResetEvery}) {
+    shorten(steps, share);
   }
+  shorten(&TrainJob::refineEvery, std::sqrt(share));
 }
 
 }  // namespace

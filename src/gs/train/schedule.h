@@ -8,7 +8,7 @@
 
 namespace quor::gs {
 
-// Runs shorter than this have the passes and the SH degrees of a run of this length, in proportion.
+// Shorter runs have a schedule of their own.
 inline constexpr int32_t kUsualSteps = 3000;
 
 // The job with every invalid value brought into its range.
