@@ -18,11 +18,12 @@
 #include "gs/files/checkpoint.h"
 #include "gs/files/ply.h"
 #include "gs/files/splat_file.h"
+#include "gs/render/blend_trial.h"
 #include "gs/splat_kernels.h"
 #include "gs/splats/splat_snapshot.h"
 #include "gs/train/evaluation.h"
-#include "gs/train/strategy/mcmc_relocator.h"
-#include "gs/train/strategy/vanilla_densifier.h"
+#include "gs/train/strategy/adaptive_density.h"
+#include "gs/train/strategy/mcmc.h"
 #include "gs/train/trainer.h"
 #include "kernels.h"
 #include "samples.h"
@@ -75,18 +76,19 @@ class Around : private quor::bench::AroundBench {
     Dataset dataset;
     dataset.training = photographs(size_, 1);
     quor::LogStore log(100);
-    Trainer trainer(context_, registry_, log, job, dataset);
+    Trainer trainer(context_, registry_, log, job, dataset, variantsByTrial(context_, registry_, log));
     trainer.resume(quor::bench::checkpointOf(job, set_, dataset.geometry.extent));
     for (int i = 0; i < 2; ++i) trainer.step();
     measure("step", 0, {}, [&] { trainer.step(); }, {});
   }
 
   // A frame's gradients and what the densifier makes of them.
-  void accumulate(Renderer& renderer, const GpuBuffer& photo, SplatStore& splats, VanillaDensifier& densifier) {
+  void accumulate(Renderer& renderer, const GpuBuffer& photo, SplatStore& splats, AdaptiveDensity& strategy) {
     renderer.project(stream_, splats, quor::bench::benchCamera(size_), size_.degree, quor::bench::kBenchNear);
     renderer.rasterize(stream_, {0, 0, 0});
     renderer.lossAndBackward(stream_, splats, photo, lossScales(0.2f, size_.width, size_.height), {}, false);
-    densifier.accumulate(stream_, splats, renderer);
+    quor::SplitMix64 random(1);
+    strategy.afterBackward({stream_, transfer_, splats, renderer, random});
     stream_.submit();
   }
 
@@ -114,22 +116,25 @@ class Around : private quor::bench::AroundBench {
     for (const bool grows : {false, true}) {
       const uint32_t capacity = size_.splats + (grows ? 0 : size_.splats / 2);
       SplatStore splats(context_, SplatStore::Use::Training);
-      VanillaDensifier densifier(context_, job, kExtent, 4 * uint64_t{size_.splats});
+      AdaptiveDensity strategy(job, kExtent, 4 * uint64_t{size_.splats});
       const auto refine = [&] {
         quor::SplitMix64 random(1);
-        densifier.refine(stream_, transfer_, splats, random, true);
+        strategy.densify({stream_, transfer_, splats, renderer, random}, true);
       };
       const auto prepare = [&] {
         if (grows) splats = SplatStore(context_, SplatStore::Use::Training);
         upload(splats, capacity);
-        accumulate(renderer, photo, splats, densifier);
+        accumulate(renderer, photo, splats, strategy);
         if (!grows) job.densifyGradient = threshold(renderer);
       };
       const char* name = grows ? "Vanilla pass, more room" : "Vanilla pass";
       measureCopy(name, bytes, prepare, refine);
       sayDigest(name, splats);
       if (!grows) {
-        measureCopy("opacity reset", floats(4), {}, [&] { densifier.resetOpacities(transfer_, splats); });
+        measureCopy("opacity reset", floats(4), {}, [&] {
+          quor::SplitMix64 random(1);
+          strategy.resetOpacities({stream_, transfer_, splats, renderer, random});
+        });
         sayDigest("opacity reset", splats);
       }
     }
@@ -138,12 +143,14 @@ class Around : private quor::bench::AroundBench {
   void measureMcmc() {
     SplatStore splats(context_, SplatStore::Use::Training);
     const uint32_t wanted = size_.splats + size_.splats / uint32_t{kAddedEvery};
-    const McmcRelocator relocator(2 * uint64_t{size_.splats});
+    const TrainJob job = resolved({});
+    const Renderer renderer(context_, registry_, Renderer::Mode::RenderOnly);
+    Mcmc strategy(job, kExtent, 2 * uint64_t{size_.splats});
     measureCopy(
         "MCMC pass", floats(11 + 1 + 1 + 7 + 3 * kFloatsPerSplat), [&] { upload(splats, wanted); },
         [&] {
           quor::SplitMix64 random(1);
-          relocator.refine(stream_, transfer_, splats, random, wanted);
+          strategy.relocate({stream_, transfer_, splats, renderer, random}, wanted);
         });
     sayDigest("MCMC pass", splats);
   }
@@ -221,7 +228,7 @@ class Around : private quor::bench::AroundBench {
     const std::atomic<bool> cancel = false;
     const auto evaluateViews = [&] {
       evaluate(stream_, transfer_, renderer, splats, views, {}, cancel,
-               [](const LoadedView&, const ImageScores&, const quor::Image&) {});
+               [](const std::string&, const quor::Image&, const ImageScores&, const quor::Image&) {});
     };
     evaluateViews();
     measure("evaluation, " + std::to_string(kHeldOut) + " views", 0, {}, evaluateViews, {});

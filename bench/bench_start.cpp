@@ -15,6 +15,7 @@
 #include "gpu/compute/kernel_registry.h"
 #include "gpu/device/vulkan_context.h"
 #include "gs/data/dataset.h"
+#include "gs/render/blend_trial.h"
 #include "gs/splat_kernels.h"
 #include "gs/train/schedule.h"
 #include "gs/train/trainer.h"
@@ -61,7 +62,7 @@ void run(const char* folder, int resolution, uint64_t budget) {
   job.technique = Technique::Mcmc;
   job.iterations = 1000;
   job = resolved(job);
-  Trainer trainer(context, registry, log, job, dataset);
+  Trainer trainer(context, registry, log, job, dataset, variantsByTrial(context, registry, log));
   clock.say("kernels built");
   trainer.start();
   clock.say("splats seeded, splats and photographs uploaded");

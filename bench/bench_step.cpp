@@ -14,6 +14,7 @@
 
 #include "bench_common.h"
 #include "bench_peaks.h"
+#include "gs/render/blend_trial.h"
 #include "gs/splat_kernels.h"
 #include "gs/train/trainer.h"
 #include "kernels.h"
@@ -92,7 +93,7 @@ StepReport measureStep(VulkanContext& context, KernelRegistry& registry, const S
                                        size.degree};
 
   quor::LogStore log(100);
-  Trainer trainer(context, registry, log, job, dataset);
+  Trainer trainer(context, registry, log, job, dataset, variantsByTrial(context, registry, log));
   trainer.resume(quor::bench::checkpointOf(job, std::move(set), dataset.geometry.extent));
   for (int i = 0; i < 2; ++i) trainer.step();
   std::vector<double> wall, processor;

@@ -7,7 +7,8 @@ gs::TrainJob makeTrainJob(const Project& project) {
   const TrainingSettings& settings = project.training;
   gs::TrainJob job;
   job.dataset = project.externalDataset.empty() ? project.solvedFolder() : fromUtf8(project.externalDataset);
-  job.output = project.outputFolder();
+  job.output = {project.outputFolder(),   project.sceneFile(),   project.sceneSplatFile(),
+                project.checkpointFile(), project.trainingLog(), project.evaluationFolder()};
   job.resolution = settings.trainingResolution;
   job.technique = settings.technique;
   job.iterations = settings.iterations;

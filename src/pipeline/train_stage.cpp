@@ -6,6 +6,7 @@
 #include "base/text/text.h"
 #include "colmap/model.h"
 #include "gs/files/checkpoint.h"
+#include "gs/train/schedule.h"
 #include "pipeline/pipeline.h"
 #include "pipeline/result_document.h"
 
@@ -30,6 +31,22 @@ void checkResume(const Project& project, LogStore& log) {
   if (static_cast<int64_t>(step) >= std::max(project.training.iterations, 1)) {
     throw std::runtime_error(formatText(
         "The checkpoint is already at step %u. Set more iterations than that to continue training it.", step));
+  }
+}
+
+// Settings come from a file that people edit.
+void warnOfChanges(const gs::TrainJob& asked, LogStore& log) {
+  const gs::TrainJob used = gs::withinRange(asked);
+  const auto compare = [&](const char* name, double before, double now) {
+    if (before != now) log.warning(formatText("The setting %s cannot be %g: %g is used.", name, before, now));
+  };
+  compare("iterations", asked.iterations, used.iterations);
+  compare("trainingResolution", asked.resolution, used.resolution);
+  compare("numDownscales", asked.downscaleLevels, used.downscaleLevels);
+  compare("refineEvery", asked.refineEvery, used.refineEvery);
+  compare("ssimWeight", static_cast<double>(asked.ssimWeight), static_cast<double>(used.ssimWeight));
+  for (size_t c = 0; c < 3; ++c) {
+    compare("background", static_cast<double>(asked.background[c]), static_cast<double>(used.background[c]));
   }
 }
 
@@ -94,6 +111,7 @@ StageResult trainSplats(Project& project, const StageContext& context) {
   gs::TrainJob job = makeTrainJob(project);
   requireCameras(project, job);
   if (job.resume) checkResume(project, context.log);
+  warnOfChanges(job, context.log);
   const std::string start = formatText("%d iterations", std::max(job.iterations, 1));
   context.report({StageState::Running, start});
   context.log.info(std::string(stageName(Stage::Train)) + ": " + start);

@@ -151,44 +151,4 @@ bool Project::isProject(const fs::path& folder) {
   return fs::is_regular_file(projectFile(folder), ignored);
 }
 
-fs::path Project::projectFile(const fs::path& folder) {
-  return folder / "project.json";
-}
-fs::path Project::framesFolder() const {
-  return root / "frames";
-}
-fs::path Project::colmapFolder() const {
-  return root / "colmap";
-}
-fs::path Project::databaseFile() const {
-  return colmapFolder() / "database.db";
-}
-fs::path Project::sparseFolder() const {
-  return colmapFolder() / "sparse";
-}
-fs::path Project::solvedFolder() const {
-  return colmapFolder() / "undistorted";
-}
-fs::path Project::outputFolder() const {
-  return root / "output";
-}
-fs::path Project::sceneFile() const {
-  return outputFolder() / "scene.ply";
-}
-fs::path Project::sceneSplatFile() const {
-  return outputFolder() / "scene.splat";
-}
-fs::path Project::checkpointFile() const {
-  return outputFolder() / "checkpoint.quor";
-}
-fs::path Project::trainingLog() const {
-  return outputFolder() / "training.log";
-}
-fs::path Project::resultFile() const {
-  return outputFolder() / "result.json";
-}
-fs::path Project::maskFile() const {
-  return root / "masks" / "camera_mask.png";
-}
-
 }  // namespace quor

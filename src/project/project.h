@@ -66,19 +66,24 @@ class Project : public Settings {
   void save() const;
   void ensureLayout() const;  // existing folders are kept
 
+  // Where everything lies; see project_layout.cpp.
   static std::filesystem::path projectFile(const std::filesystem::path& folder);
   std::filesystem::path framesFolder() const;
+  std::filesystem::path unfinishedFramesFolder() const;  // while the frame stage runs
   std::filesystem::path colmapFolder() const;
   std::filesystem::path databaseFile() const;
   std::filesystem::path sparseFolder() const;
   // The dataset that the camera solve makes for training: images/ without lens distortion, and their model in sparse/.
   std::filesystem::path solvedFolder() const;
+  std::filesystem::path unfinishedSolvedFolder() const;
+  std::filesystem::path colmapLog() const;  // all that COLMAP printed
   std::filesystem::path outputFolder() const;
   std::filesystem::path sceneFile() const;
   std::filesystem::path sceneSplatFile() const;
   std::filesystem::path checkpointFile() const;
   std::filesystem::path trainingLog() const;
-  std::filesystem::path resultFile() const;  // the figures of the last run that ended in a scene
+  std::filesystem::path resultFile() const;        // the figures of the last run that ended in a scene
+  std::filesystem::path evaluationFolder() const;  // the report on the held-out views
   std::filesystem::path maskFile() const;
 };
 

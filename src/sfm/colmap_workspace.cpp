@@ -34,9 +34,9 @@ ColmapWorkspace::ColmapWorkspace(const Project& project)
       database(fs::absolute(project.databaseFile())),
       sparse(fs::absolute(project.sparseFolder())),
       lists(folder / "lists"),
-      log(folder / "colmap.log"),
-      undistorted(folder / "undistorted"),
-      unfinished(folder / "undistorted.partial") {}
+      log(project.colmapLog()),
+      undistorted(project.solvedFolder()),
+      unfinished(project.unfinishedSolvedFolder()) {}
 
 void ColmapWorkspace::clear() const {
   removeAll(unfinished);

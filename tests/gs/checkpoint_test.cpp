@@ -18,6 +18,7 @@
 #include "base/host_memory.h"
 #include "gs/train/resume.h"
 #include "gs/train/schedule.h"
+#include "gs/train/strategy/adaptive_density.h"
 #include "support/splats.h"
 #include "support/temp_folder.h"
 

@@ -7,6 +7,7 @@
 
 #include "colmap/model_writer.h"
 #include "gs/data/undistort.h"
+#include "gs/data/view_split.h"
 #include "support/temp_folder.h"
 
 namespace quor::gs {
@@ -48,14 +49,16 @@ Image photographOf(const colmap::Camera& camera, int scaleDown = 1) {
 }
 
 // The largest difference between a view and the pattern as its pinhole camera sees it.
-double worstError(const LoadedView& view) {
+double worstError(const View& view) {
+  const std::shared_ptr<const Image> pixels = view.image.pixels();
+  const Image& image = *pixels;
   double worst = 0;
-  for (int j = 0; j < view.image.height; ++j) {
-    for (int i = 0; i < view.image.width; ++i) {
+  for (int j = 0; j < image.height; ++j) {
+    for (int i = 0; i < image.width; ++i) {
       const auto expected =
           pattern((i + 0.5 - view.camera.cx) / view.camera.fx, (j + 0.5 - view.camera.cy) / view.camera.fy);
-      const auto at = static_cast<size_t>(j * view.image.width + i) * 3;
-      for (size_t c = 0; c < 3; ++c) worst = std::max(worst, std::abs(view.image.rgb[at + c] - expected[c]));
+      const auto at = static_cast<size_t>(j * image.width + i) * 3;
+      for (size_t c = 0; c < 3; ++c) worst = std::max(worst, std::abs(image.rgb[at + c] - expected[c]));
     }
   }
   return worst;
@@ -134,7 +137,7 @@ TEST_F(DatasetTest, ViewsComeInNameOrderFromSubFoldersAndAreSplit) {
   EXPECT_THAT(warnings(), ElementsAre("2 point(s) of the COLMAP model have no valid position and were dropped."));
   EXPECT_THAT(dataset.training[3].camera.rotation, ElementsAre(-1, 0, 0, 0, 1, 0, 0, 0, -1));
   EXPECT_THAT(dataset.training[3].camera.centre(), ElementsAre(6, 0, 0));
-  for (const View& view : dataset.training) EXPECT_LT(worstError(view.load()), 0.51) << view.name;
+  for (const View& view : dataset.training) EXPECT_LT(worstError(view), 0.51) << view.name;
 }
 
 TEST_F(DatasetTest, LensesAreUndoneAtEveryResolution) {
@@ -151,7 +154,7 @@ TEST_F(DatasetTest, LensesAreUndoneAtEveryResolution) {
     const Dataset dataset = load();
     ASSERT_EQ(dataset.training.size(), 6u);
     for (const View& view : dataset.training) {
-      EXPECT_LT(worstError(view.load()), resolution == 0 ? 2.5 : 5.0) << view.name << resolution;
+      EXPECT_LT(worstError(view), resolution == 0 ? 2.5 : 5.0) << view.name << resolution;
       EXPECT_EQ(view.image.width(), view.camera.width);
       // What the lens squeezes is gained, what it stretches is lost: the view is about as large as the photograph.
       const int photograph = view.name == "1.png" || view.name == "2.png" || view.name == "3.png" ? 320 : 160;
@@ -222,7 +225,7 @@ TEST_F(DatasetTest, WhatDoesNotFitIntoMemoryIsReadFromAFileThatNobodySees) {
   EXPECT_TRUE(std::filesystem::is_empty(folder_ / "output"));
   EXPECT_EQ(dataset.heldOut.size(), 2u);
   for (const auto* views : {&dataset.training, &dataset.heldOut}) {
-    for (const View& view : *views) EXPECT_LT(worstError(view.load()), 0.51) << view.name;
+    for (const View& view : *views) EXPECT_LT(worstError(view), 0.51) << view.name;
   }
   EXPECT_EQ(logged(LogLevel::Information).back(),
             "6 photographs (0.00 GB) do not fit into memory: a temporary file holds them.");

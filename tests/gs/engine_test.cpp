@@ -15,6 +15,7 @@
 #include "support/gpu_fixture.h"
 #include "support/small_capture.h"
 #include "support/temp_folder.h"
+#include "support/train_outputs.h"
 
 namespace quor::gs {
 namespace {
@@ -36,7 +37,7 @@ class EngineTest : public GpuTest {
   TrainJob job(Technique technique, int iterations) const {
     TrainJob j;
     j.dataset = capture();
-    j.output = folder_ / "output";
+    j.output = test::outputsIn(folder_ / "output");
     j.technique = technique;
     j.iterations = iterations;
     j.refineEvery = 20;
@@ -51,6 +52,17 @@ class EngineTest : public GpuTest {
     return std::any_of(entries.begin(), entries.end(),
                        [&](const LogEntry& entry) { return entry.text.compare(0, start.size(), start) == 0; });
   }
+  // Waits for a condition on the running job; false when the job ended or time is up.
+  template <class Condition>
+  bool waitUntil(Condition condition) const {
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::minutes(2);
+    while (!condition()) {
+      if (!engine.running() || std::chrono::steady_clock::now() > limit) return false;
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+  }
+  std::string runLog() const { return test::readFile(folder_ / "output/training.log"); }
   bool exists(const char* name) const { return std::filesystem::exists(folder_ / "output" / name); }
 
   TempFolder folder_;
@@ -75,15 +87,14 @@ TEST_F(EngineTest, AJobLeavesItsFilesAndTheirFiguresAgree) {
     const Checkpoint checkpoint = readCheckpoint(*result->checkpoint);
     EXPECT_EQ(checkpoint.set.positions, scene.positions);
     EXPECT_EQ(checkpoint.header.step, 60u);
-    const std::string runLog = test::readFile(folder_ / "output/training.log");
-    EXPECT_NE(runLog.find(std::string("technique   ") + techniqueWord(technique)), std::string::npos) << runLog;
-    EXPECT_NE(runLog.find("steps       60 of 60"), std::string::npos) << runLog;
+    EXPECT_NE(runLog().find(std::string("technique   ") + techniqueWord(technique)), std::string::npos) << runLog();
+    EXPECT_NE(runLog().find("steps       60 of 60"), std::string::npos) << runLog();
   }
 }
 
 TEST_F(EngineTest, AStoppedJobGoesOnAndSaysWhereFrom) {
   engine.startTraining(job(Technique::Mcmc, 1000000));
-  while (engine.status().step < 25) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  ASSERT_TRUE(waitUntil([&] { return engine.status().step >= 25; })) << engine.status().text;
   engine.requestStop();
   const auto stopped = engine.wait();
   ASSERT_TRUE(stopped) << engine.status().text;
@@ -98,11 +109,10 @@ TEST_F(EngineTest, AStoppedJobGoesOnAndSaysWhereFrom) {
   const std::string target = std::to_string(more.iterations);
   EXPECT_TRUE(said("Continuing from the checkpoint at step " + from + " (" + std::to_string(stopped->splats) +
                    " splats) towards " + target));
-  EXPECT_NE(test::readFile(folder_ / "output/training.log")
-                .find("steps       " + target + " of " + target + " (continued from step " + from + ")"),
+  EXPECT_NE(runLog().find("steps       " + target + " of " + target + " (continued from step " + from + ")"),
             std::string::npos);
 
-  // What the dataset has to do with it.
+  // From another dataset.
   Checkpoint other = readCheckpoint(*result->checkpoint);
   other.header.sceneExtent *= 1.5f;
   writeCheckpoint(*result->checkpoint, other);
@@ -117,19 +127,13 @@ TEST_F(EngineTest, LongRunsLeaveCheckpointsOnTheWay) {
   j.checkpointSeconds = 0.05;
   engine.startTraining(j);
   const auto path = folder_ / "output/checkpoint.quor";
-  const auto limit = std::chrono::steady_clock::now() + std::chrono::minutes(1);
-  while (!exists("checkpoint.quor") && std::chrono::steady_clock::now() < limit) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
+  ASSERT_TRUE(waitUntil([&] { return exists("checkpoint.quor"); })) << engine.status().text;
   const Checkpoint first = readCheckpoint(path);
   EXPECT_GT(first.header.step, 0u);
   EXPECT_FALSE(exists("scene.ply"));
   // One that cannot be written costs a warning, not the run.
   std::filesystem::create_directories(folder_ / "output/checkpoint.quor.partial/in the way");
-  while (!said("Could not write the checkpoint: Could not write " + toUtf8(path)) &&
-         std::chrono::steady_clock::now() < limit) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
+  EXPECT_TRUE(waitUntil([&] { return said("Could not write the checkpoint: Could not write " + toUtf8(path)); }));
   EXPECT_TRUE(engine.running());
   std::filesystem::remove_all(folder_ / "output/checkpoint.quor.partial");
   engine.cancel();
@@ -175,29 +179,61 @@ TEST_F(EngineTest, HeldOutViewsLeaveAReportThatBelongsToTheScene) {
 }
 
 TEST_F(EngineTest, StoppingExportsAndCancellingDoesNot) {
-  for (const int milliseconds : {0, 40, 300}) {
-    engine.startTraining(job(Technique::Vanilla, 1000000));
-    EXPECT_TRUE(engine.running());
-    EXPECT_THROW(engine.startTraining(job(Technique::Vanilla, 1)), std::logic_error);
-    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
-    engine.requestStop();
-    const auto result = engine.wait();
-    ASSERT_TRUE(result) << engine.status().text;
-    EXPECT_TRUE(result->stopped);
-    EXPECT_EQ(engine.status().state, TrainState::Stopped);
-    EXPECT_EQ(engine.status().text, "Stopped early (exported)");
-    EXPECT_EQ(readCheckpoint(folder_ / "output/checkpoint.quor").header.step, static_cast<uint32_t>(result->steps));
-  }
-  std::filesystem::remove_all(folder_ / "output");
-  for (const int milliseconds : {0, 40, 300}) {
-    engine.startTraining(job(Technique::Mcmc, 1000000));
-    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
-    engine.cancel();
-    EXPECT_FALSE(engine.wait());
-    EXPECT_EQ(engine.status().state, TrainState::Stopped);
-    EXPECT_EQ(engine.status().text, "Cancelled");
-    EXPECT_FALSE(exists("scene.ply") || exists("checkpoint.quor") || exists("training.log"));
-  }
+  const TrainJob endless = job(Technique::Vanilla, 1000000);
+  engine.startTraining(endless);
+  EXPECT_THROW(engine.startTraining(endless), std::logic_error);
+  ASSERT_TRUE(waitUntil([&] { return engine.status().step > 0; })) << engine.status().text;
+  engine.requestStop();
+  const auto result = engine.wait();
+  ASSERT_TRUE(result) << engine.status().text;
+  EXPECT_TRUE(result->stopped);
+  EXPECT_EQ(engine.status().state, TrainState::Stopped);
+  EXPECT_EQ(engine.status().text, "Stopped early (exported)");
+  const std::string checkpoint = test::readFile(folder_ / "output/checkpoint.quor");
+  EXPECT_EQ(readCheckpoint(folder_ / "output/checkpoint.quor").header.step, static_cast<uint32_t>(result->steps));
+  test::writeFile(folder_ / "output/scene.ply", "precious");
+
+  // Cancelled at any moment, or stopped before the first step: earlier results stay, and the run is logged.
+  const auto expectCancelled = [&](const char* when) {
+    EXPECT_FALSE(engine.wait()) << when;
+    EXPECT_EQ(engine.status().state, TrainState::Stopped) << when;
+    EXPECT_EQ(engine.status().text, "Cancelled") << when;
+    EXPECT_EQ(engine.status().outcome, Outcome::Cancelled) << when;
+    EXPECT_EQ(test::readFile(folder_ / "output/scene.ply"), "precious") << when;
+    EXPECT_TRUE(test::readFile(folder_ / "output/checkpoint.quor") == checkpoint) << when;
+    EXPECT_NE(runLog().find("result      Stopped\n"), std::string::npos) << when;
+    std::filesystem::remove(folder_ / "output/training.log");
+  };
+  engine.startTraining(endless);
+  engine.requestStop();
+  expectCancelled("stopped while loading");
+  engine.startTraining(endless);
+  engine.cancel();
+  expectCancelled("cancelled while loading");
+  engine.startTraining(endless);
+  waitUntil([&] { return engine.status().step > 0; });
+  engine.cancel();
+  expectCancelled("cancelled while training");
+}
+
+TEST_F(EngineTest, WhenGpuMemoryRunsOutTheSceneIsSavedAndTrainingGoesOn) {
+  TrainJob j = job(Technique::Mcmc, 400);
+  j.refineEvery = 100;
+  j.densifyFrom = 100;
+  j.mcmcTarget = 20000;
+  engine.startTraining(j);
+  // The seeds have room for the target; what the first large view lists has none.
+  ASSERT_TRUE(waitUntil([&] { return engine.status().step > 0; })) << engine.status().text;
+  context.limitMemory(GpuBuffer::liveBytes());
+  const bool saved = waitUntil([&] { return said("GPU memory ran out at step "); });
+  context.limitMemory(0);
+  const auto result = engine.wait();
+  ASSERT_TRUE(saved) << "nothing was allocated any more";
+  ASSERT_TRUE(result) << engine.status().text;
+  EXPECT_TRUE(said("The scene of step "));
+  EXPECT_TRUE(said("Training goes on with at most "));
+  EXPECT_EQ(result->steps, 400);
+  EXPECT_FALSE(result->stopped);
 }
 
 TEST_F(EngineTest, FailuresAreSentencesAndLeaveFilesAlone) {
@@ -218,9 +254,11 @@ TEST_F(EngineTest, FailuresAreSentencesAndLeaveFilesAlone) {
 
   j = job(Technique::Vanilla, 5);
   test::writeFile(folder_ / "file", "");
-  j.output = folder_ / "file/output";  // below a file nothing can be written
+  j.output = test::outputsIn(folder_ / "file/output");  // below a file nothing can be written
   EXPECT_NE(failure(j).find("Cannot write to "), std::string::npos);
   EXPECT_EQ(test::readFile(folder_ / "output/scene.ply"), "precious");
+  EXPECT_NE(runLog().find("result      Failed\n"), std::string::npos);
+  EXPECT_NE(runLog().find("reason      No COLMAP model found in "), std::string::npos);
 
   std::filesystem::remove(folder_ / "output/scene.ply");
   std::filesystem::create_directories(folder_ / "output/scene.ply/in the way");
@@ -239,7 +277,6 @@ TEST_F(EngineTest, ExtremeJobsEndInAScene) {
   ASSERT_TRUE(result) << engine.status().text;
   EXPECT_EQ(result->steps, 1);
   EXPECT_EQ(result->evaluation.views, 0u);
-  EXPECT_TRUE(said("The setting iterations cannot be 0: 1 is used."));
 
   j = job(Technique::Mcmc, 3);
   j.splatBudget = 1;

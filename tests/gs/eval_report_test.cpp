@@ -23,8 +23,9 @@ Image flat(int width, int height, uint8_t value) {
   return {width, height, std::vector<uint8_t>(static_cast<size_t>(width * height * 3), value)};
 }
 
-LoadedView viewNamed(const std::string& name) {
-  return {name, {}, flat(4, 3, 200)};
+// A light photograph and a dark render.
+void addView(EvalReport& report, const std::string& name, const ImageScores& scores = {}) {
+  report.add(name, flat(4, 3, 200), scores, flat(4, 3, 10));
 }
 
 TEST(EvalReport, PicturesHaveNamesThatEveryFileSystemTakes) {
@@ -61,9 +62,9 @@ TEST(EvalReport, HoldsEveryViewAndNothingOfAnEarlierRun) {
   EXPECT_THAT(filesIn(folder), testing::ElementsAre("notes.txt"));
 
   EvalReport report(folder);
-  report.add(viewNamed("a/b.jpg"), {0.125, 0.01, 0.5}, flat(4, 3, 10));
-  report.add(viewNamed("say \"x\", y.jpg"), {0, 0, 1}, flat(4, 3, 10));
-  for (int i = 0; i < 20; ++i) report.add(viewNamed(std::to_string(i)), {}, flat(4, 3, 10));
+  addView(report, "a/b.jpg", {0.125, 0.01, 0.5});
+  addView(report, "say \"x\", y.jpg", {0, 0, 1});
+  for (int i = 0; i < 20; ++i) addView(report, std::to_string(i));
   report.finish();
   const std::string scores = readFile(folder / "scores.csv");
   EXPECT_THAT(scores, testing::StartsWith("view,psnr,ssim,l1\na/b.jpg,20.0000,0.500000,0.125000\n"
@@ -84,13 +85,13 @@ TEST(EvalReport, SaysAtItsEndThatItCouldNotBeWritten) {
   const test::TempFolder temp;
   writeFile(temp / "file", "");
   EvalReport nowhere(temp / "file/eval");
-  for (int i = 0; i < 40; ++i) nowhere.add(viewNamed(std::to_string(i)), {}, flat(4, 3, 10));
+  for (int i = 0; i < 40; ++i) addView(nowhere, std::to_string(i));
   EXPECT_THAT(thrownText([&] { nowhere.finish(); }), testing::StartsWith("Cannot write " + toUtf8(temp / "file/eval")));
 
   // One picture cannot be written: the scores still are.
   fs::create_directories(temp / "eval/1.png/in the way");
   EvalReport part(temp / "eval");
-  for (int i = 0; i < 3; ++i) part.add(viewNamed(std::to_string(i)), {}, flat(4, 3, 10));
+  for (int i = 0; i < 3; ++i) addView(part, std::to_string(i));
   EXPECT_THAT(thrownText([&] { part.finish(); }), testing::StartsWith("Cannot write "));
   EXPECT_TRUE(fs::exists(temp / "eval/scores.csv"));
 }

@@ -47,13 +47,15 @@ TEST(HostImageCache, GivesEveryPictureBackFromMemoryOrFileOnAnyThread) {
     parallelFor(stored.size(), [&](size_t i) {
       stored[i] = pool.store(original(i));
       // While others are being stored.
-      EXPECT_EQ(stored[i].load().rgb, original(i).rgb) << i;
+      EXPECT_EQ(stored[i].pixels()->rgb, original(i).rgb) << i;
     });
     EXPECT_EQ(pool.filedImages(), 190u);  // any ten fit, and no eleven
   }
   EXPECT_TRUE(fs::is_empty(folder.path())) << "a killed run would leave it";
+  const StoredImage kept(original(1));
+  EXPECT_EQ(kept.pixels().get(), StoredImage(kept).pixels().get()) << "pixels in memory are shared, not copied";
   parallelFor(stored.size(), [&](size_t i) {
-    const Image image = stored[i].load();
+    const Image image = *stored[i].pixels();
     EXPECT_EQ(std::pair(image.width, image.height), std::pair(original(i).width, 31));
     EXPECT_EQ(image.rgb, original(i).rgb) << i;
   });
@@ -71,7 +73,7 @@ TEST(HostImageCache, SaysWhatToDoWhenTheDiskIsFull) {
                   " cannot take the rest of them (at least 3 MB): File too large. Make room there, or lower the "
                   "training resolution.");
   }
-  EXPECT_EQ(first.load().rgb, image.rgb);
+  EXPECT_EQ(first.pixels()->rgb, image.rgb);
 
   HostImageCache nowhere({folder / "none", 1});
   EXPECT_THAT(thrownText([&] { nowhere.store(image); }), testing::HasSubstr("No such file or directory. Make room"));

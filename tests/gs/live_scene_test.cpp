@@ -12,6 +12,7 @@
 #include "support/random_splats.h"
 #include "support/small_capture.h"
 #include "support/temp_folder.h"
+#include "support/train_outputs.h"
 
 namespace quor::gs {
 namespace {
@@ -55,12 +56,15 @@ TEST_F(LiveSceneTest, TrainingGoesOnWhileSomebodyReads) {
   Engine engine(context, log, &live);
   TrainJob job;
   job.dataset = folder / "room";
-  job.output = folder / "output";
+  job.output = test::outputsIn(folder / "output");
   job.iterations = 60;
   job.downscaleLevels = 0;
   job.evalMode = false;
   const auto waitUntil = [&](auto condition) {
-    while (engine.running() && !condition()) std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::minutes(2);
+    while (engine.running() && !condition() && std::chrono::steady_clock::now() < limit) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
   };
   live.want();
   engine.startTraining(job);  // not to be looked at

@@ -8,6 +8,7 @@
 
 #include "gs/data/view_order.h"
 #include "gs/splat_kernels.h"
+#include "gs/train/strategy/adaptive_density.h"
 #include "gs/train/trainer.h"
 #include "support/gpu_fixture.h"
 #include "support/scoped_environment.h"
@@ -141,6 +142,7 @@ class ResumeTest : public testing::Test {
   test::ScopedEnvironment oneThread_{"LP_NUM_THREADS", "0"};
   VulkanContext context_{ContextOptions{.validation = true}};
   KernelRegistry registry_{context_, {splatKernels()}};
+  Renderer::Variants variants_ = Renderer::Variants::forDevice(context_, registry_);
   LogStore log_{1000};
   test::TempFolder folder_;
 };
@@ -156,7 +158,7 @@ TEST_F(ResumeTest, AResumedRunIsTheUnstoppedOne) {
   for (const Case c : {Case{Technique::Mcmc, 8, 30}, {Technique::Vanilla, 6, 30}, {Technique::Vanilla, 15, 17}}) {
     SCOPED_TRACE(std::string(techniqueWord(c.technique)) + " stopped at " + std::to_string(c.stop));
     const TrainJob asked = job(c.technique);
-    Trainer unstopped(context_, registry_, log_, asked, test::smallRoom());
+    Trainer unstopped(context_, registry_, log_, asked, test::smallRoom(), variants_);
     unstopped.start();
     while (unstopped.stepsDone() < c.stop) unstopped.step();
     EXPECT_EQ(unstopped.nothingAccumulated(), c.stop != 15);
@@ -170,7 +172,7 @@ TEST_F(ResumeTest, AResumedRunIsTheUnstoppedOne) {
     other.downscaleLevels = 0;
     other.stepsPerLevel = 1;
     const TrainJob continued = continuedJob(other, checkpoint.header);
-    Trainer resumed(context_, registry_, log_, continued, test::smallRoom());
+    Trainer resumed(context_, registry_, log_, continued, test::smallRoom(), variants_);
     resumed.resume(checkpoint);
     expectSame(resumed.checkpoint(), unstopped.checkpoint(), "before the first step");
     while (!unstopped.finished()) {

@@ -5,9 +5,9 @@
 #include <cmath>
 
 #include "gs/train/schedule.h"
+#include "gs/train/strategy/adaptive_density.h"
 #include "gs/train/strategy/densification_edit.h"
-#include "gs/train/strategy/mcmc_relocator.h"
-#include "gs/train/strategy/vanilla_densifier.h"
+#include "gs/train/strategy/mcmc.h"
 #include "support/gpu_fixture.h"
 #include "support/random_splats.h"
 
@@ -51,22 +51,51 @@ class SplatSetTest : public GpuTest {
     }
   }
 
+  TrainingState stateOf(SplatStore& store) { return {stream, transfer, store, renderer, random}; }
+
   TrainJob job = resolved({});
   SplitMix64 random{5};
+  Renderer renderer{context, registry, Renderer::Mode::Training};
 };
 
 TEST_F(SplatSetTest, RearrangingKeepsValuesAndMomentsInStep) {
   SplatStore store(context, SplatStore::Use::Training);
   fillTelling(store, 5);
-  store.rearrange(stream, transfer, std::vector<uint32_t>{4, 2, 0}, 0);  // shrinks and reorders in place
+  store.rearrange(stream, transfer, std::vector<uint32_t>{4, 2, 0});  // shrinks and reorders in place
   expectRows(store, {4, 2, 0});
   EXPECT_EQ(store.capacity(), 5u);
 
   fillTelling(store, 5);
   const std::vector<uint32_t> grown = {0, 1, 2, 3, 4, 2 | kFreshRow, 2, 0 | kFreshRow};
-  store.rearrange(stream, transfer, grown, 12);
-  expectRows(store, grown);
+  EXPECT_THROW(store.rearrange(stream, transfer, grown), std::logic_error);
+  store.grow(stream, 12);
+  expectRows(store, {0, 1, 2, 3, 4});
   EXPECT_EQ(store.capacity(), 12u);
+  store.rearrange(stream, transfer, grown);
+  expectRows(store, grown);
+
+  // A growth that fails loses nothing.
+  fillTelling(store, 5);
+  context.limitMemory(GpuBuffer::liveBytes() + 2000);
+  EXPECT_THROW(store.grow(stream, 24), OutOfGpuMemory);
+  context.limitMemory(0);
+  EXPECT_EQ(store.capacity(), 5u);
+  expectRows(store, {0, 1, 2, 3, 4});
+}
+
+TEST_F(SplatSetTest, MemoryOfALargerSceneIsGivenBack) {
+  SplatStore store(context, SplatStore::Use::RenderOnly);
+  store.upload(transfer, test::randomScene(5000, 1));  // the transfer's own buffer counts too
+  store.clear();
+  const uint64_t before = GpuBuffer::liveBytes();
+  store.upload(transfer, test::randomScene(5000, 1));
+  EXPECT_GT(GpuBuffer::liveBytes(), before + 5000 * 200);
+  store.upload(transfer, test::randomScene(3000, 1));
+  EXPECT_EQ(store.capacity(), 5000u) << "what is nearly as large stays";
+  store.upload(transfer, {});
+  EXPECT_LT(GpuBuffer::liveBytes(), before + 1000);
+  store.clear();
+  EXPECT_EQ(GpuBuffer::liveBytes(), before);
 }
 
 TEST_F(SplatSetTest, SharedSplatsRenderLikeTheOneTheyReplace) {
@@ -93,7 +122,8 @@ TEST_F(SplatSetTest, HalvesOfASplitSplatStandForTheWhole) {
   for (size_t i = 0; i < 20; ++i) set.scales[3 * i + i % 3] += 2;  // the long axis
   SplatStore store(context, SplatStore::Use::Training);
   store.upload(transfer, set);
-  DensificationEdit rows = DensificationEdit::download(transfer, store);
+  GpuBuffer staging;
+  DensificationEdit rows = DensificationEdit::fetch(stream, store, staging);
   const DensificationEdit before = rows;
   const auto entry = [](const DensificationEdit& r, size_t i, size_t a, size_t b) {  // of the covariance
     const auto q = [&](size_t k) { return static_cast<double>(r.rotations[4 * i + k]); };
@@ -141,8 +171,8 @@ TEST_F(SplatSetTest, DeadSplatsMoveOntoLivingOnesAndTheSetGrows) {
   for (size_t i = 0; i < 100; ++i) set.opacities[i] = i % 4 == 0 ? -7.0f : 1.0f;  // 25 dead
   SplatStore store(context, SplatStore::Use::Training);
   store.upload(transfer, set);
-  const McmcRelocator relocator(1000);
-  const RelocateReport report = relocator.refine(stream, transfer, store, random, 102);
+  Mcmc mcmc(job, 1.0, 1000);
+  const RelocateReport report = mcmc.relocate(stateOf(store), 102);
   EXPECT_EQ(report.relocated, 25u);
   EXPECT_EQ(report.grown, 2u);
   const GaussianSet after = store.download(transfer);
@@ -166,6 +196,31 @@ TEST_F(SplatSetTest, DeadSplatsMoveOntoLivingOnesAndTheSetGrows) {
     }();
     EXPECT_TRUE(copied) << "a moved splat is a copy of a living one, colours included";
   }
+}
+
+// In a scene a hundred times larger, everything moves a hundred times as far.
+TEST_F(SplatSetTest, NoiseKnowsNoUnitOfLength) {
+  const auto moved = [&](float unit) {
+    GaussianSet set = test::randomScene(200, 6);
+    std::fill(set.positions.begin(), set.positions.end(), 0.0f);
+    std::fill(set.opacities.begin(), set.opacities.end(), -5.0f);
+    for (float& scale : set.scales) scale += std::log(unit);
+    SplatStore store(context, SplatStore::Use::Training);
+    store.upload(transfer, set);
+    renderer.reserve(store.count(), 64, 48);
+    renderer.project(stream, store, test::testCamera(64, 48), 0, 0.01f);
+    random = SplitMix64(5);
+    Mcmc(job, static_cast<double>(unit), 1000).afterOptimiser(stateOf(store));
+    stream.submit();
+    return store.downloadGroup(transfer, kPositions);
+  };
+  const std::vector<float> small = moved(1), large = moved(100);
+  float most = 0;
+  for (size_t i = 0; i < small.size(); ++i) {
+    EXPECT_NEAR(large[i] / 100, small[i], 1e-3f * std::abs(small[i]) + 1e-7f);
+    most = std::max(most, std::abs(small[i]));
+  }
+  EXPECT_GT(most, 1e-3f);
 }
 
 // Gradients of the screen means as a backward pass leaves them, given by hand through a tiny renderer run.
@@ -194,20 +249,19 @@ TEST_F(DensifyTest, ClonesSmallSplatsSplitsLargeOnesAndPrunesFaintOnes) {
   SplatStore store(context, SplatStore::Use::Training);
   const GaussianSet set = fourSplats();
   store.upload(transfer, set);
-  Renderer renderer(context, registry, Renderer::Mode::Training);
   renderer.reserve(4, 64, 48);
   const GpuBuffer photo = makeBuffer(std::vector<uint32_t>(64 * 48 * 3 / 4, 0x40302010u));
-  const auto frame = [&](VanillaDensifier& densifier) {
+  const auto frame = [&](AdaptiveDensity& strategy) {
     renderer.project(stream, store, camera, 0, 0.01f);
     renderer.rasterize(stream, {0, 0, 0});
     renderer.lossAndBackward(stream, store, photo, lossScales(0.2f, 64, 48), {}, false);
-    densifier.accumulate(stream, store, renderer);
+    strategy.afterBackward(stateOf(store));
     stream.submit();
   };
 
-  VanillaDensifier densifier(context, job, 1.0, 100);
-  frame(densifier);
-  DensifyReport report = densifier.refine(stream, transfer, store, random, false);
+  AdaptiveDensity strategy(job, 1.0, 100);
+  frame(strategy);
+  DensifyReport report = strategy.densify(stateOf(store), false);
   EXPECT_EQ(report.pruned, 1u);
   EXPECT_EQ(report.split, 1u);
   EXPECT_EQ(report.cloned, 2u);
@@ -219,21 +273,21 @@ TEST_F(DensifyTest, ClonesSmallSplatsSplitsLargeOnesAndPrunesFaintOnes) {
 
   // With room for one more the largest statistic wins.
   store.upload(transfer, set);
-  VanillaDensifier capped(context, job, 1.0, 4);
+  AdaptiveDensity capped(job, 1.0, 4);
   frame(capped);
-  report = capped.refine(stream, transfer, store, random, false);
+  report = capped.densify(stateOf(store), false);
   EXPECT_EQ(report.cloned + report.split, 1u);
   EXPECT_EQ(store.count(), 4u);
 
   // In a scene so large that all of this is right before the camera, gradients say little.
   store.upload(transfer, set);
-  VanillaDensifier near(context, job, 1e4, 100);
+  AdaptiveDensity near(job, 1e4, 100);
   frame(near);
-  report = near.refine(stream, transfer, store, random, false);
+  report = near.densify(stateOf(store), false);
   EXPECT_EQ(report.cloned + report.split, 0u);
 
   // Without statistics nothing is added.
-  report = capped.refine(stream, transfer, store, random, false);
+  report = capped.densify(stateOf(store), false);
   EXPECT_EQ(report.cloned + report.split, 0u);
 }
 
@@ -244,20 +298,20 @@ TEST_F(DensifyTest, DivergedSplatsAreResetAndOpacitiesCanBe) {
   set.shRest[45 * 8 + 44] = INFINITY;
   SplatStore store(context, SplatStore::Use::Training);
   store.upload(transfer, set);
-  VanillaDensifier densifier(context, job, 1000.0, 100);
-  EXPECT_EQ(densifier.refine(stream, transfer, store, random, false).reset, 2u);
+  AdaptiveDensity strategy(job, 1000.0, 100);
+  EXPECT_EQ(strategy.densify(stateOf(store), false).reset, 2u);
   GaussianSet after = store.download(transfer);
   for (size_t g = 0; g < kGroupCount; ++g) {
     for (const float v : after.group(static_cast<Group>(g))) ASSERT_TRUE(std::isfinite(v));
   }
-  densifier.resetOpacities(transfer, store);
+  strategy.resetOpacities(stateOf(store));
   after = store.download(transfer);
   for (const float o : after.opacities) EXPECT_LE(1 / (1 + std::exp(-o)), 2 * job.pruneOpacity + 1e-6f);
 
   set = test::randomScene(3, 9);
   for (float& v : set.positions) v = NAN;
   store.upload(transfer, set);
-  EXPECT_THROW(densifier.refine(stream, transfer, store, random, false), std::runtime_error);
+  EXPECT_THROW(strategy.densify(stateOf(store), false), std::runtime_error);
 }
 
 }  // namespace

@@ -23,12 +23,13 @@ class TrainerTest : public GpuTest {
     return trainer.evaluate(cancel);
   }
   LogStore log{1000};
+  const Renderer::Variants variants = Renderer::Variants::forDevice(context, registry);
 };
 
 TEST_F(TrainerTest, BothTechniquesReachAStatedQualityOnHeldOutViews) {
   for (const Technique technique : {Technique::Vanilla, Technique::Mcmc}) {
     const TrainJob job = quickJob(technique, 400);
-    Trainer trainer(context, registry, log, job, room());
+    Trainer trainer(context, registry, log, job, room(), variants);
     trainer.start();
     const EvalResult before = evaluate(trainer);
     while (!trainer.finished()) trainer.step();
@@ -48,7 +49,7 @@ TEST_F(TrainerTest, PhotographsComeOverTheSameWhetherResidentOrNot) {
   std::vector<View> filed = room().training;
   {
     HostImageCache pool(tiny);
-    for (View& view : filed) view.image = pool.store(view.image.load());
+    for (View& view : filed) view.image = pool.store(*view.image.pixels());
     ASSERT_EQ(pool.filedImages(), filed.size());
   }
   const std::vector<View>& kept = room().training;
@@ -67,12 +68,55 @@ TEST_F(TrainerTest, PhotographsComeOverTheSameWhetherResidentOrNot) {
         stream.submit();
         const Camera& camera = photos.camera(view);
         EXPECT_EQ(camera, cameraAtLevel(kept[view].camera, level));
-        const Image expected = resizeImage(kept[view].image.load(), camera.width, camera.height);
+        const Image expected = resizeImage(*kept[view].image.pixels(), camera.width, camera.height);
         auto bytesOnGpu = readBuffer<uint8_t>(photo);
         bytesOnGpu.resize(expected.rgb.size());
         EXPECT_EQ(bytesOnGpu, expected.rgb) << "view " << view << " level " << level << " store " << s;
       }
     }
+  }
+}
+
+TEST_F(TrainerTest, PhotographsReserveTheMemoryThatTheyTakeAtAnyLevel) {
+  const std::vector<View>& views = room().training;  // 96 x 64
+  const uint64_t one = 96 * 64 * 3, all = views.size() * one;
+  EXPECT_EQ(DeviceImageCache::mostBytes(views, all, 0), all + one);
+  EXPECT_EQ(DeviceImageCache::mostBytes(views, all - 1, 0), one) << "they stay on the host";
+  EXPECT_EQ(DeviceImageCache::mostBytes(views, all - 1, 2), all / 4 + one) << "resident while they are smaller";
+}
+
+TEST_F(TrainerTest, WhenMemoryRunsOutTheSplatsAreThoseOfTheLastStep) {
+  // The first pass needs more room than there is.
+  for (const Technique technique : {Technique::Vanilla, Technique::Mcmc}) {
+    SCOPED_TRACE(techniqueWord(technique));
+    TrainJob job = quickJob(technique, 60);
+    job.refineEvery = job.densifyFrom = 10;
+    job.densifyGradient = 0;
+    Trainer trainer(context, registry, log, job, room(), variants);
+    trainer.start();
+    while (trainer.stepsDone() < 9) trainer.step();
+    const uint64_t before = trainer.splats();
+    context.limitMemory(GpuBuffer::liveBytes());
+    bool failed = false;
+    try {
+      while (!trainer.finished()) trainer.step();
+    } catch (const OutOfGpuMemory&) {
+      failed = true;
+    }
+    const Checkpoint saved = trainer.checkpoint();
+    context.limitMemory(0);
+    ASSERT_TRUE(failed);
+    EXPECT_EQ(saved.header.step, static_cast<uint32_t>(trainer.stepsDone()));
+    EXPECT_GE(saved.header.count, before);
+    for (size_t g = 0; g < kGroupCount; ++g) {
+      const std::vector<float>& values = saved.set.group(static_cast<Group>(g));
+      EXPECT_EQ(values.size(), saved.header.count * kGroupWidths[g]);
+      for (const float v : values) ASSERT_TRUE(std::isfinite(v));
+    }
+    Trainer next(context, registry, log, job, room(), variants);
+    next.resume(saved);
+    next.step();
+    EXPECT_EQ(next.stepsDone(), trainer.stepsDone() + 1);
   }
 }
 

@@ -133,6 +133,18 @@ TEST_F(PipelineTest, TrainsAndReportsTheResult) {
   EXPECT_EQ(std::tuple(quality->psnr, quality->ssim), std::tuple(27.5, 0.9));
 }
 
+TEST_F(PipelineTest, SettingsThatCannotBeUsedAreSaid) {
+  project_.training.iterations = 0;
+  project_.training.refineEvery = 100;  // a short run uses less, but nobody asked for that
+  startTraining();
+  finish(gs::TrainState::Done, gs::TrainResult{});
+  std::vector<std::string> warnings;
+  for (const LogEntry& entry : log_.entriesAfter(0)) {
+    if (entry.level == 1) warnings.push_back(entry.text);
+  }
+  EXPECT_THAT(warnings, ElementsAre("The setting iterations cannot be 0: 1 is used."));
+}
+
 TEST_F(PipelineTest, AWrappedDatasetIsSummarisedAndOnlyTrained) {
   for (const char* name : {"f00001.jpg", "s02/f00001.jpg", "notes.txt"}) {
     test::writeFile(project_.framesFolder() / name, "");
@@ -150,7 +162,7 @@ TEST_F(PipelineTest, AWrappedDatasetIsSummarisedAndOnlyTrained) {
               ElementsAre("Using an existing reconstruction", "2 cameras (imported)", "scene.ply exported"));
   trainer_.waitUntilStarted();
   EXPECT_EQ(trainer_.job().dataset, folder_ / "set");
-  EXPECT_EQ(trainer_.job().output, project_.outputFolder());
+  EXPECT_EQ(trainer_.job().output.folder, project_.outputFolder());
   EXPECT_EQ(pipeline_.status(Stage::Frames).state, StageState::NotRun);
   EXPECT_EQ(pipeline_.status(Stage::Sparse).state, StageState::NotRun);
   finish(gs::TrainState::Done, gs::TrainResult{});
@@ -338,7 +350,7 @@ TEST(MakeTrainJob, TrainsTheSolvedOrTheWrappedDatasetAtItsOwnSize) {
   Project project;
   project.root = "/p";
   EXPECT_EQ(makeTrainJob(project).dataset, "/p/colmap/undistorted");
-  EXPECT_EQ(makeTrainJob(project).output, "/p/output");
+  EXPECT_EQ(makeTrainJob(project).output.folder, "/p/output");
   EXPECT_EQ(makeTrainJob(project).resolution, 0);  // whatever a bare job would do
   project.externalDataset = "/set";
   EXPECT_EQ(makeTrainJob(project).dataset, "/set");

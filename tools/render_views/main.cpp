@@ -164,11 +164,11 @@ void renderBetween(Scene& scene, const std::vector<gs::View>& views, const Optio
     const gs::View &a = views[i], &b = views[i + 1];
     const bool alike = a.camera.width == b.camera.width && a.camera.height == b.camera.height;
     if (!alike || turn(a.camera.rotation, b.camera.rotation) > kWidestTurn) continue;
-    std::vector<Image> images = {a.image.load()};
+    std::vector<Image> images = {*a.image.pixels()};
     for (int k = 1; k <= options.between; ++k) {
       images.push_back(scene.render(between(a.camera, b.camera, static_cast<double>(k) / (options.between + 1))));
     }
-    images.push_back(b.image.load());
+    images.push_back(*b.image.pixels());
     write(options.out, stem(a) + "-" + stem(b), row(images));
   }
 }
@@ -182,7 +182,7 @@ void renderViews(const Options& options) {
   Scene scene(options.scene, data.geometry.extent);
   if (options.between > 0) return renderBetween(scene, data.training, options);
   for (const gs::View& view : data.heldOut) {
-    const Image photograph = view.image.load(), image = scene.render(view.camera);
+    const Image photograph = *view.image.pixels(), image = scene.render(view.camera);
     write(options.out, stem(view), row({photograph, image, fourfoldDifference(photograph, image)}));
   }
 }

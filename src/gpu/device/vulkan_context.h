@@ -6,6 +6,7 @@
 #include <volk.h>
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <mutex>
 #include <string>
@@ -81,6 +82,11 @@ class VulkanContext {
   // else the largest device-local heap less what GpuBuffers hold.
   uint64_t freeMemory() const;
 
+  // Refuses buffers that would make this process hold more than so many bytes, as a full device does; 0 = no limit. For
+  // trying out how work ends when GPU memory runs out. From any thread.
+  void limitMemory(uint64_t bytes) { memoryLimit_ = bytes; }
+  uint64_t memoryLimit() const { return memoryLimit_; }
+
   // Messages of the validation layer (warnings and errors) since the context was made.
   uint64_t validationMessages() const { return instance_.messages(); }
 
@@ -95,6 +101,7 @@ class VulkanContext {
   uint32_t mainFamily_ = 0;
   uint32_t timestampBits_ = 0;
   DeviceInfo info_;
+  std::atomic<uint64_t> memoryLimit_ = 0;
   VkPhysicalDeviceMemoryProperties memoryProperties_ = {};
   std::mutex mainLock_;
   std::mutex ownComputeLock_;

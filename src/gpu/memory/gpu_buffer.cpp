@@ -83,7 +83,9 @@ void GpuBuffer::create(uint64_t size, BufferKind kind) {
   allocate.allocationSize = needs.size;
   allocate.memoryTypeIndex =
       chooseMemoryType(context_->memoryProperties(), needs.memoryTypeBits, traits.required, traits.preferred);
-  if (vkAllocateMemory(device, &allocate, nullptr, &memory_) != VK_SUCCESS) {
+  const uint64_t limit = context_->memoryLimit();
+  const bool refused = limit > 0 && live_bytes + size > limit;
+  if (refused || vkAllocateMemory(device, &allocate, nullptr, &memory_) != VK_SUCCESS) {
     memory_ = VK_NULL_HANDLE;
     throw OutOfGpuMemory("Out of GPU memory allocating '" + name_ + "' (" + megabytes(size) +
                          "). Lower the splat budget or the training resolution.");

@@ -1,6 +1,7 @@
 #include "gs/data/dataset.h"
 
 #include <algorithm>
+#include <cmath>
 #include <mutex>
 #include <new>
 #include <optional>
@@ -12,6 +13,7 @@
 #include "base/text/text.h"
 #include "gs/data/source_camera.h"
 #include "gs/data/view_loader.h"
+#include "gs/data/view_split.h"
 
 namespace quor::gs {
 namespace {
@@ -43,7 +45,7 @@ colmap::Model readModel(const DatasetOptions& options, LogStore& log) {
   return model;
 }
 
-// Reads the photographs into the pool on worker threads; the first refusal in order is the one that is reported.
+// Reads the photographs into the pool on worker threads. When several are refused, the first in order is reported.
 class PhotographLoader {
  public:
   PhotographLoader(const colmap::Model& model, std::filesystem::path folder, int resolution, HostImageCache& pool,
@@ -71,7 +73,7 @@ class PhotographLoader {
     try {
       if (std::optional<Image> photograph = readPhotograph(folder_, images_[i].name)) {
         LoadedView view = viewOf(std::move(*photograph), images_[i].name, sources_[i], resolution_);
-        views_[i] = View{std::move(view.name), view.camera, pool_.store(std::move(view.image))};
+        views_[i] = View{images_[i].name, view.camera, pool_.store(std::move(view.image))};
       }
     } catch (const std::bad_alloc&) {
       throw std::runtime_error("There is not enough memory for the dataset's images.");
@@ -107,8 +109,8 @@ void warnOfSkipped(const colmap::Model& model, const std::vector<std::optional<V
   log.warning(std::to_string(skipped) + " image(s) could not be read and were skipped (" + names + ").");
 }
 
-// The split goes by the images of the model, so that a file that cannot be read one day moves no other view from one
-// list to the other.
+// Splits by the model's images, not by those that could be read, so that an unreadable file moves no other view from
+// one list to the other.
 void distribute(std::vector<std::optional<View>> views, const DatasetOptions& options, Dataset& dataset,
                 LogStore& log) {
   const ViewSplit split = splitViews(views.size(), options.evalMode, options.testEvery);
@@ -126,6 +128,18 @@ void distribute(std::vector<std::optional<View>> views, const DatasetOptions& op
 }
 
 }  // namespace
+
+Camera cameraAtLevel(const Camera& camera, int level) {
+  const auto side = [&](int length) { return std::max(1, static_cast<int>(std::lround(std::ldexp(length, -level)))); };
+  return camera.resized(side(camera.width), side(camera.height));
+}
+
+uint64_t Dataset::imageBytes() const {
+  uint64_t bytes = 0;
+  for (const View& view : training) bytes += view.image.bytes();
+  for (const View& view : heldOut) bytes += view.image.bytes();
+  return bytes;
+}
 
 Dataset loadDataset(const DatasetOptions& options, LogStore& log, const std::atomic<bool>& cancel,
                     const std::function<void(size_t, size_t)>& progress) {

@@ -12,8 +12,9 @@ namespace {
 
 constexpr uint64_t kChunk = 64ull << 20;
 
-uint64_t roundUp4(uint64_t bytes) {
-  return (bytes + 3) / 4 * 4;
+// Packed, padded to whole words.
+uint64_t packedBytes(const Camera& camera) {
+  return (static_cast<uint64_t>(camera.width) * static_cast<uint64_t>(camera.height) * 3 + 3) / 4 * 4;
 }
 
 }  // namespace
@@ -27,13 +28,28 @@ DeviceImageCache::DeviceImageCache(VulkanContext& context, const std::vector<Vie
       cameras_(views.size()),
       places_(views.size()) {}
 
-Image DeviceImageCache::scaled(size_t view, int level) const {
-  Image image = views_[view].image.load();
-  return level > 0 ? resizeImage(image, cameras_[view].width, cameras_[view].height) : image;
+uint64_t DeviceImageCache::mostBytes(const std::vector<View>& views, uint64_t gpuShare, int levels) {
+  uint64_t resident = 0, largest = 0;
+  for (int level = 0; level <= levels; ++level) {
+    uint64_t total = 0;
+    for (const View& view : views) {
+      const uint64_t bytes = packedBytes(cameraAtLevel(view.camera, level));
+      total += bytes;
+      largest = std::max(largest, bytes);
+    }
+    if (total <= gpuShare) resident = std::max(resident, total);
+  }
+  return resident + largest;
+}
+
+std::shared_ptr<const Image> DeviceImageCache::scaled(size_t view, int level) const {
+  std::shared_ptr<const Image> image = views_[view].image.pixels();
+  if (level == 0) return image;
+  return std::make_shared<const Image>(resizeImage(*image, cameras_[view].width, cameras_[view].height));
 }
 
 uint64_t DeviceImageCache::bytesOnGpu(size_t view) const {
-  return roundUp4(static_cast<uint64_t>(cameras_[view].width) * static_cast<uint64_t>(cameras_[view].height) * 3);
+  return packedBytes(cameras_[view]);
 }
 
 bool DeviceImageCache::setLevel(Transfer& transfer, int level) {
@@ -69,9 +85,9 @@ void DeviceImageCache::makeResident(Transfer& transfer, int level, uint64_t chun
   for (const uint64_t size : sizes) chunks_.emplace_back(context_, size, BufferKind::Device, "photographs");
   std::mutex transferMutex;
   parallelFor(views_.size(), [&](size_t i) {
-    const Image image = scaled(i, level);
+    const std::shared_ptr<const Image> image = scaled(i, level);
     const std::lock_guard lock(transferMutex);
-    transfer.upload(chunks_[places_[i].chunk], image.rgb.data(), places_[i].offset, image.rgb.size());
+    transfer.upload(chunks_[places_[i].chunk], image->rgb.data(), places_[i].offset, image->rgb.size());
   });
 }
 
@@ -83,12 +99,15 @@ void DeviceImageCache::stayOnHost(int level, uint64_t largest) {
   if (level == 0) return;
   HostImageCache pool(scaledPool_);
   scaled_.resize(views_.size());
-  parallelFor(views_.size(), [&](size_t i) { scaled_[i] = pool.store(scaled(i, level)); });
+  parallelFor(views_.size(), [&](size_t i) {
+    const std::shared_ptr<const Image> image = views_[i].image.pixels();
+    scaled_[i] = pool.store(resizeImage(*image, cameras_[i].width, cameras_[i].height));
+  });
 }
 
 void DeviceImageCache::Staging::forget() {
   view = SIZE_MAX;
-  // A photograph that nobody waits for any more may have failed.
+  // Its failure concerns nobody any more.
   if (filled.valid()) std::exchange(filled, {}).wait();
 }
 
@@ -98,9 +117,8 @@ void DeviceImageCache::prefetch(size_t view) {
   Staging& staging = staging_[nextStaging_];
   nextStaging_ ^= 1;
   staging.forget();
-  staging.filled = std::async(std::launch::async,
-                              [to = static_cast<uint8_t*>(staging.buffer.mapped()),
-                               image = scaled_.empty() ? views_[view].image : scaled_[view]] { image.read(to); });
+  staging.filled = reader_.read(scaled_.empty() ? views_[view].image : scaled_[view],
+                                static_cast<uint8_t*>(staging.buffer.mapped()));
   staging.view = view;
 }
 
@@ -112,7 +130,7 @@ const GpuBuffer& DeviceImageCache::fetch(ComputeStream& stream, size_t view) {
   prefetch(view);
   Staging& staging = staging_[0].view == view ? staging_[0] : staging_[1];
   if (staging.filled.valid()) {
-    staging.view = SIZE_MAX;  // should it have failed
+    staging.view = SIZE_MAX;  // in case the read failed
     staging.filled.get();
     staging.view = view;
   }

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "base/files/paths.h"
 #include "base/host_memory.h"
@@ -12,30 +13,31 @@
 namespace quor::gs {
 namespace {
 
-// Where the system does not say what is free.
-constexpr uint64_t kBudgetUnasked = uint64_t{2} << 30;
+// When the system does not report its free memory.
+constexpr uint64_t kDefaultBudget = uint64_t{2} << 30;
 
 uint64_t automaticBudget() {
   const uint64_t free = availableHostMemory();
-  return free == UINT64_MAX ? kBudgetUnasked : free / 2;
+  return free == UINT64_MAX ? kDefaultBudget : free / 2;
 }
 
 }  // namespace
 
 StoredImage::StoredImage(Image image)
-    : size_{image.width, image.height}, pixels_(std::make_shared<const std::vector<uint8_t>>(std::move(image.rgb))) {}
+    : size_{image.width, image.height}, image_(std::make_shared<const Image>(std::move(image))) {}
 
 StoredImage::StoredImage(ImageSize size, std::shared_ptr<const TemporaryFile> file, uint64_t offset)
     : size_(size), file_(std::move(file)), offset_(offset) {}
 
-Image StoredImage::load() const {
+std::shared_ptr<const Image> StoredImage::pixels() const {
+  if (image_) return image_;
   Image image{size_.width, size_.height, std::vector<uint8_t>(bytes())};
   read(image.rgb.data());
-  return image;
+  return std::make_shared<const Image>(std::move(image));
 }
 
 void StoredImage::read(uint8_t* to) const {
-  if (pixels_) std::copy(pixels_->begin(), pixels_->end(), to);
+  if (image_) std::copy(image_->rgb.begin(), image_->rgb.end(), to);
   if (!file_) return;
   try {
     file_->read(to, bytes(), offset_);

@@ -1,6 +1,6 @@
-// The pixels of any number of photographs in a bounded amount of memory: the first stay in memory, and what comes when
-// the budget is used up goes to one temporary file. No picture ever moves from one to the other; the system's cache of
-// files keeps those in memory that there is room for.
+// The pixels of any number of photographs in a bounded amount of memory: the first photographs stay in memory, and
+// those that no longer fit the budget go to one temporary file. A photograph never moves from one to the other; the
+// system's file cache keeps as much of the file in memory as there is room for.
 #pragma once
 
 #include <cstddef>
@@ -8,14 +8,13 @@
 #include <filesystem>
 #include <memory>
 #include <mutex>
-#include <vector>
 
 #include "base/files/temporary_file.h"
 #include "base/image/image.h"
 
 namespace quor::gs {
 
-// A picture that can be read again and again, on any thread. Copies share the pixels, which are freed with the last.
+// A picture that any thread can read any number of times. Copies share the pixels, which are freed with the last copy.
 class StoredImage {
  public:
   StoredImage() = default;            // no pixels
@@ -26,13 +25,14 @@ class StoredImage {
   int height() const { return size_.height; }
   size_t bytes() const { return static_cast<size_t>(size_.width) * static_cast<size_t>(size_.height) * 3; }
 
-  // Both throw std::runtime_error with a whole sentence when the file cannot be read.
-  Image load() const;
-  void read(uint8_t* to) const;  // bytes()
+  // Both throw std::runtime_error with a whole sentence when the file cannot be read. pixels() copies only what is in
+  // the file; read() fills bytes() bytes.
+  std::shared_ptr<const Image> pixels() const;
+  void read(uint8_t* to) const;
 
  private:
   ImageSize size_;
-  std::shared_ptr<const std::vector<uint8_t>> pixels_;  // null: in the file
+  std::shared_ptr<const Image> image_;  // null: in the file
   std::shared_ptr<const TemporaryFile> file_;
   uint64_t offset_ = 0;
 };
@@ -49,11 +49,11 @@ class HostImageCache {
   // With the budget that "0" stands for.
   const HostImageCacheOptions& options() const { return options_; }
 
-  // Safe on any thread. Throws std::runtime_error with a whole sentence when the disk does not take the pixels. The
-  // pictures may outlive the pool.
+  // Safe on any thread. Throws std::runtime_error with a whole sentence when the disk does not take the pixels. Stored
+  // images may outlive the cache.
   StoredImage store(Image image);
 
-  // What went to the file so far.
+  // Stored in the file so far.
   size_t filedImages() const;
   uint64_t filedBytes() const;
 

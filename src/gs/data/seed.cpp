@@ -12,9 +12,7 @@ namespace quor::gs {
 namespace {
 
 constexpr size_t kNeighbours = 3;
-constexpr size_t kFewPoints = 100;
-constexpr uint64_t kRandomPoints = 10000;
-constexpr double kExtentFloor = 0.001;
+constexpr double kMinExtent = 0.001;
 
 struct Cloud {
   std::vector<float> positions;
@@ -22,7 +20,7 @@ struct Cloud {
   size_t count() const { return positions.size() / 3; }
 };
 
-// What nanoflann asks of a point set.
+// The interface that nanoflann requires of a point set.
 struct PointAdaptor {
   std::span<const float> positions;
   size_t kdtree_get_point_count() const { return positions.size() / 3; }
@@ -35,9 +33,9 @@ struct PointAdaptor {
 using KdTree = nanoflann::KDTreeSingleIndexAdaptor<nanoflann::L2_Simple_Adaptor<float, PointAdaptor, double>,
                                                    PointAdaptor, 3, size_t>;
 
-// Root of the mean squared distance to the nearest other points. Coincident points would give splats of no size at all,
-// whose scale gradient vanishes, hence the floor (Kerbl et al. 2023 floor the square at 1e-7), here relative to the
-// scene, which has no unit. A point that has no neighbour gets a tenth of the extent.
+// Root of the mean squared distance to the nearest other points. The floor keeps coincident points from making splats
+// of zero size, whose scale gradient vanishes; Kerbl et al. 2023 floor the square at 1e-7, here it is relative to the
+// extent because a scene has no unit. A point without neighbours gets a tenth of the extent.
 std::vector<double> neighbourDistances(std::span<const float> positions, double extent) {
   const PointAdaptor points{positions};
   const size_t count = points.kdtree_get_point_count();
@@ -61,7 +59,7 @@ std::vector<double> neighbourDistances(std::span<const float> positions, double 
   return distances;
 }
 
-// Isolated outliers must not make giant splats.
+// Keeps isolated outliers from making giant splats.
 void clampToPercentile(std::vector<double>& distances, double fraction) {
   std::vector<double> sorted = distances;
   std::sort(sorted.begin(), sorted.end());
@@ -99,11 +97,11 @@ std::vector<size_t> choosePoints(size_t points, uint64_t count, SplitMix64& rand
 
 GaussianSet seedFromPoints(std::span<const float> positions, std::span<const uint8_t> colours,
                            const SeedSettings& settings, SplitMix64& random) {
-  const double extent = std::max(settings.extent, kExtentFloor);
+  const double extent = std::max(settings.extent, kMinExtent);
   Cloud scattered;
   const size_t given = positions.size() / 3;
-  if (given == 0 || (settings.randomWhenSparse && given < kFewPoints)) {
-    scattered = randomCloud(settings.count == 0 ? kRandomPoints : std::min(settings.count, kRandomPoints), settings,
+  if (given == 0 || (settings.randomWhenSparse && given < kMinSeedPoints)) {
+    scattered = randomCloud(settings.count == 0 ? kRandomSeeds : std::min(settings.count, kRandomSeeds), settings,
                             extent, random);
     positions = scattered.positions;
     colours = scattered.colours;

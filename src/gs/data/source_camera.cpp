@@ -8,9 +8,9 @@
 namespace quor::gs {
 namespace {
 
-constexpr uint64_t kLongestEdge = 1 << 20;
-// Between a lens that sees everything and one that sees nothing, in image edges.
-constexpr double kShortestFocal = 1e-3, kLongestFocal = 1e6;
+constexpr uint64_t kMaxEdge = 1 << 20;
+// Of a focal length, in image edges.
+constexpr double kMinFocal = 1e-3, kMaxFocal = 1e6;
 
 void setIntrinsics(const colmap::Camera& from, SourceCamera& source) {
   const auto require = [&](bool valid, const char* what) {
@@ -25,16 +25,16 @@ void setIntrinsics(const colmap::Camera& from, SourceCamera& source) {
   }
   constexpr size_t kParameters[] = {3, 4, 4, 5, 8};  // by model; the text encoding does not enforce them
   require(from.params.size() >= kParameters[from.model], "number of parameters");
-  require(from.width > 0 && from.height > 0 && std::max(from.width, from.height) <= kLongestEdge, "image size");
+  require(from.width > 0 && from.height > 0 && std::max(from.width, from.height) <= kMaxEdge, "image size");
 
   Camera& camera = source.camera;
   camera.width = static_cast<int>(from.width);
   camera.height = static_cast<int>(from.height);
   colmap::intrinsics(from, camera.fx, camera.fy, camera.cx, camera.cy);
   const double edge = std::max(camera.width, camera.height);
-  const auto focal = [&](double f) { return f >= kShortestFocal * edge && f <= kLongestFocal * edge; };
+  const auto focal = [&](double f) { return f >= kMinFocal * edge && f <= kMaxFocal * edge; };
   require(focal(camera.fx) && focal(camera.fy), "focal length");
-  const auto inReach = [&](double c) { return std::abs(c) <= kLongestFocal * edge; };
+  const auto inReach = [&](double c) { return std::abs(c) <= kMaxFocal * edge; };
   require(inReach(camera.cx) && inReach(camera.cy), "principal point");
 
   Distortion& d = source.distortion;

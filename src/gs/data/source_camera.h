@@ -1,4 +1,5 @@
-// The camera of one registered image as the COLMAP model describes it, checked: a model is somebody else's file.
+// The camera of one registered image as the COLMAP model describes it, validated, since the model comes from another
+// program.
 #pragma once
 
 #include "colmap/model.h"
@@ -12,12 +13,12 @@ struct SourceCamera {
   Distortion distortion;
 };
 
-// Whether float arithmetic can be done with a position or a translation: damaged files also hold numbers that are
-// finite but whose squares are not.
+// Whether float arithmetic works on a position or a translation: damaged files also hold finite numbers whose squares
+// overflow.
 bool isCoordinate(double value);
 
-// Throws std::runtime_error with a sentence that names the image or the camera: a camera that is missing, of a model
-// that cannot be trained on or with values that are none, a pose that is none.
+// Throws std::runtime_error with a sentence that names the image or the camera: a missing camera, a camera model that
+// cannot be trained on, invalid values or an invalid pose.
 SourceCamera sourceCamera(const colmap::Model& model, const colmap::Image& image);
 
 }  // namespace quor::gs

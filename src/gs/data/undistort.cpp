@@ -10,7 +10,7 @@ namespace {
 constexpr int kRays = 4096;
 constexpr int kSteps = 64;  // along a ray, before the border is bisected
 constexpr int kBisections = 32;
-constexpr double kMinimalStretch = 0.05;  // of areas; 0 is where the polynomial folds over
+constexpr double kMinStretch = 0.05;  // of areas; 0 is where the polynomial folds over
 
 // The determinant of the distortion's derivative.
 double stretch(const Distortion& d, double x, double y) {
@@ -23,13 +23,13 @@ double stretch(const Distortion& d, double x, double y) {
   return xx * yy - xy * xy;
 }
 
-// Everything that decides whether a point of the plane can be used, in one place.
+// Decides whether a point of the plane can be used.
 struct Lens {
   const Camera& camera;
   const Distortion& distortion;
 
   bool shows(double x, double y) const {
-    if (!(stretch(distortion, x, y) > kMinimalStretch)) return false;
+    if (!(stretch(distortion, x, y) > kMinStretch)) return false;
     const auto [u, v] = pixel(x, y);
     return u >= 0 && v >= 0 && u <= camera.width && v <= camera.height;
   }

@@ -11,7 +11,7 @@
 namespace quor::gs {
 namespace {
 
-constexpr int kFewPixels = 8;
+constexpr int kMinPixels = 8;
 
 bool staysInside(const std::filesystem::path& path) {
   return !path.empty() && !path.has_root_path() && std::find(path.begin(), path.end(), "..") == path.end();
@@ -20,7 +20,7 @@ bool staysInside(const std::filesystem::path& path) {
 // Each edge may have been rounded to a whole pixel, so a scaled image of very few pixels would pass for any shape.
 bool uniformlyScaled(const Camera& camera, int width, int height) {
   if (width == camera.width && height == camera.height) return true;
-  if (std::min(width, height) < kFewPixels) return false;
+  if (std::min(width, height) < kMinPixels) return false;
   const int64_t difference = int64_t{width} * camera.height - int64_t{height} * camera.width;
   return std::abs(difference) <= std::max(camera.width, camera.height);
 }
@@ -71,7 +71,7 @@ LoadedView viewOf(Image photograph, const std::string& name, const SourceCamera&
   Camera camera = source.camera.resized(photograph.width, photograph.height);
   if (source.distortion.none()) {
     shrink(photograph, camera, scaleTo(resolution, std::max(camera.width, camera.height)));
-    return {name, camera, std::move(photograph)};
+    return {camera, std::move(photograph)};
   }
   // It is the undistorted view that must keep within the resolution: it can be smaller or larger than the photograph.
   const PlaneWindow window = visibleWindow(camera, source.distortion);
@@ -84,7 +84,7 @@ LoadedView viewOf(Image photograph, const std::string& name, const SourceCamera&
   const double scale = scaleTo(resolution, longest);
   const Camera target = windowCamera(camera, window, scale);
   shrink(photograph, camera, scale);
-  return {name, target, undistort(photograph, camera, source.distortion, target)};
+  return {target, undistort(photograph, camera, source.distortion, target)};
 }
 
 }  // namespace quor::gs

@@ -20,12 +20,12 @@ namespace {
 constexpr const char* kScoresFile = "scores.csv";
 constexpr const char* kPictureEnding = ".png";
 // Bytes; file systems take 255, and a number and endings come after it.
-constexpr size_t kLongestName = 200;
+constexpr size_t kMaxName = 200;
 
 // Whole characters only.
 std::string shortened(std::string text) {
-  if (text.size() <= kLongestName) return text;
-  size_t end = kLongestName;
+  if (text.size() <= kMaxName) return text;
+  size_t end = kMaxName;
   while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
   text.resize(end);
   return text;
@@ -68,7 +68,7 @@ std::string pictureName(const std::string& viewName, std::set<std::string>& take
   }
   name = shortened(std::move(name));
   if (name.empty() || name.front() == '.') name.insert(0, "_");
-  // Windows takes such a name for a device, whatever follows its first dot.
+  // Windows reserves these names for devices, whatever follows the first dot.
   static constexpr std::string_view kDevices[] = {"con", "prn", "aux", "nul", "com", "lpt"};
   const std::string start = toLower(name.substr(0, name.find('.')));
   const bool numbered = start.size() == 4 && std::isdigit(static_cast<unsigned char>(start[3])) != 0;
@@ -90,20 +90,19 @@ void removeEvalReport(const fs::path& folder) noexcept {
     }
     for (const fs::path& file : old) fs::remove(file, error);
   } catch (const std::exception&) {
-    // What cannot be removed is written over, or stays.
+    // A file that cannot be removed is overwritten or stays.
   }
 }
 
-void EvalReport::add(const LoadedView& view, const ImageScores& scores, const Image& render) {
-  scores_ += csvField(view.name) + formatText(",%.4f,%.6f,%.6f\n", scores.psnr(), scores.ssim, scores.l1);
+void EvalReport::add(const std::string& view, const Image& photograph, const ImageScores& scores, const Image& render) {
+  scores_ += csvField(view) + formatText(",%.4f,%.6f,%.6f\n", scores.psnr(), scores.ssim, scores.l1);
   if (!failure_.empty()) return;
-  waiting_.push_back(
-      {folder_ / fromUtf8(pictureName(view.name, taken_) + kPictureEnding), sideBySide(view.image, render)});
+  waiting_.push_back({folder_ / fromUtf8(pictureName(view, taken_) + kPictureEnding), sideBySide(photograph, render)});
   if (waiting_.size() >= std::max(1u, std::thread::hardware_concurrency())) writePictures();
 }
 
 void EvalReport::writePictures() {
-  std::error_code ignored;  // a folder that cannot be made is a file that cannot be written
+  std::error_code ignored;  // writePng() reports a folder that cannot be made
   fs::create_directories(folder_, ignored);
   try {
     parallelFor(waiting_.size(), [&](size_t i) { writePng(waiting_[i].file, waiting_[i].image); });

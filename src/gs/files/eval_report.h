@@ -1,5 +1,5 @@
-// What a person looks at after a run: scores.csv with every held-out view's figures, and for each view a PNG with the
-// photograph on the left and the scene's picture of it on the right.
+// The report on the held-out views: scores.csv with every view's figures, and for each view a PNG with the photograph
+// on the left and the rendered image on the right.
 #pragma once
 
 #include <filesystem>
@@ -7,12 +7,12 @@
 #include <string>
 #include <vector>
 
-#include "gs/data/dataset.h"
+#include "base/image/image.h"
 #include "gs/render/image_loss.h"
 
 namespace quor::gs {
 
-// Removes the report of an earlier run; it describes another scene. Other files in the folder stay.
+// Removes the report of an earlier run, which describes another scene. Other files in the folder stay.
 void removeEvalReport(const std::filesystem::path& folder) noexcept;
 
 class EvalReport {
@@ -20,7 +20,7 @@ class EvalReport {
   explicit EvalReport(std::filesystem::path folder) : folder_(std::move(folder)) {}
 
   // Never throws for a file that cannot be written; finish() says so. `render` has the photograph's size.
-  void add(const LoadedView& view, const ImageScores& scores, const Image& render);
+  void add(const std::string& view, const Image& photograph, const ImageScores& scores, const Image& render);
 
   // Writes what is left. Throws std::runtime_error with the first failure.
   void finish();
@@ -41,8 +41,8 @@ class EvalReport {
   std::string failure_;
 };
 
-// A file name (without extension) that every file system takes, for a view's name: folders become part of it. Different
-// from all in `taken`, also where case does not count; it is added there.
+// A file name (without extension) that is valid on every file system, from a view's name: folders become part of it. It
+// differs from all in `taken`, even ignoring case, and is added there.
 std::string pictureName(const std::string& viewName, std::set<std::string>& taken);
 
 }  // namespace quor::gs

@@ -10,9 +10,9 @@ bool LiveScene::offer(ComputeStream& stream, const SplatStore& splats, int shDeg
   if (!lock.owns_lock() || full_) return false;
   try {
     splats_.reserve(splats.count() > splats_.capacity() ? splats.capacity() : splats.count());
-  } catch (const std::runtime_error&) {  // looking on must not end the training
+  } catch (const std::runtime_error&) {  // a viewer must not end the training
     full_ = true;
-    splats_ = SplatStore(splats_.context(), SplatStore::Use::RenderOnly);
+    splats_.clear();
     version_ = 0;
     return false;
   }
@@ -26,7 +26,7 @@ bool LiveScene::offer(ComputeStream& stream, const SplatStore& splats, int shDeg
 
 void LiveScene::clear() {
   const std::lock_guard lock(mutex_);
-  splats_ = SplatStore(splats_.context(), SplatStore::Use::RenderOnly);
+  splats_.clear();
   version_ = 0;
   full_ = false;
 }

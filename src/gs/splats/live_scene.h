@@ -1,6 +1,6 @@
-// The splats of a running training, for somebody else to look at. The trainer copies them here between two steps, but
-// only when a copy is wanted and nobody is reading the last one: it never waits for a reader, and pays for a copy of
-// the values on the GPU and nothing else.
+// The splats of a running training, for a viewer on another thread. The trainer copies them here between two steps, but
+// only when a copy is wanted and nobody is reading the last one: it never waits for a reader, and its only cost is a
+// copy of the values on the GPU.
 #pragma once
 
 #include <atomic>

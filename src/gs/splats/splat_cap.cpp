@@ -15,9 +15,9 @@ constexpr double kMemoryShare = 0.85;
 constexpr uint64_t kInstanceBytesPerSplat = 150;
 constexpr uint64_t kBytesPerSplat =
     SplatStore::kTrainingBytesPerSplat + kRendererBytesPerSplat + kInstanceBytesPerSplat;
-constexpr uint64_t kLargestGroupBytes = kGroupWidths[kShRest] * sizeof(float);
-constexpr uint64_t kFewest = 1000;
-// A splat's index keeps its top bit free.
+constexpr uint64_t kMaxGroupBytes = kGroupWidths[kShRest] * sizeof(float);
+constexpr uint64_t kMinSplats = 1000;
+// A row's index keeps its top bit free.
 constexpr uint64_t kMaxByIndex = UINT32_MAX / kGroupWidths[kShRest];
 constexpr uint64_t kSsimPlaneBytesPerPixel = 15 * sizeof(float);
 
@@ -27,12 +27,12 @@ DeviceLimits deviceLimits(const VulkanContext& context) {
   return {context.freeMemory(), context.info().maxAllocationSize, context.info().maxStorageBufferRange};
 }
 
-SplatCap splatCap(const DeviceLimits& limits, uint64_t budget, uint64_t reserved, uint64_t besides) {
+SplatCap splatCap(const DeviceLimits& limits, uint64_t budget, uint64_t reserved, uint64_t viewerBytes) {
   const uint64_t usable = static_cast<uint64_t>(kMemoryShare * static_cast<double>(limits.freeMemory));
-  const uint64_t byMemory = (usable > reserved ? usable - reserved : 0) / (kBytesPerSplat + besides);
-  const uint64_t byBuffer = std::min(limits.maxAllocation, limits.maxStorageRange) / kLargestGroupBytes;
+  const uint64_t byMemory = (usable > reserved ? usable - reserved : 0) / (kBytesPerSplat + viewerBytes);
+  const uint64_t byBuffer = std::min(limits.maxAllocation, limits.maxStorageRange) / kMaxGroupBytes;
   const uint64_t device = std::min({byMemory, byBuffer, kMaxByIndex});
-  if (device < kFewest) {
+  if (device < kMinSplats) {
     throw std::runtime_error(
         "The GPU has too little free memory to train. Close other programs that use it, or lower the training "
         "resolution.");

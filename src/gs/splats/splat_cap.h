@@ -1,4 +1,4 @@
-// How many splats a run may have: what the user asked for, held within what the device can take.
+// How many splats a run may have: as many as the user asked for, within the limits of the device.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +8,7 @@
 
 namespace quor::gs {
 
-// What a device can take, gathered so that the rule can be tried without one.
+// The limits that the rule depends on, so that it can be tested without a device.
 struct DeviceLimits {
   uint64_t freeMemory = 0;       // bytes
   uint64_t maxAllocation = 0;    // bytes of one buffer
@@ -21,9 +21,9 @@ struct SplatCap {
   std::string reason;  // for the log, a whole sentence
 };
 
-// `budget` 0 = as many as fit. `reserved` bytes go to images before splats, `besides` bytes a splat to who looks on.
-// Throws std::runtime_error when not even a small scene fits.
-SplatCap splatCap(const DeviceLimits& limits, uint64_t budget, uint64_t reserved, uint64_t besides = 0);
+// `budget` 0 = as many as fit. `reserved` bytes are taken by images and photographs, `viewerBytes` bytes a splat by a
+// live view. Throws std::runtime_error when not even a small scene fits.
+SplatCap splatCap(const DeviceLimits& limits, uint64_t budget, uint64_t reserved, uint64_t viewerBytes = 0);
 
 // The largest number of pixels an image may have to be trained on: the SSIM planes of one image are one binding.
 uint64_t mostPixels(const DeviceLimits& limits);

@@ -1,5 +1,5 @@
-// A copy of all splats and both their moments in memory that the host reads as it stands, so that training can go on
-// while the copy is written to a file.
+// A copy of all splats and both their moments in memory that the host can read, so that training can go on while the
+// copy is written to a file.
 #pragma once
 
 #include <array>

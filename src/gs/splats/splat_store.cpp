@@ -41,6 +41,13 @@ void SplatStore::makeRoom(uint32_t capacity) {
   capacity_ = capacity;
 }
 
+void SplatStore::clear() {
+  count_ = 0;
+  capacity_ = 0;
+  for (Buffers* arrays : {&values_, &gradients_, &firstMoments_, &secondMoments_}) *arrays = {};
+  rows_ = {};
+}
+
 void SplatStore::reserve(uint32_t capacity) {
   if (capacity <= capacity_) return;
   count_ = 0;
@@ -57,8 +64,11 @@ void SplatStore::copyValues(ComputeStream& stream, const SplatStore& source, uin
 
 void SplatStore::upload(Transfer& transfer, const GaussianSet& set, uint32_t capacity) {
   if (set.count > UINT32_MAX / kGroupWidths[kShRest]) throw std::runtime_error("The scene holds too many splats.");
-  count_ = static_cast<uint32_t>(set.count);
-  makeRoom(std::max({capacity, count_, 1u}));
+  const uint32_t count = static_cast<uint32_t>(set.count);
+  const uint32_t room = std::max({capacity, count, 1u});
+  if (capacity_ / 2 > room) clear();
+  makeRoom(room);
+  count_ = count;
   for (size_t i = 0; i < kGroupCount; ++i) {
     const Group g = static_cast<Group>(i);
     uploadGroup(transfer, g, set.group(g));
@@ -109,43 +119,47 @@ void SplatStore::downloadMoments(Transfer& transfer, GroupArrays& first, GroupAr
   }
 }
 
+void SplatStore::grow(ComputeStream& stream, uint32_t capacity) {
+  if (capacity <= capacity_) return;
+  for (size_t i = 0; i < kGroupCount; ++i) {
+    const Group g = static_cast<Group>(i);
+    gradients_[g] = {};  // makes way for the copies of its group
+    for (auto& [array, what] : {std::pair(&values_[g], ""), {&firstMoments_[g], " m"}, {&secondMoments_[g], " v"}}) {
+      GpuBuffer larger = make(g, what, capacity);
+      stream.copy(*array, larger, bytesOf(g, count_));
+      stream.submit();
+      *array = std::move(larger);
+    }
+    gradients_[g] = make(g, " gradient", capacity);
+  }
+  capacity_ = capacity;
+}
+
 void SplatStore::rearrange(ComputeStream& stream, Transfer& transfer, std::span<const uint32_t> sources,
-                           uint32_t capacity) {
+                           std::span<const Group> replaced) {
+  if (sources.size() > capacity_) throw std::logic_error("SplatStore::rearrange beyond its room");
   const uint32_t rows = static_cast<uint32_t>(sources.size());
-  const bool grow = rows > capacity_;
-  const uint32_t room = grow ? std::max(capacity, rows) : capacity_;
   if (rows_.size() < rows * sizeof(uint32_t)) {
-    rows_ = GpuBuffer(*context_, room * sizeof(uint32_t), BufferKind::Device, "row sources");
+    rows_ = GpuBuffer(*context_, capacity_ * sizeof(uint32_t), BufferKind::Device, "row sources");
   }
   transfer.upload(rows_, sources.data(), 0, rows * sizeof(uint32_t));
 
-  // Gradients hold nothing worth keeping, so each group's gradient buffer is the target of a gather and then changes
+  // Gradients hold nothing worth keeping, so each group's gradient buffer is the target of a gather and then swaps
   // places with its source: no array is ever held twice.
   for (size_t i = 0; i < kGroupCount; ++i) {
     const Group g = static_cast<Group>(i);
     const uint32_t width = static_cast<uint32_t>(kGroupWidths[g]);
-    if (grow) {
-      gradients_[g] = GpuBuffer();
-      gradients_[g] = make(g, " gradient", room);
-    }
+    const bool keepsValues = std::find(replaced.begin(), replaced.end(), g) == replaced.end();
     for (GpuBuffer* array : {&values_[g], &firstMoments_[g], &secondMoments_[g]}) {
-      const uint32_t zeroFresh = array == &values_[g] ? 0 : 1;
+      const bool isValues = array == &values_[g];
+      if (isValues && !keepsValues) continue;
       stream.dispatch1D(kernels::GatherRows{.source = &rows_, .from = array, .to = &gradients_[g]},
-                        {rows * width, width, zeroFresh}, rows * width);
-      stream.submit();
+                        {rows * width, width, isValues ? 0u : 1u}, rows * width);
       std::swap(*array, gradients_[g]);
-      if (grow && array != &secondMoments_[g]) {
-        gradients_[g] = GpuBuffer();
-        gradients_[g] = make(g, " gradient", room);
-      }
-    }
-    if (grow) {
-      gradients_[g] = GpuBuffer();
-      gradients_[g] = make(g, " gradient", room);
     }
   }
+  stream.submit();
   count_ = rows;
-  capacity_ = room;
 }
 
 }  // namespace quor::gs

@@ -25,12 +25,16 @@ class SplatStore {
   // GPU bytes that one splat takes here when it is trained.
   static constexpr uint64_t kTrainingBytesPerSplat = 4 * kFloatsPerSplat * 4;
 
-  // Replaces everything; the moments become zero. Room is made for at least `capacity` splats.
+  // Replaces everything; the moments become zero. Makes room for at least `capacity` splats, and gives memory back when
+  // that is less than half of what was there.
   void upload(Transfer& transfer, const GaussianSet& set, uint32_t capacity = 0);
-  // Room for that many splats; growing loses what is held. For a store that is only rendered.
+  // Frees everything.
+  void clear();
+
+  // For a store that is only rendered: room for that many splats; growing loses the contents.
   void reserve(uint32_t capacity);
-  // The values of all of `source`'s rows take the place of those from row `at` on, and the count becomes theirs and
-  // `at`: room must be there. Records only. For a store that is only rendered.
+  // For a store that is only rendered: records a copy of all of `source`'s values to the rows from `at` on, for which
+  // there must be room. The count becomes `at` plus the source's.
   void copyValues(ComputeStream& stream, const SplatStore& source, uint32_t at);
 
   // With the set's shDegree left at 3.
@@ -44,10 +48,14 @@ class SplatStore {
   std::vector<float> downloadGroup(Transfer& transfer, Group group) const;
   void uploadGroup(Transfer& transfer, Group group, std::span<const float> values);
 
-  // Row i of every array becomes row sources[i] of the old one; the count becomes sources.size(). Moments of rows
-  // marked fresh become zero. The gradients' contents are lost. Grows the capacity to `capacity` when that is larger
-  // and needed.
-  void rearrange(ComputeStream& stream, Transfer& transfer, std::span<const uint32_t> sources, uint32_t capacity);
+  // For training: room for that many splats. Keeps values and moments, also when it throws OutOfGpuMemory (the store
+  // can then be downloaded but no longer trained); the gradients are lost.
+  void grow(ComputeStream& stream, uint32_t capacity);
+  // Row i of every array becomes row sources[i] of the old one; the count becomes sources.size(), for which there must
+  // be room. Moments of rows marked fresh become zero. The values of the groups in `replaced` are undefined until the
+  // caller uploads them. The gradients are lost.
+  void rearrange(ComputeStream& stream, Transfer& transfer, std::span<const uint32_t> sources,
+                 std::span<const Group> replaced = {});
 
   uint32_t count() const { return count_; }
   uint32_t capacity() const { return capacity_; }

@@ -1,5 +1,5 @@
-// Writes checkpoints during a run, at intervals, on a thread of its own: training waits for the copy out of the GPU
-// only. One file at a time; a file that cannot be written is a warning in the log and the run goes on.
+// Writes checkpoints at intervals during a run, on a thread of its own: training only waits for the copy from the GPU.
+// Writes one file at a time; a file that cannot be written is a warning in the log and the run goes on.
 #pragma once
 
 #include <chrono>
@@ -21,7 +21,8 @@ class CheckpointWriter {
   CheckpointWriter(const CheckpointWriter&) = delete;
   CheckpointWriter& operator=(const CheckpointWriter&) = delete;
 
-  // Whether it is time and the file before is written. A better moment is waited for, but not for ever.
+  // Whether the interval has passed and the previous file is written. Waits for a good moment, at most twice the
+  // interval.
   bool due(bool goodMoment) const;
 
   // Lets `take` fill a copy and begins to write it, unless the host's memory has no room for so many splats.

@@ -17,7 +17,7 @@ Image downloadImage(Transfer& transfer, const Renderer& renderer) {
   transfer.download(renderer.image(), values.data(), 0, values.size() * sizeof(float));
   image.rgb.resize(values.size());
   std::transform(values.begin(), values.end(), image.rgb.begin(), [](float value) {
-    // std::fmax takes a NaN for the smaller one.
+    // std::fmax(NaN, 0) is 0.
     return static_cast<uint8_t>(std::lround(255.0f * std::fmin(std::fmax(value, 0.0f), 1.0f)));
   });
   return image;
@@ -30,14 +30,14 @@ EvalResult evaluate(ComputeStream& stream, Transfer& transfer, Renderer& rendere
                     const OnViewScored& each) {
   double psnr = 0, ssim = 0, l1 = 0;
   GpuBuffer photo;
-  for (const View& stored : views) {
+  for (const View& view : views) {
     if (cancel) throw Cancelled();
-    const LoadedView view = stored.load();
-    const size_t bytes = view.image.rgb.size();
+    const std::shared_ptr<const Image> photograph = view.image.pixels();
+    const size_t bytes = photograph->rgb.size();
     if (photo.size() < bytes) {
       photo = GpuBuffer(stream.context(), (bytes + 3) / 4 * 4, BufferKind::Device, "held-out photograph");
     }
-    transfer.upload(photo, view.image.rgb.data(), 0, bytes);
+    transfer.upload(photo, photograph->rgb.data(), 0, bytes);
     renderer.reserve(splats.count(), view.camera.width, view.camera.height);
     renderer.project(stream, splats, view.camera, settings.shDegree, settings.nearPlane);
     renderer.rasterize(stream, settings.background);
@@ -45,7 +45,7 @@ EvalResult evaluate(ComputeStream& stream, Transfer& transfer, Renderer& rendere
     psnr += scores.psnr();
     ssim += scores.ssim;
     l1 += scores.l1;
-    if (each) each(view, scores, downloadImage(transfer, renderer));
+    if (each) each(view.name, *photograph, scores, downloadImage(transfer, renderer));
   }
   if (views.empty()) return {};
   const double n = static_cast<double>(views.size());

@@ -14,18 +14,18 @@
 
 namespace quor::gs {
 
-// What a scene is rendered with.
 struct RenderSettings {
   int shDegree = 3;
   float nearPlane = 0.01f;
   std::array<float, 3> background = {0, 0, 0};
 };
 
-// Called for each view in turn with its figures and the scene's picture of it.
-using OnViewScored = std::function<void(const LoadedView& view, const ImageScores& scores, const Image& render)>;
+// Called for each view in turn with its photograph, its figures and the rendered image.
+using OnViewScored = std::function<void(const std::string& view, const Image& photograph, const ImageScores& scores,
+                                        const Image& render)>;
 
-// Means over the views of each view's figures (PSNR is averaged in dB); no views give an empty result. The renderer is
-// one for training, with room for the splats; it is given room for the views. `cancel` ends it with "Cancelled".
+// Means over the views of each view's figures (PSNR is averaged in dB); without views the result is empty. The renderer
+// is one for training with room for the splats; room for the views is added. Throws Cancelled once `cancel` is true.
 EvalResult evaluate(ComputeStream& stream, Transfer& transfer, Renderer& renderer, const SplatStore& splats,
                     const std::vector<View>& views, const RenderSettings& settings, const std::atomic<bool>& cancel,
                     const OnViewScored& each = {});

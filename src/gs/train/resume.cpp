@@ -66,15 +66,4 @@ void requireRoom(const CheckpointHeader& header, const DeviceLimits& limits) {
                  static_cast<unsigned long long>(header.count), static_cast<unsigned long long>(most)));
 }
 
-// By the iterations that run had: with another total its resets would have been left out, or not.
-bool opacitiesWereReset(const TrainJob& job, const CheckpointHeader& header) {
-  TrainJob automatic = job;
-  automatic.densifyUntil = 0;
-  TrainJob earlier = job;
-  if (resolved(automatic).densifyUntil == job.densifyUntil) earlier.densifyUntil = 0;
-  earlier.iterations = header.iterations;
-  const int first = job.opacityResetEvery;
-  return isOpacityResetStep(resolved(earlier), first) && static_cast<int64_t>(first) <= header.step;
-}
-
 }  // namespace quor::gs

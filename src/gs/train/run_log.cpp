@@ -32,6 +32,7 @@ std::string formatRunLogEntry(const RunLogEntry& entry, int64_t time) {
   }
   line("device", entry.device);
   if (!entry.scene.empty()) line("scene", entry.scene);
+  if (!entry.reason.empty()) line("reason", entry.reason);
   return text;
 }
 

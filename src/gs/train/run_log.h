@@ -1,4 +1,4 @@
-// The block that every training run appends to output/training.log.
+// The block that every training run appends to its log, also one that fails or is cancelled.
 #pragma once
 
 #include <cstdint>
@@ -25,7 +25,8 @@ struct RunLogEntry {
   int32_t shDegree = 0;
   EvalResult evaluation;  // views = 0: no line
   std::string device;
-  std::string scene;  // path, empty: no line
+  std::string scene;   // path, empty: no line
+  std::string reason;  // why it failed, empty: no line
 };
 
 // The block's text, ending in a line feed; `time` is local wall-clock seconds since 1970.

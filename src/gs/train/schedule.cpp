@@ -6,31 +6,31 @@
 namespace quor::gs {
 namespace {
 
-// Beyond this an image of 16 k pixels has shrunk to 64: more levels only blur.
+// Eight halvings leave 64 of 16 k pixels: more only blur.
 constexpr int32_t kMaxLevels = 8;
-
-// Of the splats there are, in one pass of MCMC.
-constexpr double kMinGrowth = 0.05, kMaxGrowth = 0.15;
 
 float finiteIn(float value, float low, float high, float otherwise) {
   return std::isfinite(value) ? std::clamp(value, low, high) : otherwise;
 }
 
-long fractionOf(const TrainJob& job, float fraction) {
-  return std::lround(static_cast<double>(fraction) * job.iterations);
-}
-
-double exponential(double start, double end, int stepsDone, int iterations) {
-  return start * std::pow(end / std::max(start, 1e-12), static_cast<double>(stepsDone) / iterations);
-}
-
-bool every(int step, int period) {
-  return period > 0 && step % period == 0;
+// The passes come closer together than the run shrinks, but not in proportion: splats that are added need steps to
+// settle, and as many as a long run ends with would cost a short one most of its time.
+void shortenSchedule(TrainJob& job) {
+  const TrainJob defaults;
+  const double share = static_cast<double>(job.iterations) / kUsualSteps;
+  const auto shorten = [&](int32_t TrainJob::*steps, double factor) {
+    if (job.*steps != defaults.*steps) return;  // asked for
+    job.*steps = std::max(1, static_cast<int32_t>(std::lround(factor * job.*steps)));
+  };
+  for (const auto steps : {&TrainJob::densifyFrom, &TrainJob::shDegreeInterval, &TrainJob::opacityResetEvery}) {
+    shorten(steps, share);
+  }
+  shorten(&TrainJob::refineEvery, std::sqrt(share));
 }
 
 }  // namespace
 
-TrainJob resolved(TrainJob job) {
+TrainJob withinRange(TrainJob job) {
   job.iterations = std::max(job.iterations, 1);
   job.shDegree = std::clamp(job.shDegree, 0, 3);
   job.resolution = std::max(job.resolution, 0);
@@ -38,6 +38,12 @@ TrainJob resolved(TrainJob job) {
   job.refineEvery = std::max(job.refineEvery, 1);
   job.ssimWeight = finiteIn(job.ssimWeight, 0.0f, 1.0f, 0.2f);
   for (float& channel : job.background) channel = finiteIn(channel, 0.0f, 1.0f, 0.0f);
+  return job;
+}
+
+TrainJob resolved(TrainJob job) {
+  job = withinRange(job);
+  if (job.iterations < kUsualSteps) shortenSchedule(job);
   if (job.stepsPerLevel <= 0) {
     const int third = job.iterations / 3;
     job.stepsPerLevel = std::max(job.technique == Technique::Vanilla ? std::min(third, 3000) : third, 1);
@@ -47,51 +53,17 @@ TrainJob resolved(TrainJob job) {
   return job;
 }
 
-double positionRate(const TrainJob& job, int stepsDone, double extent) {
-  const bool mcmc = job.technique == Technique::Mcmc;
-  const double start = static_cast<double>(mcmc ? job.mcmcPositionRateStart : job.positionRateStart);
-  const double end = static_cast<double>(mcmc ? job.mcmcPositionRateEnd : job.positionRateEnd);
-  return exponential(start, end, stepsDone, job.iterations) * extent;
-}
-
-float opacityRate(const TrainJob& job, int stepsDone) {
-  if (job.technique == Technique::Vanilla) return job.opacityRate;
-  return static_cast<float>(exponential(static_cast<double>(job.opacityRate),
-                                        static_cast<double>(job.mcmcOpacityRateEnd), stepsDone, job.iterations));
+double exponentialRate(double start, double end, int stepsDone, int iterations) {
+  return start * std::pow(end / std::max(start, 1e-12), static_cast<double>(stepsDone) / iterations);
 }
 
 int levelAt(const TrainJob& job, int stepsDone) {
-  return std::max(0, job.downscaleLevels - stepsDone / std::max(job.stepsPerLevel, 1));
+  return std::max(job.finestLevel, job.downscaleLevels - stepsDone / std::max(job.stepsPerLevel, 1));
 }
 
 int shDegreeAt(const TrainJob& job, int stepsDone) {
   if (job.shDegreeInterval <= 0) return job.shDegree;
   return std::min(std::max(stepsDone, 0) / job.shDegreeInterval, job.shDegree);
-}
-
-bool isVanillaRefineStep(const TrainJob& job, int step) {
-  return every(step, job.refineEvery) && step >= job.densifyFrom && step <= job.densifyUntil;
-}
-
-bool isOpacityResetStep(const TrainJob& job, int step) {
-  return every(step, job.opacityResetEvery) && step + job.opacityResetEvery / 3 <= job.densifyUntil;
-}
-
-bool isMcmcRelocateStep(const TrainJob& job, int step) {
-  return every(step, job.refineEvery) && step >= job.densifyFrom && step <= fractionOf(job, job.mcmcRelocateUntil);
-}
-
-bool isMcmcGrowStep(const TrainJob& job, int step) {
-  return isMcmcRelocateStep(job, step) && step <= fractionOf(job, job.mcmcGrowUntil);
-}
-
-uint64_t mcmcCountAfter(const TrainJob& job, int step, uint64_t count, uint64_t target) {
-  if (!isMcmcGrowStep(job, step) || count == 0 || count >= target) return count;
-  const long passesLeft = (fractionOf(job, job.mcmcGrowUntil) - step) / job.refineEvery + 1;
-  const double needed =
-      std::pow(static_cast<double>(target) / static_cast<double>(count), 1.0 / static_cast<double>(passesLeft)) - 1;
-  const double growth = std::clamp(needed, kMinGrowth, kMaxGrowth) * static_cast<double>(count);
-  return std::min(target, count + static_cast<uint64_t>(std::ceil(growth)));
 }
 
 }  // namespace quor::gs

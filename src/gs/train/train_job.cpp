@@ -14,8 +14,6 @@ const char* trainStateName(TrainState state) {
       return "Loading";
     case TrainState::Training:
       return "Training";
-    case TrainState::Paused:
-      return "Paused";
     case TrainState::Evaluating:
       return "Evaluating";
     case TrainState::Exporting:

@@ -1,4 +1,4 @@
-// What the trainer is asked to do, and what it says while and after doing it.
+// The trainer's input, and what it reports while it runs and at its end.
 #pragma once
 
 #include <array>
@@ -14,11 +14,21 @@
 
 namespace quor::gs {
 
+// The files that a run writes.
+struct TrainOutputs {
+  std::filesystem::path folder;      // made when it is missing; also for temporary files
+  std::filesystem::path scene;       // PLY
+  std::filesystem::path splat;       // compact binary scene
+  std::filesystem::path checkpoint;  // also what a resumed run reads
+  std::filesystem::path log;         // a block is appended for each run
+  std::filesystem::path evaluation;  // folder of the report on the held-out views
+};
+
 // Defaults that a project's settings have too are taken from there. Two differ on purpose: a bare job trains with MCMC,
 // at 1600 pixels.
 struct TrainJob {
   std::filesystem::path dataset;  // folder that holds images/ and the COLMAP model
-  std::filesystem::path output;   // folder for scene.ply, scene.splat, checkpoint.quor, training.log and eval/
+  TrainOutputs output;
 
   int32_t resolution = 1600;  // longest edge of the training images in pixels, 0 = their own size
   Technique technique = Technique::Mcmc;
@@ -26,6 +36,7 @@ struct TrainJob {
   int32_t shDegree = kTrainingDefaults.shDegree;              // clamped to 0..3
   int32_t shDegreeInterval = 1000;                            // steps between raising the active degree by one
   int32_t downscaleLevels = kTrainingDefaults.numDownscales;  // coarse to fine: the images start 2^levels times smaller
+  int32_t finestLevel = 0;                                    // images are halved at least so many times
   int32_t stepsPerLevel = 0;                                  // 0 = iterations / 3 (Vanilla: at most 3000), at least 1
   float ssimWeight = kTrainingDefaults.ssimWeight;            // L1 gets 1 - weight
   int32_t refineEvery = kTrainingDefaults.refineEvery;        // steps between densification or relocation passes
@@ -62,9 +73,9 @@ struct TrainJob {
   int32_t testEvery = kTrainingDefaults.testEvery;
   bool exportPly = kTrainingDefaults.exportPLY;
   bool exportSplat = kTrainingDefaults.exportSplat;
-  bool resume = kTrainingDefaults.continueFromCheckpoint;  // continue from output/checkpoint.quor
-  bool liveView = false;                                   // somebody may look on: leave room for a copy of the splats
-  // Of training between two checkpoints that are written on the way; 0 = only one at the end.
+  bool resume = kTrainingDefaults.continueFromCheckpoint;  // continue from output.checkpoint
+  bool liveView = false;                                   // leave room for a viewer's copy of the splats
+  // Seconds of training between two checkpoints; 0 = only one at the end.
   double checkpointSeconds = 300;
 };
 
@@ -75,7 +86,6 @@ enum class TrainState : int32_t {
   Idle = 0,
   Loading = 1,
   Training = 2,
-  Paused = 3,
   Evaluating = 4,
   Exporting = 5,
   Done = 6,
@@ -83,7 +93,7 @@ enum class TrainState : int32_t {
   Stopped = 8,  // stopped early and exported, or cancelled (then without a result)
 };
 
-// "Idle", "Loading", ... as the run log writes them.
+// "Idle", "Loading", ... as in the run log.
 const char* trainStateName(TrainState state);
 
 // A snapshot of the running or last job.
@@ -95,7 +105,7 @@ struct TrainStatus {
   float loss = std::numeric_limits<float>::quiet_NaN();  // moving average, NaN while unknown
   double msPerStep = 0;
   double secondsLeft = std::numeric_limits<double>::quiet_NaN();  // of training, NaN while unknown
-  std::string text;                                               // what is going on now, or why it failed
+  std::string text;                                               // the current activity, or why the job failed
   Outcome outcome = Outcome::Success;                             // of a job that has ended
 };
 
@@ -106,7 +116,7 @@ struct EvalResult {
   uint32_t views = 0;
 };
 
-// What a run left behind; files only when they were written.
+// The outcome of a run; paths only of files that were written.
 struct TrainResult {
   uint64_t splats = 0;
   int32_t steps = 0;     // the step reached

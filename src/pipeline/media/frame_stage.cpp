@@ -108,7 +108,7 @@ void detectVideoKinds(std::vector<InputSource>& inputs) {
 StageResult prepareFrames(Project& project, const StageContext& context) {
   requireInputs(project);
   project.ensureLayout();
-  const StagingFolder partial(project.root / "frames.partial");
+  const StagingFolder partial(project.unfinishedFramesFolder());
   removeInOneAct(partial.path());  // of a run that was killed
   FrameExtractor extractor(context.log, context.tools.ffmpeg, [&] { return context.run.mustEnd(); });
   Gathered gathered(project.sparse.singleCamera);

@@ -3,9 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstring>
+#include <numeric>
 #include <stdexcept>
 
-#include "gpu/device/vulkan_context.h"
 #include "gs/train/kernels/interfaces.h"
 
 namespace quor::gs {
@@ -15,7 +16,7 @@ void appendRow(std::vector<float>& values, size_t width, size_t i) {
   for (size_t k = 0; k < width; ++k) values.push_back(values[i * width + k]);
 }
 
-// What the blending takes for opaque (and 1 has no logit).
+// The most opaque that blending takes a splat for; 1 has no logit.
 constexpr double kMaxAlpha = 0.999;
 
 // The splat's axis `k` in the world: column k of R(q).
@@ -44,15 +45,67 @@ void copyRow(std::vector<float>& values, size_t width, size_t to, size_t from) {
 
 }  // namespace
 
-DensificationEdit DensificationEdit::download(Transfer& transfer, const SplatStore& splats) {
+DensificationEdit DensificationEdit::fetch(ComputeStream& stream, const SplatStore& splats, GpuBuffer& staging,
+                                           std::span<const BufferRef> statistics) {
+  constexpr Group kFetched[] = {kPositions, kScales, kRotations, kOpacities};
+  const uint32_t n = splats.count();
+  uint64_t words = n * (1 + statistics.size());
+  for (const Group g : kFetched) words += n * kGroupWidths[g];
+  if (staging.size() < words * 4) {
+    staging = {};
+    staging = GpuBuffer(splats.context(), words * 4, BufferKind::Readback, "pass staging");
+  }
+  GpuBuffer flags(splats.context(), uint64_t{n} * 4, BufferKind::Device, "diverged flags");
+  stream.dispatch1D(kernels::FlagDiverged{.position = &splats.value(kPositions),
+                                          .scale = &splats.value(kScales),
+                                          .rotation = &splats.value(kRotations),
+                                          .opacity = &splats.value(kOpacities),
+                                          .shDc = &splats.value(kShDc),
+                                          .shRest = &splats.value(kShRest),
+                                          .flag = &flags},
+                    {n}, n);
+
+  uint64_t end = 0;  // of what has been recorded, in bytes
+  const auto record = [&](const GpuBuffer& from, size_t width) {
+    stream.copy(from, staging, n * width * 4, 0, end);
+    end += n * width * 4;
+  };
+  for (const Group g : kFetched) record(splats.value(g), kGroupWidths[g]);
+  for (const BufferRef buffer : statistics) record(*buffer, 1);
+  record(flags, 1);
+  stream.submit();
+
   DensificationEdit rows;
-  rows.positions = splats.downloadGroup(transfer, kPositions);
-  rows.scales = splats.downloadGroup(transfer, kScales);
-  rows.rotations = splats.downloadGroup(transfer, kRotations);
-  rows.opacities = splats.downloadGroup(transfer, kOpacities);
-  rows.sources.resize(splats.count());
-  for (uint32_t i = 0; i < splats.count(); ++i) rows.sources[i] = i;
+  const auto* next = static_cast<const char*>(staging.mapped());
+  const auto take = [&](auto& values, size_t width) {
+    values.resize(n * width);
+    if (!values.empty()) std::memcpy(values.data(), next, n * width * 4);
+    next += n * width * 4;
+  };
+  take(rows.positions, 3);
+  take(rows.scales, 3);
+  take(rows.rotations, 4);
+  take(rows.opacities, 1);
+  rows.statistics.resize(statistics.size());
+  for (std::vector<float>& values : rows.statistics) take(values, 1);
+  take(rows.diverged_, 1);
+  rows.sources.resize(n);
+  std::iota(rows.sources.begin(), rows.sources.end(), 0u);
   return rows;
+}
+
+uint64_t DensificationEdit::resetDiverged(float opacity, SplitMix64& random) {
+  std::vector<size_t> sound;
+  for (size_t i = 0; i < diverged_.size(); ++i) {
+    if (diverged_[i] == 0) sound.push_back(i);
+  }
+  if (sound.empty()) throw std::runtime_error("The training diverged: no splat has finite parameters any more.");
+  for (size_t i = 0; i < diverged_.size(); ++i) {
+    if (diverged_[i] == 0) continue;
+    copyOver(i, sound[random.below(sound.size())]);
+    setOpacity(i, opacity);
+  }
+  return diverged_.size() - sound.size();
 }
 
 float DensificationEdit::opacity(size_t i) const {
@@ -118,7 +171,9 @@ void DensificationEdit::keepOnly(const std::vector<bool>& keep) {
 }
 
 void DensificationEdit::apply(ComputeStream& stream, Transfer& transfer, SplatStore& splats, uint64_t cap) const {
-  splats.rearrange(stream, transfer, sources, grownCapacity(count(), splats.capacity(), cap));
+  static constexpr Group kUploaded[] = {kPositions, kScales, kOpacities};
+  if (count() > splats.capacity()) splats.grow(stream, grownCapacity(count(), splats.capacity(), cap));
+  splats.rearrange(stream, transfer, sources, kUploaded);
   splats.uploadGroup(transfer, kPositions, positions);
   splats.uploadGroup(transfer, kScales, scales);
   splats.uploadGroup(transfer, kOpacities, opacities);
@@ -130,35 +185,6 @@ double splitOpacity(double opacity) {
   const double falloff = std::exp(-0.5 * kSplitReach * kSplitReach / (1 - kSplitReach * kSplitReach));
   const double half = (1 - std::sqrt(1 - opacity)) / falloff;
   return std::min({half, opacity, kMaxAlpha});
-}
-
-uint64_t resetDiverged(ComputeStream& stream, Transfer& transfer, const SplatStore& splats, DensificationEdit& rows,
-                       float opacity, SplitMix64& random) {
-  const uint32_t n = splats.count();
-  GpuBuffer flags(splats.context(), n * sizeof(uint32_t), BufferKind::Device, "diverged flags");
-  stream.dispatch1D(kernels::FlagDiverged{.position = &splats.value(kPositions),
-                                          .scale = &splats.value(kScales),
-                                          .rotation = &splats.value(kRotations),
-                                          .opacity = &splats.value(kOpacities),
-                                          .shDc = &splats.value(kShDc),
-                                          .shRest = &splats.value(kShRest),
-                                          .flag = &flags},
-                    {n}, n);
-  stream.submit();
-  std::vector<uint32_t> diverged(n);
-  transfer.download(flags, diverged.data(), 0, n * sizeof(uint32_t));
-
-  std::vector<size_t> sound;
-  for (size_t i = 0; i < n; ++i) {
-    if (diverged[i] == 0) sound.push_back(i);
-  }
-  if (sound.empty()) throw std::runtime_error("The training diverged: no splat has finite parameters any more.");
-  for (size_t i = 0; i < n; ++i) {
-    if (diverged[i] == 0) continue;
-    rows.copyOver(i, sound[random.below(sound.size())]);
-    rows.setOpacity(i, opacity);
-  }
-  return n - sound.size();
 }
 
 uint32_t grownCapacity(uint64_t needed, uint64_t current, uint64_t cap) {

@@ -100,8 +100,8 @@ ProjectFacts readProjectFacts(const Project& project) {
   facts.scene = fileFacts(project.sceneFile());
   if (facts.scene) facts.splats = countSplats(project.sceneFile());
   facts.checkpoint = checkpointFacts(project.checkpointFile());
-  facts.scores = readScores(project.outputFolder() / "eval");
-  if (const fs::path log = project.colmapFolder() / "colmap.log"; fileFacts(log)) facts.colmapLog = log;
+  facts.scores = readScores(project.evaluationFolder());
+  if (const fs::path log = project.colmapLog(); fileFacts(log)) facts.colmapLog = log;
   for (const fs::path& path :
        {project.sceneFile(), project.sceneSplatFile(), project.checkpointFile(), project.trainingLog()}) {
     if (auto file = fileFacts(path)) facts.files.push_back(std::move(*file));

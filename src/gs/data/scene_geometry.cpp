@@ -1,19 +1,9 @@
-// The parts of a dataset that need no files: its split, its geometry, its views at other sizes.
+#include "gs/data/scene_geometry.h"
+
 #include <algorithm>
 #include <cmath>
 
-#include "gs/data/dataset.h"
-
 namespace quor::gs {
-
-ViewSplit splitViews(size_t count, bool evalMode, int testEvery) {
-  ViewSplit split;
-  for (size_t i = 0; i < count; ++i) {
-    const bool heldOut = evalMode && testEvery > 0 && i % static_cast<size_t>(testEvery) == 0;
-    (heldOut ? split.heldOut : split.training).push_back(i);
-  }
-  return split;
-}
 
 SceneGeometry sceneGeometry(const std::vector<Camera>& cameras) {
   SceneGeometry geometry;
@@ -41,18 +31,6 @@ SceneGeometry sceneGeometry(const std::vector<Camera>& cameras) {
   const double length = std::hypot(up[0], up[1], up[2]);
   if (length >= 0.5) geometry.up = {up[0] / length, up[1] / length, up[2] / length};
   return geometry;
-}
-
-Camera cameraAtLevel(const Camera& camera, int level) {
-  const auto side = [&](int length) { return std::max(1, static_cast<int>(std::lround(std::ldexp(length, -level)))); };
-  return camera.resized(side(camera.width), side(camera.height));
-}
-
-uint64_t Dataset::imageBytes() const {
-  uint64_t bytes = 0;
-  for (const View& view : training) bytes += view.image.bytes();
-  for (const View& view : heldOut) bytes += view.image.bytes();
-  return bytes;
 }
 
 }  // namespace quor::gs
