@@ -2,12 +2,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <thread>
-
 #include "base/image/image.h"
 #include "pipeline/pipeline.h"
 #include "support/fake_trainer.h"
 #include "support/temp_folder.h"
+#include "support/wait_until.h"
 
 namespace quor {
 namespace {
@@ -36,7 +35,7 @@ class FrameStageTest : public ::testing::Test {
     std::string result;
     pipeline_.open(project_);
     EXPECT_TRUE(pipeline_.start(Stage::Frames, Stage::Frames, [&](bool, const std::string& text) { result = text; }));
-    while (pipeline_.busy()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    EXPECT_TRUE(test::waitUntil([&] { return !pipeline_.busy(); }));
     return result;
   }
   std::vector<std::string> files(const fs::path& root) {
