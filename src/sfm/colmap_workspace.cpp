@@ -42,7 +42,7 @@ void ColmapWorkspace::clear() const {
   removeAll(unfinished);
   std::error_code error;
   if (fs::exists(fs::symlink_status(undistorted, error))) {
-    // Moved in one act: a dataset that is only half gone would be trained on.
+    // Renamed first: training must never find a partly deleted dataset.
     fs::rename(undistorted, unfinished, error);
     if (error) failClearing(undistorted, error);
     removeAll(unfinished);

@@ -17,7 +17,7 @@ void removeInOneAct(const fs::path& folder) {
   if (error && error != std::errc::no_such_file_or_directory) {
     throw std::runtime_error("Cannot clear " + toUtf8(folder) + ": " + error.message() + ".");
   }
-  fs::remove_all(aside, error);  // what is left of it misleads nobody
+  fs::remove_all(aside, error);  // leftovers under this name do no harm
 }
 
 }  // namespace quor

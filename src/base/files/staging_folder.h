@@ -1,4 +1,4 @@
-// Folders that are there whole or not at all, whenever the program ends.
+// Folders that are complete or absent, whenever the program ends.
 #pragma once
 
 #include <filesystem>
@@ -7,12 +7,12 @@
 
 namespace quor {
 
-// Moves the folder aside and removes it there, so that nobody takes half of it for all of it. A folder that is not
-// there is no failure; throws std::runtime_error "Cannot clear FOLDER: reason.".
+// Renames the folder to FOLDER.removed and deletes it there, so that a partly deleted folder is never mistaken for a
+// complete one. A missing folder is no failure. Throws std::runtime_error "Cannot clear FOLDER: reason.".
 void removeInOneAct(const std::filesystem::path& folder);
 
-// A folder in which a result is gathered before it is moved to its place. What is still there when this object goes,
-// because the work failed or was cancelled, is of no use to anybody and is removed.
+// A folder in which a result is built before it is renamed to its final place. The destructor removes whatever is left
+// of it, after a failure or a cancellation.
 class StagingFolder {
  public:
   explicit StagingFolder(std::filesystem::path path) : path_(std::move(path)) {}

@@ -1,5 +1,5 @@
-// Room on the disk for what memory is too small for, while the program runs: nobody else can open the file, and it is
-// gone when its owner is, or the program, however that ends.
+// A nameless file for data that memory cannot hold. No other program can open it, and the system frees it when it is
+// closed or when the program ends, however that happens.
 #pragma once
 
 #include <cstddef>

@@ -13,12 +13,12 @@ namespace quor {
 class LogTail {
  public:
   static constexpr size_t kLines = 60;
-  static constexpr size_t kLongestLine = 1024;  // bytes; what is longer is cut between characters
+  static constexpr size_t kLongestLine = 1024;  // bytes; longer lines are cut between characters
 
   // `line` ends in a line feed. From any thread.
   void add(std::string_view line) noexcept;
 
-  // What the exception says that has escaped, as a line; for a terminate handler. Nothing when there is none.
+  // Adds the text of the escaped exception as a line, for a terminate handler. Does nothing without one.
   void addCurrentException() noexcept;
 
   // Lines added so far; the last kLines of them can be read.

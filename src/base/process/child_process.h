@@ -29,8 +29,8 @@ struct ChildStartError : std::runtime_error {
 };
 
 // Runs the program with standard input empty and standard output and error captured together, on the calling thread.
-// `onLine` gets every line without its end ("\n", "\r" or both), empty ones left out: valid UTF-8 (what is not becomes
-// U+FFFD), longer ones in pieces of 16 KiB. It may throw: the child is then ended first. `cancelled` is asked at least
+// `onLine` gets every line without its end ("\n", "\r" or both), except empty ones: valid UTF-8 (invalid bytes become
+// U+FFFD), lines over 16 KiB in pieces. It may throw: the child is then ended first. `cancelled` is asked at least
 // every 50 ms; once it says yes the child and all that it started are killed. Nothing of the child is left when this
 // returns or throws. Throws ChildStartError.
 ChildResult runChildProcess(const ChildCommand& command, const std::function<void(std::string_view)>& onLine,

@@ -1,5 +1,5 @@
-// What a child process prints, cut into lines as it arrives. Lines end with "\n", "\r" or both; empty ones are left
-// out.
+// Cuts the output of a child process into lines as it arrives. Lines end with "\n", "\r" or both; empty ones are
+// skipped.
 #pragma once
 
 #include <functional>
@@ -11,7 +11,7 @@ namespace quor {
 class OutputLines {
  public:
   static constexpr size_t kLongestLine =
-      16 * 1024;  // bytes as printed; what is longer comes in pieces, no character cut
+      16 * 1024;  // bytes as printed; longer lines come in pieces that split no character
 
   // `onLine` gets valid UTF-8 that lives as long as the call. It may throw.
   explicit OutputLines(const std::function<void(std::string_view)>& onLine) : onLine_(onLine) {}

@@ -1,5 +1,5 @@
-// Standard input and output as one protocol's own line to whoever started the program. While it lives, whatever else
-// prints to standard output, a library or a child, lands on standard error and cannot break the protocol.
+// Standard input and output reserved for one protocol with the parent process. While it lives, other output to standard
+// output, from a library or a child, goes to standard error and cannot break the protocol.
 #pragma once
 
 #include <cstddef>
@@ -18,10 +18,10 @@ class OwnStdio {
   // Waits for bytes and returns how many there are; 0 once the other side has closed its end, or after an interrupt
   // (base/terminal.h counts them).
   size_t read(std::span<char> buffer);
-  // All of it; false once nobody reads any more, or after an interrupt.
+  // Writes all of it; false once the reader is gone, or after an interrupt.
   bool write(std::string_view bytes);
 
-  // Whether a person types.
+  // Whether standard input is a terminal.
   bool interactive() const;
 
  private:

@@ -1,4 +1,4 @@
-// The terminal that the process was started from: its streams, the keys that interrupt it, and whether anybody watches.
+// The terminal that the process was started from: its streams, its interrupt keys, and its size.
 #pragma once
 
 #include <cstddef>
@@ -7,11 +7,11 @@
 
 namespace quor {
 
-// What main was called with, without the program's own name, in UTF-8.
+// The arguments of main without the program's name, in UTF-8.
 std::vector<std::string> programArguments(int argc, char** argv);
 
-// A standard stream that was closed would lend its number to the next file that is opened, and messages would run into
-// that file. To be called before any is; what is written to such a stream afterwards fails.
+// Opens the standard streams that the parent has closed, onto nothing. Otherwise the next file opened would get such a
+// stream's number, and messages would be written into it. Call it before any file is opened.
 void occupyClosedStreams();
 
 // The standard streams carry UTF-8 from now on, byte for byte as it is read and written.

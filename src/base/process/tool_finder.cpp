@@ -11,7 +11,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Empty when there is none; else absolute, so that it stays the same file from whatever folder it is started.
+// Empty if the folder does not have it. Absolute, so that a later change of folder does not matter.
 fs::path findInFolder(const fs::path& folder, const std::string& fileName) {
   std::error_code error;
   for (const fs::path& file : {folder / fileName, folder / "bin" / fileName}) {

@@ -1,5 +1,5 @@
 // Where the two outside programs are: COLMAP, which solves cameras, and ffmpeg, the fall-back of the video decoder.
-// Looking for them starts nothing and fails never: a missing tool is an error only for the stage that needs it.
+// The search runs no program and never fails: a missing tool is an error only for the stage that needs it.
 #pragma once
 
 #include <filesystem>
@@ -13,9 +13,8 @@ struct ToolLocation {
   std::string source;  // "settings", "bundled", "PATH" or "installed", shown beside the path
 };
 
-// `configured` (UTF-8, may be empty) is what the user has set: the executable, or a folder that holds it or has it in
-// bin/. One that leads to no executable is passed over. Then tools/colmap beside this program, the folders of PATH, and
-// the folders where installers put COLMAP.
+// Searches `configured` (UTF-8, may be empty), the user's setting: the executable, or a folder with it there or in
+// bin/; then tools/colmap beside this program, the folders of PATH, and the folders where installers put COLMAP.
 std::optional<ToolLocation> findColmap(const std::string& configured);
 // The same, without the installers' folders; bundled in tools/ffmpeg.
 std::optional<ToolLocation> findFfmpeg(const std::string& configured);

@@ -1,4 +1,4 @@
-// What the search for outside programs asks the system.
+// The parts of the search for outside programs that depend on the system.
 #pragma once
 
 #include <filesystem>
@@ -17,7 +17,7 @@ bool isProgramFile(const std::filesystem::path& path);
 // The folders of PATH.
 std::vector<std::filesystem::path> searchPathFolders();
 
-// The folders that a list such as PATH names, in its order; an empty entry names none.
+// The folders that a list such as PATH names, in its order; empty entries are skipped.
 std::vector<std::filesystem::path> splitFolderList(std::string_view list, char separator);
 // Adds the folders and files right under `parent` that have `part` in their names, in whatever case, the newest version
 // first as far as names tell.

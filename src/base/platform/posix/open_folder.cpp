@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// The shell ends at once and is waited for; what it has started is then the system's child, not this program's.
+// The shell ends at once and is waited for; the program it started then belongs to init, not to this process.
 constexpr const char* kStart = "\"$0\" \"$1\" </dev/null >/dev/null 2>&1 &";
 
 bool runDetached(std::string program, std::string argument) {
