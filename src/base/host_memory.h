@@ -1,5 +1,5 @@
-// How much memory the computer has to spare: what would take more is refused beforehand, since a system that hands out
-// memory it does not have ends the program later without a word.
+// How much memory the computer has to spare. Work that would need more is refused beforehand: a system that overcommits
+// kills the program later, without an error to catch.
 #pragma once
 
 #include <cstdint>

@@ -4,12 +4,30 @@
 #include <atomic>
 #include <exception>
 #include <mutex>
-#include <thread>
-#include <vector>
+#include <system_error>
 
 #include "base/crash/crash_handler.h"
 
 namespace quor {
+
+size_t processorCount(size_t most) {
+  return std::clamp<size_t>(std::thread::hardware_concurrency(), 1, std::max<size_t>(most, 1));
+}
+
+std::vector<std::jthread> startThreads(size_t count, const std::function<void()>& work) {
+  std::vector<std::jthread> threads;
+  threads.reserve(count);
+  try {
+    while (threads.size() < count) {
+      threads.emplace_back([work] {
+        const ThreadCrashStack stack;
+        work();
+      });
+    }
+  } catch (const std::system_error&) {  // the system has no more threads to give
+  }
+  return threads;
+}
 
 void parallelFor(size_t count, const std::function<void(size_t)>& work) {
   std::atomic<size_t> next = 0;
@@ -29,15 +47,9 @@ void parallelFor(size_t count, const std::function<void(size_t)>& work) {
       }
     }
   };
+  if (count == 0) return;
   {
-    std::vector<std::jthread> helpers;
-    const size_t threads = std::min<size_t>(count, std::max(1u, std::thread::hardware_concurrency()));
-    for (size_t i = 1; i < threads; ++i) {
-      helpers.emplace_back([&] {
-        const ThreadCrashStack stack;
-        loop();
-      });
-    }
+    const std::vector<std::jthread> helpers = startThreads(processorCount(count) - 1, loop);
     loop();
   }
   if (failure) std::rethrow_exception(failure);

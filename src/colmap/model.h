@@ -49,7 +49,7 @@ std::filesystem::path imagesDir(const std::filesystem::path& root);  // root/ima
 // no points file. Throws std::runtime_error; never returns part of a model.
 Model loadModel(const std::filesystem::path& dir, bool withPoints);
 
-std::string modelName(int32_t id);  // "UNKNOWN" when it is none of the eleven
+std::string modelName(int32_t id);  // "UNKNOWN" for any other id
 // Focal lengths and principal point in pixels. False, with the outputs untouched, for an unknown model and for a camera
 // that has too few parameters (the text encoding does not promise their number).
 bool intrinsics(const Camera& camera, double& fx, double& fy, double& cx, double& cy);

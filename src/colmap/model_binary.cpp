@@ -12,7 +12,7 @@ namespace {
 
 static_assert(std::endian::native == std::endian::little, "the files are read as they lie");
 
-// Exact reads and skips with a large buffer of its own: a stream drops its buffer at every seek, and a model's points
+// Exact reads and skips with its own large buffer: a stream drops its buffer at every seek, and a model's points
 // are a seek each.
 class Reader {
  public:
@@ -58,7 +58,8 @@ class Reader {
     file_.seekg(static_cast<std::streamoff>(bytes - buffered), std::ios::cur);
   }
 
-  // How many records of at least `size` bytes can follow: what a count may be trusted with before they are read.
+  // How many records of at least `size` bytes the rest of the file can hold: the limit for a count before it is
+  // trusted.
   size_t atMost(uint64_t count, uint64_t size) const {
     return static_cast<size_t>(std::min<uint64_t>(count, remaining() / size));
   }

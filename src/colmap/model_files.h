@@ -16,7 +16,7 @@ struct CameraModel {
   bool oneFocal;  // f, cx, cy, ... rather than fx, fy, cx, cy, ...
 };
 
-const CameraModel* cameraModel(int32_t id);                   // null when it is none of the eleven
+const CameraModel* cameraModel(int32_t id);                   // null for any other id
 std::optional<int32_t> cameraModelId(std::string_view name);  // exact, case-sensitive
 
 std::map<uint32_t, Camera> readCamerasBinary(const std::filesystem::path& path);
@@ -27,7 +27,7 @@ std::map<uint32_t, Camera> readCamerasText(const std::filesystem::path& path);
 std::vector<Image> readImagesText(const std::filesystem::path& path);
 Points readPointsText(const std::filesystem::path& path);
 
-// The mean of the reprojection errors that are there; COLMAP writes -1 where there is none.
+// The mean of the known reprojection errors; COLMAP writes -1 for an unknown one.
 class ErrorMean {
  public:
   void add(double error) {

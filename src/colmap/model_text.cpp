@@ -44,7 +44,7 @@ class Fields {
   std::string_view rest_;
 };
 
-// Every line that is no comment, without its line end.
+// Every line except comments, without its line end.
 void forEachLine(const std::filesystem::path& path, const std::function<void(std::string_view)>& take) {
   std::ifstream file = openModelFile(path);
   for (std::string line; std::getline(file, line);) {
@@ -78,7 +78,7 @@ std::vector<Image> readImagesText(const std::filesystem::path& path) {
   forEachLine(path, [&](std::string_view line) {
     started |= !line.empty();
     if (!started) return;
-    // Two lines an image; the second, its observations, is empty where there are none.
+    // Two lines an image; the second, its observations, may be empty.
     if (std::exchange(observations, !observations)) return;
     Fields fields(line);
     Image image;

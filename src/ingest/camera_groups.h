@@ -11,8 +11,8 @@ namespace quor {
 
 class CameraGroups {
  public:
-  // Pictures belong to one group when their sizes are equal and nothing that is known of both cameras differs: maker,
-  // model, focal lengths. What one picture does not say is taken from the group's others.
+  // Pictures belong to one group when their sizes are equal and no value known of both cameras differs: maker, model,
+  // focal lengths. Values missing from one picture are taken from the others of its group.
   void add(const std::string& image, ImageSize size, const PhotoInfo& info);
 
   // Named "photos", or "photos01" and so on when there are several, in the order of their first pictures.

@@ -61,7 +61,7 @@ ExtractionResult FrameExtractor::extract(const std::filesystem::path& path, Inpu
 // lower than its neighbour without being any blurrier, and would otherwise be rejected altogether.
 void FrameExtractor::rejectBlurryFrames(ExtractionResult& result, const IngestSettings& settings,
                                         const std::filesystem::path& outputFolder, const IngestProgress& progress) {
-  std::map<std::string, std::vector<std::filesystem::path>> streams;  // by what follows the number in the name
+  std::map<std::string, std::vector<std::filesystem::path>> streams;  // by the part of the name behind the number
   for (const std::filesystem::path& frame : result.frames) {
     const std::string name = toUtf8(frame.filename());
     streams[name.substr(std::min(name.find('_'), name.size()))].push_back(frame);

@@ -1,21 +1,27 @@
 #include "ingest/frame_writer.h"
 
-#include <algorithm>
 #include <new>
 
-#include "ingest/photo/jpeg_encoder.h"
+#include "base/parallel.h"
 #include "ingest/video/color_matrix.h"
 
 namespace quor {
 namespace {
 
+constexpr size_t kMaxWorkers = 8;
 constexpr size_t kCapacity = 16;  // pictures that wait
+
+void encode(JpegEncoder& encoder, const std::filesystem::path& path, AVFrame& frame) {
+  if (av_frame_make_writable(&frame) < 0) throw std::bad_alloc();
+  convertToJpegMatrix(frame);
+  writeFrameFile(path, encoder.encode(frame));
+}
 
 }  // namespace
 
 FrameWriter::FrameWriter(int jpegQuality) {
-  const size_t count = std::clamp<size_t>(std::thread::hardware_concurrency(), 1, 8);
-  for (size_t i = 0; i < count; ++i) workers_.emplace_back([this, jpegQuality] { work(jpegQuality); });
+  workers_ = startThreads(processorCount(kMaxWorkers), [this, jpegQuality] { work(jpegQuality); });
+  if (workers_.empty()) own_.emplace(jpegQuality);
 }
 
 FrameWriter::~FrameWriter() {
@@ -23,6 +29,7 @@ FrameWriter::~FrameWriter() {
 }
 
 void FrameWriter::write(const std::filesystem::path& path, FramePtr frame) {
+  if (own_) return encode(*own_, path, *frame);
   {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [this] { return failure_ || jobs_.size() < kCapacity; });
@@ -44,7 +51,6 @@ void FrameWriter::stop(bool dropWaiting) {
     if (dropWaiting) jobs_.clear();
   }
   changed_.notify_all();
-  for (std::thread& worker : workers_) worker.join();
   workers_.clear();
 }
 
@@ -71,9 +77,7 @@ void FrameWriter::encodeJobs(int jpegQuality) {
       jobs_.pop_front();
     }
     changed_.notify_all();
-    if (av_frame_make_writable(job.frame.get()) < 0) throw std::bad_alloc();
-    convertToJpegMatrix(*job.frame);
-    writeFrameFile(job.path, encoder.encode(*job.frame));
+    encode(encoder, job.path, *job.frame);
   }
 }
 

@@ -1,5 +1,5 @@
 // Pictures become JPEG files on worker threads while the caller decodes on. The queue is short: a caller that is faster
-// than the workers waits, so memory stays bounded.
+// than the workers waits, so memory stays bounded. Where the system grants no thread, write() encodes itself.
 #pragma once
 
 #include <condition_variable>
@@ -7,9 +7,11 @@
 #include <exception>
 #include <filesystem>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <vector>
 
+#include "ingest/photo/jpeg_encoder.h"
 #include "ingest/video/ffmpeg_support.h"
 
 namespace quor {
@@ -41,7 +43,8 @@ class FrameWriter {
   std::deque<Job> jobs_;
   bool stopping_ = false;
   std::exception_ptr failure_;
-  std::vector<std::thread> workers_;
+  std::optional<JpegEncoder> own_;  // of the caller's thread, where there are no workers
+  std::vector<std::jthread> workers_;
 };
 
 }  // namespace quor

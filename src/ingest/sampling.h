@@ -40,7 +40,7 @@ struct SamplingPlan {
   int64_t expected = 1;  // frames of one output
   int jpegQuality = 2;
   std::vector<TrackPlan> tracks;
-  std::function<std::string(size_t track, int64_t number)> message;  // what is done now
+  std::function<std::string(size_t track, int64_t number)> message;  // the progress message
 };
 
 std::string headFilters(double rate, const VideoTrack& track);

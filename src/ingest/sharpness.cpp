@@ -3,10 +3,9 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
-#include <exception>
-#include <thread>
 
 #include "base/image/image.h"
+#include "base/parallel.h"
 
 namespace quor {
 namespace {
@@ -53,26 +52,19 @@ std::vector<double> scoreAll(const std::vector<std::filesystem::path>& paths,
     ++scored;
     return true;
   };
-  const size_t workers = std::min({static_cast<size_t>(std::max(1u, std::thread::hardware_concurrency())), kMaxWorkers,
-                                   std::max<size_t>(paths.size(), 1)});
-  std::vector<std::thread> helpers;
-  for (size_t i = 1; i < workers; ++i) {
-    helpers.emplace_back([&] {
-      while (scoreNext()) {
-      }
-    });
-  }
-  std::exception_ptr stopped;
+  const size_t workers = std::min(processorCount(kMaxWorkers), std::max<size_t>(paths.size(), 1));
+  std::vector<std::jthread> helpers = startThreads(workers - 1, [&] {
+    while (scoreNext()) continue;
+  });
   try {
     while (scoreNext()) {
       if (progress) progress(scored);
     }
   } catch (...) {
-    stopped = std::current_exception();
-    next = paths.size();
+    next = paths.size();  // the helpers, joined on the way out, find nothing more to do
+    throw;
   }
-  for (std::thread& helper : helpers) helper.join();
-  if (stopped) std::rethrow_exception(stopped);
+  helpers.clear();
   return scores;
 }
 

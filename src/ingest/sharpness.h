@@ -12,7 +12,7 @@ namespace quor {
 struct SharpnessResult {
   std::vector<std::filesystem::path> kept;      // in the order given
   std::vector<std::filesystem::path> rejected;  // in the order given
-  double median = 0;                            // of the frames that could be read; 0 when none could
+  double median = 0;                            // of the readable frames; 0 without any
 };
 
 // Variance of the 4-neighbour Laplacian of the grey image (0..255), the image first shrunk to at most 512 pixels in

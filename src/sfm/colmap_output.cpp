@@ -9,7 +9,8 @@
 namespace quor {
 namespace {
 
-constexpr size_t kMaxProblems = 10;  // of one step in the program's log; a damaged folder can bring thousands
+constexpr size_t kMaxProblems = 10;   // of one step in the program's log; a damaged folder can bring thousands
+constexpr size_t kMaxLastLines = 20;  // that explain a failure
 
 bool isDigit(char c) {
   return c >= '0' && c <= '9';
@@ -23,7 +24,7 @@ bool containsAny(std::string_view text, const std::array<std::string_view, N>& w
   return false;
 }
 
-// The last but one is what COLMAP 3 dies of when it has no OpenGL context.
+// The last is how COLMAP 3 aborts without an OpenGL context.
 bool saysGpuFailed(std::string_view line) {
   return containsAny(line, std::array<std::string_view, 3>{"Failed to create feature", "Not enough GPU memory",
                                                            "Check failed: context_.create()"});
@@ -95,33 +96,35 @@ ColmapOutput::ColmapOutput(LogStore& log, const std::filesystem::path& file)
 void ColmapOutput::beginStep(const std::string& heading) {
   log_.info(heading);
   file_ << heading << std::endl;
-  lastLine_.clear();
-  lastProblem_.clear();
+  lastLines_.clear();
+  silent_ = true;
   problems_ = 0;
   gpuFailed_ = noModel_ = false;
 }
 
 void ColmapOutput::take(std::string_view line) {
-  file_ << line << std::endl;  // flushed: what a killed solve printed last is what one wants to read
+  file_ << line << std::endl;  // flushed, so that the last lines of a killed solve can be read
   if (isStackTrace(line) || line.find_first_not_of(" =-") == std::string_view::npos) return;
   gpuFailed_ |= saysGpuFailed(line);
   noModel_ |= saysNoModel(line);
 
   std::string_view message = colmapMessage(line);
   message.remove_prefix(std::min(message.find_first_not_of(' '), message.size()));
-  lastLine_ = message;
-  if (isProblem(line, message)) {
-    lastProblem_ = message;
-    if (++problems_ <= kMaxProblems) log_.warning("COLMAP: " + lastProblem_);
+  silent_ = false;
+  if (isProblem(line, message) && ++problems_ <= kMaxProblems) {
+    log_.warning("COLMAP: " + std::string(message));
     if (problems_ == kMaxProblems) log_.warning("COLMAP: further warnings of this step are in " + toUtf8(path_));
   } else if (isWorthReading(message)) {
-    log_.info("COLMAP: " + lastLine_);
+    log_.info("COLMAP: " + std::string(message));
+  } else {
+    if (lastLines_.size() == kMaxLastLines) lastLines_.pop_front();
+    lastLines_.emplace_back(message);
   }
 }
 
 void ColmapOutput::explainFailure(int exitCode) {
-  if (lastProblem_.empty() && !lastLine_.empty()) log_.warning("COLMAP: " + lastLine_);
-  if (lastLine_.empty()) {
+  for (const std::string& line : lastLines_) log_.warning("COLMAP: " + line);
+  if (silent_) {
     log_.warning("COLMAP printed nothing before it ended. Does it run when it is started by hand?");
   } else {
     log_.warning("All that COLMAP printed is in " + toUtf8(path_));

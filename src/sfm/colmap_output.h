@@ -1,7 +1,8 @@
-// What COLMAP prints, sorted: every line goes to the project's colmap.log, and those that say something to the user go
-// to the program's log with the prefix "COLMAP: ". A solve prints thousands of lines.
+// Sorts COLMAP's output, thousands of lines a solve: every line goes to the project's colmap.log, and those that help
+// the user to the program's log with the prefix "COLMAP: ".
 #pragma once
 
+#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <optional>
@@ -16,17 +17,18 @@ namespace quor {
 // ").
 std::string_view colmapMessage(std::string_view line);
 
-// How far a step is by its line, when it counts: "Processed file [3/9]", "Matching block [1/2, 1/2]".
+// The fraction done, from a line that counts: "Processed file [3/9]", "Matching block [1/2, 1/2]".
 std::optional<float> countedFraction(std::string_view line);
 
 class ColmapOutput {
  public:
-  // Appends to `file`. Where that cannot be opened the lines are only sorted.
+  // Appends to `file`. If it cannot be opened, the program's log still gets its lines.
   ColmapOutput(LogStore& log, const std::filesystem::path& file);
 
   void beginStep(const std::string& heading);
   void take(std::string_view line);
-  // The line that best says why the step failed goes to the log, with the place where all the others are.
+  // For a step that failed: the last lines it printed go to the log, those left out so far, and the path of the file
+  // that has all of them.
   void explainFailure(int exitCode);
 
   // Whether the step said, since it began, that it cannot use the GPU, or that no model came out.
@@ -37,7 +39,8 @@ class ColmapOutput {
   LogStore& log_;
   const std::filesystem::path path_;
   std::ofstream file_;
-  std::string lastLine_, lastProblem_;
+  std::deque<std::string> lastLines_;  // the last ones, without those that the log has
+  bool silent_ = true;                 // the step has printed nothing yet
   size_t problems_ = 0;
   bool gpuFailed_ = false, noModel_ = false;
 };

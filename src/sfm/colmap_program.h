@@ -28,17 +28,17 @@ class ColmapProgram {
   // `cancelled` is asked on the thread that runs a command.
   ColmapProgram(std::filesystem::path executable, LogStore& log, std::function<bool()> cancelled);
 
-  // Reads the version. What was learnt from another version is forgotten. Throws "Could not run COLMAP (reason)".
+  // Reads the version. Forgets everything learnt from another version. Throws "Could not run COLMAP (reason)".
   void identify();
   const std::string& version() const { return version_; }  // the first line of its help
 
   bool hasCommand(const std::string& command);
   // Which of an option's spellings `command` accepts, with its dashes; they are given newest first. Nothing when it
-  // accepts none. A COLMAP whose help says nothing (it may be wrapped in a script) is taken for version 3, whose
+  // accepts none. A COLMAP without help texts (it may be wrapped in a script) is taken for version 3, whose
   // spelling is the last.
   std::optional<std::string> option(const std::string& command, const std::vector<std::string>& candidates);
 
-  // Whether the help of `command` lists an option, given without its dashes: for what is good to have.
+  // Whether the help of `command` lists an option, given without its dashes. For options that are merely useful.
   bool accepts(const std::string& command, const std::string& option);
 
   // Runs one command to its end. A GPU step that COLMAP cannot run on the GPU is run again on the CPU. Throws

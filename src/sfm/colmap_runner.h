@@ -35,7 +35,7 @@ class ColmapRunner {
                gs::VulkanContext* gpu = nullptr);
 
   // Clears what an earlier solve of the project has left, then solves. Throws std::runtime_error with a whole sentence,
-  // "Cancelled" too. What a failed solve leaves is never taken for a finished one: the dataset appears as its last act.
+  // "Cancelled" too. A failed solve is never mistaken for a finished one: the dataset appears as its last act.
   Result run(const Project& project, const SolveReport& report);
 
  private:

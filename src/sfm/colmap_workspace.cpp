@@ -34,15 +34,15 @@ ColmapWorkspace::ColmapWorkspace(const Project& project)
       database(fs::absolute(project.databaseFile())),
       sparse(fs::absolute(project.sparseFolder())),
       lists(folder / "lists"),
-      log(project.colmapLog()),
-      undistorted(project.solvedFolder()),
-      unfinished(project.unfinishedSolvedFolder()) {}
+      log(fs::absolute(project.colmapLog())),
+      undistorted(fs::absolute(project.solvedFolder())),
+      unfinished(fs::absolute(project.unfinishedSolvedFolder())) {}
 
 void ColmapWorkspace::clear() const {
   removeAll(unfinished);
   std::error_code error;
   if (fs::exists(fs::symlink_status(undistorted, error))) {
-    // Moved in one act: a dataset that is only half gone would be trained on.
+    // Renamed first: training must never find a partly deleted dataset.
     fs::rename(undistorted, unfinished, error);
     if (error) failClearing(undistorted, error);
     removeAll(unfinished);

@@ -19,7 +19,7 @@ struct ColmapWorkspace {
   std::filesystem::path undistorted;  // the finished dataset
   std::filesystem::path unfinished;   // the dataset while it is being written
 
-  // Removes what an earlier solve has left, the finished dataset first and at once, and makes the folders. Throws
+  // Removes the results of an earlier solve, the finished dataset first and in one act, and makes the folders. Throws
   // std::runtime_error.
   void clear() const;
   // Makes the dataset that was written to `unfinished` the finished one.

@@ -1,4 +1,4 @@
-// What the steps of one solve share, and the steps themselves in their order.
+// The state shared by the steps of one solve, and the steps in their order.
 #pragma once
 
 #include <functional>
@@ -30,10 +30,10 @@ struct SolveContext {
   }
 };
 
-// Features of every group into a new database, each group with a camera of its own.
+// Extracts the features of every group into a new database, each group with its own camera.
 void extractFeatures(const SolveContext& solve, const std::vector<ImageGroup>& groups);
 
-// Matches between the images' features, verified, into the database.
+// Matches the features of the image pairs, verified, into the database.
 void matchFeatures(const SolveContext& solve);
 
 // The stretch of the whole solve's progress that matching takes.
@@ -49,8 +49,8 @@ struct SparseModel {
   std::filesystem::path folder;
   size_t registered = 0;
 };
-// Every model that the mapper makes of the matches, largest first; at least one, none without images. Throws when there
-// is none. With fixed intrinsics the cameras stay as they are.
+// Every model that the mapper makes of the matches, largest first, each with images. Throws when no image registers.
+// With fixed intrinsics the mapper leaves the cameras alone.
 std::vector<SparseModel> mapImages(const SolveContext& solve, bool fixedIntrinsics);
 
 // Writes the frames of a model as a pinhole camera would have taken them, with their model, to the unfinished dataset

@@ -13,6 +13,7 @@
 #include "base/process/output_lines.h"
 #include "support/scoped_environment.h"
 #include "support/scripts.h"
+#include "support/wait_until.h"
 
 namespace quor {
 namespace {
@@ -49,17 +50,15 @@ class ChildProcess : public testing::Test {
   const TempFolder folder_;
 };
 
-// Whether the process is gone, or is about to be: a zombie of somebody else's counts. Only as long as it may take.
+// Whether the process ends; a zombie that its parent has not collected counts.
 bool vanishes(pid_t pid) {
-  for (int i = 0; i < 500; ++i) {
+  return test::waitUntil([pid] {
     if (kill(pid, 0) != 0) return true;
     std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
     std::string text;
     std::getline(stat, text);
-    if (text.find(") Z ") != std::string::npos) return true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  return false;
+    return text.find(") Z ") != std::string::npos;
+  });
 }
 
 TEST_F(ChildProcess, PassesArgumentsAndEnvironmentUnchanged) {
@@ -149,9 +148,7 @@ TEST_F(ChildProcess, EndsAllWhenTheProgramIsKilled) {
         {program, {pidFile.string()}, {}}, [](std::string_view) {}, [] { return false; });
     _exit(0);
   }
-  for (int i = 0; i < 2000 && !std::filesystem::exists(pidFile); ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
+  EXPECT_TRUE(test::waitUntil([&] { return std::filesystem::exists(pidFile); }));
   kill(parent, SIGKILL);
   waitpid(parent, nullptr, 0);
   std::ifstream pids(pidFile);

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "base/text/time_text.h"
+#include "base/version.h"
 
 namespace quor {
 namespace {
@@ -36,7 +37,8 @@ TEST(CrashReport, IsWrittenInItsOrder) {
     return text;
   };
   Crash crash;
-  EXPECT_EQ(written(crash), "Ombrelux 1.1.3 crashed\nstack (code addresses only):\n  program+0x1f\n");
+  EXPECT_EQ(written(crash),
+            "Ombrelux " + std::string(kVersion) + " crashed\nstack (code addresses only):\n  program+0x1f\n");
   crash.reason = kPureCallReason;
   crash.exceptionName = "exception";
   crash.exceptionCode = 0xc0000025;
@@ -45,8 +47,8 @@ TEST(CrashReport, IsWrittenInItsOrder) {
   const std::string folderName(600, 'm');  // longer than any buffer
   crash.place = {folderName, 0};
   EXPECT_EQ(written(crash),
-            "Ombrelux 1.1.3 crashed\nreason: pure virtual function call\nexception: 0xc0000025 (exception) at " +
-                folderName +
+            "Ombrelux " + std::string(kVersion) +
+                " crashed\nreason: pure virtual function call\nexception: 0xc0000025 (exception) at " + folderName +
                 "+0x0\n  reading address 0xfedcba9876543210\nstack (code addresses only):\n  program+0x1f\n");
   crash.place = {};
   crash.access = nullptr;

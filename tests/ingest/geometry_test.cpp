@@ -9,7 +9,6 @@
 #include "ingest/frame_extractor.h"
 #include "ingest/sphere/sphere_views.h"
 #include "sample_capture/orbit.h"
-#include "sample_capture/render.h"
 #include "sample_capture/video_writer.h"
 #include "support/solved_cameras.h"
 #include "support/temp_folder.h"
@@ -157,41 +156,6 @@ TEST_F(GeometryTest, LightsOfALensLandWhereItsSeedSays) {
     expectLights(readImage(frame), places, toUtf8(frame.filename()));
   }
   EXPECT_EQ(found_, 2 * static_cast<int>(directions.size()));
-}
-
-double psnr(const Image& a, const Image& b) {
-  double sum = 0;
-  for (size_t i = 0; i < a.rgb.size(); ++i) sum += std::pow(a.rgb[i] - b.rgb[i], 2);
-  return 10 * std::log10(255 * 255 * static_cast<double>(a.rgb.size()) / sum);
-}
-
-// The same sight, once cut from the sphere and once taken by a pinhole camera that stands there.
-TEST_F(GeometryTest, AViewOfTheSphereShowsWhatAPinholeCameraShows) {
-  settings_.viewsPerFrame = 3;
-  settings_.pitchOffset = -20;
-  settings_.fieldOfView = 100;
-  settings_.viewResolution = 256;
-  const sample::Scene room(1);
-  const sample::EquirectangularView sphere = sample::equirectangularViews({1, {768, 384}, 1})[0];
-  const ExtractionResult result = extract(InputKind::Video360, {sample::renderView(room, sphere, sample::Rays::Video)});
-
-  const SphereView view = sphereViews(settings_)[1];
-  const auto [fx, fy, cx, cy] = sphereViewCamera(settings_);
-  sample::PinholeView pinhole;
-  pinhole.width = pinhole.height = sphereViewSize(settings_);
-  pinhole.fx = fx, pinhole.fy = fy, pinhole.cx = cx, pinhole.cy = cy;
-  const Image cut = readImage(result.frames[1]);
-  const auto likeness = [&](double yaw, double pitch) {
-    static_cast<sample::Pose&>(pinhole) = test::turned(sphere, test::viewTurn(yaw, pitch));
-    return psnr(cut, sample::renderView(room, pinhole, sample::Rays::Video));
-  };
-  const double like = likeness(view.yaw, view.pitch);
-  EXPECT_GT(like, 28);
-  const double pixel = 1 / (fx * kDegree);
-  for (const auto& [right, up] :
-       {std::pair(pixel, 0.0), std::pair(-pixel, 0.0), std::pair(0.0, pixel), std::pair(0.0, -pixel)}) {
-    EXPECT_GT(like, likeness(view.yaw + right, view.pitch + up) + 1) << right << " " << up;
-  }
 }
 
 }  // namespace

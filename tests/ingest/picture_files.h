@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "base/image/image.h"
+#include "ingest/extraction.h"
 #include "ingest/video/ffmpeg_support.h"
 
 extern "C" {
@@ -266,13 +267,6 @@ inline std::string heifOf(const Image& image, heif_orientation turned, const std
   heif_encoder_release(encoder);
   heif_context_free(context);
   return file;
-}
-
-inline double meanDifference(const Image& a, const Image& b) {
-  if (a.width != b.width || a.height != b.height) return 1000;
-  double sum = 0;
-  for (size_t i = 0; i < a.rgb.size(); ++i) sum += std::abs(int{a.rgb[i]} - int{b.rgb[i]});
-  return sum / static_cast<double>(a.rgb.size());
 }
 
 }  // namespace quor::test

@@ -10,6 +10,7 @@
 #include "project/project.h"
 #include "sample_capture/capture.h"
 #include "support/child_program.h"
+#include "support/wait_until.h"
 
 namespace quor::test {
 namespace {
@@ -47,11 +48,7 @@ class CancelTest : public ::testing::Test {
     return found;
   }
   bool allGone() const {
-    for (int i = 0; i < 6000; ++i) {
-      if (processes().empty()) return true;
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return false;
+    return waitUntil([this] { return processes().empty(); });
   }
 
   std::vector<std::string> halfWritten() const {
@@ -84,16 +81,18 @@ class CancelTest : public ::testing::Test {
   const fs::path project_ = folder_ / "Ünter wegs 'x' 写真_ombrelux";
 };
 
-TEST_F(CancelTest, AtThirtyMomentsNothingStaysBehindAndTheProjectCanBeFinished) {
+// The moments need not be met exactly: whatever the run is at then must hold.
+TEST_F(CancelTest, AtAnyMomentNothingStaysBehindAndTheProjectCanBeFinished) {
   const auto begin = Clock::now();
   const Ended whole = ChildProgram(OMBRELUX_CLI, command()).wait();
   ASSERT_EQ(whole.exitCode, 0) << whole.err;
   const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
 
+  constexpr int kMoments = 18;
   std::mt19937 random(7);
-  for (int i = 0; i < 30; ++i) {
+  for (int i = 0; i < kMoments; ++i) {
     // Evenly over the run, so that every stage gets its share.
-    const double share = (i + std::uniform_real_distribution<>(0, 1)(random)) / 30;
+    const double share = (i + std::uniform_real_distribution<>(0, 1)(random)) / kMoments;
     const bool killed = i % 3 == 2;
     SCOPED_TRACE("cancel " + std::to_string(i) + " at " + std::to_string(share * seconds) + " s of " +
                  std::to_string(seconds) + (killed ? ", killed" : ""));

@@ -1,8 +1,7 @@
 // From media to cameras with the real COLMAP: the solved cameras must be the ones that took the pictures.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <thread>
+#include <sched.h>
 
 #include "base/process/tool_finder.h"
 #include "ingest/sphere/sphere_views.h"
@@ -11,11 +10,26 @@
 #include "sample_capture/options.h"
 #include "support/fake_trainer.h"
 #include "support/gpu_fixture.h"
+#include "support/scripts.h"
 #include "support/solved_cameras.h"
-#include "support/temp_folder.h"
+#include "support/wait_until.h"
 
 namespace quor {
 namespace {
+
+// The installed COLMAP on one processor: which of its threads gets which pair decides over the random samples of its
+// verification, and with them over the last digits of every camera.
+std::optional<ToolLocation> steadyColmap(const std::filesystem::path& folder) {
+  const std::optional<ToolLocation> colmap = findColmap("");
+  if (!colmap) return {};
+  cpu_set_t allowed;
+  sched_getaffinity(0, sizeof allowed, &allowed);
+  int processor = 0;
+  while (processor + 1 < CPU_SETSIZE && !CPU_ISSET(processor, &allowed)) ++processor;
+  return ToolLocation{test::writeScript(folder / "colmap", "exec taskset -c " + std::to_string(processor) + " '" +
+                                                               toUtf8(colmap->executable) + "' \"$@\"\n"),
+                      "settings"};
+}
 
 class EndToEndTest : public gs::GpuTest {
  protected:
@@ -61,7 +75,7 @@ class EndToEndTest : public gs::GpuTest {
   Project project_;
   LogStore log_{5000};
   test::FakeTrainer trainer_;
-  Pipeline pipeline_{trainer_, log_, Tools{findColmap(""), findFfmpeg("")}, &context};
+  Pipeline pipeline_{trainer_, log_, Tools{steadyColmap(folder_.path()), findFfmpeg("")}, &context};
   gs::colmap::Model solved_;
 };
 

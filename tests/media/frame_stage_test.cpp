@@ -2,12 +2,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <thread>
-
 #include "base/image/image.h"
 #include "pipeline/pipeline.h"
 #include "support/fake_trainer.h"
 #include "support/temp_folder.h"
+#include "support/wait_until.h"
 
 namespace quor {
 namespace {

@@ -100,26 +100,5 @@ TEST_F(GpuMatcherTest, CancellingLeavesTheTablesAsTheyWere) {
   }
 }
 
-TEST_F(GpuMatcherTest, AReadOnlyDatabaseIsRefused) {
-  {
-    std::fstream file(path, std::ios::binary | std::ios::in | std::ios::out);
-    file.seekp(18);
-    file.put(3);  // a version of the format that SQLite may read but not write, whoever asks
-  }
-  EXPECT_EQ(thrownText([&] { match(); }), "COLMAP database: attempt to write a readonly database");
-  EXPECT_EQ(thrownText([&] { ColmapDatabase(path).clearMatches(); }),
-            "COLMAP database: attempt to write a readonly database");
-}
-
-TEST_F(GpuMatcherTest, ClearingEmptiesRawAndVerifiedMatches) {
-  match();
-  database.execute("INSERT INTO two_view_geometries VALUES (1, 20, 2, NULL, 2), (2, 0, 2, NULL, 0)");
-  ColmapDatabase opened(path);
-  EXPECT_EQ(opened.verifiedPairs(), 1u);
-  opened.clearMatches();
-  EXPECT_EQ(opened.verifiedPairs(), 0u);
-  EXPECT_EQ(rows() + database.number("SELECT COUNT(*) FROM two_view_geometries"), 0);
-}
-
 }  // namespace
 }  // namespace quor

@@ -2,6 +2,7 @@
 
 #include "colmap/model.h"
 #include "solve_fixture.h"
+#include "support/wait_until.h"
 
 namespace quor::test {
 namespace {
@@ -9,6 +10,7 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::AllOf;
 using ::testing::ElementsAre;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
@@ -42,22 +44,14 @@ TEST_F(Runner, RunsTheStepsAndLeavesADatasetToTrainOn) {
     EXPECT_FALSE(fs::exists(project.colmapFolder() / gone)) << gone;
   }
 
-  const std::string root = toUtf8(project.root);
-  const std::string environment = " [offscreen " + toUtf8(folder / "tool/plugins") + "]";
-  EXPECT_THAT(
-      colmap.calls(),
-      ElementsAre(
-          "feature_extractor --database_path " + root + "/colmap/database.db --image_path " + root +
-              "/frames --image_list_path " + root + "/colmap/lists/group01.txt --ImageReader.single_camera 1 " +
-              "--ImageReader.camera_model OPENCV --SiftExtraction.use_gpu 0 --SiftExtraction.max_image_size "
-              "2400 --SiftExtraction.max_num_features 8192" +
-              environment,
-          "exhaustive_matcher --database_path " + root + "/colmap/database.db --SiftMatching.use_gpu 0" + environment,
-          "mapper --database_path " + root + "/colmap/database.db --image_path " + root + "/frames --output_path " +
-              root + "/colmap/sparse --Mapper.ba_global_points_ratio 1.4" + environment,
-          "image_undistorter --image_path " + root + "/frames --input_path " + root +
-              "/colmap/sparse/1 --output_path " + root + "/colmap/undistorted.partial --output_type COLMAP" +
-              environment));
+  EXPECT_THAT(colmap.calls(), ElementsAre(AllOf(StartsWith("feature_extractor "), HasSubstr("lists/group01.txt"),
+                                                HasSubstr("camera_model OPENCV"), HasSubstr("max_image_size 2400 ")),
+                                          StartsWith("exhaustive_matcher "), StartsWith("mapper "),
+                                          AllOf(StartsWith("image_undistorter "), HasSubstr("/colmap/sparse/1 "),
+                                                HasSubstr("/undistorted.partial "))));
+  for (const std::string& call : colmap.calls()) {
+    EXPECT_THAT(call, EndsWith(" [offscreen " + toUtf8(folder / "tool/plugins") + "]"));
+  }
   EXPECT_EQ(readFile(project.colmapFolder() / "lists/group01.txt"), "a.jpg\nb.jpg\nc.jpg\nd.jpg\n");
 
   EXPECT_THAT(messages, ElementsAre("Extracting features (4 images)", "Matching features", "Solving cameras",
@@ -129,18 +123,6 @@ TEST_F(Runner, FollowsTheMatcherSettings) {
   EXPECT_THAT(colmap.call("vocab_tree_matcher"), HasSubstr("--VocabTreeMatching.vocab_tree_path /tree "));
 }
 
-TEST_F(Runner, CropsWhatItUndistorts) {
-  addFrames();
-  FakeColmap colmap(folder / "tool");
-  colmap.mapsTo("0", {"a.jpg"});
-  project.ingest.fisheyeCropEdges = 0.1;
-  solve(colmap);
-  EXPECT_THAT(colmap.call("image_undistorter"),
-              HasSubstr(" --roi_min_x 0.100000 --roi_max_x 0.900000 --roi_min_y 0.100000 --roi_max_y 0.900000 "
-                        "--max_scale 1 "));
-  EXPECT_THAT(logText(), HasSubstr("Cropping 10% off every side of each undistorted frame\n"));
-}
-
 TEST_F(Runner, RefusesBeforeItTouchesAnything) {
   FakeColmap colmap(folder / "tool");
   writeFile(project.solvedFolder() / "old", "kept");
@@ -184,6 +166,9 @@ TEST_F(Runner, FailsWithASentenceAndNoDataset) {
   } cases[] = {
       {"feature_extractor", "printf 'some words\\nERROR: bad \\377 image\\n    @ 0x1 main\\nbye'; exit 3",
        "feature_extractor failed (COLMAP exit code 3)", "warning: COLMAP: ERROR: bad \uFFFD image"},
+      {"feature_extractor", "for i in $(seq 30); do echo \"line $i\"; done; echo 'ERROR: bad'; exit 3",
+       "feature_extractor failed (COLMAP exit code 3)",
+       "warning: COLMAP: ERROR: bad\nwarning: COLMAP: line 11\nwarning: COLMAP: line 12\n"},
       {"feature_extractor", "exit 1", "feature_extractor failed (COLMAP exit code 1)", "COLMAP printed nothing"},
       {"exhaustive_matcher", "echo busy; kill -SEGV $$", "exhaustive_matcher failed (COLMAP exit code 139)",
        "warning: COLMAP: busy"},
@@ -224,7 +209,7 @@ TEST_F(Runner, CancelsInEveryStepWithoutLeavingAnything) {
     reached = 0;
     std::jthread canceller([&] {
       const fs::path child = colmap.executable().parent_path() / "child";
-      while (!fs::exists(child) || fs::file_size(child) == 0) std::this_thread::sleep_for(std::chrono::milliseconds(2));
+      EXPECT_TRUE(waitUntil([&] { return fs::exists(child) && fs::file_size(child) > 0; }));
       cancelled = true;
     });
     EXPECT_EQ(thrownText([&] { solve(colmap); }), "Cancelled") << command;

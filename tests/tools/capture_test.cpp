@@ -57,25 +57,6 @@ TEST_F(TruthTest, PointsProjectOntoTheirObservationsThroughTheCamerasOfTheModel)
   EXPECT_GE(*std::min_element(seen.begin(), seen.end()), 2);
 }
 
-TEST_F(TruthTest, PhotographsShowThePointsInTheirColours) {
-  const gs::colmap::Points& points = truth_.model.points;
-  double difference = 0, contrast = 0;
-  for (const size_t i : {size_t{0}, size_t{5}}) {
-    const Image photo = renderView(scene_, views_[i]);
-    for (const gs::colmap::Observation& observation : truth_.observations[i]) {
-      const int x = std::min(static_cast<int>(observation.x), photo.width - 1);
-      const int y = std::min(static_cast<int>(observation.y), photo.height - 1);
-      const size_t pixel = static_cast<size_t>(y * photo.width + x) * 3;
-      for (size_t k = 0; k < 3; ++k) {
-        difference += std::abs(photo.rgb[pixel + k] - points.colors[3 * observation.point + k]);
-        contrast += std::abs(photo.rgb[pixel + k] - 120);
-      }
-    }
-  }
-  // A pixel of so small a photograph mixes what lies about the point.
-  EXPECT_LT(difference, 0.5 * contrast);
-}
-
 TEST(Capture, TheSameSeedGivesTheSameBytesAndAnotherSeedAnotherRoom) {
   const auto shot = [](uint64_t seed) { return renderView(Scene(seed), orbitViews({4, {48, 32}, seed})[1]); };
   const Image first = shot(3);

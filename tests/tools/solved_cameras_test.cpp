@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "sample_capture/orbit.h"
-#include "sample_capture/truth_table.h"
-#include "support/temp_folder.h"
 
 namespace quor::test {
 namespace {
@@ -56,25 +54,6 @@ TEST(SolvedCameras, AreComparedUpToASimilarity) {
   const CameraErrors errors = compareWithTruth(solvedFrom(wrong), truth);
   EXPECT_NEAR(errors.rotation, 2, 0.2);
   EXPECT_NEAR(errors.position, 0.05, 0.005);
-}
-
-TEST(SolvedCameras, TheTruthTableIsReadBack) {
-  const TempFolder folder;
-  const auto views = sample::fisheyeViews({5, {64, 64}, 2});
-  std::vector<std::vector<Pose>> lenses;
-  for (const auto& lens : views) lenses.emplace_back(lens.begin(), lens.end());
-  sample::writeTruthTable(folder / "cameras.csv", lenses, 25);
-  const TrueVideo read = readTrueVideo(folder / "cameras.csv");
-  EXPECT_EQ(read.rate, 25);
-  ASSERT_EQ(read.lenses.size(), 2u);
-  for (size_t lens = 0; lens < 2; ++lens) {
-    for (size_t i = 0; i < 5; ++i) {
-      EXPECT_LT(angleBetween(read.lenses[lens][i].rotation, views[lens][i].rotation), 1e-7);
-      EXPECT_LT(length(read.lenses[lens][i].centre() - views[lens][i].centre()), 1e-9);
-    }
-  }
-  // Back to back.
-  EXPECT_NEAR(angleBetween(views[0][3].rotation, views[1][3].rotation), 180, 1e-4);
 }
 
 }  // namespace

@@ -31,7 +31,7 @@ namespace {
 
 using namespace quor;
 
-// Neighbouring photographs whose cameras look further apart than this show nothing of each other's way.
+// Between neighbouring photographs whose cameras look further apart than this, no pose is worth rendering.
 constexpr double kWidestTurn = 45.0 / 180.0 * 3.14159265358979;
 
 Image toImage(const std::vector<float>& values, int width, int height) {

@@ -55,7 +55,7 @@ TrueModel trueModel(const Scene& scene, const std::vector<PinholeView>& views, s
     const double x = view.width * random.uniform(), y = view.height * random.uniform();
     const Ray ray = view.rayThrough(x, y);
     const Scene::Hit hit = scene.trace(ray);
-    // The model stores floats; what is observed is the stored point.
+    // The model stores floats, so observe the stored point.
     const std::array<float, 3> stored = {static_cast<float>(hit.position.x), static_cast<float>(hit.position.y),
                                          static_cast<float>(hit.position.z)};
     const Vec3 point{stored[0], stored[1], stored[2]};

@@ -14,7 +14,7 @@ namespace quor::sample {
 namespace {
 
 constexpr int kLargestEdge = 16384;
-constexpr int kMaxPictures = 9999;  // what four digits name in order
+constexpr int kMaxPictures = 9999;  // four digits keep the names in order
 constexpr size_t kMaxPoints = 1000000;
 
 template <typename T>
@@ -61,7 +61,7 @@ void setOut(Options& options, std::string_view folder) {
   options.out = fromUtf8(folder);
 }
 
-// Options whose meaning hangs on others wait until all are known.
+// Options that depend on others are resolved once all are known.
 struct Pending {
   std::optional<std::string_view> size;
   bool count = false;

@@ -38,9 +38,9 @@ const char* usageText();
 // The file of a capture's kind, within its folder; "images" for photographs.
 std::filesystem::path mediaOf(Kind kind);
 
-// Renders the photographs or the video and writes what is asked for of the truth: the model of photographs and of a
-// video to out/sparse/0, the cameras of every frame of a video of any kind to out/cameras.csv. What is there already is
-// refused. Throws std::runtime_error with a sentence.
+// Renders the photographs or the video and writes the parts of the truth that were asked for: the model of photographs
+// and of a video to out/sparse/0, the cameras of every frame of a video of any kind to out/cameras.csv. What is there
+// already is refused. Throws std::runtime_error with a sentence.
 void writeCapture(const Options& options);
 
 }  // namespace quor::sample

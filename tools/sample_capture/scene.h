@@ -24,10 +24,10 @@ class Scene {
 
   static constexpr int kLightSamples = 16;
 
-  // What a ray that starts inside the room sees; it always meets a wall at last.
+  // The colour that a ray from inside the room sees; it always meets a wall in the end.
   Hit trace(const Ray& ray) const;
 
-  // Distance to what the ray sees.
+  // Distance to the surface that the ray meets.
   double distance(const Ray& ray) const;
 
   // The lit colour, display values 0..1, of a surface of which a pixel covers `footprint` metres. The lamp is a square:

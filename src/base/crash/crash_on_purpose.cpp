@@ -11,9 +11,9 @@
 
 namespace quor {
 
-// Seen from other files, so that the compiler cannot know what a call of missing() comes to.
+// With external linkage, so that the compiler cannot resolve the call of missing().
 struct AbstractForCrash {
-  virtual ~AbstractForCrash() { callMissing(this); }  // when the object is no more than this again
+  virtual ~AbstractForCrash() { callMissing(this); }  // the derived part is gone by then
   static void callMissing(AbstractForCrash* object) {
     AbstractForCrash* volatile unknown = object;
     unknown->missing();  // NOLINT(clang-analyzer-cplusplus.PureVirtualCall)
@@ -39,7 +39,7 @@ int growStack(int depth) {
   volatile char frame[512] = {};
   frame[static_cast<size_t>(depth) % sizeof frame] = 1;
   const int below = endless ? growStack(depth + 1) : 0;
-  return below + frame[0];  // after the call, so that it is none in tail position
+  return below + frame[0];  // used after the call, which keeps it from becoming a tail call
 }
 
 void crashByOverflow() {

@@ -37,7 +37,7 @@ void writeLocation(ReportWriter& report, const CodeLocation& location);
 
 struct Crash {
   const char* reason = nullptr;         // in words, when a handler was told one
-  const char* exceptionName = nullptr;  // of a signal or structured exception; null: there was none
+  const char* exceptionName = nullptr;  // of a signal or structured exception, or null
   uint64_t exceptionCode = 0;
   CodeLocation place;            // where the exception happened
   const char* access = nullptr;  // "reading", "writing", ..., when it was about an address
@@ -59,7 +59,7 @@ inline constexpr int kStackHits = 40;
 inline constexpr size_t kStampLength = 16;
 void writeStamp(char (&stamp)[kStampLength + 1], int64_t localSeconds);
 
-// What the user is told; the folder comes after it.
+// The message to the user; the folder follows it.
 inline constexpr std::string_view kCrashMessage =
     "Ombrelux ran into a problem and has to close.\n\nA crash report was saved to:\n";
 inline constexpr std::string_view kCrashMessageUnsaved =

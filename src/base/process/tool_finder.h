@@ -13,9 +13,8 @@ struct ToolLocation {
   std::string source;  // "settings", "bundled", "PATH" or "installed", shown beside the path
 };
 
-// `configured` (UTF-8, may be empty) is what the user has set: the executable, or a folder that holds it or has it in
-// bin/. One that leads to no executable is passed over. Then tools/colmap beside this program, the folders of PATH, and
-// the folders where installers put COLMAP.
+// Searches `configured` (UTF-8, may be empty), the user's setting: the executable, or a folder with it there or in
+// bin/; then tools/colmap beside this program, the folders of PATH, and the folders where installers put COLMAP.
 std::optional<ToolLocation> findColmap(const std::string& configured);
 // The same, without the installers' folders; bundled in tools/ffmpeg.
 std::optional<ToolLocation> findFfmpeg(const std::string& configured);

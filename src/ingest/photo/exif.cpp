@@ -35,7 +35,7 @@ struct Entry {
   size_t valueAt = 0;  // where the value field lies: the value itself, or its offset
 };
 
-// Every read is checked against the end: an offset may be any number.
+// Bounds-checks every read: a damaged file can hold any offset.
 class TiffReader {
  public:
   explicit TiffReader(Bytes bytes) : bytes_(bytes) {}
@@ -67,7 +67,7 @@ class TiffReader {
     return std::nullopt;
   }
 
-  // The first value of a number; 0 when there is none or it is not above 0.
+  // The first value of a numeric entry; 0 when it is missing or not positive.
   double number(size_t directory, Tag tag) const {
     const std::optional<Entry> entry = find(directory, tag);
     if (!entry || entry->count == 0) return 0;
@@ -122,7 +122,7 @@ double sensorLength(const TiffReader& reader, size_t exif) {
   return pixels / perUnit * (unit == 3 ? 10 : unit == 4 ? 1 : unit == 5 ? 0.001 : 25.4);
 }
 
-// Little-endian directory whose values that do not fit an entry follow behind it.
+// A little-endian directory; values that do not fit into its entries are stored behind it.
 class DirectoryWriter {
  public:
   // `at` is where the directory will lie in the structure.

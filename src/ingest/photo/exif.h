@@ -1,4 +1,4 @@
-// What photographs say about their camera: the few EXIF values that the camera solve and the grouping of photographs
+// The camera data in photographs: the few EXIF values that the camera solve and the grouping of photographs
 // need. Every picture format carries EXIF as the same structure, that of a small TIFF file.
 #pragma once
 
@@ -10,19 +10,19 @@
 
 namespace quor {
 
-// Reads a TIFF structure of either byte order. What is missing, damaged or absurd stays at its default; nothing throws,
-// whatever the bytes. Without a focal length in 35 mm terms it is worked out from the sensor's resolution if that is
-// given. Texts come out as printable ASCII.
+// Reads a TIFF structure of either byte order. Missing, damaged and implausible values keep their defaults; it never
+// throws, whatever the bytes. A missing focal length in 35 mm terms is derived from the sensor's resolution where that
+// is given. Texts are printable ASCII.
 PhotoInfo parseExif(std::span<const uint8_t> tiff);
 
-// A TIFF structure that says what is known in `info`, and that the picture is upright whatever info.orientation is. The
-// focal length in 35 mm terms is relative to the frame, so that it holds for a picture that was scaled too.
+// A TIFF structure with the known values of `info`. The orientation is always written as upright. The focal length in
+// 35 mm terms is relative to the frame, so it also holds for a scaled picture.
 std::vector<uint8_t> writeExif(const PhotoInfo& info);
 
 // The TIFF structure in a PNG or WebP file; empty when there is none.
 std::span<const uint8_t> findPngExif(std::span<const uint8_t> file);
 std::span<const uint8_t> findWebpExif(std::span<const uint8_t> file);
-// A block as it lies in JPEG, HEIF and some WebP files: the structure behind "Exif" and two more bytes.
+// Skips the "Exif\0\0" in front of the structure in JPEG, HEIF and some WebP files.
 std::span<const uint8_t> withoutExifMark(std::span<const uint8_t> block);
 
 }  // namespace quor

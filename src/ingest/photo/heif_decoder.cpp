@@ -37,7 +37,7 @@ PhotoInfo readInfo(const heif_image_handle* handle) {
   const size_t skip = size_t{block[0]} << 24 | size_t{block[1]} << 16 | size_t{block[2]} << 8 | size_t{block[3]};
   if (skip > block.size() - 4) return {};
   PhotoInfo info = parseExif(withoutExifMark(std::span(block).subspan(4 + skip)));
-  info.orientation = 1;  // the file's own transformations say the same once more
+  info.orientation = 1;  // the decoder has applied it already, from the file's transformations
   return info;
 }
 

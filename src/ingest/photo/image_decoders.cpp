@@ -23,13 +23,13 @@ using Bytes = std::span<const uint8_t>;
 
 constexpr const char* kDamaged = "its picture data are damaged or cut off";
 
-// What get_buffer2 is told and tells through AVCodecContext::opaque.
+// What getGround() reads and reports through AVCodecContext::opaque.
 struct Ground {
   std::optional<uint8_t> value;  // that new pictures are filled with
   std::string refusal;
 };
 
-// FFmpeg has a limit of its own, and some decoders do not say that they have met it.
+// FFmpeg has its own limit, and some decoders exceed it without an error.
 void checkDecodableSize(int width, int height) {
   if (width < 1 || height < 1) throw std::runtime_error(kDamaged);
   checkImageSize(width, height);
@@ -38,7 +38,7 @@ void checkDecodableSize(int width, int height) {
   }
 }
 
-// Refuses too large pictures before their memory is taken.
+// Refuses pictures that are too large before it allocates them.
 int getGround(AVCodecContext* codec, AVFrame* frame, int flags) {
   auto& ground = *static_cast<Ground*>(codec->opaque);
   try {
@@ -106,8 +106,8 @@ bool samePixels(const AVFrame& a, const AVFrame& b) {
   return true;
 }
 
-// Some decoders give what they have of a damaged picture without a word. The picture is decoded onto two grounds: where
-// it differs nothing was decoded.
+// Some decoders return a damaged picture without an error and leave the missing pixels as they were. So decode it
+// twice, onto black and onto white: pixels that differ were never written.
 FramePtr decodeWhole(AVCodecID id, Bytes file) {
   FramePtr frame = decode(id, file, AV_EF_CRCCHECK, 0x00);
   if (!samePixels(*frame, *decode(id, file, AV_EF_CRCCHECK, 0xff))) throw std::runtime_error(kDamaged);

@@ -1,4 +1,4 @@
-// Still pictures through FFmpeg's decoders and libheif, by what the file holds and whatever its name says.
+// Still pictures through FFmpeg's decoders and libheif, chosen by the file's contents and not by its name.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@ namespace quor {
 
 enum class PictureFormat { Unknown, Jpeg, Png, Bmp, Tiff, Webp, Heif, Tga };
 
-// TGA files have no mark: what might be one is called one.
+// TGA files have no signature: anything that could be one counts as one.
 PictureFormat pictureFormat(std::span<const uint8_t> file);
 
 struct Picture {

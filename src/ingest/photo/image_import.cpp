@@ -5,10 +5,10 @@
 #include <mutex>
 #include <new>
 #include <system_error>
-#include <thread>
 
 #include "base/failures.h"
 #include "base/files/paths.h"
+#include "base/parallel.h"
 #include "base/text/text.h"
 #include "ingest/camera_groups.h"
 #include "ingest/frame_extractor.h"
@@ -34,13 +34,10 @@ class PhotoReader {
   PhotoReader(const std::vector<fs::path>& paths, const IngestSettings& settings,
               const std::function<bool()>& cancelled)
       : paths_(paths), settings_(settings), cancelled_(cancelled) {
-    const size_t threads = std::min<size_t>(paths.size(), std::max(1u, std::thread::hardware_concurrency()));
+    const size_t threads = std::min(paths.size(), processorCount());
     ahead_ = 4 * threads;
-    try {
-      while (workers_.size() < threads) workers_.emplace_back([this] { work(); });
-    } catch (const std::system_error&) {  // the system has no more threads to give
-      if (workers_.empty()) throw;
-    }
+    workers_ = startThreads(threads, [this] { work(); });
+    inline_ = workers_.empty();
   }
 
   ~PhotoReader() {
@@ -50,6 +47,7 @@ class PhotoReader {
 
   // Throws IngestError "Cancelled".
   ImportOutcome take() {
+    if (inline_) return read(paths_[taken_++], encoder_);
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [&] { return stopped_ || done_.contains(taken_); });
     if (stopped_) throw Cancelled();
@@ -65,7 +63,7 @@ class PhotoReader {
     changed_.notify_all();
   }
 
-  // The next photograph to read, or none.
+  // The index of the next photograph to read; nothing at the end.
   std::optional<size_t> begin() {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [&] { return stopped_ || begun_ < taken_ + ahead_; });
@@ -111,6 +109,8 @@ class PhotoReader {
   size_t begun_ = 0;
   size_t taken_ = 0;
   bool stopped_ = false;
+  bool inline_ = false;                 // no thread was granted: take() reads
+  std::optional<JpegEncoder> encoder_;  // of take() then
   std::vector<std::jthread> workers_;
 };
 

@@ -11,7 +11,7 @@
 namespace quor {
 
 struct ImportedPhoto {
-  std::vector<uint8_t> jpeg;  // upright, with an EXIF block that says so and what is known of the camera
+  std::vector<uint8_t> jpeg;  // upright; its EXIF block says so and names the camera as far as it is known
   int width = 0;
   int height = 0;
   PhotoInfo info;

@@ -7,17 +7,8 @@
 #include "ingest/ingest_error.h"
 #include "ingest/video/ffmpeg_support.h"
 
-extern "C" {
-#include <libswscale/swscale.h>
-}
-
 namespace quor {
 namespace {
-
-struct ScalerDeleter {
-  void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
-};
-using ScalerPtr = std::unique_ptr<SwsContext, ScalerDeleter>;
 
 [[noreturn]] void throwNotEncoded(int width, int height, int error) {
   throw IngestError("A picture of " + std::to_string(width) + " x " + std::to_string(height) +
@@ -49,8 +40,6 @@ struct JpegEncoder::State {
   int quality = 2;
   CodecPtr codec;
   PacketPtr packet = newPacket();
-  FramePtr converted;  // an Image as YUVJ420P
-  ScalerPtr scaler;
 };
 
 JpegEncoder::JpegEncoder(int qualityScale) : state_(std::make_unique<State>()) {
@@ -80,31 +69,6 @@ std::span<const uint8_t> JpegEncoder::encode(const AVFrame& frame) {
     throwNotEncoded(frame.width, frame.height, error);
   }
   return {s.packet->data, static_cast<size_t>(s.packet->size)};
-}
-
-std::span<const uint8_t> JpegEncoder::encode(const Image& image) {
-  State& s = *state_;
-  if (!s.converted || s.converted->width != image.width || s.converted->height != image.height) {
-    s.converted = newFrame();
-    s.converted->format = AV_PIX_FMT_YUVJ420P;
-    s.converted->width = image.width;
-    s.converted->height = image.height;
-    s.converted->color_range = AVCOL_RANGE_JPEG;
-    if (const int error = av_frame_get_buffer(s.converted.get(), 0); error < 0) {
-      throwNotEncoded(image.width, image.height, error);
-    }
-    s.scaler.reset(sws_getContext(image.width, image.height, AV_PIX_FMT_RGB24, image.width, image.height,
-                                  AV_PIX_FMT_YUVJ420P, SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INP, nullptr,
-                                  nullptr, nullptr));
-    if (!s.scaler) {
-      s.converted.reset();
-      throwNotEncoded(image.width, image.height, AVERROR(EINVAL));
-    }
-  }
-  const uint8_t* source[4] = {image.rgb.data()};
-  const int stride[4] = {3 * image.width};
-  sws_scale(s.scaler.get(), source, stride, 0, image.height, s.converted->data, s.converted->linesize);
-  return encode(*s.converted);
 }
 
 void writeFrameFile(const std::filesystem::path& path, std::span<const uint8_t> bytes) try {

@@ -1,4 +1,4 @@
-// JPEG files through FFmpeg's encoder, on FFmpeg's quality scale. One encoder belongs to one thread.
+// JPEG files through FFmpeg's encoder, on FFmpeg's quality scale. Not thread-safe.
 #pragma once
 
 #include <cstdint>
@@ -6,8 +6,6 @@
 #include <memory>
 #include <span>
 #include <vector>
-
-#include "base/image/image.h"
 
 struct AVFrame;
 
@@ -20,9 +18,8 @@ class JpegEncoder {
   JpegEncoder(const JpegEncoder&) = delete;
   JpegEncoder& operator=(const JpegEncoder&) = delete;
 
-  // The bytes of a JPEG file. The frame is YUVJ420P (full range). They hold until the next call. Throws IngestError.
+  // The bytes of a JPEG file, valid until the next call. The frame is YUVJ420P (full range). Throws IngestError.
   std::span<const uint8_t> encode(const AVFrame& frame);
-  std::span<const uint8_t> encode(const Image& image);
 
  private:
   struct State;

@@ -31,8 +31,8 @@ size_t segmentLength(Bytes file, size_t at) {
   return at + 2 > file.size() ? 0 : size_t{file[at]} << 8 | file[at + 1];
 }
 
-// The place of the next marker's code, or the file's size. In coded data a 0xff that is followed by 0 or a restart code
-// is no marker; more than one 0xff may stand before a code.
+// The offset of the next marker's code, or the file's size. In entropy-coded data 0xff followed by 0 or a restart code
+// is not a marker; fill bytes (0xff) may precede a code.
 size_t nextMarker(Bytes file, size_t at) {
   for (; at + 1 < file.size(); ++at) {
     const void* found = std::memchr(file.data() + at, 0xff, file.size() - at - 1);
@@ -54,7 +54,7 @@ bool commonFrame(uint8_t marker, Bytes header, bool rgb) {
 }
 
 bool isFrameHeader(uint8_t marker) {
-  // 0xc4, 0xc8 and 0xcc lie among them and are none.
+  // 0xc4, 0xc8 and 0xcc lie in this range but mean other segments.
   return marker == kStartOfFrame0 || (marker > kStartOfFrame0 && marker < kRestart0 && marker % 4 != 0);
 }
 

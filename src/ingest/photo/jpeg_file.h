@@ -8,13 +8,13 @@
 namespace quor {
 
 struct JpegFile {
-  // From the start of the image up to and with its end marker: cameras append previews, second pictures and films.
-  // Empty when the end marker is missing: the file is cut off.
+  // From the start of the image through its end marker; cameras append previews, second pictures and films. Empty when
+  // the end marker is missing: the file is cut off.
   std::span<const uint8_t> picture;
   std::span<const uint8_t> exif;  // its TIFF structure; empty when there is none
   int width = 0;                  // 0 when its header is missing
   int height = 0;
-  // 8-bit grey or YCbCr, Huffman-coded: what every reader of JPEG files reads.
+  // 8-bit grey or YCbCr, Huffman-coded: every JPEG reader supports it.
   bool common = false;
 };
 

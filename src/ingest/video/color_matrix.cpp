@@ -34,7 +34,7 @@ std::optional<Weights> otherWeights(AVColorSpace space) {
   }
 }
 
-// What one unit of Cb or of Cr adds to each component.
+// The contribution of one unit of Cb or of Cr to each component.
 struct Column {
   float luma, cb, cr;
 };
@@ -48,8 +48,8 @@ uint8_t toByte(int value) {
   return static_cast<uint8_t>(std::clamp<int16_t>(static_cast<int16_t>(value), 0, 255));
 }
 
-// One row of chroma; `gain` becomes what each of its samples adds to the luma. Written so that compilers vectorise it:
-// the offset keeps what is rounded positive.
+// One row of chroma; `gain` receives the luma correction of each sample. Written so that compilers vectorise it:
+// the offset keeps the values positive, so that truncation rounds.
 void convertChroma(uint8_t* __restrict u, uint8_t* __restrict v, int16_t* __restrict gain, int count, Column cb,
                    Column cr) {
   constexpr int kOffset = 1024;

@@ -5,8 +5,8 @@ struct AVFrame;
 
 namespace quor {
 
-// Turns a writable YUVJ420P picture that says that its matrix is another one into BT.601. The luma of a pixel changes
-// by what its nearest chroma sample says.
+// Turns a writable YUVJ420P picture that says that its matrix is another one into BT.601. The luma correction of a
+// pixel uses its nearest chroma sample.
 void convertToJpegMatrix(AVFrame& frame);
 
 }  // namespace quor

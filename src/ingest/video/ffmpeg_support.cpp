@@ -43,6 +43,32 @@ PacketPtr newPacket() {
   return packet;
 }
 
+int64_t durationOf(const AVFrame& frame) {
+#if LIBAVUTIL_VERSION_INT >= AV_VERSION_INT(57, 30, 100)  // gone from its old place in FFmpeg 7
+  return frame.duration;
+#else
+  return frame.pkt_duration;
+#endif
+}
+
+const uint8_t* sideDataOf(const AVStream& stream, AVPacketSideDataType type) {
+#if LIBAVFORMAT_VERSION_INT >= AV_VERSION_INT(60, 15, 100)  // gone from its old place in FFmpeg 8
+  const AVCodecParameters& track = *stream.codecpar;
+  const AVPacketSideData* found = av_packet_side_data_get(track.coded_side_data, track.nb_coded_side_data, type);
+  return found ? found->data : nullptr;
+#else
+  return av_stream_get_side_data(&stream, type, nullptr);
+#endif
+}
+
+std::string colorsOf([[maybe_unused]] const AVFrame& frame) {
+#if LIBAVFILTER_VERSION_MAJOR >= 10  // FFmpeg 7: filters negotiate them before the first frame
+  return ":colorspace=" + std::to_string(frame.colorspace) + ":range=" + std::to_string(frame.color_range);
+#else
+  return "";
+#endif
+}
+
 std::string ffmpegErrorText(int error) {
   std::array<char, AV_ERROR_MAX_STRING_SIZE> text{};
   av_strerror(error, text.data(), text.size());

@@ -1,5 +1,5 @@
-// What every user of FFmpeg's libraries here needs: owners for their objects, error numbers as text, and silence on
-// standard error.
+// Helpers for FFmpeg's libraries: owning pointers, error numbers as text, silence on standard error, and the
+// differences between versions (4.4 to 9).
 #pragma once
 
 #include <memory>
@@ -29,6 +29,13 @@ using GraphPtr = std::unique_ptr<AVFilterGraph, FfmpegDeleter>;
 
 FramePtr newFrame();  // both throw std::bad_alloc
 PacketPtr newPacket();
+
+// A frame's duration in its time base, 0 when unknown.
+int64_t durationOf(const AVFrame& frame);
+// Side data of a whole track; null when the container has none of this type.
+const uint8_t* sideDataOf(const AVStream& stream, AVPacketSideDataType type);
+// The frame's matrix and range as further options of a "buffer" filter; empty where filters take them from each frame.
+std::string colorsOf(const AVFrame& frame);
 
 // FFmpeg's text for one of its negative error numbers.
 std::string ffmpegErrorText(int error);

@@ -58,7 +58,7 @@ FramePtr layOnBlack(const AVFrame& frame) {
   FramePtr picture = scale(frame, frame.width, frame.height, AV_PIX_FMT_RGBA);
   const auto row = [&](int y) { return picture->data[0] + std::ptrdiff_t{y} * picture->linesize[0]; };
   const std::ptrdiff_t rowBytes = std::ptrdiff_t{picture->width} * 4;
-  // A fourth channel that hides everything is none that anybody has looked at.
+  // An alpha channel that hides every pixel was never meant as one.
   bool visible = false;
   for (int y = 0; y < picture->height && !visible; ++y) {
     for (std::ptrdiff_t x = 3; x < rowBytes && !visible; x += 4) visible = row(y)[x] != 0;

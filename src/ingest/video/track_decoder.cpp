@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <thread>
 
 #include "base/failures.h"
 #include "base/parallel.h"
@@ -15,6 +14,8 @@ extern "C" {
 
 namespace quor {
 namespace {
+
+constexpr size_t kMaxSlices = 16;
 
 struct InOutDeleter {
   void operator()(AVFilterInOut* ends) const { avfilter_inout_free(&ends); }
@@ -111,7 +112,7 @@ void TrackDecoder::filter(AVFrame& frame, const Sink& sink) {
   }
   const int64_t time = frame.best_effort_timestamp;
   frame.pts = time == AV_NOPTS_VALUE ? end_ : time - start_;
-  end_ = frame.pts + (frame.pkt_duration > 0 ? frame.pkt_duration : duration_);
+  end_ = frame.pts + (durationOf(frame) > 0 ? durationOf(frame) : duration_);
   check(av_buffersrc_add_frame_flags(source_, &frame, AV_BUFFERSRC_FLAG_PUSH), "filter");
   drain(sink);
 }
@@ -135,12 +136,13 @@ void TrackDecoder::buildGraph(const AVFrame& frame) {
   format_ = frame.format;
   graph_.reset(avfilter_graph_alloc());
   if (!graph_) throw std::bad_alloc();
-  graph_->nb_threads = static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1u, 16u));
+  graph_->nb_threads = static_cast<int>(processorCount(kMaxSlices));
   graph_->execute = runSlices;
   graph_->opaque = const_cast<std::function<bool()>*>(&cancelled_);
-  const std::string source =
-      "video_size=" + std::to_string(width_) + "x" + std::to_string(height_) + ":pix_fmt=" + std::to_string(format_) +
-      ":time_base=" + std::to_string(track_.time_base.num) + "/" + std::to_string(track_.time_base.den);
+  const std::string source = "video_size=" + std::to_string(width_) + "x" + std::to_string(height_) +
+                             ":pix_fmt=" + std::to_string(format_) +
+                             ":time_base=" + std::to_string(track_.time_base.num) + "/" +
+                             std::to_string(track_.time_base.den) + colorsOf(frame);
   check(avfilter_graph_create_filter(&source_, avfilter_get_by_name("buffer"), "in", source.c_str(), nullptr,
                                      graph_.get()),
         "filter");

@@ -18,7 +18,7 @@ class TrackDecoder {
   // must outlive this.
   TrackDecoder(VideoFile& file, const TrackPlan& plan, double rate);
 
-  // A null packet means the end: what is held back comes out. Throws DecodeFailure, and what the sink throws.
+  // A null packet means the end: buffered pictures come out. Throws DecodeFailure, and what the sink throws.
   void decode(const AVPacket* packet, const Sink& sink);
 
   int stream() const { return plan_.stream; }

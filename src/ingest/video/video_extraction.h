@@ -1,4 +1,4 @@
-// What the extraction of ordinary, 360-degree and dual-fisheye video shares.
+// Shared by the extraction of ordinary, 360-degree and dual-fisheye video.
 #pragma once
 
 #include <memory>
@@ -14,7 +14,7 @@ struct OpenedVideo {
   std::unique_ptr<VideoFile> file;  // null when FFmpeg's libraries could not open it for `failure`
   std::string failure;
 };
-// Throws IngestError for what the ffmpeg program could not read either.
+// Throws IngestError for a file that the ffmpeg program could not read either.
 OpenedVideo openVideo(const std::filesystem::path& path, const std::function<bool()>& cancelled);
 
 // "NAME, 1920 x 1080, 30 fps, 12.0 s"

@@ -63,7 +63,7 @@ InputPtr openInput(const std::filesystem::path& path, const std::function<bool()
   return input;
 }
 
-// What the ffmpeg program does with a picture of its own accord. The display matrix turns by quarters; the rare other
+// The ffmpeg program does this by itself. The display matrix turns by quarters; the rare other
 // angles are left alone.
 std::string uprightFilters(const int32_t* matrix) {
   if (!matrix) return "";
@@ -95,8 +95,7 @@ double durationOf(const AVFormatContext& input, const AVStream& stream) {
 }
 
 Projection projectionOf(const AVStream& stream) {
-  const auto* mapping =
-      reinterpret_cast<const AVSphericalMapping*>(av_stream_get_side_data(&stream, AV_PKT_DATA_SPHERICAL, nullptr));
+  const auto* mapping = reinterpret_cast<const AVSphericalMapping*>(sideDataOf(stream, AV_PKT_DATA_SPHERICAL));
   if (!mapping) return Projection::Unknown;
   return mapping->projection == AV_SPHERICAL_EQUIRECTANGULAR ? Projection::Equirectangular : Projection::Flat;
 }
@@ -110,8 +109,8 @@ VideoTrack describeTrack(AVFormatContext& input, AVStream& stream, int videoInde
   const AVRational aspect = av_guess_sample_aspect_ratio(&input, &stream, nullptr);
   const double ratio = aspect.num > 0 && aspect.den > 0 ? av_q2d(aspect) : 1;
   if (ratio > 0.1 && ratio < 10) track.width = std::max(1, static_cast<int>(std::lround(track.width * ratio)));
-  track.uprightFilters = uprightFilters(
-      reinterpret_cast<const int32_t*>(av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr)));
+  track.uprightFilters =
+      uprightFilters(reinterpret_cast<const int32_t*>(sideDataOf(stream, AV_PKT_DATA_DISPLAYMATRIX)));
   if (track.uprightFilters.starts_with("transpose")) std::swap(track.width, track.height);
   track.duration = durationOf(input, stream);
   track.frameRate = frameRateOf(stream);

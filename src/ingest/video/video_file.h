@@ -1,4 +1,4 @@
-// A video file that FFmpeg's libraries have opened, and what it says about its video tracks.
+// A video file opened with FFmpeg's libraries, and its description of the video tracks.
 #pragma once
 
 #include <filesystem>
@@ -24,7 +24,7 @@ struct VideoTrack {
   int videoIndex = 0;  // among its video streams: ffmpeg's "0:v:N"
   int width = 0;       // as shown: turned upright, pixels made square
   int height = 0;
-  std::string uprightFilters;  // what turns the decoded picture upright ("transpose=clock,"), empty or ending in ","
+  std::string uprightFilters;  // turn the decoded picture upright ("transpose=clock,"); empty or ending in ","
   double duration = 0;         // seconds, 0 when unknown
   double frameRate = 0;        // average, frames a second
   Projection projection = Projection::Unknown;
@@ -32,7 +32,7 @@ struct VideoTrack {
 
 class VideoFile {
  public:
-  // Throws IngestError for a file that nobody can read as a video (missing, empty, without a video track), and
+  // Throws IngestError for a file that no decoder can read as a video (missing, empty, without a video track), and
   // DecodeFailure. `cancelled` is asked while the file is read and must outlive this.
   VideoFile(const std::filesystem::path& path, const std::function<bool()>& cancelled);
 

@@ -8,7 +8,7 @@
 
 namespace quor {
 
-// What an extraction is given from outside.
+// The surroundings of an extraction.
 struct SamplingContext {
   LogStore& log;
   const std::optional<ToolLocation>& ffmpeg;
@@ -18,7 +18,7 @@ struct SamplingContext {
 
 // Numbers of the frames that every output of the plan has, ascending; there are no other frame files of the plan in its
 // folder then. `file` is null when the video could not be opened here for `failure`. In-process first; when that fails,
-// what it wrote is deleted and the ffmpeg program takes over. Throws IngestError.
+// its files are deleted and the ffmpeg program takes over. Throws IngestError.
 std::vector<int64_t> sampleVideo(VideoFile* file, const std::string& failure, const SamplingPlan& plan,
                                  const SamplingContext& context);
 

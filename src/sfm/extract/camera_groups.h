@@ -1,5 +1,5 @@
-// Which frames were taken with one camera. COLMAP refuses one camera for images of different sizes, so each group gets
-// a camera, and a feature extraction, of its own.
+// Which frames were taken with one camera. COLMAP refuses images of different sizes for one camera, so each group gets
+// its own camera and its own feature extraction.
 #pragma once
 
 #include <string>
@@ -10,7 +10,7 @@
 
 namespace quor {
 
-// A frame's name within the frames folder, with forward slashes: what COLMAP's lists and models call it.
+// The frames' paths relative to the frames folder, with forward slashes, as in COLMAP's lists and models.
 std::vector<std::string> frameNames(const Project& project);
 
 // The project's groups with those images that are among `frames`, in the order of `frames`; empty groups are left out.

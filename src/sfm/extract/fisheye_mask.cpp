@@ -33,7 +33,7 @@ class Lens {
  private:
   double dx(int x) const { return x + 0.5 - half_; }
   double distance(int x, int y) const { return std::hypot(dx(x), dx(y)); }
-  // Radians above the horizon of what the pixel shows; y points down.
+  // Elevation in radians of the direction that the pixel shows; y points down.
   double elevation(int x, int y) const {
     const double r = distance(x, y);
     return r > 0 ? -std::asin(std::clamp(std::sin(r / focal_) * dx(y) / r, -1.0, 1.0)) : 0;

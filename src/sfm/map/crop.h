@@ -12,7 +12,7 @@ namespace quor {
 struct Crop {
   double minX = 0, maxX = 1;
   double minY = 0, maxY = 1;
-  std::vector<std::string> messages;  // what is cut off, and whether less than was asked for
+  std::vector<std::string> messages;  // for the log: the crops made, and a crop that had to be reduced
 
   bool whole() const { return minX == 0 && maxX == 1 && minY == 0 && maxY == 1; }
 };

@@ -113,7 +113,7 @@ std::vector<SparseModel> mapImages(const SolveContext& solve, bool fixedIntrinsi
   const int exitCode = solve.colmap.tryStep(
       step, solve.output, [&](std::string_view line) { return registeredFraction(line, solve.images); },
       [&](float fraction) { solve.progress.advance(fraction); });
-  // The mapper reports photographs that do not fit together as a failure of its own.
+  // The mapper also fails when the photographs do not overlap; that gets its own message below.
   if (exitCode != 0 && !solve.output.noModel()) solve.colmap.fail(step, solve.output, exitCode);
 
   std::vector<SparseModel> models = readModels(solve);

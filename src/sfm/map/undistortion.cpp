@@ -37,12 +37,12 @@ void addScale(ColmapStep& step, const gs::colmap::Model& model, const Crop& crop
     const std::string value = formatText("%.6f", *scale);
     step.arguments.insert(step.arguments.end(), {"--min_scale", value, "--max_scale", value});
   } else if (!crop.whole()) {
-    // Else COLMAP widens what is left until it shows the whole frame again.
+    // Otherwise COLMAP widens the cropped image until it shows the whole frame again.
     step.arguments.insert(step.arguments.end(), {"--max_scale", "1"});
   }
 }
 
-// COLMAP's scripts for a dense reconstruction, which nothing here does.
+// COLMAP's scripts for a dense reconstruction, which this program does not do.
 void removeScripts(const fs::path& dataset) {
   std::error_code ignored;
   for (const fs::path& folder : {dataset, dataset / "stereo"}) {
@@ -51,7 +51,7 @@ void removeScripts(const fs::path& dataset) {
   }
 }
 
-// COLMAP can end well without having written everything, for one when the disk is full.
+// COLMAP can report success without having written everything, for example when the disk is full.
 void checkDataset(const fs::path& dataset, size_t expected) {
   gs::colmap::Model model;
   try {

@@ -1,4 +1,4 @@
-// A finished solve in words: how good it is, and when it is poor what to do about the capture.
+// A finished solve in words: its quality, and for a poor one the remedies.
 #pragma once
 
 #include <string>

@@ -31,11 +31,11 @@ class ColmapDatabase {
   // Throws "Cannot open the COLMAP database"; a file that is not there is not made.
   explicit ColmapDatabase(const std::filesystem::path& path);
 
-  // By id. An image without descriptors has none.
+  // By rising id. An image without descriptors has 0 features.
   std::vector<DatabaseImage> images();
   Descriptors descriptors(uint32_t image);
 
-  // What is written between them is there after commit(), or not at all.
+  // Writes between the two take effect together at commit(), or not at all.
   void begin();
   void commit();
 

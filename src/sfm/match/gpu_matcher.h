@@ -24,8 +24,8 @@ struct MatchSummary {
 // Fraction 0..1 of the matching.
 using MatchProgress = std::function<void(const std::string& message, float fraction)>;
 
-// Every pair gets a row of matches, an empty one when it has none, so that COLMAP matches none of them again. Either
-// all rows are written or none: throws std::runtime_error, "Cancelled" too, and leaves the database as it was.
+// Every pair gets a row of matches, if need be an empty one, so that COLMAP does not match it again. All rows are
+// written or none: throws std::runtime_error, "Cancelled" too, and leaves the database as it was.
 // `cancelled` is asked from the calling thread, between pieces of work of about a tenth of a second.
 MatchSummary matchOnGpu(gs::VulkanContext& context, const std::filesystem::path& databasePath,
                         const std::vector<ImagePair>& pairs, const SiftMatchOptions& options,

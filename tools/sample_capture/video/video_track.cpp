@@ -32,7 +32,7 @@ AvPtr<AVCodecContext> openEncoder(const AVFormatContext& file, ImageSize size, i
   encoder->time_base = {1, framesPerSecond};
   encoder->framerate = {framesPerSecond, 1};
   encoder->gop_size = framesPerSecond;
-  encoder->log_level_offset = AV_LOG_ERROR;  // its statistics are nobody's information
+  encoder->log_level_offset = AV_LOG_ERROR;  // no encoder statistics on the terminal
   encoder->thread_count = 1;                 // the bytes do not depend on the processors
   if (file.oformat->flags & AVFMT_GLOBALHEADER) encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
   checkAv(av_opt_set(encoder->priv_data, "crf", kRateFactor, 0), "crf");

@@ -23,7 +23,7 @@ struct AvDeleter {
 template <typename T>
 using AvPtr = std::unique_ptr<T, AvDeleter>;
 
-// What an FFmpeg call has returned, as an exception when it is negative: WHAT + ": " + FFmpeg's reason.
+// Returns the result of an FFmpeg call; throws WHAT + ": " + FFmpeg's reason when it is negative.
 int checkAv(int result, const char* what);
 
 class VideoTrack {

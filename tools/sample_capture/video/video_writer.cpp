@@ -23,12 +23,22 @@ struct FileDeleter {
   }
 };
 
+// Takes the data over where it succeeds.
+bool addSideData(AVStream& stream, AVPacketSideDataType type, uint8_t* data, size_t size) {
+#if LIBAVFORMAT_VERSION_INT >= AV_VERSION_INT(60, 15, 100)  // FFmpeg 6.1; the other is gone in 8
+  AVCodecParameters& track = *stream.codecpar;
+  return av_packet_side_data_add(&track.coded_side_data, &track.nb_coded_side_data, type, data, size, 0) != nullptr;
+#else
+  return av_stream_add_side_data(&stream, type, data, size) >= 0;
+#endif
+}
+
 void markEquirectangular(AVFormatContext& file, AVStream& stream) {
   size_t size = 0;
   AVSphericalMapping* mapping = av_spherical_alloc(&size);
   if (!mapping) throw std::bad_alloc();
   mapping->projection = AV_SPHERICAL_EQUIRECTANGULAR;
-  if (av_stream_add_side_data(&stream, AV_PKT_DATA_SPHERICAL, reinterpret_cast<uint8_t*>(mapping), size) < 0) {
+  if (!addSideData(stream, AV_PKT_DATA_SPHERICAL, reinterpret_cast<uint8_t*>(mapping), size)) {
     av_free(mapping);
     throw std::bad_alloc();
   }

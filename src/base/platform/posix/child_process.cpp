@@ -153,7 +153,7 @@ class GuardedProcess {
     return report.exitCode;
   }
 
-  // False when there is no more now.
+  // False when nothing is waiting now.
   bool readOutput(OutputLines& lines) {
     std::array<char, size_t{64} * 1024> buffer;
     const ssize_t length = read(output_.number(), buffer.data(), buffer.size());

@@ -53,7 +53,7 @@ bool readMemory(uintptr_t address, T& value) {
   return process_vm_readv(getpid(), &to, 1, &from, 1, 0) == static_cast<ssize_t>(sizeof value);
 }
 
-// What must be taken from an address in the file at `begin` to get the one that its symbols have.
+// The difference between addresses in the file mapped at `begin` and the addresses of its symbols.
 bool readBias(uintptr_t begin, uintptr_t& bias) {
   ElfW(Ehdr) file;
   if (!readMemory(begin, file) || std::memcmp(file.e_ident, ELFMAG, SELFMAG) != 0) return false;

@@ -1,4 +1,4 @@
-// What lies where in this process's memory, read from /proc/self/maps without allocating or locking, so that the
+// The layout of this process's memory, read from /proc/self/maps without allocating or locking, so that the
 // handler of a crash can ask.
 #pragma once
 

@@ -59,7 +59,7 @@ std::atomic<const char*> terminateReason = kTerminateReason;
 // Where the processor was.
 struct Registers {
   uintptr_t code = 0, stack = 0;
-  const char* access = nullptr;  // what was done to an address, when that is what the signal is about
+  const char* access = nullptr;  // "reading", "writing" ..., for signals about an address
 };
 
 Registers readRegisters(const void* context) {
@@ -164,7 +164,7 @@ void writeStack(ReportWriter& report, uintptr_t stackPointer) {
 void writeReport(int file, const Crash& crash, uintptr_t stackPointer) {
   ReportWriter report(writeToFile, &file);
   writeCrash(report, setup.appName, crash);
-  report.flush();  // what is known surely, before memory is looked through
+  report.flush();  // the certain facts first: reading memory below may fault
   writeStack(report, stackPointer);
   writeLogLines(report);
 }
@@ -234,7 +234,7 @@ void onSignal(int number, siginfo_t* info, void* context) {
   leaveReport(crash, here);
   restoreDispositions();
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  if (setup.terminateBefore != nullptr) setup.terminateBefore();  // says what escaped, and aborts
+  if (setup.terminateBefore != nullptr) setup.terminateBefore();  // prints the exception and aborts
   std::abort();
 }
 
@@ -278,7 +278,7 @@ void installCrashHandler(std::string_view appName, LogStore& log) {
 
 ThreadCrashStack::ThreadCrashStack() {
   if (kSanitized) return;
-  // Of its own pages: whoever overflows this stack, too, hits the page below it.
+  // On its own pages, with a guard page below that catches an overflow of this stack as well.
   const auto guard = static_cast<size_t>(sysconf(_SC_PAGESIZE));
   void* memory = mmap(nullptr, guard + kCrashStackSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (memory == MAP_FAILED) return;

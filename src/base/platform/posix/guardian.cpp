@@ -83,13 +83,13 @@ int killChildren() {
   return killed;
 }
 
-// The exit code of the child. Nobody has waited for it yet, so that its number and its group's are still its own.
+// The exit code of the child, without collecting it, so that the ids of the process and its group are not reused yet.
 int endAll(pid_t child) {
   kill(-child, SIGKILL);
   kill(child, SIGKILL);
   int status = 0;
   waitpid(child, &status, 0);
-  // What has left the group becomes this process's child as its parents die, one generation after the other.
+  // Processes that left the group become children of this process as their parents die, one generation at a time.
   while (killChildren() > 0) waitpid(-1, nullptr, 0);
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
@@ -116,7 +116,7 @@ void guardChild(const GuardedChild& job) {
   if (child < 0) reportStartError();
   if (child == 0) become(job, self);
   setpgid(child, child);
-  // The output ends with its last writer, which is none of this process's business.
+  // The output ends when its last writer closes it; this process writes nothing.
   dup2(STDIN_FILENO, STDOUT_FILENO);
   dup2(STDIN_FILENO, STDERR_FILENO);
   waitForEnd(child, childSignals);

@@ -10,14 +10,14 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The number in a file; UINT64_MAX when there is none, which in these files means no limit.
+// The number in a file; UINT64_MAX without one, which in these files means no limit.
 uint64_t numberIn(const fs::path& path) {
   std::ifstream file(path);
   uint64_t number = 0;
   return file >> number ? number : UINT64_MAX;
 }
 
-// The number behind a label at the beginning of a line; 0 when there is none.
+// The number behind a label at the beginning of a line; 0 without one.
 uint64_t numberBehind(const std::string& label, const fs::path& path) {
   std::ifstream file(path);
   std::string word, rest;
@@ -35,7 +35,7 @@ struct GroupFiles {
   const char *limit, *used, *idleCache;
 };
 
-// What the limits of a group and of those around it leave. Files that are only cached make room when asked to.
+// The memory left by the limits of a control group and its parents. Cached files count as free.
 uint64_t roomInGroup(const GroupFiles& files, const std::string& group) {
   uint64_t room = UINT64_MAX;
   for (fs::path folder = files.root / fs::path(group).relative_path();; folder = folder.parent_path()) {

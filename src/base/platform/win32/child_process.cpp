@@ -142,7 +142,7 @@ class JobProcess {
     job_.reset();
   }
 
-  // False when there is no more now.
+  // False when nothing is waiting now.
   bool readOutput(OutputLines& lines) {
     DWORD waiting = 0;
     if (PeekNamedPipe(output_.get(), nullptr, 0, nullptr, &waiting, nullptr) == 0 || waiting == 0) return false;

@@ -7,7 +7,7 @@
 
 namespace quor {
 
-// Program and arguments so quoted that CommandLineToArgvW and the C runtime take them apart into what they were:
+// Program and arguments, quoted so that CommandLineToArgvW and the C runtime split them into the originals:
 // https://learn.microsoft.com/cpp/c-language/parsing-c-command-line-arguments
 std::wstring commandLine(const ChildCommand& command);
 

@@ -139,7 +139,7 @@ void writeText(HANDLE file) {
     }
   }
   writeCrash(report, setup.appName, crash);
-  report.flush();  // what is known surely, before memory is looked through
+  report.flush();  // the certain facts first: reading memory below may fault
   writeStack(report, facts.stackPointer);
   writeLogLines(report);
 }

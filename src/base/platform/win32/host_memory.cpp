@@ -10,7 +10,7 @@ uint64_t availableHostMemory() {
   MEMORYSTATUSEX status = {};
   status.dwLength = sizeof status;
   if (GlobalMemoryStatusEx(&status) == 0) return UINT64_MAX;
-  // What may still be committed can be less than what is free.
+  // The commit limit can be lower than the free memory.
   return std::min<uint64_t>(status.ullAvailPhys, status.ullAvailPageFile);
 }
 

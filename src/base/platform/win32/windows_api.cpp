@@ -2,7 +2,7 @@
 
 namespace quor {
 
-// What is no UTF-8, or half a character of UTF-16, becomes U+FFFD.
+// Invalid UTF-8 and unpaired surrogates become U+FFFD.
 std::wstring toWide(std::string_view utf8) {
   const int length = static_cast<int>(utf8.size());
   std::wstring wide(static_cast<size_t>(MultiByteToWideChar(CP_UTF8, 0, utf8.data(), length, nullptr, 0)), L'\0');

@@ -37,7 +37,7 @@ class Handle {
 
 std::wstring toWide(std::string_view utf8);
 std::string toNarrow(std::wstring_view utf16);
-// What the system says to an error's number, without its final full stop.
+// The system's text for an error number, without its final full stop.
 std::string systemMessage(DWORD error);
 
 }  // namespace quor
