@@ -62,7 +62,7 @@ void addMedia(FoundMedia& media, const fs::path& path, const Classification& fou
     return;
   }
   if (found.type != PathClass::Media) {
-    const char* what = found.type == PathClass::Project   ? " is a Ombrelux project: open it by itself."
+    const char* what = found.type == PathClass::Project   ? " is an Ombrelux project: open it by itself."
                        : found.type == PathClass::Dataset ? " holds a COLMAP reconstruction: import it by itself."
                                                           : " holds no images or videos, so it was left out.";
     media.problems.push_back(toUtf8(path) + what);
