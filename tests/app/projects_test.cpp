@@ -57,10 +57,10 @@ TEST(Projects, RefusesWhatCannotBeTrained) {
 TEST(Projects, ANewProjectIsSavedBeforeADeviceIsNeeded) {
   TempFolder folder;
   writeSmallCapture(folder / "set");
-  const Ended ended = runCli({"import", toUtf8(folder / "set") + "/", "--out", toUtf8(folder / "made"), "--technique",
-                              "MCMC", "--iterations", "12", "--budget", "5000000000", "--sh", "1", "--splat",
-                              "--no-eval", "--mapper", "global", "--crop-bottom", ".25", "--quiet"},
-                             kNoDriver);
+  const Ended ended =
+      runCli({"import", toUtf8(folder / "set") + "/", "--out", toUtf8(folder / "made"), "--technique", "MCMC",
+              "--iterations", "12", "--budget", "5000000000", "--sh", "1", "--splat", "--no-eval", "--quiet"},
+             kNoDriver);
   EXPECT_EQ(ended.exitCode, 1);
   EXPECT_EQ(ended.out, "");
   EXPECT_THAT(ended.err, ::testing::MatchesRegex("error: [^\n]*\n"));
@@ -73,8 +73,6 @@ TEST(Projects, ANewProjectIsSavedBeforeADeviceIsNeeded) {
   EXPECT_EQ(json["training"]["shDegree"], 1);
   EXPECT_EQ(json["training"]["exportSplat"], true);
   EXPECT_EQ(json["training"]["evalMode"], false);
-  EXPECT_EQ(json["sparse"]["mapper"], "global");
-  EXPECT_EQ(json["ingest"]["fisheyeCropBottom"], 0.25);
 }
 
 TEST(Projects, AnEarlierProjectSurvivesAnImportThatFails) {
@@ -129,6 +127,75 @@ TEST(Projects, TrainOverwritesOnlyWhatIsGiven) {
 
   const Ended frames = runCli({"train", path, "--from", "frames", "--quiet"});
   expectFailure(frames, "The project has no input media.");
+}
+
+void expectMisplaced(const std::vector<std::string>& arguments, const std::string& sentence) {
+  const Ended ended = runCli(arguments);
+  EXPECT_EQ(ended.exitCode, 2);
+  EXPECT_EQ(ended.out, "");
+  EXPECT_THAT(ended.err, ::testing::StartsWith("error: " + sentence + "\n\n"));
+}
+
+TEST(Projects, TrainTakesOnlyWhatItsProjectCanUse) {
+  TempFolder folder;
+  writeSmallCapture(folder / "set");
+  const std::string clip = toUtf8(folder / "gone.mp4");
+  const std::string path = toUtf8(folder / "p");
+  const auto write = [&](const char* name, const nlohmann::json& json) {
+    writeFile(folder / name / "project.json", json.dump());
+  };
+  write("p", {{"inputs", {{{"path", clip}, {"kind", "video"}}, {{"path", "/photos"}, {"kind", "images"}}}}});
+  write("wrapped", {{"externalDataset", toUtf8(folder / "set")}});
+  const std::string before = readFile(folder / "p/project.json");
+  expectMisplaced({"train", path, "--kind", "video360"},
+                  "--kind is an option of run and train --from frames, not of train without --from");
+  expectMisplaced({"train", path, "--out", "/x"},
+                  "--out is an option of run, train of a dataset and import, not of train of a project");
+  expectMisplaced({"train", toUtf8(folder / "set"), "--matcher", "exhaustive"},
+                  "--matcher is an option of run and train of a project made from media, not of train of a dataset");
+  expectMisplaced({"train", toUtf8(folder / "wrapped"), "--frames", "9"},
+                  "--frames is an option of run and train of a project made from media, not of train of an imported "
+                  "project");
+  EXPECT_EQ(readFile(folder / "p/project.json"), before);
+
+  // The cure for a video that was taken for another kind: the photographs stay, what follows from the kind changes.
+  EXPECT_EQ(runCli({"train", path, "--from", "frames", "--kind", "dualfisheye", "--quiet"}).exitCode, 1);
+  nlohmann::json json = readJson(folder / "p/project.json");
+  EXPECT_EQ(json["inputs"][0]["kind"], "dualfisheye");
+  EXPECT_EQ(json["inputs"][1]["kind"], "images");
+  EXPECT_EQ(json["sparse"]["cameraModel"], "OPENCV");
+  json["inputs"].erase(1);
+  write("p", json);
+  json["sparse"]["cameraModel"] = "OPENCV_FISHEYE";
+  write("p", json);
+  const Ended sphere = runCli({"train", path, "--from", "frames", "--kind", "video360"});
+  EXPECT_THAT(sphere.err, HasSubstr("input " + clip + " is no longer there"));
+  EXPECT_EQ(readJson(folder / "p/project.json")["sparse"]["cameraModel"], "PINHOLE");
+  runCli({"train", path, "--from", "frames", "--kind", "dualfisheye"});
+  EXPECT_EQ(readJson(folder / "p/project.json")["sparse"]["cameraModel"], "OPENCV_FISHEYE");
+  expectFailure(runCli({"train", path, "--from", "frames", "--kind", "images", "--quiet"}),
+                "This project has no images among its inputs, so --kind images fits none of them.");
+
+  const Ended later = runCli({"train", path, "--frames", "9"});
+  EXPECT_THAT(later.err, HasSubstr("warning: --frames is kept, but counts only when frames are made again"));
+  EXPECT_EQ(readJson(folder / "p/project.json")["ingest"]["targetFrameCount"], 9);
+}
+
+TEST(Projects, APreferredDeviceThatIsGoneGivesWayToAnother) {
+  TempFolder folder;
+  writeFile(folder / "p/project.json", "{}");
+  writeFile(folder / "home/Ombrelux/settings.json", R"({"deviceIndex": 99})");
+  const auto train = [&](const std::vector<std::string>& more) {
+    std::vector<std::string> arguments = {"train", toUtf8(folder / "p"), "--quiet"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return runCli(arguments, {"XDG_DATA_HOME=" + toUtf8(folder / "home")});
+  };
+  const std::string noSolve = "error: There is no camera solve to train from. Run Camera solve first.\n";
+  EXPECT_THAT(train({}).err, ::testing::MatchesRegex("[^\n]*warning: The graphics device that was chosen cannot be "
+                                                     "used [^\n]*: another one is taken.\n(.*\n)*" +
+                                                     noSolve));
+  EXPECT_EQ(train({"--device", "-1"}).err.find("graphics device"), std::string::npos);
+  EXPECT_THAT(train({"--device", "99"}).err, ::testing::Not(HasSubstr(noSolve)));
 }
 
 TEST(Projects, DevicesAreListedOrTheReasonIsGiven) {

@@ -126,16 +126,55 @@ TEST_F(ProtocolTest, AWrongValueIsNamedWithWhatIsRight) {
     given[name] = value;
     return refusal("ombrelux_run", given);
   };
-  EXPECT_EQ(refusedAs("iterations", 0), "iterations must be a whole number from 1 to 2147483647, not 0.");
+  EXPECT_EQ(refusedAs("iterations", 0), "iterations must be a whole number from 1 up, not 0.");
   for (const Json& value : {Json("many"), Json(1.5), Json(1e30), Json(true), Json{1}}) {
     EXPECT_THAT(refusedAs("iterations", value), HasSubstr("iterations must be a whole number"));
   }
   EXPECT_EQ(refusedAs("technique", "adam"), "technique must be vanilla or mcmc, not \"adam\".");
-  EXPECT_EQ(refusedAs("crop_edges", 1), "crop_edges must be a number from 0 to below 1, not 1.");
+  EXPECT_EQ(refusedAs("crop_edges", 1), "crop_edges must be a fraction from 0 to 0.375, not 1.");
   EXPECT_EQ(refusedAs("media", Json::array()), "media must be a path or a list of paths, not [].");
   EXPECT_THAT(refusedAs("media", std::string("a\0b", 3)), HasSubstr("media must be"));
   for (const Json& value : {Json(7e3), Json("MCMC"), Json()}) {  // all fine
     EXPECT_EQ(refusedAs(value.is_string() ? "technique" : "iterations", value), "No such file or folder: /nowhere");
+  }
+}
+
+// What the schema allows, the check lets through, and the value arrives in the member that the argument is named for.
+TEST_F(ProtocolTest, SettingsKeepToTheTableFromSchemaToRecord) {
+  size_t numbers = 0;
+  for (const mcp::Argument& argument : mcp::toolNamed("ombrelux_run").arguments) {
+    if (!argument.setting) continue;
+    const Setting& setting = *argument.setting;
+    const Json schema = mcp::schemaOf({argument})["properties"][argument.name];
+    const auto arrives = [&](const Json& value) {
+      Settings settings;
+      const Json given = mcp::checked({argument}, {{argument.name, value}});
+      mcp::applySettings({argument}, given, settings);
+      EXPECT_EQ(Json(valueOf(setting, settings)), value) << argument.name;
+    };
+    if (const auto limits = limitsOf(setting)) {
+      ++numbers;
+      EXPECT_EQ(std::pair(schema["minimum"].get<double>(), schema["maximum"].get<double>()),
+                std::pair(limits->least, limits->most));
+      arrives(schema["minimum"]);
+      arrives(schema["maximum"]);
+      for (const double beyond : {limits->least - 1, limits->most + 1}) {
+        EXPECT_ANY_THROW(mcp::checked({argument}, {{argument.name, beyond}})) << argument.name;
+      }
+    } else if (schema.contains("enum")) {
+      for (const Json& word : schema["enum"]) arrives(word);
+    } else if (schema["type"] == "boolean") {
+      arrives(true);
+      arrives(false);
+    } else {
+      arrives("RADIAL");
+    }
+  }
+  EXPECT_GE(numbers, 10U);
+  for (const char* tool : {"ombrelux_import", "ombrelux_create_batch"}) {
+    for (const mcp::Argument& argument : mcp::toolNamed(tool).arguments) {
+      if (argument.setting) EXPECT_EQ(argument.setting->group, SettingGroup::Training) << argument.name;
+    }
   }
 }
 

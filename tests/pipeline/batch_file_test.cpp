@@ -102,7 +102,7 @@ TEST(BatchFile, IsComposedFromTheCapturesInAFolder) {
   EXPECT_THAT(compose(folder / "d"), ::testing::ElementsAre("d (dataset)"));
   EXPECT_THAT(compose(folder / "b photos/deep"), ::testing::ElementsAre("deep"));
   EXPECT_THAT(thrownText([&] { compose(folder / "notes"); }), StartsWith("No captures in "));
-  EXPECT_THAT(thrownText([&] { compose(folder / "x_ombrelux"); }), HasSubstr("is already a Ombrelux project"));
+  EXPECT_THAT(thrownText([&] { compose(folder / "x_ombrelux"); }), HasSubstr("is already an Ombrelux project"));
 }
 
 }  // namespace

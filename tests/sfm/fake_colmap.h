@@ -47,7 +47,7 @@ class FakeColmap {
                "--SiftExtraction.max_num_features arg\n"
              : "--SiftExtraction.use_gpu arg (=1)\n--SiftExtraction.max_image_size arg\n"
                "--SiftExtraction.max_num_features arg\n";
-    writeFile(folder_ / "feature_extractor.help", extraction);
+    writeFile(folder_ / "feature_extractor.help", "--ImageReader.single_camera_per_image arg (=0)\n" + extraction);
     for (const char* matcher : {"exhaustive_matcher", "sequential_matcher", "vocab_tree_matcher"}) {
       writeFile(folder_ / (std::string(matcher) + ".help"),
                 four ? "--FeatureMatching.use_gpu arg\n" : "--SiftMatching.use_gpu arg\n");

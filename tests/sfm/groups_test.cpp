@@ -62,6 +62,25 @@ TEST_F(Groups, GetAnExtractionAndACameraEach) {
   EXPECT_THAT(logText(), AllOf(HasSubstr("  clip_lens1 intrinsics: 5.1 5.1 4 4"), HasSubstr("Fisheye mask: hiding ")));
 }
 
+TEST_F(Groups, ShareNoCameraWhenThePicturesOfASourceDoNot) {
+  addFrames();
+  project.inputs = {{"/photos", InputKind::Images}};
+  const auto extraction = [&](const std::string& folderName, FakeVersion version) {
+    FakeColmap colmap(folder / folderName, version);
+    colmap.mapsTo("0", {"a.jpg"});
+    reached = 0;
+    solve(colmap);
+    return colmap.call("feature_extractor");
+  };
+  EXPECT_THAT(extraction("one", FakeVersion::Three), HasSubstr(" --ImageReader.single_camera 1 "));
+  project.sparse.singleCamera = false;
+  EXPECT_THAT(extraction("each", FakeVersion::Three), HasSubstr(" --ImageReader.single_camera_per_image 1 "));
+  EXPECT_THAT(extraction("mute", FakeVersion::Mute), HasSubstr(" --ImageReader.single_camera_per_folder 1 "));
+  EXPECT_THAT(logText(), HasSubstr("warning: This COLMAP cannot give every picture a camera of its own"));
+  project.inputs.push_back({"/more", InputKind::Images});
+  EXPECT_THAT(extraction("several", FakeVersion::Three), HasSubstr(" --ImageReader.single_camera_per_folder 1 "));
+}
+
 TEST_F(Groups, KeepKnownCamerasAsTheyAre) {
   addFrames();
   project.extraction.groups = {{"views", frames, "PINHOLE", {5, 5, 4, 3}, false}};

@@ -50,7 +50,7 @@ Batch Batch::compose(const fs::path& folder, const fs::path& destination) {
   const Classification whole = classifyExisting(given);
   std::error_code ignored;
   if (!fs::is_directory(root, ignored)) throw std::runtime_error(given + " is no folder of captures.");
-  if (whole.type == PathClass::Project) throw std::runtime_error(given + " is already a Ombrelux project.");
+  if (whole.type == PathClass::Project) throw std::runtime_error(given + " is already an Ombrelux project.");
 
   Batch batch;
   batch.destination = destination.empty() ? root : absolutePath(toUtf8(destination));
