@@ -35,6 +35,7 @@
 #include "ui/vulkan/presenter.h"
 #include "ui/vulkan/textures.h"
 #include "ui/window.h"
+#include "ui/window_device.h"
 
 namespace quor::ui {
 namespace {
@@ -44,44 +45,14 @@ using Clock = std::chrono::steady_clock;
 constexpr size_t kLogCapacity = 5000;
 constexpr double kFrameSeconds = 1.0 / 60;
 constexpr double kIdleSeconds = 0.2;  // between frames when nothing happens: a cursor still blinks
-// After something has happened so many frames follow one another, for what takes a frame to settle.
+// Frames that are drawn after an event even if nothing else happens: layouts take a frame to settle.
 constexpr int kFramesAfterEvent = 4;
 constexpr size_t kFrameTimes = 20000;
 constexpr const char* kAfterLostDevice =
     "Start Ombrelux again; training goes on from its last checkpoint. If this happens repeatedly, lower the resolution "
     "and close other programs that use the GPU.";
 
-std::unique_ptr<gs::VulkanContext> openContext(const Preferences& preferences, LogStore& log) {
-  gs::ContextOptions options;
-  options.presentation = true;
-  options.deviceIndex = preferences.deviceIndex;
-  for (const std::string& layer : gs::listImplicitLayers()) {
-    const bool allowed = environmentVariable("QUOR_ALLOW_VULKAN_LAYERS").has_value();
-    log.info((allowed ? "Vulkan layer allowed: " : "Vulkan layer kept out: ") + layer);
-  }
-  std::unique_ptr<gs::VulkanContext> context;
-  try {
-    context = std::make_unique<gs::VulkanContext>(options);
-  } catch (const std::exception& error) {
-    if (options.deviceIndex < 0) throw;
-    // A card that was taken out must not keep the window, and with it the preferences, from opening.
-    log.warning(std::string("The graphics device that was chosen cannot be used (") + error.what() +
-                "): another one is taken.");
-    options.deviceIndex = -1;
-    context = std::make_unique<gs::VulkanContext>(options);
-  }
-  const gs::DeviceInfo& info = context->info();
-  log.info(gs::describe(info) + (info.driver.empty() ? "" : " · driver " + info.driver));
-  return context;
-}
-
-std::vector<std::string> deviceLines() {
-  std::vector<std::string> lines;
-  for (const gs::DeviceInfo& info : gs::listDevices()) lines.push_back(gs::describe(info));
-  return lines;
-}
-
-// Everything of the window, in the order in which it comes to be.
+// Owns everything behind the window, in the order of construction.
 class Desktop {
  public:
   explicit Desktop(LogStore& log);
@@ -185,7 +156,7 @@ Workspace::Parts Desktop::workspaceParts() {
           preferences_,
           [this] { return makePipeline(); },
           [this] { return batch_ && batch_->running(); },
-          {},  // PreferencesForm saves whatever has changed
+          {},  // PreferencesForm saves every change
           [](const std::filesystem::path& folder) { return openFolder(folder); }};
 }
 

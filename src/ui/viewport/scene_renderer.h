@@ -26,7 +26,7 @@ namespace quor::ui {
 
 enum class Shown { Splats, Points, Both };
 
-// What is to be drawn; equal requests are drawn once.
+// A picture to draw; equal requests are drawn once.
 struct RenderRequest {
   gs::Camera camera;  // of the picture's size
   Shown shown = Shown::Splats;
