@@ -244,8 +244,7 @@ void Desktop::update() {
 void Desktop::draw() {
   interface_.setScale(window_.contentScale() * preferences_.uiScale);
   interface_.beginFrame();
-  main_.draw({pictures_, dialogs_, interface_.scale(),
-              [this](const std::filesystem::path& folder) { workspace_.openFolder(folder); }});
+  main_.draw({pictures_, dialogs_, [this](const std::filesystem::path& folder) { workspace_.openFolder(folder); }});
   ImGui::Render();
   int width = 0, height = 0;
   window_.framebufferSize(width, height);

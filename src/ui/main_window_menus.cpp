@@ -145,15 +145,17 @@ void MainWindow::drawProjectMenu() {
   Workspace& workspace = parts_.workspace;
   menuItem(workspace.run().buildButton(), "Ctrl+R", [&] { build(); });
   for (const StageRow& row : workspace.run().stages()) {
+    const bool train = row.stage == Stage::Train;
     if (row.stage == Stage::Frames) continue;  // the same as to build
+    if (!train && workspace.project() && !workspace.project()->externalDataset.empty()) continue;
     Button button = row.runFrom;
-    button.label = row.stage == Stage::Train ? "Train from the start" : "Run from " + row.name + " on";
+    button.label = train ? "Train from the start" : row.name + ", then training";
     menuItem(button, nullptr, [&] { workspace.run().start(row.stage, Stage::Train); });
   }
   const int upTo = workspace.run().continuationTarget();
   menuItem(workspace.run().continueButton(upTo), nullptr, [&] { workspace.run().continueTraining(upTo); });
   ImGui::Separator();
-  menuItem(workspace.run().stopButton(), nullptr, [&] { workspace.run().stopTraining(); });
+  menuItem(workspace.run().stopButton(), nullptr, [&] { workspace.run().stop(); });
   menuItem(workspace.run().cancelButton(), nullptr, [&] { workspace.run().cancel(); });
   ImGui::Separator();
   menuItem(workspace.results().folderButton(), nullptr, [&] { workspace.results().openFolder(); });

@@ -72,7 +72,7 @@ class Panels : public testing::Test {
   const TempFolder folder_;
   NoPictures images_;
   FileDialog dialogs_{folder_.path(), false};
-  const PanelContext context_{images_, dialogs_, 1};
+  const PanelContext context_{images_, dialogs_};
 };
 
 TEST_F(Panels, BrowseFilesUntilTheUserGivesUp) {
@@ -128,7 +128,7 @@ TEST_F(Panels, DrawABatchInEveryState) {
 }
 
 TEST_F(Panels, ShowNoticesUntilTheyAreDismissedAndOfferTheFolder) {
-  const PanelContext context{images_, dialogs_, 1, [](const std::filesystem::path&) {}};
+  const PanelContext context{images_, dialogs_, [](const std::filesystem::path&) {}};
   std::vector<Notice> notices = {{"Ready", {"the good news"}, false, folder_.path()}};
   const auto panel = [&] { drawNotices(notices, context); };
   EXPECT_THAT(draw(panel), AllOf(HasSubstr("the good news"), HasSubstr("Open folder")));

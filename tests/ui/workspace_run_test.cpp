@@ -95,7 +95,7 @@ TEST_F(WorkspaceTest, TrainingGoesOnOnlyFromACheckpointThatFits) {
   until([&] { return trainer_.running(); });
   EXPECT_TRUE(trainer_.job().resume);
   EXPECT_EQ(trainer_.job().iterations, 1500);
-  workspace_->run().stopTraining();
+  workspace_->run().stop();
   finishRun();
   EXPECT_EQ(Project::load(project.root).training.iterations, 1500);
 
@@ -182,7 +182,7 @@ TEST_F(WorkspaceTest, ClosingStopsAnyStageSoonAndKeepsWhatTrainingHasReached) {
   workspace_->run().build();
   until([&] { return !colmap_.calls().empty(); });
   EXPECT_THAT(workspace_->closeQuestion(), HasSubstr("Closing cancels it"));
-  workspace_->run().stopSoon();
+  workspace_->run().stop();
   finishRun();
   EXPECT_EQ(row(Stage::Frames).state, StageState::Done);
   EXPECT_EQ(row(Stage::Sparse).text, "Cancelled");
@@ -192,7 +192,7 @@ TEST_F(WorkspaceTest, ClosingStopsAnyStageSoonAndKeepsWhatTrainingHasReached) {
   open({solvedProject().root});
   workspace_->run().build();
   until([&] { return trainer_.running(); });
-  workspace_->run().stopSoon();
+  workspace_->run().stop();
   finishRun();
   EXPECT_THAT(row(Stage::Train).text, StartsWith("Stopped at step"));  // with its scene, not cancelled
   EXPECT_THAT(workspace_->notices(), IsEmpty());

@@ -89,7 +89,7 @@ void drawMainButtons(Workspace& workspace) {
     return;
   }
   if (workspace.run().stopButton().enabled && drawPrimaryButton(workspace.run().stopButton(), -1))
-    workspace.run().stopTraining();
+    workspace.run().stop();
   if (drawButton(workspace.run().cancelButton(), -1)) workspace.run().cancel();
 }
 

@@ -79,7 +79,7 @@ class SceneRenderer {
 
   void run();
   bool waitForWork(std::unique_ptr<Gpu>& gpu, std::unique_lock<std::mutex>& lock);
-  void take(Gpu& gpu, std::shared_ptr<const gs::GaussianSet> scene, std::shared_ptr<const gs::GaussianSet> points);
+  void upload(Gpu& gpu, std::shared_ptr<const gs::GaussianSet> scene, std::shared_ptr<const gs::GaussianSet> points);
   bool recover(const std::exception& error);
   void draw(Gpu& gpu, const RenderRequest& request);
   RenderedPicture drawSplats(Gpu& gpu, const gs::SplatStore& splats, int shDegree, const RenderRequest& request);

@@ -82,11 +82,7 @@ void ProjectRun::cancel() {
   if (pipeline_) pipeline_->cancel();
 }
 
-void ProjectRun::stopTraining() {
-  if (stopButton().enabled) pipeline_->requestStop();
-}
-
-void ProjectRun::stopSoon() {
+void ProjectRun::stop() {
   if (busy()) pipeline_->requestStop();
 }
 
