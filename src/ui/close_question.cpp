@@ -20,7 +20,7 @@ void CloseQuestion::interrupt() {
 
 void CloseQuestion::stopAndClose() {
   closeWhenIdle_ = true;
-  workspace_.run().stopSoon();
+  workspace_.run().stop();
   batch_.stop();
 }
 

@@ -21,7 +21,6 @@
 #include "base/process/tool_finder.h"
 #include "base/text/text.h"
 #include "base/version.h"
-#include "gpu/device/preferred_device.h"
 #include "gpu/device/vulkan_context.h"
 #include "gs/splats/live_scene.h"
 #include "gs/train/engine.h"
@@ -36,6 +35,7 @@
 #include "ui/vulkan/presenter.h"
 #include "ui/vulkan/textures.h"
 #include "ui/window.h"
+#include "ui/window_device.h"
 
 namespace quor::ui {
 namespace {
@@ -45,30 +45,14 @@ using Clock = std::chrono::steady_clock;
 constexpr size_t kLogCapacity = 5000;
 constexpr double kFrameSeconds = 1.0 / 60;
 constexpr double kIdleSeconds = 0.2;  // between frames when nothing happens: a cursor still blinks
-// After something has happened so many frames follow one another, for what takes a frame to settle.
+// Frames that are drawn after an event even if nothing else happens: layouts take a frame to settle.
 constexpr int kFramesAfterEvent = 4;
 constexpr size_t kFrameTimes = 20000;
 constexpr const char* kAfterLostDevice =
     "Start Ombrelux again; training goes on from its last checkpoint. If this happens repeatedly, lower the resolution "
     "and close other programs that use the GPU.";
 
-std::unique_ptr<gs::VulkanContext> openContext(const Preferences& preferences, LogStore& log) {
-  gs::ContextOptions options;
-  options.presentation = true;
-  for (const std::string& layer : gs::listImplicitLayers()) {
-    const bool allowed = environmentVariable("QUOR_ALLOW_VULKAN_LAYERS").has_value();
-    log.info((allowed ? "Vulkan layer allowed: " : "Vulkan layer kept out: ") + layer);
-  }
-  return gs::openPreferredDevice(options, preferences.deviceIndex, log);
-}
-
-std::vector<std::string> deviceLines() {
-  std::vector<std::string> lines;
-  for (const gs::DeviceInfo& info : gs::listDevices()) lines.push_back(gs::describe(info));
-  return lines;
-}
-
-// Everything of the window, in the order in which it comes to be.
+// Owns everything behind the window, in the order of construction.
 class Desktop {
  public:
   explicit Desktop(LogStore& log);
@@ -172,7 +156,7 @@ Workspace::Parts Desktop::workspaceParts() {
           preferences_,
           [this] { return makePipeline(); },
           [this] { return batch_ && batch_->running(); },
-          {},  // PreferencesForm saves whatever has changed
+          {},  // PreferencesForm saves every change
           [](const std::filesystem::path& folder) { return openFolder(folder); }};
 }
 
@@ -260,8 +244,7 @@ void Desktop::update() {
 void Desktop::draw() {
   interface_.setScale(window_.contentScale() * preferences_.uiScale);
   interface_.beginFrame();
-  main_.draw({pictures_, dialogs_, interface_.scale(),
-              [this](const std::filesystem::path& folder) { workspace_.openFolder(folder); }});
+  main_.draw({pictures_, dialogs_, [this](const std::filesystem::path& folder) { workspace_.openFolder(folder); }});
   ImGui::Render();
   int width = 0, height = 0;
   window_.framebufferSize(width, height);

@@ -118,7 +118,7 @@ void addScript(std::vector<FontFile>& fonts, const fs::path& path, Script script
   }
 }
 
-// What the library would stop at is no font to it.
+// The library aborts on files that it cannot read; such a file is passed over here.
 bool isFontData(const std::vector<uint8_t>& bytes) {
   if (bytes.size() < 1024) return false;
   const std::string kind(bytes.begin(), bytes.begin() + 4);
@@ -165,7 +165,7 @@ std::vector<FontFile> chooseFonts(const std::vector<fs::path>& folders, float pi
   std::vector<fs::path> text = among(files, kTextFonts);
   if (text.empty()) return {};
   std::vector<FontFile> fonts;
-  constexpr size_t kTextFiles = 2;  // the second has what the first lacks
+  constexpr size_t kTextFiles = 2;  // the second fills the first's gaps
   for (size_t i = 0; i < std::min(text.size(), kTextFiles); ++i) addScript(fonts, text[i], Script::Text);
 
   double left = kTexturePixels - signsOf(Script::Text) * pixels * pixels;

@@ -16,7 +16,6 @@ class Interface {
 
   // Rebuilds fonts and sizes when the scale is another; between frames.
   void setScale(float scale);
-  float scale() const { return scale_; }
 
   void beginFrame();
 

@@ -1,5 +1,5 @@
 // The layout of the window: menus, the panels beside and under the viewport, the windows over it, and the question that
-// is asked before something running is closed. Draws and passes on; what happens is the models' business.
+// is asked before something running is closed. Draws and forwards; the models do the work.
 #pragma once
 
 #include <map>
@@ -44,7 +44,7 @@ class MainWindow {
   CloseQuestion& closing() { return closing_; }
 
   std::map<std::string, bool> openPanels() const;
-  // Name of what is open, for the title bar.
+  // Name of the open project or scene, for the title bar.
   std::string title() const;
 
  private:

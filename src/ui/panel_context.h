@@ -13,7 +13,6 @@ class FileDialog;
 struct PanelContext {
   ImageCache& images;
   FileDialog& dialogs;
-  float scale = 1;  // pixels of the interface per unit: the display's scale times the user's
   std::function<void(const std::filesystem::path&)> openFolder = {};  // in the desktop's file manager
 };
 

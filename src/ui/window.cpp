@@ -68,7 +68,7 @@ Window::Window(const std::string& title, const WindowState& state) : title_(titl
   });
   glfwSetKeyCallback(window_, [](GLFWwindow* window, int key, int scancode, int action, int modifiers) {
     const bool plain = (modifiers & (GLFW_MOD_ALT | GLFW_MOD_SUPER)) == 0;
-    const char* name = glfwGetKeyName(key, scancode);  // what the user's keyboard has on that key
+    const char* name = glfwGetKeyName(key, scancode);  // by the user's keyboard layout
     if (action != GLFW_PRESS || !plain || !(modifiers & GLFW_MOD_CONTROL) || name == nullptr || name[1] != 0) return;
     const char letter = name[0] >= 'a' && name[0] <= 'z' ? static_cast<char>(name[0] - 'a' + 'A') : name[0];
     windowOf(window).shortcuts_.push_back({letter, (modifiers & GLFW_MOD_SHIFT) != 0});
@@ -130,7 +130,7 @@ float Window::contentScale() const {
 
 void Window::remember(WindowState& state) const {
   state.maximised = glfwGetWindowAttrib(window_, GLFW_MAXIMIZED) == GLFW_TRUE;
-  if (state.maximised || minimised()) return;  // the area is what it goes back to
+  if (state.maximised || minimised()) return;  // keep the area that the window returns to
   glfwGetWindowPos(window_, &state.area.x, &state.area.y);
   glfwGetWindowSize(window_, &state.area.width, &state.area.height);
 }

@@ -1,4 +1,4 @@
-// The operating system's window: its size, what is dropped on it, and the wish to close it. One per process, on the
+// The operating system's window: size, dropped files, shortcuts and the request to close it. One per process, on the
 // main thread.
 #pragma once
 

@@ -2,11 +2,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 
-#include "base/desktop/open_folder.h"
 #include "support/scoped_environment.h"
 #include "support/scripts.h"
 #include "ui/eventually.h"
@@ -112,17 +110,6 @@ TEST_F(DesktopDialog, GoesAwayWithTheWindow) {
     dialog.ask({}, [](const Paths&) { FAIL(); });  // one at a time
   }
   EXPECT_EQ(readFile(folder_ / "log"), "started\n");
-}
-
-TEST_F(DesktopDialog, ShowsAFolderWithoutWaitingForTheProgram) {
-  EXPECT_FALSE(openFolder(folder_.path()));
-  install("xdg-open", "/bin/sleep 1; echo done > '" + toUtf8(folder_ / "late") + "'");
-  EXPECT_FALSE(openFolder(folder_ / "gone"));
-  EXPECT_TRUE(openFolder(folder_.path()));
-  EXPECT_FALSE(fs::exists(folder_ / "late"));
-  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);  // it is no child of this program, and none is left behind
-  EXPECT_TRUE(eventually(dialog_, [&] { return fs::exists(folder_ / "late"); }));
-  EXPECT_EQ(argumentsOf("xdg-open"), toUtf8(folder_.path()) + "\n");
 }
 
 TEST(NaturalOrder, CountsAndIgnoresCase) {

@@ -45,7 +45,7 @@ class WorkspaceTest : public ::testing::Test {
                          },
                          [this] { return occupied_; },
                          {},
-                         {},
+                         [this](const fs::path& folder) { return folder == showable_; },
                          find});
   }
 
@@ -109,6 +109,7 @@ class WorkspaceTest : public ::testing::Test {
   LogStore log_{1000};
   FakeTrainer trainer_;
   bool occupied_ = false;
+  fs::path showable_;  // the one folder that the file manager can show
   std::unique_ptr<Workspace> workspace_;
 };
 

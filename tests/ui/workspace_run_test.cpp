@@ -12,6 +12,7 @@ using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
 TEST_F(WorkspaceTest, FromDroppedPhotographsToAScene) {
+  EXPECT_EQ(workspace_->run().rebuildQuestion(), "");
   open({photos("Garden", 3)});
   NewMedia& form = workspace_->newMedia();
   EXPECT_TRUE(form.visible);
@@ -57,7 +58,10 @@ TEST_F(WorkspaceTest, FromDroppedPhotographsToAScene) {
   EXPECT_GT(workspace_->view().generation, generation);
   EXPECT_THAT(workspace_->results().facts()->summary,
               ElementsAre("3 frames", "3 images registered", "scene.ply exported"));
-  EXPECT_THAT(workspace_->notices(), IsEmpty());
+  const Notice ready = notice();
+  EXPECT_EQ(ready.title, "The scene is ready");
+  EXPECT_THAT(ready.lines, ElementsAre(StartsWith("Garden: 1 splats")));
+  EXPECT_EQ(ready.folder, root / "output");
   EXPECT_TRUE(workspace_->mayClose());
 
   // As somebody finds it the next day.
@@ -66,6 +70,7 @@ TEST_F(WorkspaceTest, FromDroppedPhotographsToAScene) {
   EXPECT_EQ(row(Stage::Sparse).state, StageState::Done);
   EXPECT_EQ(row(Stage::Sparse).text, "3 images registered");
   EXPECT_EQ(workspace_->run().buildButton().label, "Build again");
+  EXPECT_THAT(workspace_->run().rebuildQuestion(), StartsWith("Frames, cameras and the scene are all made anew"));
   EXPECT_EQ(workspace_->view().scene, root / "output" / "scene.ply");
 }
 
@@ -90,7 +95,7 @@ TEST_F(WorkspaceTest, TrainingGoesOnOnlyFromACheckpointThatFits) {
   until([&] { return trainer_.running(); });
   EXPECT_TRUE(trainer_.job().resume);
   EXPECT_EQ(trainer_.job().iterations, 1500);
-  workspace_->run().stopTraining();
+  workspace_->run().stop();
   finishRun();
   EXPECT_EQ(Project::load(project.root).training.iterations, 1500);
 
@@ -169,6 +174,30 @@ TEST_F(WorkspaceTest, WhileSomethingRunsNothingElseIsOpenedOrStarted) {
   EXPECT_THAT(notice().lines, ElementsAre(refusal));
 }
 
+TEST_F(WorkspaceTest, ClosingStopsAnyStageSoonAndKeepsWhatTrainingHasReached) {
+  const Project project = Project::create({{toUtf8(photos("p", 3)), InputKind::Images}}, {});
+  colmap_.on("feature_extractor", "exec sleep 1000\n");
+  open({project.root});
+  until([&] { return workspace_->run().buildButton().enabled; });
+  workspace_->run().build();
+  until([&] { return !colmap_.calls().empty(); });
+  EXPECT_THAT(workspace_->closeQuestion(), HasSubstr("Closing cancels it"));
+  workspace_->run().stop();
+  finishRun();
+  EXPECT_EQ(row(Stage::Frames).state, StageState::Done);
+  EXPECT_EQ(row(Stage::Sparse).text, "Cancelled");
+  EXPECT_TRUE(workspace_->mayClose());
+  EXPECT_THAT(workspace_->notices(), IsEmpty());
+
+  open({solvedProject().root});
+  workspace_->run().build();
+  until([&] { return trainer_.running(); });
+  workspace_->run().stop();
+  finishRun();
+  EXPECT_THAT(row(Stage::Train).text, StartsWith("Stopped at step"));  // with its scene, not cancelled
+  EXPECT_THAT(workspace_->notices(), IsEmpty());
+}
+
 TEST_F(WorkspaceTest, WithoutColmapTheFramesCanStillBePrepared) {
   const Project project = Project::create({{toUtf8(photos("p", 3)), InputKind::Images}}, {});
   preferences_.colmapPath.clear();
@@ -189,7 +218,10 @@ TEST_F(WorkspaceTest, WithoutColmapTheFramesCanStillBePrepared) {
   colmap_.on("mapper", "echo 'no good initial pair'; exit 1\n");
   workspace_->run().start(Stage::Sparse, Stage::Train);
   until([&] { return !workspace_->notices().empty(); });
-  EXPECT_EQ(notice().title, "Sparse reconstruction failed");
+  const Notice failed = notice();
+  EXPECT_EQ(failed.title, "Sparse reconstruction failed");
+  EXPECT_EQ(failed.lines.back(), toUtf8(failed.folder / "colmap.log"));
+  EXPECT_THAT(test::readFile(failed.folder / "colmap.log"), HasSubstr("no good initial pair"));
   EXPECT_EQ(row(Stage::Sparse).state, StageState::Failed);
 }
 

@@ -108,6 +108,37 @@ TEST_F(WorkspaceTest, ADatasetIsWrappedOnceAndOnlyTrained) {
   EXPECT_THAT(notice().lines[0], HasSubstr("no images/ beside it"));
 }
 
+TEST_F(WorkspaceTest, ADatasetWhoseProjectCannotLieBesideItGetsOneElsewhere) {
+  const fs::path set = dataset("room");
+  test::writeFile(folder_ / "room_ombrelux", "in the way, as a disk that cannot be written to is");
+  open({set});
+  EXPECT_THAT(workspace_->notices(), IsEmpty());
+  DatasetImport& form = workspace_->session().datasetImport();
+  ASSERT_TRUE(form.visible);
+  EXPECT_EQ(form.dataset, set);
+  EXPECT_THAT(form.problem, HasSubstr("room_ombrelux"));
+  form.destination = folder_ / "projects";
+  workspace_->session().importDataset(form.dataset, form.destination);
+  until([&] { return !workspace_->loading(); });
+  EXPECT_EQ(notice().title, "Created project");
+  EXPECT_FALSE(form.visible);
+  ASSERT_TRUE(workspace_->project());
+  EXPECT_EQ(workspace_->project()->root, folder_ / "projects" / "room_ombrelux");
+  EXPECT_EQ(workspace_->view().dataset, set);
+}
+
+TEST_F(WorkspaceTest, AFolderThatCannotBeShownIsNamed) {
+  open({solvedProject().root});
+  workspace_->results().openFolder();
+  until([&] { return !workspace_->notices().empty(); });
+  EXPECT_THAT(notice().lines.back(), toUtf8(workspace_->project()->root));
+  showable_ = folder_.path();
+  workspace_->openFolder(folder_ / "gone");
+  workspace_->openFolder(showable_);
+  until([&] { return !workspace_->notices().empty(); });
+  EXPECT_EQ(notice().lines.back(), toUtf8(folder_ / "gone"));
+}
+
 TEST_F(WorkspaceTest, ASceneIsLookedAtWithoutAProject) {
   const Project project = solvedProject();
   gs::writePly(project.sceneFile(), oneSplat(), {});

@@ -7,8 +7,10 @@
 #include <cstdlib>
 #include <functional>
 #include <thread>
+#include <utility>
 
 #include "gs/files/ply.h"
+#include "support/scripts.h"
 #include "virtual_screen.h"
 
 namespace quor::test {
@@ -61,6 +63,13 @@ class WindowTest : public testing::Test {
     }
     return false;
   }
+  static bool ends(const ChildProgram& program) {
+    const auto patience = std::chrono::steady_clock::now() + std::chrono::minutes(2);
+    while (program.running() && std::chrono::steady_clock::now() < patience) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return !program.running();
+  }
   std::string log() const {
     const std::filesystem::path file = folder_ / "home/Ombrelux/logs/Ombrelux.log";
     return std::filesystem::exists(file) ? readFile(file) : "";
@@ -80,9 +89,12 @@ TEST_F(WindowTest, ShowsASceneLetsItBeTurnedAndCloses) {
   ChildProgram program(OMBRELUX_DESKTOP, {toUtf8(file)}, environment());
   ASSERT_TRUE(waitFor(program, [&] { return log().find("Loaded 400 splats from ") != std::string::npos; })) << log();
   ASSERT_TRUE(waitFor(program, [&] { return colourful(screen_.picture()) > 20000; }));
-  std::this_thread::sleep_for(std::chrono::seconds(1));
-
-  const Image before = screen_.picture();
+  Image before = screen_.picture();
+  ASSERT_TRUE(waitFor(program, [&] {  // until it is all drawn
+    Image now = screen_.picture();
+    std::swap(before, now);
+    return changed(before, now) == 0;
+  }));
   // As slowly as a hand: a frame sees where the pointer is, not where it was.
   screen_.act(
       "mousemove 650 250 sleep 0.3 mousedown 1 sleep 0.3 mousemove 690 250 sleep 0.3 mousemove 770 280 sleep 0.3 "
@@ -90,11 +102,32 @@ TEST_F(WindowTest, ShowsASceneLetsItBeTurnedAndCloses) {
   EXPECT_TRUE(waitFor(program, [&] { return changed(before, screen_.picture()) > 10000; }));
   if (const char* keep = std::getenv("OMBRELUX_KEEP_SCREENSHOTS")) writePng(fromUtf8(keep), screen_.picture());
   screen_.act("key ctrl+q");
+  ASSERT_TRUE(ends(program));
   const Ended ended = program.wait();
   EXPECT_EQ(ended.exitCode, 0) << ended.err;
   EXPECT_EQ(ended.err, "");
   EXPECT_FALSE(std::filesystem::exists(folder_ / "validation.log")) << readFile(folder_ / "validation.log");
   EXPECT_NE(log().find("Ombrelux 1.1.3 starting\n"), std::string::npos);
+}
+
+TEST_F(WindowTest, AStartThatFailsIsSaidInAMessageBox) {
+  const std::filesystem::path said = folder_ / "said";
+  writeScript(folder_ / "bin/zenity", "printf '%s\\n' \"$@\" > '" + said.string() + "'\n");
+  std::vector<std::string> noDriver = environment();
+  noDriver.push_back("PATH=" + (folder_ / "bin").string());
+  for (const char* variable : {"VK_DRIVER_FILES", "VK_ICD_FILENAMES"}) {
+    noDriver.push_back(std::string(variable) + "=/nowhere/driver.json");
+  }
+  ChildProgram program(OMBRELUX_DESKTOP, {}, noDriver);
+  ASSERT_TRUE(ends(program));
+  const Ended ended = program.wait();
+  EXPECT_EQ(ended.exitCode, 1);
+  ASSERT_TRUE(std::filesystem::exists(said)) << ended.err;
+  const size_t at = ended.err.find("error: ");
+  ASSERT_NE(at, std::string::npos) << ended.err;
+  const std::string sentence = ended.err.substr(at + 7, ended.err.find('\n', at) - at - 7);
+  EXPECT_NE(readFile(said).find("--text=" + sentence), std::string::npos) << readFile(said);
+  EXPECT_NE(log().find("error: " + sentence), std::string::npos) << log();
 }
 
 }  // namespace

@@ -20,9 +20,9 @@ struct DialogRequest {
   std::filesystem::path startFolder = {};    // where it opens
 };
 
-// Blocks until the user has answered: what was chosen, none when the user gave up. SaveFile asks by itself before a
-// file that is there is chosen. Once `cancelled`, which is asked many times a second, says yes, the dialog goes away as
-// if the user had given up. Nothing where there is no such dialog or it could not be shown. On a thread of its own.
+// Blocks until the user has answered: the chosen paths, empty when the user gave up. SaveFile asks by itself before an
+// existing file is chosen. Once `cancelled`, which is asked many times a second, says yes, the dialog is closed as if
+// the user had given up. std::nullopt when no dialog could be shown. Not for the interface's thread.
 std::optional<std::vector<std::filesystem::path>> askDesktop(const DialogRequest& request,
                                                              const std::function<bool()>& cancelled);
 

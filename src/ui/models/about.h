@@ -1,4 +1,4 @@
-// What the program says about itself.
+// Texts of the About window.
 #pragma once
 
 #include <span>

@@ -76,7 +76,7 @@ void Background::update() {
       takeOver = std::move(finished_.front());
       finished_.pop_front();
     }
-    texts_.pop_front();  // first: what is taken over may begin something new
+    texts_.pop_front();  // first: taking over may add another task
     takeOver();
   }
 }

@@ -1,6 +1,6 @@
-// Work that would hold up the interface: tasks run one after the other on a thread of their own, and what each has
-// found is taken over by update() on the interface's thread, in that order. So a model's members belong to one thread,
-// and a task must hold copies of all that it uses.
+// Work that would hold up the interface: tasks run one after the other on a thread of their own, and the result
+// of each is taken over by update() on the interface's thread, in that order. So a model's members belong to one
+// thread, and a task must hold copies of all that it uses.
 #pragma once
 
 #include <condition_variable>
@@ -26,8 +26,8 @@ class Background {
 
   enum class AtTheEnd { MayDrop, MustRun };
 
-  // `done` gets what `work` returned; `failed` the sentence when either threw. `text` says what is being done; empty
-  // for what the user need not wait for.
+  // `done` gets what `work` returned; `failed` the sentence when either threw. `text` tells the user what is going on;
+  // empty when there is nothing to wait for.
   template <class Work, class Done>
   void run(std::string text, Work work, Done done, Failed failed, AtTheEnd atTheEnd = AtTheEnd::MayDrop) {
     add({std::move(text),

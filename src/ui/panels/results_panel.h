@@ -5,7 +5,7 @@
 
 namespace quor::ui {
 
-// What was built, how good it is, and the buttons to take it elsewhere.
+// The result of a build, its quality, and the buttons that save it elsewhere.
 void drawResultsPanel(Results& results, const PanelContext& context);
 // The picture that was picked in the panel, in full: photograph on the left, scene on the right.
 void drawComparisonWindow(Results& results, const PanelContext& context);

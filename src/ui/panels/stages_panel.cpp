@@ -59,10 +59,11 @@ void drawStage(Workspace& workspace, const StageRow& row) {
   } else {
     drawFaint(row.state == StageState::NotRun ? row.text : row.text + " (" + stateWord(row.state) + ")");
   }
-  if (drawButton(row.runFrom)) workspace.run().start(row.stage, Stage::Train);
-  if (row.stage != Stage::Train) {
-    ImGui::SameLine();
-    if (drawButton(row.runOnly)) workspace.run().start(row.stage, row.stage);
+  const bool train = row.stage == Stage::Train;
+  if (train || workspace.project()->externalDataset.empty()) {
+    if (drawButton(row.runFrom)) workspace.run().start(row.stage, Stage::Train);
+    if (!train) ImGui::SameLine();
+    if (!train && drawButton(row.runOnly)) workspace.run().start(row.stage, row.stage);
   }
   ImGui::PopID();
 }
@@ -88,7 +89,7 @@ void drawMainButtons(Workspace& workspace) {
     return;
   }
   if (workspace.run().stopButton().enabled && drawPrimaryButton(workspace.run().stopButton(), -1))
-    workspace.run().stopTraining();
+    workspace.run().stop();
   if (drawButton(workspace.run().cancelButton(), -1)) workspace.run().cancel();
 }
 

@@ -13,7 +13,7 @@ namespace quor::ui {
 namespace {
 
 constexpr double kTurnPerHeight = 3.0;  // radians that a drag over the viewport's height turns by
-constexpr double kFlyPerSecond = 0.7;   // of the distance to what is circled
+constexpr double kFlyPerSecond = 0.7;   // of the distance to the point that is orbited
 constexpr double kLookStep = 0.02;
 constexpr ImU32 kCameraColour = IM_COL32(255, 170, 60, 200), kNearestColour = IM_COL32(255, 255, 255, 255);
 

@@ -25,7 +25,7 @@ bool drawButton(const Button& button, float width = 0);
 // The one that most people are going to press.
 bool drawPrimaryButton(const Button& button, float width = 0);
 
-// True when the user has changed it. What is being typed counts when the field is left.
+// True when the user has changed it. Typed text counts once the field loses the focus.
 bool drawSetting(const Setting& setting, Project& project);
 // Those of a group, folded away under its title; nothing where they do not matter.
 bool drawSettings(SettingGroup group, Project& project);

@@ -8,7 +8,7 @@
 
 namespace quor::ui {
 
-// What the interface library takes for a picture; 0 is none.
+// The interface library's handle of a picture; 0: no picture.
 using TextureId = uint64_t;
 
 struct Picture {

@@ -135,10 +135,11 @@ void SceneRenderer::run() {
     lock.unlock();
     try {
       if (!gpu) gpu = std::make_unique<Gpu>(context_, registry_);
-      take(*gpu, scene, points);
+      upload(*gpu, scene, points);
       draw(*gpu, request);
     } catch (const std::exception& error) {
       gpu.reset();
+      live_.clear();
       if (!recover(error)) return;
     }
     lock.lock();
@@ -207,8 +208,8 @@ bool SceneRenderer::waitForWork(std::unique_ptr<Gpu>& gpu, std::unique_lock<std:
   }
 }
 
-void SceneRenderer::take(Gpu& gpu, std::shared_ptr<const gs::GaussianSet> scene,
-                         std::shared_ptr<const gs::GaussianSet> points) {
+void SceneRenderer::upload(Gpu& gpu, std::shared_ptr<const gs::GaussianSet> scene,
+                           std::shared_ptr<const gs::GaussianSet> points) {
   const auto put = [&](std::shared_ptr<const gs::GaussianSet>& held, gs::SplatStore& store,
                        std::shared_ptr<const gs::GaussianSet> wanted) {
     if (held == wanted) return;

@@ -26,7 +26,7 @@ namespace quor::ui {
 
 enum class Shown { Splats, Points, Both };
 
-// What is to be drawn; equal requests are drawn once.
+// A picture to draw; equal requests are drawn once.
 struct RenderRequest {
   gs::Camera camera;  // of the picture's size
   Shown shown = Shown::Splats;
@@ -79,7 +79,7 @@ class SceneRenderer {
 
   void run();
   bool waitForWork(std::unique_ptr<Gpu>& gpu, std::unique_lock<std::mutex>& lock);
-  void take(Gpu& gpu, std::shared_ptr<const gs::GaussianSet> scene, std::shared_ptr<const gs::GaussianSet> points);
+  void upload(Gpu& gpu, std::shared_ptr<const gs::GaussianSet> scene, std::shared_ptr<const gs::GaussianSet> points);
   bool recover(const std::exception& error);
   void draw(Gpu& gpu, const RenderRequest& request);
   RenderedPicture drawSplats(Gpu& gpu, const gs::SplatStore& splats, int shDegree, const RenderRequest& request);

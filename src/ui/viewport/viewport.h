@@ -1,4 +1,4 @@
-// What the viewport shows and from where: the scene of a file or of the running training, the sparse points, the
+// The viewport's content and eye: the scene of a file or of the running training, the sparse points, the
 // photographs' cameras, and the comparison of a photograph with its render. The drawing is the SceneRenderer's, on its
 // own thread; files are read in the background. The interface's thread only.
 #pragma once
@@ -26,13 +26,13 @@ class Viewport {
  public:
   Viewport(SceneRenderer& renderer, LogStore& log);
 
-  // Loads what is another or has been written anew; keeps the eye where it is while the dataset stays the same.
+  // Loads the files that changed; the eye stays where it is as long as the dataset is the same.
   void setSource(const ViewSource& source);
   // Follows the running training instead of the source's scene.
   void setLive(bool live);
   void update();  // once a frame
 
-  // What the user has chosen; to be changed at will.
+  // The user's choices; panels write to them directly.
   Shown shown = Shown::Splats;
   int shDegree = 3;
   float splatScale = 1;
@@ -64,7 +64,7 @@ class Viewport {
 
   bool loading() const { return background_.busy(); }
   const std::string& loadingText() const { return background_.text(); }
-  // What was last not readable, a sentence; empty when all was.
+  // Why a file could not be read last, a sentence; empty when all could.
   const std::string& problem() const { return problem_; }
 
  private:

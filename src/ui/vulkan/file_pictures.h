@@ -17,7 +17,7 @@ class FilePictures final : public ImageCache {
   explicit FilePictures(Textures& textures) : textures_(textures) {}
 
   std::optional<Picture> picture(const std::filesystem::path& file, int longestEdge) override;
-  // Once a frame: takes over what has been read and drops what nobody asks for any more.
+  // Once a frame: takes over pictures that have been read and drops those no longer asked for.
   void update();
 
  private:

@@ -47,7 +47,7 @@ VkPipelineShaderStageCreateInfo stage(VkShaderStageFlagBits which, VkShaderModul
   return info;
 }
 
-// Colours over what is there by their opacity; the window itself stays opaque.
+// Alpha blending over the framebuffer, whose own alpha stays 1.
 VkPipelineColorBlendAttachmentState blending() {
   VkPipelineColorBlendAttachmentState blend = {};
   blend.blendEnable = VK_TRUE;

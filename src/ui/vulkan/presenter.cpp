@@ -232,7 +232,7 @@ bool Presenter::idle() const {
 bool Presenter::acquire(uint32_t& index) {
   const VkResult result =
       vkAcquireNextImageKHR(context_.device(), swapchain_, kAcquirePatience, acquired_, VK_NULL_HANDLE, &index);
-  if (result == VK_TIMEOUT || result == VK_NOT_READY) return false;  // nobody shows the window: nobody waits for it
+  if (result == VK_TIMEOUT || result == VK_NOT_READY) return false;  // the window is not visible: skip the frame
   if (result == VK_ERROR_OUT_OF_DATE_KHR || result == VK_ERROR_SURFACE_LOST_KHR) {
     stale_ = true;
     return false;

@@ -26,7 +26,7 @@ class Textures {
   void replace(TextureId id, int width, int height, std::span<const uint8_t> rgba);
   void destroy(TextureId id);
 
-  // Copies what is new; before the render pass that shows it.
+  // Records the copies of new pixels; before the render pass that shows them.
   void recordUploads(VkCommandBuffer commands);
 
   VkDescriptorSetLayout layout() const { return layout_; }
@@ -42,7 +42,7 @@ class Textures {
     VkDescriptorSet descriptor = VK_NULL_HANDLE;
     gs::GpuBuffer staging;
     bool fresh = true;    // never written
-    bool pending = true;  // staging holds what the image does not
+    bool pending = true;  // the staging buffer holds pixels that are not in the image yet
   };
 
   void make(Texture& texture, int width, int height);

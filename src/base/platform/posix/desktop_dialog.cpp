@@ -26,7 +26,7 @@ std::string patterns(const DialogRequest& request) {
   return text;
 }
 
-// The filter's name: "*.jpg, *.png".
+// The filter's visible name: "*.jpg, *.png".
 std::string filterName(const DialogRequest& request) {
   std::string text;
   for (const std::string& extension : request.extensions) text.append(text.empty() ? "*." : ", *.").append(extension);

@@ -16,7 +16,7 @@ constexpr const char* kStart = R"("$0" "$@" </dev/null >/dev/null 2>&1 &
 child=$!
 for tenth in 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20; do
   kill -0 $child 2>/dev/null || { wait $child; exit; }
-  sleep 0.1 2>/dev/null
+  PATH=/usr/bin:/bin sleep 0.1
 done
 exit 0)";
 

@@ -62,7 +62,7 @@ class BatchForm {
   void cancel();  // at once
   bool stopping() const { return run_ && run_->stopping(); }
 
-  // What could not be done, and what to do; until dismissed.
+  // Failures and remedies, until dismissed.
   std::vector<std::string>& messages() { return messages_; }
 
  private:

@@ -26,7 +26,7 @@ class BatchItemEditor {
   const std::optional<size_t>& selected() const { return selected_; }
   void select(std::optional<size_t> index) { selected_ = index; }
   Project shownSettings() const;
-  // Sets what was changed in shownSettings() in the items that they stand for.
+  // Applies the differences to shownSettings() to the items that it stands for.
   void setSettings(const Project& edited);
   const std::vector<Preset>& presets() const { return presets_; }
   void apply(const Preset& preset) { list_.change(preset.apply, selected_); }  // to the same items

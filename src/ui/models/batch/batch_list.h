@@ -28,7 +28,7 @@ class BatchList {
   // While the queue is locked, because it is worked through, changes are passed over.
   void setLocked(bool locked) { locked_ = locked; }
   const Batch& batch() const { return batch_; }
-  // What a run has made of the queue, which it has saved itself.
+  // The queue after a run, which has saved it itself.
   void replace(Batch batch);
 
   // The folder of the projects and of batch.json. While it is empty the first capture that is added decides.

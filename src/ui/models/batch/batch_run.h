@@ -1,5 +1,5 @@
-// A batch at work, on a thread and a pipeline of its own. Any thread may ask for its state; destruction cancels at once
-// and waits.
+// A running batch, with its own thread and pipeline. All functions are thread-safe; the destructor cancels at once and
+// waits.
 #pragma once
 
 #include <atomic>

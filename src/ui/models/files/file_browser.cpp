@@ -198,7 +198,7 @@ void FileBrowser::accept() {
     }
     return;
   }
-  // A folder among what is to be opened is gone into; it is an answer only where folders are asked for.
+  // Enters a folder when files are asked for; it is an answer only when folders are.
   std::vector<fs::path> chosen;
   for (const FolderEntry& entry : shown_) {
     if (!selected_.contains(entry.name)) continue;

@@ -28,15 +28,15 @@ class FileBrowser {
   const std::filesystem::path& folder() const { return folder_; }
   const std::vector<Place>& places() const { return places_; }
   bool loading() const { return reading_.busy(); }
-  const std::string& message() const { return message_; }  // what went wrong last; empty: nothing
+  const std::string& message() const { return message_; }  // the last failure; empty: all is well
   void go(const std::filesystem::path& folder);
   void goUp();
   bool canGoUp() const { return folder_.has_relative_path(); }
-  // What the user types: a folder to go to, or a file to choose. Follows the folder until it is edited.
+  // The text field: a folder to go to, or a file to choose. Follows the folder until it is edited.
   std::string& pathText() { return pathText_; }
   void goToPathText();
 
-  // What is to be seen in it.
+  // The visible entries.
   const std::vector<FolderEntry>& entries() const { return shown_; }
   void showHidden(bool show);
   bool showsHidden() const { return showHidden_; }

@@ -42,7 +42,7 @@ struct FileDialog::State {
   Answer answer;  // while a question is open
   std::unique_ptr<FileBrowser> browser;
   std::atomic<bool> cancelled = false;
-  Background desktop;  // last: waits for its thread, which reads what is above
+  Background desktop;  // last: its destructor joins a thread that reads the members above
 
   void askTheDesktop() {
     const auto failed = [this](const std::string&) { browse(); };

@@ -19,7 +19,7 @@ class FileDialog {
   using Kind = DialogKind;
   using Request = DialogRequest;  // its startFolder may be empty: the folder of the last answer
 
-  // What was chosen, empty when the user gave up. A file to save has one of the extensions asked for.
+  // The chosen paths, empty when the user gave up. A file to save has one of the extensions asked for.
   using Answer = std::function<void(const std::vector<std::filesystem::path>&)>;
 
   // `startFolder` is where the first dialog opens. Without `useDesktop` the browser is always used.

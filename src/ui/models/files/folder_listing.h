@@ -1,4 +1,4 @@
-// What a folder holds, in the order in which people look for things. Reads the disk: for worker threads.
+// The entries of a folder in natural order. Reads the disk: for worker threads.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,5 @@
-// The form for a COLMAP dataset whose project shall lie elsewhere than beside it, for example because the dataset is on
-// a disk that cannot be written to.
+// The form for a COLMAP dataset whose project cannot or shall not lie beside it, for example because the dataset is on
+// a read-only disk.
 #pragma once
 
 #include <filesystem>

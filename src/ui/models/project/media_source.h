@@ -1,4 +1,4 @@
-// What lies at a path that the user dropped or chose, as a row of the form for a new project. Finding out walks folders
+// The media at a path that the user dropped or chose, as a row of the form for a new project. Finding out walks folders
 // and opens videos: work for a worker thread.
 #pragma once
 
@@ -29,7 +29,7 @@ struct FoundMedia {
   std::vector<std::string> problems;  // sentences about what was left out
 };
 
-// `found` is what `path` was classified as. What holds no media, or cannot be read, becomes a problem.
+// `found` is the classification of `path`. A path without media, or one that cannot be read, becomes a problem.
 void addMedia(FoundMedia& media, const std::filesystem::path& path, const Classification& found);
 
 // Single photographs of one folder become one row, and a source that is there already is not added again.

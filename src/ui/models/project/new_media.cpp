@@ -119,7 +119,7 @@ void NewMedia::setSettings(const Project& edited) {
   settings_.takeSettings(edited);
 }
 
-// What the project is called and where it goes takes a look at the disk.
+// Name and place of the project depend on the disk: found in the background.
 void NewMedia::describe() {
   described_.reset();
   destinationNote_.clear();

@@ -1,5 +1,5 @@
-// The form that makes a project from photographs or video: what was dropped or chosen, where the project goes, how good
-// the scene shall be. It looks at media in the background and creates nothing itself; what it ends in is a Request.
+// The form that makes a project from photographs or video: the media, the project's place, the quality of
+// the scene. It inspects media in the background and creates nothing itself; its outcome is a Request.
 #pragma once
 
 #include <filesystem>
@@ -49,7 +49,7 @@ class NewMedia {
   // Empty: beside the first source.
   void setDestination(std::filesystem::path folder);
   const std::filesystem::path& destination() const { return destination_; }
-  // What the project will be; unknown without sources and for a moment after each change.
+  // The project to be made; nothing without sources and for a moment after each change.
   const std::optional<Project>& described() const { return described_; }
   // What the user should know about the folder; empty when there is nothing.
   const std::string& destinationNote() const { return destinationNote_; }
@@ -88,10 +88,10 @@ class NewMedia {
   bool projectExists_ = false;
   bool creating_ = false;
   Project settings_;
-  SparseSettings suggested_;  // by the sources; what the user has changed stays
+  SparseSettings suggested_;  // by the sources, until the user changes them
   std::string noCreate_, noBuild_;
   size_t descriptions_ = 0;
-  size_t round_ = 0;  // of the form; what was looked for in an earlier one is of no interest
+  size_t round_ = 0;  // rises when the form is emptied: results of earlier searches are dropped
   Background finder_;
   Background describer_;
 };

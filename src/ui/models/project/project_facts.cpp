@@ -48,7 +48,7 @@ std::optional<CheckpointFacts> checkpointFacts(const fs::path& path) {
     const gs::CheckpointHeader header = gs::readCheckpointHeader(path);
     return CheckpointFacts{header.step, header.technique, fs::last_write_time(path)};
   } catch (const std::exception&) {
-    return std::nullopt;  // none, or one that nobody can continue from
+    return std::nullopt;  // missing or unreadable
   }
 }
 

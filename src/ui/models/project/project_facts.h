@@ -1,4 +1,4 @@
-// What lies in a project's folder, as far as the window shows it and decides by it. Read as a whole on a worker thread,
+// The contents of a project's folder that the window shows and decides by. Read as a whole on a worker thread,
 // since it takes a walk over the frames and the reading of a model.
 #pragma once
 
@@ -48,7 +48,7 @@ struct ProjectFacts {
   std::vector<ViewScore> scores;
 };
 
-// Neither throws for what lies on the disk, and both may run on any thread.
+// Missing or damaged files give empty facts, not exceptions. Any thread.
 ProjectFacts readProjectFacts(const Project& project);
 // Of a scene or checkpoint that is looked at by itself.
 ProjectFacts readSceneFacts(const std::filesystem::path& scene);

@@ -61,10 +61,9 @@ class ProjectRun {
   void continueTraining(int upToStep);
   // Everything from the first stage that a project of its kind needs.
   void build() { start(firstStage(), Stage::Train); }
-  void cancel();        // ends what runs without its result
-  void stopTraining();  // ends training after the current step; the scene is written
-  // Before the window closes: training ends after its step with its scene, any other stage at once.
-  void stopSoon();
+  // Ends training after its step, with its scene; any other stage at once.
+  void stop();
+  void cancel();  // ends any stage at once, without its result
   void endNow();  // cancels and waits
 
   Button buildButton() const;

@@ -1,4 +1,4 @@
-// What is open in the window: a project, or a scene by itself. Opening, creating and saving read and write the user's
+// The open project, or scene without a project. Opening, creating and saving read and write the user's
 // files in the background and are taken over by update(); everything else belongs to the interface's thread.
 #pragma once
 
@@ -18,7 +18,7 @@
 
 namespace quor::ui {
 
-// What the viewport is to show while nothing trains.
+// The files that the viewport shows while nothing trains.
 struct ViewSource {
   std::filesystem::path scene;    // .ply or .quor; empty: nothing
   std::filesystem::path dataset;  // folder with images/ and a COLMAP model; empty: nothing

@@ -1,5 +1,5 @@
-// What a project has come to, or what is known of a scene that is looked at by itself, and its ways out: a copy of the
-// scene elsewhere, in one of two formats, and its folder in the desktop's own file manager.
+// The results of the open project, or the facts about an open scene: its size and scores, and its export to another
+// place in one of two formats.
 #pragma once
 
 #include <filesystem>

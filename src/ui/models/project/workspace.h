@@ -1,5 +1,5 @@
-// The models behind the main window, put together: what is open, the stages that run on it, what came of them, the form
-// for new media, and what the user is told. Belongs to the interface's thread.
+// The models behind the main window, put together: the open project, the stages that run on it, their results, the form
+// for new media, and notices for the user. Belongs to the interface's thread.
 #pragma once
 
 #include <filesystem>

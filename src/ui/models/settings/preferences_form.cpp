@@ -31,7 +31,7 @@ PreferencesForm::~PreferencesForm() {
   saving_.reset();  // two at once would write the same file
   try {
     parts_.preferences.save(parts_.file);
-  } catch (const std::exception&) {  // nobody is left to be told
+  } catch (const std::exception&) {  // the window is gone: there is no place to say it
   }
 }
 

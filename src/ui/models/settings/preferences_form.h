@@ -1,4 +1,4 @@
-// The preferences as the user edits them: what the tools' paths lead to, which devices there are, and the saving of
+// The preferences as the user edits them: where the tools' paths lead, which devices there are, and the saving of
 // settings.json a moment after the last change, whoever has changed the record. Looking and saving happen on worker
 // threads. The interface's thread only.
 #pragma once
@@ -35,12 +35,12 @@ class PreferencesForm {
   // All members may be edited in place.
   Preferences& preferences() { return parts_.preferences; }
 
-  // What was found last, for the next run of a stage; nothing before the first search has ended.
+  // The tools for the next run of a stage; nothing before the first search has ended.
   const std::optional<Tools>& tools() const { return tools_; }
   struct Finding {
     std::string text;        // "/usr/bin/colmap (PATH)", or that there is none and what to do
     bool missing = false;    // there is none
-    bool misguided = false;  // what the user has set leads to none
+    bool misguided = false;  // the user's setting leads to no program
   };
   Finding finding(Tool tool) const;
 

@@ -12,7 +12,7 @@ enum class Preset { Quick, Standard, Best, Custom };
 inline constexpr std::array kPresets = {Preset::Quick, Preset::Standard, Preset::Best};
 
 const char* presetName(Preset preset);
-// What it is for and what it takes, in a sentence or two; the numbers in another line.
+// Purpose and cost in a sentence or two; the numbers in another line.
 const char* presetMeaning(Preset preset);
 std::string presetNumbers(const Project& settings);
 

@@ -1,4 +1,4 @@
-// The log as the user looks at it: those entries that the levels and the text asked for let through. Only what is new
+// The filtered log: entries of the chosen levels that contain the text searched for. Only what is new
 // is fetched from the store, and no more is kept than the store keeps. The interface's thread only.
 #pragma once
 
@@ -36,7 +36,7 @@ class LogView {
 
   // The lines shown, for the clipboard.
   std::string copyText() const;
-  // What was there before is not shown any more; it stays in the store and in the file.
+  // Hides the entries so far; they stay in the store and in the file.
   void clear();
 
  private:

@@ -20,13 +20,13 @@ class OrbitCamera {
   // Along the camera's right, down and forward, in units of the distance to the point that is circled.
   void fly(const Vec3& steps);
 
-  // What is up for orbit(); a turn of the head, so that the picture stands upright.
+  // The up axis of orbit(); rolls the eye so that the picture stands upright.
   void setUp(const Vec3& up);
   const Vec3& up() const { return up_; }
 
   // Sees a ball whole, from the side and a little above.
   void frame(const Vec3& centre, double radius);
-  // The pose and vertical field of view of a photograph, circling what lies `distance` in front of it.
+  // The pose and vertical field of view of a photograph, orbiting the point `distance` in front of it.
   void take(const gs::Camera& photograph, double distance);
 
   gs::Camera camera(int width, int height) const;

@@ -8,11 +8,10 @@ class RenderPacer {
  public:
   // The share of each edge (1, or less while moving) that a picture of that many pixels is to be drawn at.
   double edgeScale(double pixels, bool moving) const;
-  // What a picture has taken.
+  // Reports the cost of a picture.
   void drawn(double pixels, double milliseconds);
   // Milliseconds to leave the GPU to the training after the last picture.
   double pause(bool moving) const;
-  double lastMilliseconds() const { return last_; }
 
  private:
   double perPixel_ = 0;  // milliseconds, 0 = not known

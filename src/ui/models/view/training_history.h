@@ -39,8 +39,8 @@ class TrainingHistory {
   int32_t firstStep() const { return points_.empty() ? 0 : points_.front().step; }
   int32_t lastStep() const { return points_.empty() ? 0 : points_.back().step; }
 
-  // What the vertical axis is to span, so that a few outliers, above all the first steps' losses, do not flatten the
-  // rest: they run off the top. Nothing while the curve has no value. Recent values always fit.
+  // The range of the vertical axis, chosen so that a few outliers, above all the first steps' losses, do not flatten
+  // the rest: they run off the top. Nothing while the curve has no value. Recent values always fit.
   std::optional<Range> range(Curve curve) const;
 
   // The point nearest to a step; null when there is none.

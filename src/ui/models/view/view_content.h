@@ -1,4 +1,4 @@
-// What the viewport shows beside splats, read from a solved dataset: where the photographs were taken and the points
+// The parts of the viewport's picture that come from a solved dataset: where the photographs were taken and the points
 // that the solve has found. Reading takes a while: for a worker thread.
 #pragma once
 
@@ -23,7 +23,7 @@ struct CameraSet {
   std::vector<PosedPhoto> photos;  // in name order
   gs::SceneGeometry geometry;
   std::shared_ptr<const gs::GaussianSet> points;  // a small splat for each sparse point; null when there are none
-  double viewDistance = 1;                        // typical, from a camera to what it looks at, world units
+  double viewDistance = 1;                        // typical distance from a camera to the surface it sees, world units
 };
 
 // Throws std::runtime_error with a whole sentence.

@@ -5,7 +5,7 @@
 
 namespace quor::ui {
 
-// A window of its own, before which the others wait.
+// A modal window.
 void drawFileBrowserPanel(FileBrowser& browser, const PanelContext& context);
 
 }  // namespace quor::ui
