@@ -155,7 +155,7 @@ TEST(Photo, SaysWhatIsNoPhotograph) {
   const TempFolder folder;
   const auto reason = [](const std::filesystem::path& path) { return thrownText([&] { (void)readPhoto(path); }); };
   EXPECT_THAT(reason(writeFile(folder / "a.jpg", "")), HasSubstr("the file is empty"));
-  EXPECT_THAT(reason(writeFile(folder / "b.jpg", "This is no picture at all.")), HasSubstr("it is no image file"));
+  EXPECT_THAT(reason(writeFile(folder / "b.jpg", "This is no picture at all.")), HasSubstr("it is not an image file"));
   std::filesystem::create_directories(folder / "c.jpg");
   EXPECT_THAT(reason(folder / "c.jpg"), HasSubstr("it is not a file"));
   EXPECT_THAT(reason(folder / "d.jpg"), HasSubstr("No such file"));

@@ -180,7 +180,7 @@ Picture decodePicture(Bytes file) {
     case PictureFormat::Unknown:
       break;
   }
-  throw std::runtime_error("it is no image file");
+  throw std::runtime_error("it is not an image file");
 }
 
 }  // namespace quor

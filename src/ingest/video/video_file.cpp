@@ -28,7 +28,7 @@ void checkReadable(const std::filesystem::path& path) {
   }
   if (std::filesystem::is_directory(status)) throw IngestError(name + " is a folder, not a video file.");
   if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
-    throw IngestError(name + " is no file that a video could be in.");  // opening a pipe would wait for ever
+    throw IngestError(name + " is not a regular file, so no video can be read from it.");  // opening a pipe would block
   }
   if (!std::ifstream(path, std::ios::binary)) {
     throw IngestError(name + " cannot be opened. Check that you may read the file.");
