@@ -140,7 +140,7 @@ TEST_F(PipelineTest, SettingsThatCannotBeUsedAreSaid) {
   finish(gs::TrainState::Done, gs::TrainResult{});
   std::vector<std::string> warnings;
   for (const LogEntry& entry : log_.entriesAfter(0)) {
-    if (entry.level == 1) warnings.push_back(entry.text);
+    if (entry.level == LogLevel::Warning) warnings.push_back(entry.text);
   }
   EXPECT_THAT(warnings, ElementsAre("The setting iterations cannot be 0: 1 is used."));
 }

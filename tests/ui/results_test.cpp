@@ -50,12 +50,10 @@ TEST_F(ResultsTest, ReadsTheScoresThatTrainingWrites) {
   const fs::path eval = project_.outputFolder() / "eval";
   gs::EvalReport report(eval);
   for (const char* name : {"s01/a \"b\", c.jpg", "s01/plain.jpg", "s01_plain.jpg"}) {
-    gs::LoadedView view;
-    view.name = name;
-    view.image = {2, 2, std::vector<uint8_t>(12)};
+    const Image image{2, 2, std::vector<uint8_t>(12)};
     gs::ImageScores scores;
     scores.ssim = 0.9;
-    report.add(view, scores, view.image);
+    report.add(name, image, scores, image);
   }
   report.finish();
   const std::vector<ViewScore> scores = readScores(eval);
