@@ -1,3 +1,5 @@
+#include "gpu/compute/kernel_registry.h"
+
 #include <gtest/gtest.h>
 
 #include <set>
@@ -5,14 +7,13 @@
 #include <vector>
 
 #include "gpu/compute/embedded_kernels.h"
-#include "gpu/compute/kernel_registry.h"
 #include "support/gpu_fixture.h"
 #include "support/temp_folder.h"
 
 namespace quor::gs {
 namespace {
 
-TEST(KernelTable, InspectionRefusesAndSurvivesWhatIsNoModule) {
+TEST(KernelModule, InspectionRefusesAndSurvivesWhatIsNoModule) {
   const std::vector<uint32_t> good(gpuKernels()[0].words, gpuKernels()[0].words + 64);
   EXPECT_THROW(inspectModule(std::span(good).first(4)), std::runtime_error);
   std::vector<uint32_t> swapped = good;
