@@ -21,6 +21,9 @@ constexpr double kMaxOpacity = 1.0 - 1e-6;
 // Of the splats there are, in one pass.
 constexpr double kMinGrowth = 0.05, kMaxGrowth = 0.15;
 
+// The scene extent at which the job's noise scale is the published one: what COLMAP gives to a walk around an object.
+constexpr double kNoiseExtent = 6;
+
 using Binomials = std::array<std::array<double, kMaxCopies>, kMaxCopies>;
 
 constexpr Binomials makeBinomials() {
@@ -125,11 +128,12 @@ Renderer::Regularisers Mcmc::regularisers(uint32_t splats) const {
   return {job_.mcmcOpacityRegulariser / n, job_.mcmcScaleRegulariser / (3.0f * n * static_cast<float>(extent_))};
 }
 
-// The kernel multiplies by the covariance, which is in squared world units, and the position rate is in world units:
-// dividing by the squared extent leaves a length that grows with the scene as everything else does.
+// The kernel multiplies by the covariance, in squared world units, and the position rate is in world units: over the
+// squared extent, the noise is a length that grows with the scene as everything else does.
 void Mcmc::afterOptimiser(const TrainingState& state) {
   const uint64_t bits = state.random.next();
-  const double scale = rates(state.stepsDone).position * static_cast<double>(job_.mcmcNoiseScale) / (extent_ * extent_);
+  const double scale = rates(state.stepsDone).position * static_cast<double>(job_.mcmcNoiseScale) *
+                       (kNoiseExtent * kNoiseExtent) / (extent_ * extent_);
   state.stream.dispatch1D(kernels::AddNoise{.position = &state.splats.value(kPositions),
                                             .scale = &state.renderer.activatedScales(),
                                             .rotation = &state.splats.value(kRotations),
