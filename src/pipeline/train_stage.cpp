@@ -80,11 +80,7 @@ bool followTraining(const StageContext& context) {
   Request passedOn = Request::None;
   while (trainer.running()) {
     const gs::TrainStatus status = trainer.status();
-    Request request = context.run.waitForRequest(passedOn, std::chrono::milliseconds(0));
-    // A scene that has not been trained at all must not take the place of an earlier one.
-    if (request == Request::Stop && passedOn == Request::None && status.state == gs::TrainState::Loading) {
-      request = Request::Cancel;
-    }
+    const Request request = context.run.request();
     if (request > passedOn) request == Request::Cancel ? trainer.cancel() : trainer.requestStop();
     passedOn = std::max(passedOn, request);
     if (const StageStatus now = describeTraining(status); !now.message.empty()) context.report(now);

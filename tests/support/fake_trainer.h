@@ -26,6 +26,7 @@ class FakeTrainer : public gs::TrainingService {
     changed_.notify_all();
   }
   void requestStop() override {
+    if (status().state == gs::TrainState::Loading) return cancel();  // as the engine does
     gs::TrainResult result;
     result.steps = status().step;
     result.stopped = true;
