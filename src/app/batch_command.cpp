@@ -46,12 +46,12 @@ class BatchRun {
 
   // Leaves nothing to work on when the device cannot be opened again; the queue then asks anew for the next item.
   BatchQueue::Equipment renewEquipment() {
-    follower_.reset();
+    printer_.reset();
     pipeline_.reset();
     engine_.reset();
     session_.openDevice();
     makeEquipment();
-    follower_.emplace(*pipeline_, *engine_, console_);
+    printer_.emplace(*pipeline_, *engine_, console_);
     return {&*pipeline_, &*engine_};
   }
 
@@ -64,12 +64,12 @@ class BatchRun {
       case BatchEvent::Begun:
         console_.printLog();
         console_.message("running: " + queue_.item(index).name());
-        if (pipeline_) follower_.emplace(*pipeline_, *engine_, console_);
+        if (pipeline_) printer_.emplace(*pipeline_, *engine_, console_);
         announced_ = false;
         break;
       case BatchEvent::Working:
         announceFolder(queue_.item(index));
-        follower_->update();
+        printer_->update();
         break;
       case BatchEvent::Ended:
         showEnd(queue_.item(index));
@@ -88,9 +88,9 @@ class BatchRun {
   }
 
   void showEnd(const BatchItem& item) {
-    if (announced_ && follower_) {  // else the pipeline still tells of the item before
-      follower_->update();
-      follower_->finish();
+    if (announced_ && printer_) {  // else the pipeline still tells of the item before
+      printer_->update();
+      printer_->finish();
     }
     const bool failed = item.state == ItemState::Failed;
     console_.finishLog(failed ? item.note : std::string());
@@ -109,7 +109,7 @@ class BatchRun {
   BatchQueue queue_;
   Interrupts interrupts_;
   const bool json_;
-  std::optional<Follower> follower_;
+  std::optional<ProgressPrinter> printer_;
   std::set<size_t> skipped_;
   bool announced_ = false;  // the folder of the item at work
   bool wrote_ = true;

@@ -45,7 +45,7 @@ std::string timeLeft(double seconds) {
 
 }  // namespace
 
-void Follower::update() {
+void ProgressPrinter::update() {
   console_.printLog();
   const Stage stage = pipeline_.currentStage();
   showResults(stage);
@@ -57,21 +57,21 @@ void Follower::update() {
   }
 }
 
-void Follower::finish() {
+void ProgressPrinter::finish() {
   for (size_t i = 0; i < kStageCount; ++i) showResult(static_cast<Stage>(i));
 }
 
 // Stages may have ended between two looks.
-void Follower::showResults(Stage until) {
+void ProgressPrinter::showResults(Stage until) {
   for (size_t i = 0; i < static_cast<size_t>(until); ++i) showResult(static_cast<Stage>(i));
 }
 
-void Follower::showResult(Stage stage) {
+void ProgressPrinter::showResult(Stage stage) {
   const StageStatus status = pipeline_.status(stage);
   if (status.state == StageState::Done) showMessage(stage, status);
 }
 
-void Follower::showTraining() {
+void ProgressPrinter::showTraining() {
   const gs::TrainStatus status = trainer_.status();
   if (status.state != gs::TrainState::Training || !due(nextTrainingLine_)) return;
   const std::string line = trainingLine(status);
@@ -82,7 +82,7 @@ void Follower::showTraining() {
   }
 }
 
-void Follower::showMessage(Stage stage, const StageStatus& status) {
+void ProgressPrinter::showMessage(Stage stage, const StageStatus& status) {
   // A failure is printed by the run itself, as its error.
   if (status.state == StageState::NotRun || status.state == StageState::Failed || status.message.empty()) return;
   const std::string progressText = share(status.fraction) + timeLeft(status.secondsLeft);
@@ -102,7 +102,7 @@ void Follower::showMessage(Stage stage, const StageStatus& status) {
   console_.message(progress ? line + progressText : line, progress ? std::string() : status.message);
 }
 
-bool Follower::due(Clock::time_point& next) const {
+bool ProgressPrinter::due(Clock::time_point& next) const {
   const Clock::time_point now = Clock::now();
   if (now < next) return false;
   next = now + (console_.isTerminal() ? Clock::duration(kLiveInterval) : Clock::duration(kLineInterval));

@@ -14,9 +14,9 @@ namespace quor {
 
 // Prints the messages of one run's stages, each once, and the progress of training on one live line or a line every few
 // seconds. Call update() many times a second.
-class Follower {
+class ProgressPrinter {
  public:
-  Follower(const Pipeline& pipeline, const gs::TrainingService& trainer, Console& console)
+  ProgressPrinter(const Pipeline& pipeline, const gs::TrainingService& trainer, Console& console)
       : pipeline_(pipeline), trainer_(trainer), console_(console) {}
 
   void update();

@@ -33,15 +33,15 @@ int drive(Pipeline& pipeline, const gs::TrainingService& trainer, Console& conso
     return kExitFailure;
   }
 
-  Follower follower(pipeline, trainer, console);
+  ProgressPrinter printer(pipeline, trainer, console);
   Interrupts interrupts([&] { announceStop(pipeline, trainer, console); }, [&] { run->requestStop(); },
                         [&] { run->cancel(); });
   const RunResult result = run->follow([&] {
     interrupts.update();
-    follower.update();
+    printer.update();
   });
   console.printLog();
-  follower.finish();
+  printer.finish();
   console.finishLog(result.success() ? std::string() : result.text);
 
   if (result.success()) return printResult(project, result.training, console, json);
