@@ -110,7 +110,8 @@ TEST_F(BatchTest, WhatCannotBeWorkedThroughIsRefused) {
   EXPECT_EQ(runCli({"batch", path_}).err, "error: No batch.json in " + path_ + "\n");
   const Ended usage = runCli({"batch", path_, "--iterations", "5"});
   EXPECT_EQ(usage.exitCode, 2);
-  EXPECT_THAT(usage.err, StartsWith("error: batch takes every item's settings and folder from the batch file"));
+  EXPECT_THAT(usage.err, StartsWith("error: --iterations is an option of run, train and import, not of batch: it takes "
+                                    "every item's settings"));
 
   save({item("x", 1), item("y", 1)});
   const Ended failed = runCli({"batch", path_, "--quiet"});
