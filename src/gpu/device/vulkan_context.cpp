@@ -142,7 +142,8 @@ void check(VkResult result, const char* what) {
   if (result == VK_ERROR_OUT_OF_DEVICE_MEMORY) text += ": out of GPU memory";
   if (result == VK_ERROR_OUT_OF_HOST_MEMORY) text += ": out of host memory";
   if (result == VK_ERROR_DEVICE_LOST) text += ": the GPU device was lost (driver reset or hang)";
-  if (result == VK_ERROR_OUT_OF_DEVICE_MEMORY) throw OutOfGpuMemory(text);
+  // Less work needs less of either memory.
+  if (result == VK_ERROR_OUT_OF_DEVICE_MEMORY || result == VK_ERROR_OUT_OF_HOST_MEMORY) throw OutOfGpuMemory(text);
   if (result == VK_ERROR_DEVICE_LOST) throw DeviceLost(text);
   throw std::runtime_error(text);
 }

@@ -6,9 +6,6 @@
 namespace quor::gs {
 namespace {
 
-// Eight halvings leave 64 of 16 k pixels: more only blur.
-constexpr int32_t kMaxLevels = 8;
-
 float finiteIn(float value, float low, float high, float otherwise) {
   return std::isfinite(value) ? std::clamp(value, low, high) : otherwise;
 }
@@ -32,11 +29,11 @@ void shortenSchedule(TrainJob& job) {
 
 TrainJob withinRange(TrainJob job) {
   job.iterations = std::max(job.iterations, 1);
-  job.shDegree = std::clamp(job.shDegree, 0, 3);
+  job.shDegree = std::clamp(job.shDegree, 0, kMaxShDegree);
   job.resolution = std::max(job.resolution, 0);
-  job.downscaleLevels = std::clamp(job.downscaleLevels, 0, kMaxLevels);
+  job.downscaleLevels = std::clamp(job.downscaleLevels, 0, kMaxDownscales);
   job.refineEvery = std::max(job.refineEvery, 1);
-  job.ssimWeight = finiteIn(job.ssimWeight, 0.0f, 1.0f, 0.2f);
+  job.ssimWeight = finiteIn(job.ssimWeight, 0.0f, 1.0f, kTrainingDefaults.ssimWeight);
   for (float& channel : job.background) channel = finiteIn(channel, 0.0f, 1.0f, 0.0f);
   return job;
 }
