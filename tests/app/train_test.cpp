@@ -2,9 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <nlohmann/json.hpp>
-#include <thread>
 
 #include "support/child_program.h"
 #include "support/small_capture.h"
@@ -64,8 +62,7 @@ TEST_F(TrainTest, AnInterruptStopsAndASecondCancels) {
     const nlohmann::json document = nlohmann::json::parse(stop.out);
     EXPECT_GT(document["iterations"], 0);
     EXPECT_LT(document["iterations"], 1000000);
-    EXPECT_TRUE(document.contains("ply"));
-    EXPECT_TRUE(document.contains("checkpoint"));
+    EXPECT_TRUE(document.contains("ply") && document.contains("checkpoint"));
   }
 
   std::filesystem::remove(output() / "scene.ply");
@@ -87,12 +84,10 @@ TEST_F(TrainTest, ASecondProgramStaysOutAndBothLeaveALog) {
   const std::vector<std::string> environment = {"XDG_DATA_HOME=" + home};
   ChildProgram first(OMBRELUX_CLI, {"import", set_, "--iterations", "1000000", "--quiet"}, environment);
   const auto log = folder_ / "home/Ombrelux/logs/Ombrelux.log";
-  const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(2);
-  while (!std::filesystem::exists(log) || readFile(log).find("1000000 iterations") == std::string::npos) {
-    ASSERT_LT(std::chrono::steady_clock::now(), end);
-    ASSERT_TRUE(first.running());
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
+  ASSERT_TRUE(waitUntil([&] {
+    return !first.running() || (std::filesystem::exists(log) && readFile(log).find("1000000 it") != std::string::npos);
+  }));
+  ASSERT_TRUE(first.running());
   const std::string before = readFile(folder_ / "set_ombrelux/project.json");
   const Ended second = runCli({"train", project_, "--iterations", "5", "--quiet"}, environment);
   EXPECT_EQ(second.exitCode, 1);
@@ -131,19 +126,6 @@ TEST_F(TrainTest, AFullDiskCostsNoEarlierFile) {
   for (const auto& entry : std::filesystem::directory_iterator(output())) {
     EXPECT_NE(entry.path().extension(), ".partial");
   }
-}
-
-TEST_F(TrainTest, ADamagedDatasetIsRefusedInOneSentence) {
-  writeFile(folder_ / "set/sparse/0/cameras.txt", "1 PINEHOLE 64 48 60 60 32 24\n");
-  const Ended damaged = runCli({"import", set_, "--quiet"});
-  EXPECT_EQ(damaged.exitCode, 1);
-  EXPECT_EQ(damaged.out, "");
-  EXPECT_THAT(damaged.err, ::testing::MatchesRegex("error: [^\n]*\n"));
-
-  std::filesystem::remove_all(folder_ / "set/sparse");
-  const Ended gone = runCli({"train", project_, "--quiet"});
-  EXPECT_EQ(gone.exitCode, 1);
-  EXPECT_THAT(gone.err, ::testing::MatchesRegex("error: No COLMAP model found in [^\n]*\n"));
 }
 
 }  // namespace

@@ -4,16 +4,13 @@
 #include <signal.h>
 #include <sys/wait.h>
 
-#include <chrono>
-#include <functional>
-#include <thread>
-
 #include "base/desktop/desktop_notification.h"
 #include "base/desktop/message_box.h"
 #include "base/desktop/open_folder.h"
 #include "base/desktop/wake_lock.h"
 #include "support/scoped_environment.h"
 #include "support/scripts.h"
+#include "support/wait_until.h"
 
 namespace quor {
 namespace {
@@ -22,15 +19,6 @@ using test::readFile;
 using test::ScopedEnvironment;
 using testing::EndsWith;
 using testing::HasSubstr;
-
-bool comesTrue(const std::function<bool()>& condition) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
-  while (std::chrono::steady_clock::now() < deadline) {
-    if (condition()) return true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return false;
-}
 
 class DesktopPrograms : public testing::Test {
  protected:
@@ -63,7 +51,7 @@ TEST_F(DesktopPrograms, AFolderIsShownByAProgramThatLivesOnAndAFailureIsNoticed)
   EXPECT_TRUE(openFolder(folder_.path()));       // does not wait for its end
   EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);  // it is no child of this program
   test::writeFile(folder_ / "go", "");
-  EXPECT_TRUE(comesTrue([&] { return called("late"); }));
+  EXPECT_TRUE(test::waitUntil([&] { return called("late"); }));
 }
 
 TEST_F(DesktopPrograms, AMessageBoxIsShownByWhicheverProgramThereIs) {
@@ -97,12 +85,12 @@ TEST_F(DesktopPrograms, AWakeLockHoldsItsProgramAsLongAsItLives) {
   pid_t holder = 0;
   {
     const WakeLock lock("A scene is being built");
-    ASSERT_TRUE(comesTrue([&] { return called("pid") && readFile(pid).ends_with('\n'); }));
+    ASSERT_TRUE(test::waitUntil([&] { return called("pid") && readFile(pid).ends_with('\n'); }));
     holder = std::stoi(readFile(pid));
     EXPECT_EQ(kill(holder, 0), 0);
     EXPECT_THAT(argumentsOf("systemd-inhibit"), HasSubstr("--why=A scene is being built\n"));
   }
-  EXPECT_TRUE(comesTrue([&] { return kill(holder, 0) != 0; }));
+  EXPECT_TRUE(test::waitUntil([&] { return kill(holder, 0) != 0; }));
 }
 
 }  // namespace

@@ -8,8 +8,6 @@
 #include "base/files/paths.h"
 #include "base/files/temporary_file.h"
 #include "base/split_mix64.h"
-#include "base/text/text.h"
-#include "base/text/time_text.h"
 #include "support/platform.h"
 #include "support/scoped_environment.h"
 #include "support/temp_folder.h"
@@ -125,13 +123,6 @@ TEST(Paths, UserDataFolderFollowsTheEnvironment) {
     const ScopedEnvironment homeless("HOME", none);
     EXPECT_EQ(userDataFolder(), std::filesystem::temp_directory_path() / "Ombrelux");
   }
-}
-
-TEST(Text, FormatsWhatIsLongerThanAnyBuffer) {
-  EXPECT_EQ(formatText("%s %.1f", "é", 0.25), "é 0.2");
-  EXPECT_EQ(formatText("%5000d|", 7).size(), 5001u);
-  EXPECT_EQ(toLower("ÀBC.Ply"), "Àbc.ply");
-  EXPECT_EQ(formatUtcTime(1740837909, "%Y-%m-%dT%H:%M:%SZ"), "2025-03-01T14:05:09Z");
 }
 
 // The algorithm's published sequence for seed 1234567; a checkpoint's state word must mean the same everywhere.

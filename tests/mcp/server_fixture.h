@@ -6,8 +6,10 @@
 
 #include "base/files/paths.h"
 #include "mcp/server.h"
+#include "support/bare_dataset.h"
 #include "support/fake_trainer.h"
 #include "support/temp_folder.h"
+#include "support/wait_until.h"
 
 namespace quor::test {
 
@@ -55,12 +57,6 @@ class ServerTest : public ::testing::Test {
     return result["content"][0]["text"];
   }
 
-  void writeDataset(const std::filesystem::path& folder) {
-    writeFile(folder / "images/a.jpg", "no picture");
-    writeFile(folder / "sparse/0/cameras.txt", "1 PINHOLE 64 48 60 60 32 24\n");
-    writeFile(folder / "sparse/0/images.txt", "1 1 0 0 0 0 0 0 1 a.jpg\n\n");
-    writeFile(folder / "sparse/0/points3D.txt", "");
-  }
   std::string import(const std::filesystem::path& dataset, Json arguments = Json::object()) {
     arguments["reconstruction"] = toUtf8(dataset);
     const std::string job = told("ombrelux_import", arguments)["job"];
@@ -69,11 +65,7 @@ class ServerTest : public ::testing::Test {
   }
   std::string state(const std::string& job) { return told("ombrelux_job_status", {{"job", job}})["state"]; }
   void waitUntilEnded(const std::string& job) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
-    while (state(job) == "running") {
-      ASSERT_LT(std::chrono::steady_clock::now(), end) << "the job does not end";
-      std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
+    ASSERT_TRUE(waitUntil([&] { return state(job) != "running"; })) << "the job does not end";
   }
 
   TempFolder folder_;

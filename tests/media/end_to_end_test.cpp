@@ -12,7 +12,6 @@
 #include "support/gpu_fixture.h"
 #include "support/scripts.h"
 #include "support/solved_cameras.h"
-#include "support/wait_until.h"
 
 namespace quor {
 namespace {

@@ -3,21 +3,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <future>
-#include <thread>
 
 #include "pipeline/intake.h"
-#include "pipeline/result_document.h"
+#include "support/bare_dataset.h"
 #include "support/fake_trainer.h"
+#include "support/small_checkpoint.h"
 #include "support/temp_folder.h"
 
 namespace quor {
 namespace {
 
-using ::testing::AnyOf;
 using ::testing::ElementsAre;
-using ::testing::StartsWith;
 
 class PipelineTest : public ::testing::Test {
  protected:
@@ -30,33 +27,13 @@ class PipelineTest : public ::testing::Test {
     project_.ensureLayout();
   }
 
-  void solveCameras(const std::filesystem::path& dataset) {
-    test::writeFile(dataset / "sparse/0/cameras.txt", "1 PINHOLE 64 48 60 60 32 24\n");
-    test::writeFile(dataset / "sparse/0/images.txt", "1 1 0 0 0 0 0 0 1 a.jpg\n\n2 1 0 0 0 0 0 1 1 b.jpg\n\n");
-    test::writeFile(dataset / "sparse/0/points3D.txt", "");
-  }
-  void solveCameras() { solveCameras(project_.solvedFolder()); }
-
-  // Bytes 16..19 hold the step; the splat count is checked against the file's size.
-  void writeCheckpoint(uint32_t step) {
-    std::string bytes(112 + 708, '\0');
-    const auto put = [&](size_t at, auto value) { std::memcpy(bytes.data() + at, &value, sizeof value); };
-    bytes.replace(0, 8, "QUORCKPT");
-    put(8, uint32_t{1});
-    put(16, step);
-    put(20, int32_t{500});
-    put(36, uint32_t{6});
-    put(40, uint64_t{1});
-    test::writeFile(project_.checkpointFile(), bytes);
-  }
-
   void start(Stage from) {
     pipeline_.open(project_);
     run_ = pipeline_.start(from, Stage::Train);
     ASSERT_TRUE(run_);
   }
   void startTraining() {
-    solveCameras();
+    test::writeBareDataset(project_.solvedFolder());
     start(Stage::Train);
     trainer_.waitUntilStarted();
   }
@@ -69,7 +46,6 @@ class PipelineTest : public ::testing::Test {
     status.state = state;
     status.step = static_cast<decltype(status.step)>(step);
     status.iterations = 500;
-    status.loss = 0.25f;
     trainer_.setStatus(status);
   }
   void waitUntilIdle() {
@@ -77,13 +53,6 @@ class PipelineTest : public ::testing::Test {
     ASSERT_TRUE(result) << "the run does not end";
     outcome_ = *result;
     EXPECT_FALSE(pipeline_.busy());
-  }
-  void waitForMessage(const std::string& message) {
-    const auto end = std::chrono::steady_clock::now() + kPatience;
-    while (pipeline_.status(Stage::Train).message != message) {
-      ASSERT_TRUE(std::chrono::steady_clock::now() < end && pipeline_.busy());
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
   }
   // Runs training alone until it is refused, and gives the reason.
   std::string refusal() {
@@ -110,29 +79,6 @@ class PipelineTest : public ::testing::Test {
   RunResult outcome_;
 };
 
-TEST_F(PipelineTest, TrainsAndReportsTheResult) {
-  startTraining();
-  waitForMessage("500 iterations");
-  report(gs::TrainState::Training, 125);
-  waitForMessage("Step 125 of 500, loss 0.250000");
-  const StageStatus status = pipeline_.status(Stage::Train);
-  EXPECT_EQ(std::tuple(status.fraction, status.step, status.total), std::tuple(0.25f, 125, 500));
-
-  gs::TrainResult result;
-  result.splats = 1234;
-  result.evaluation = {27.5f, 0.9f, 0.01f, 3};
-  finish(gs::TrainState::Done, result);
-  EXPECT_TRUE(outcome_.success());
-  EXPECT_EQ(outcome_.text, "Done");
-  EXPECT_EQ(pipeline_.status(Stage::Train).state, StageState::Done);
-  EXPECT_EQ(pipeline_.status(Stage::Train).message, "1234 splats, PSNR 27.50");
-  ASSERT_TRUE(outcome_.training);
-  EXPECT_EQ(outcome_.training->splats, 1234u);
-  const auto quality = loadQuality(project_);
-  ASSERT_TRUE(quality);
-  EXPECT_EQ(std::tuple(quality->psnr, quality->ssim), std::tuple(27.5, 0.9));
-}
-
 TEST_F(PipelineTest, SettingsThatCannotBeUsedAreSaid) {
   project_.training.iterations = 0;
   project_.training.refineEvery = 100;  // a short run uses less, but nobody asked for that
@@ -149,12 +95,12 @@ TEST_F(PipelineTest, AWrappedDatasetIsSummarisedAndOnlyTrained) {
   for (const char* name : {"f00001.jpg", "s02/f00001.jpg", "notes.txt"}) {
     test::writeFile(project_.framesFolder() / name, "");
   }
-  solveCameras();
+  test::writeBareDataset(project_.solvedFolder());
   test::writeFile(project_.sceneFile(), "ply");
   pipeline_.open(project_);
   EXPECT_THAT(pipeline_.summary(), ElementsAre("2 frames", "2 images registered", "scene.ply exported"));
 
-  solveCameras(folder_ / "set");
+  test::writeBareDataset(folder_ / "set");
   project_.externalDataset = toUtf8(folder_ / "set");
   project_.inputs.clear();
   start(Stage::Frames);
@@ -177,30 +123,11 @@ TEST_F(PipelineTest, AFailedStageEndsTheRun) {
   EXPECT_EQ(pipeline_.status(Stage::Sparse).state, StageState::NotRun);
   EXPECT_EQ(trainer_.starts(), 0);
   EXPECT_THAT(logged(), ElementsAre("error: Prepare frames failed: " + outcome_.text));
-
-  project_.inputs.clear();
-  start(Stage::Frames);
-  waitUntilIdle();
-  EXPECT_THAT(outcome_.text,
-              AnyOf("The project has no input media.", StartsWith("This build of Ombrelux only trains")));
-}
-
-TEST_F(PipelineTest, PassesTheTrainersFailureOnAndCanTrainAgain) {
-  startTraining();
-  finish(gs::TrainState::Failed, {}, "The COLMAP model has no registered images.");
-  EXPECT_FALSE(outcome_.success());
-  EXPECT_EQ(outcome_.text, "The COLMAP model has no registered images.");
-  EXPECT_EQ(std::tuple(outcome_.outcome, outcome_.training.has_value()), std::tuple(Outcome::Failed, false));
-  run_ = pipeline_.start(Stage::Train, Stage::Train);
-  ASSERT_TRUE(run_);
-  trainer_.waitUntilStarted();
-  finish(gs::TrainState::Done, gs::TrainResult{});
-  EXPECT_TRUE(outcome_.success());
 }
 
 TEST_F(PipelineTest, TrainsOnlyWithCamerasAndContinuesOnlyFromACheckpointWithStepsLeft) {
   EXPECT_EQ(refusal(), "There is no camera solve to train from. Run Camera solve first.");
-  solveCameras();
+  test::writeBareDataset(project_.solvedFolder());
   project_.training.continueFromCheckpoint = true;
   const std::string unreadable =
       "Continue from checkpoint is on, but there is no readable checkpoint.quor in output/. Turn it off to train from "
@@ -208,25 +135,12 @@ TEST_F(PipelineTest, TrainsOnlyWithCamerasAndContinuesOnlyFromACheckpointWithSte
   EXPECT_EQ(refusal(), unreadable);
   test::writeFile(project_.checkpointFile(), "QUORCKPT");
   EXPECT_EQ(refusal(), unreadable);
-  writeCheckpoint(500);
+  test::writeSmallCheckpoint(project_.checkpointFile(), 500);
   EXPECT_EQ(refusal(), "The checkpoint is already at step 500. Set more iterations than that to continue training it.");
 
-  writeCheckpoint(499);
+  test::writeSmallCheckpoint(project_.checkpointFile(), 499);
   startTraining();
   EXPECT_TRUE(trainer_.job().resume);
-}
-
-TEST_F(PipelineTest, CancelledByTheUserOrByTheStageItself) {
-  for (const bool byUser : {true, false}) {
-    startTraining();
-    byUser ? pipeline_.cancel() : trainer_.end(gs::TrainState::Failed, {}, "Cancelled", Outcome::Cancelled);
-    waitUntilIdle();
-    EXPECT_FALSE(outcome_.success());
-    EXPECT_EQ(outcome_.text, "Cancelled");
-    EXPECT_EQ(pipeline_.status(Stage::Train).state, StageState::Failed);
-    EXPECT_EQ(pipeline_.status(Stage::Train).message, "Cancelled");
-    EXPECT_EQ(logged().back(), "warning: Train Gaussians cancelled");
-  }
 }
 
 TEST_F(PipelineTest, AStopExportsTheSceneButWhileLoadingThereIsNone) {
@@ -257,7 +171,7 @@ TEST_F(PipelineTest, GuardsTheProjectWhileBusy) {
 }
 
 TEST_F(PipelineTest, EndsARunningJobWhenItGoes) {
-  solveCameras();
+  test::writeBareDataset(project_.solvedFolder());
   std::string told;
   {
     Pipeline pipeline(trainer_, log_);
@@ -344,16 +258,6 @@ TEST_F(PipelineTest, AProjectIsWorkedOnByOneRunAtATime) {
   ASSERT_TRUE(run);
   run->cancel();
   EXPECT_TRUE(run->waitFor(kPatience));
-}
-
-TEST(MakeTrainJob, TrainsTheSolvedOrTheWrappedDatasetAtItsOwnSize) {
-  Project project;
-  project.root = "/p";
-  EXPECT_EQ(makeTrainJob(project).dataset, "/p/colmap/undistorted");
-  EXPECT_EQ(makeTrainJob(project).output.folder, "/p/output");
-  EXPECT_EQ(makeTrainJob(project).resolution, 0);  // whatever a bare job would do
-  project.externalDataset = "/set";
-  EXPECT_EQ(makeTrainJob(project).dataset, "/set");
 }
 
 }  // namespace

@@ -62,22 +62,6 @@ TEST(Settings, ReadingIsAMergeOntoWhatIsThere) {
               ElementsAre(1.f, 0.f, .5f));
 }
 
-TEST(Settings, WordsOfTheEnumerations) {
-  EXPECT_STREQ(matcherName(static_cast<Matcher>(7)), "sequential");
-  EXPECT_EQ(read(R"({"sparse":{"mapper":"Global"}})").sparse.mapper, MapperKind::Incremental);
-  for (const char* word : {"vocabTree", "vocab", "vocab_tree"}) {
-    Matcher matcher = Matcher::Exhaustive;
-    EXPECT_TRUE(parseMatcher(word, matcher));
-    EXPECT_EQ(matcher, Matcher::VocabTree);
-  }
-  gs::Technique technique = gs::Technique::Vanilla;
-  EXPECT_TRUE(parseTechnique("MCMC", technique));
-  EXPECT_FALSE(parseTechnique("mc mc", technique));
-  EXPECT_EQ(technique, gs::Technique::Mcmc);
-  EXPECT_TRUE(parseTechnique("ADC", technique));
-  EXPECT_EQ(technique, gs::Technique::Vanilla);
-}
-
 TEST(Settings, NumbersThatDoNotFitBecomeTheNearest) {
   const Records records =
       read(R"({"ingest":{"targetFrameCount":1e300,"maxDimension":-99999999999,"jpegQuality":99999999999999999999,)"

@@ -5,13 +5,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "support/temp_folder.h"
+#include "support/wait_until.h"
 
 namespace quor::test {
 
@@ -56,16 +55,13 @@ class ChildProgram {
 
   // False when it ended, or ten minutes have passed, without its saying so on standard error.
   bool waitForError(const std::string& part) const {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(10);
-    while (readFile(err_).find(part) == std::string::npos) {
-      siginfo_t info{};
-      if (waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) != 0 || info.si_pid != 0) {
-        return readFile(err_).find(part) != std::string::npos;
-      }
-      if (std::chrono::steady_clock::now() > end) return false;
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
+    bool said = false;
+    return waitUntil([&] {
+             const bool over = !running();  // asked first: what it says before its end counts
+             said = readFile(err_).find(part) != std::string::npos;
+             return said || over;
+           }) &&
+           said;
   }
 
   // Said so far.

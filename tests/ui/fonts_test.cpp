@@ -1,6 +1,5 @@
 #include "ui/fonts.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <imgui.h>
 
@@ -15,36 +14,6 @@ namespace {
 using test::ScopedEnvironment;
 using test::TempFolder;
 using test::writeFile;
-using testing::ElementsAre;
-using testing::IsEmpty;
-
-std::vector<std::string> described(const std::vector<FontFile>& fonts) {
-  std::vector<std::string> texts;
-  for (const FontFile& font : fonts) {
-    texts.push_back(toUtf8(font.path.filename()));
-    for (const Script script : font.scripts) texts.back() += ' ' + std::to_string(static_cast<int>(script));
-  }
-  return texts;
-}
-
-TEST(FontsTest, ChoosesByPreferenceAndBySpace) {
-  const TempFolder folder;
-  const std::vector<std::filesystem::path> folders = {folder / "gone", folder / "user", folder / "system"};
-  EXPECT_THAT(chooseFonts(folders, 16), IsEmpty());
-  for (const char* name : {"system/a/LiberationSans-Regular.ttf", "system/a/DejaVuSans.ttf", "user/DejaVuSans.ttf",
-                           "user/DejaVuSans.txt", "system/b/c/FreeSans.ttf"}) {
-    writeFile(folder / name, "");
-  }
-  EXPECT_THAT(described(chooseFonts(folders, 16)), ElementsAre("DejaVuSans.ttf 0", "LiberationSans-Regular.ttf 0"));
-  EXPECT_EQ(chooseFonts(folders, 16)[0].path, folder / "user/DejaVuSans.ttf");
-  for (const char* name : {"system/msyh.ttc", "system/DroidSansFallbackFull.ttf", "system/malgun.ttf"}) {
-    writeFile(folder / name, "");
-  }
-  EXPECT_THAT(described(chooseFonts(folders, 16)),
-              ElementsAre("DejaVuSans.ttf 0", "LiberationSans-Regular.ttf 0", "msyh.ttc 1 2 3", "malgun.ttf 4"));
-  EXPECT_THAT(described(chooseFonts(folders, 40)),
-              ElementsAre("DejaVuSans.ttf 0", "LiberationSans-Regular.ttf 0", "msyh.ttc 1 2 3"));
-}
 
 class LoadedFonts : public testing::Test {
  protected:

@@ -6,7 +6,6 @@
 #include "base/image/image.h"
 #include "support/clips.h"
 #include "support/temp_folder.h"
-#include "ui/models/settings/setting_groups.h"
 #include "ui/pump.h"
 
 namespace quor::ui {
@@ -17,7 +16,6 @@ using test::pump;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using ::testing::UnorderedElementsAreArray;
 
 class NewMediaTest : public ::testing::Test {
  protected:
@@ -59,9 +57,6 @@ TEST_F(NewMediaTest, SaysWhatWasFoundAndWhatWasLeftOut) {
   // Once each, whichever way they come; single photographs share a row.
   add({folder_ / "Garden/walk.mp4", photo("Loose/1.png"), photo("Loose/2.png"), folder_ / "Loose/1.png"});
   EXPECT_THAT(lines(), ElementsAre("Garden: 2 images (subfolders included)", "walk.mp4: video", "Loose: 2 images"));
-  EXPECT_TRUE(form_.hasVideo());
-  EXPECT_THAT(foundLines({folder_ / "Garden"}, {form_.sources().front()})[0],
-              "Found 1 sources in " + toUtf8(folder_ / "Garden"));
 
   form_.setKind(1, InputKind::Video360);
   form_.setKind(0, InputKind::Video);  // photographs stay photographs
@@ -78,7 +73,6 @@ TEST_F(NewMediaTest, SaysWhatWasFoundAndWhatWasLeftOut) {
 }
 
 TEST_F(NewMediaTest, ShowsWhereTheProjectGoesBeforeItIsMade) {
-  EXPECT_THAT(form_.buildButton().hint, HasSubstr("Add photographs or videos first"));
   photo("Garden/a.png");
   add({folder_ / "Garden"});
   EXPECT_EQ(form_.described()->root, folder_ / "Garden_ombrelux");
@@ -87,7 +81,6 @@ TEST_F(NewMediaTest, ShowsWhereTheProjectGoesBeforeItIsMade) {
   EXPECT_FALSE(form_.createButton().enabled);
   settle();
   EXPECT_EQ(form_.described()->root, folder_ / "elsewhere/Garden_ombrelux");
-  EXPECT_TRUE(form_.destinationNote().empty());
 
   Project::create({{toUtf8(folder_ / "Garden"), InputKind::Images}}, {});
   form_.setDestination({});
@@ -114,27 +107,11 @@ TEST_F(NewMediaTest, AFormThatWasClosedStaysClosed) {
   EXPECT_FALSE(form_.visible);
 }
 
-TEST_F(NewMediaTest, WhatStandsInTheWayIsSaid) {
-  photo("Garden/a.png");
-  add({folder_ / "Garden"});
-  form_.setObstacles({}, "COLMAP is missing.");
-  EXPECT_EQ(form_.buildButton().hint, "COLMAP is missing.");
-  EXPECT_TRUE(form_.createButton().enabled);
-  form_.create(true);
-  EXPECT_THAT(requests_, IsEmpty());
-  form_.setObstacles("Busy.", "Busy.");
-  EXPECT_EQ(form_.createButton().hint, "Busy.");
-}
-
 TEST_F(NewMediaTest, PresetsAreNumbersAndNumbersAreAPresetOrTheUsersOwn) {
   EXPECT_EQ(form_.preset(), Preset::Standard);
   for (const Preset preset : kPresets) {
     form_.choose(preset);
     EXPECT_EQ(form_.preset(), preset);
-    for (const Setting& setting : settingsTable()) {
-      const Json value = valueOf(setting, form_.settings());
-      EXPECT_TRUE(!value.is_number() || isWithinLimits(setting, value.get<double>())) << setting.key;
-    }
   }
   Project edited = form_.settings();
   edited.training.iterations += 1;
@@ -142,10 +119,6 @@ TEST_F(NewMediaTest, PresetsAreNumbersAndNumbersAreAPresetOrTheUsersOwn) {
   EXPECT_EQ(form_.preset(), Preset::Custom);
   form_.choose(Preset::Custom);
   EXPECT_EQ(form_.settings().training.iterations, edited.training.iterations);
-  edited.inputs = {{"walk.mp4", InputKind::Video}};
-  EXPECT_EQ(
-      presetNumbers(edited),
-      "300 frames from each video, pictures of up to 2560 pixels, 30,001 training steps, as many splats as needed");
 }
 
 TEST_F(NewMediaTest, TheSourcesSuggestHowCamerasAreSolvedUntilTheUserDecides) {
@@ -158,8 +131,6 @@ TEST_F(NewMediaTest, TheSourcesSuggestHowCamerasAreSolvedUntilTheUserDecides) {
   form_.setKind(0, InputKind::DualFisheye);
   settle();
   EXPECT_EQ(form_.settings().sparse.cameraModel, "OPENCV_FISHEYE");
-  EXPECT_TRUE(groupApplies(SettingGroup::Fisheye, form_.settings()));
-  EXPECT_FALSE(groupApplies(SettingGroup::Sphere, form_.settings()));
 
   Project edited = form_.settings();
   edited.sparse.cameraModel = "FULL_OPENCV";
@@ -167,18 +138,6 @@ TEST_F(NewMediaTest, TheSourcesSuggestHowCamerasAreSolvedUntilTheUserDecides) {
   form_.setKind(0, InputKind::Video);
   settle();
   EXPECT_EQ(form_.settings().sparse.cameraModel, "FULL_OPENCV");
-}
-
-TEST(SettingGroups, TheWindowShowsEverySettingThatMatters) {
-  Project project;
-  for (const Setting& setting : settingsTable()) {
-    EXPECT_EQ(isShown(setting, project), setting.key != std::string("continueFromCheckpoint")) << setting.key;
-  }
-  Setting row = settingNamed("refineEvery");
-  row.technique = gs::Technique::Mcmc;
-  EXPECT_FALSE(isShown(row, project));
-  project.training.technique = gs::Technique::Mcmc;
-  EXPECT_TRUE(isShown(row, project));
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 
 #include <cmath>
 
-#include "ui/models/view/render_pacer.h"
 #include "ui/viewport/viewport.h"
 
 namespace quor::ui::test {
@@ -51,9 +50,6 @@ TEST(OrbitCamera, TheSceneFollowsTheHand) {
   eye.pan(0.25, -0.1);
   const Vec3 after = seenAt(eye.camera(400, 200), {0, 0, 0});
   expectNear(after - before, {50, -20, 0});
-  const double distance = eye.distance();
-  eye.dolly(3);
-  EXPECT_NEAR(eye.distance(), distance * 0.9 * 0.9 * 0.9, kClose);
   const Vec3 place = eye.eye();
   eye.look(0.3, 0.1);
   expectNear(eye.eye(), place);
@@ -74,18 +70,6 @@ TEST(OrbitCamera, TakesOverAPhotographsView) {
   const gs::Camera same = eye.camera(600, 400);
   for (const Vec3& p : {Vec3{0.1, 0.2, 3}, Vec3{-1, 0.5, 6}}) expectNear(seenAt(same, p), seenAt(photograph, p));
   EXPECT_NEAR(length(eye.target() - eye.eye()), 4, kClose);
-}
-
-TEST(RenderPacer, DrawsSmallerWhileMovingAndLeavesTrainingItsShare) {
-  RenderPacer pacer;
-  EXPECT_EQ(pacer.edgeScale(1e6, true), 1);  // nothing known yet
-  pacer.drawn(1e6, 240);
-  EXPECT_EQ(pacer.edgeScale(1e6, false), 1);
-  const double scale = pacer.edgeScale(1e6, true);
-  EXPECT_LE(240 * scale * scale, 30);
-  EXPECT_GT(scale, 0.1);
-  EXPECT_GE(pacer.pause(false), 9 * 240);
-  EXPECT_LT(pacer.pause(true), pacer.pause(false));
 }
 
 TEST(Viewport, DrawsTheFrustumOfACameraWhereItStands) {

@@ -3,10 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "gs/files/checkpoint.h"
 #include "gs/files/eval_report.h"
 #include "gs/files/ply.h"
 #include "gs/files/splat_file.h"
+#include "support/small_checkpoint.h"
 #include "support/temp_folder.h"
 #include "ui/models/number_text.h"
 #include "ui/pump.h"
@@ -16,7 +16,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using test::pump;
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
@@ -78,9 +77,6 @@ TEST_F(ResultsTest, ReadsTheScoresThatTrainingWrites) {
 TEST_F(ResultsTest, SavesTheSceneElsewhereInBothFormats) {
   EXPECT_FALSE(results_.exportButton(ExportFormat::Ply).enabled);
   results_.show(readProjectFacts(project_));
-  EXPECT_THAT(results_.sceneLine(), HasSubstr("2 splats"));
-  EXPECT_EQ(results_.suggestedName(ExportFormat::Splat), "Garden.splat");
-
   EXPECT_EQ(exported(ExportFormat::Ply, folder_ / "out").title, "Scene saved");
   EXPECT_EQ(test::readFile(folder_ / "out.ply"), test::readFile(project_.sceneFile()));
   EXPECT_EQ(exported(ExportFormat::Splat, folder_ / "out.SPLAT").title, "Scene saved");
@@ -94,24 +90,16 @@ TEST_F(ResultsTest, SavesTheSceneElsewhereInBothFormats) {
 }
 
 TEST_F(ResultsTest, ACheckpointThatIsLookedAtCanBeSavedAsAScene) {
-  gs::GroupArrays moments;
-  for (size_t g = 0; g < gs::kGroupCount; ++g) moments[g].resize(2 * gs::kGroupWidths[g]);
-  gs::writeCheckpoint(project_.checkpointFile(), {}, set_, moments, moments);
+  test::writeSmallCheckpoint(project_.checkpointFile(), 10);
   results_.show(readSceneFacts(project_.checkpointFile()));
   EXPECT_EQ(results_.suggestedName(ExportFormat::Ply), "checkpoint.ply");
   EXPECT_EQ(exported(ExportFormat::Ply, folder_ / "c.ply").title, "Scene saved");
-  EXPECT_EQ(gs::readPly(folder_ / "c.ply").positions, set_.positions);
+  EXPECT_EQ(gs::readPly(folder_ / "c.ply").count, 1u);
 }
 
-TEST(Words, NumbersReadAsPeopleSayThem) {
-  EXPECT_THAT((std::vector{withThousands(0), withThousands(999), withThousands(1000), withThousands(1234567)}),
-              ElementsAre("0", "999", "1,000", "1,234,567"));
-  EXPECT_THAT((std::vector{sizeText(999), sizeText(1000), sizeText(12345678), sizeText(999960), sizeText(1500000000)}),
-              ElementsAre("999 bytes", "1.0 kB", "12.3 MB", "1.0 MB", "1.5 GB"));
-  EXPECT_THAT((std::vector{timeLeftText(0), timeLeftText(59), timeLeftText(61), timeLeftText(59.6 * 60),
-                           timeLeftText(80 * 60), timeLeftText(5.2 * 3600)}),
-              ElementsAre("less than a minute left", "less than a minute left", "about 1 min left", "about 1 h left",
-                          "about 1 h 20 min left", "about 5 h left"));
+TEST(Words, RoundingNeverShowsAThousandOrAnHourInTheSmallerUnit) {
+  EXPECT_EQ(sizeText(999960), "1.0 MB");
+  EXPECT_EQ(timeLeftText(59.6 * 60), "about 1 h left");
   for (const double unknown : {-1.0, std::nan(""), 1e9}) EXPECT_EQ(timeLeftText(unknown), "");
 }
 

@@ -6,27 +6,21 @@
 #include <random>
 
 #include "support/matches_pattern.h"
-#include "support/scoped_environment.h"
-#include "support/scripts.h"
-#include "ui/eventually.h"
-#include "ui/models/about.h"
+#include "support/temp_folder.h"
 #include "ui/models/settings/preferences_form.h"
 #include "ui/models/view/log_view.h"
 #include "ui/models/view/training_history.h"
 #include "ui/models/view/window_state.h"
+#include "ui/pump.h"
 
 namespace quor::ui {
 namespace {
 
-using test::eventually;
+using test::pump;
 using test::readFile;
-using test::ScopedEnvironment;
 using test::TempFolder;
 using test::writeFile;
-using test::writeScript;
 using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 std::vector<std::string> texts(const LogView& view) {
   std::vector<std::string> texts;
@@ -38,7 +32,6 @@ TEST(LogViewTest, ShowsWhatIsNewAndWhatTheFilterLetsThrough) {
   LogStore log(100);
   LogView view(log, 4);
   EXPECT_FALSE(view.update());
-  EXPECT_THAT(view.emptyText(), HasSubstr("Nothing has been logged"));
   log.info("one\x1b[2J");
   log.warning("Two");
   log.error("three");
@@ -62,9 +55,6 @@ TEST(LogViewTest, ShowsWhatIsNewAndWhatTheFilterLetsThrough) {
   view.update();
   EXPECT_EQ(view.count(LogLevel::Warning), 0);
   EXPECT_THAT(texts(view), ElementsAre("ten", "eleven, of which only four stay", "12t"));
-  view.clear();
-  EXPECT_FALSE(view.update());
-  EXPECT_THAT(texts(view), IsEmpty());
 }
 
 gs::TrainStatus at(int32_t step, float loss, uint64_t splats = 1000, double milliseconds = 10) {
@@ -87,8 +77,6 @@ TEST(TrainingHistoryTest, KeepsTheWholeRunInBoundedMemory) {
   for (const TrainingHistory::Point& point : history.points())
     EXPECT_EQ(point.splats, static_cast<float>(2 * point.step));
   EXPECT_NEAR(history.at(15000)->step, 15000, 512);
-  EXPECT_EQ(history.at(-5)->step, history.firstStep());
-  EXPECT_EQ(history.at(1e9)->step, history.lastStep());
 
   gs::TrainStatus loading = at(0, NAN);
   loading.state = gs::TrainState::Loading;
@@ -100,7 +88,6 @@ TEST(TrainingHistoryTest, KeepsTheWholeRunInBoundedMemory) {
 
 TEST(TrainingHistoryTest, OutliersDoNotFlattenACurve) {
   TrainingHistory history;
-  EXPECT_FALSE(history.range(Curve::Loss));
   history.add(at(1, NAN, 10, 0));
   EXPECT_FALSE(history.range(Curve::Loss));
   EXPECT_FALSE(history.range(Curve::Milliseconds));
@@ -112,12 +99,8 @@ TEST(TrainingHistoryTest, OutliersDoNotFlattenACurve) {
   EXPECT_LT(loss->low, 0.15F);
   EXPECT_GT(loss->low, 0.12F);
   EXPECT_LT(history.range(Curve::Milliseconds)->high, 30);
-  EXPECT_GT(history.range(Curve::Splats)->high, 5000);
-  EXPECT_EQ(history.range(Curve::Splats)->low, 0);
   history.add(at(501, 3.0F));  // what happens now is never cut off
   EXPECT_GT(history.range(Curve::Loss)->high, 3);
-  EXPECT_EQ(curveText(Curve::Splats, 1234567), "1,234,567");
-  EXPECT_EQ(curveText(Curve::Milliseconds, 12.34F), "12.3 ms");
 }
 
 TEST(WindowStateTest, SurvivesWhatIsDamagedOrOffScreen) {
@@ -131,7 +114,6 @@ TEST(WindowStateTest, SurvivesWhatIsDamagedOrOffScreen) {
   const WindowState read = WindowState::load(file);
   EXPECT_TRUE(read.maximised);
   EXPECT_FALSE(read.isOpen("log", true));
-  EXPECT_TRUE(read.isOpen("graphs", true));
   EXPECT_EQ(read.areaOn(std::vector{laptop, second}), state.area);
   EXPECT_EQ(read.areaOn(std::vector{laptop}), none.areaOn(std::vector{laptop}));
 
@@ -145,12 +127,6 @@ TEST(WindowStateTest, SurvivesWhatIsDamagedOrOffScreen) {
   }
 }
 
-TEST(AboutTest, NamesTheDeviceAndItsQueues) {
-  EXPECT_EQ(gpuStatusLine("Card", true), "GPU: Card (one queue shared by UI and training)");
-  EXPECT_EQ(About::of("Card — Vulkan", "Card", false).copyText(),
-            "Ombrelux 1.1.3\nCard — Vulkan\nGPU: Card (separate compute queue)\n");
-}
-
 class PreferencesFormTest : public testing::Test {
  protected:
   PreferencesForm::Parts parts() {
@@ -162,38 +138,16 @@ class PreferencesFormTest : public testing::Test {
   }
 
   const TempFolder folder_;
-  const ScopedEnvironment path_{"PATH", toUtf8(folder_ / "bin").c_str()};
-  const ScopedEnvironment home_{"HOME", toUtf8(folder_.path()).c_str()};
   Preferences preferences_;
 };
-
-TEST_F(PreferencesFormTest, TellsWhatTheToolsPathsLeadTo) {
-  writeScript(folder_ / "bin/ffmpeg", "");
-  const auto ffmpeg = writeScript(folder_ / "mine/bin/ffmpeg", "");
-  PreferencesForm form(parts());
-  const auto text = [&] { return form.finding(PreferencesForm::Tool::Ffmpeg).text; };
-  const auto found = [&](const std::string& wanted) {
-    return eventually(form, [&] { return form.tools() && text() == wanted; });
-  };
-  EXPECT_TRUE(found(toUtf8(folder_ / "bin/ffmpeg") + " (PATH)"));
-  form.preferences().ffmpegPath = toUtf8(folder_ / "mine");
-  EXPECT_EQ(text(), "Looking for it...");
-  EXPECT_TRUE(found(toUtf8(ffmpeg) + " (settings)"));
-  form.preferences().ffmpegPath = "/nowhere";
-  EXPECT_TRUE(eventually(form, [&] { return form.finding(PreferencesForm::Tool::Ffmpeg).misguided; }));
-  EXPECT_THAT(text(), HasSubstr("In use instead: " + toUtf8(folder_ / "bin/ffmpeg") + " (PATH)"));
-  if (!form.tools()->colmap) {  // which may be installed where it is found without PATH
-    EXPECT_TRUE(form.finding(PreferencesForm::Tool::Colmap).missing);
-  }
-}
 
 TEST_F(PreferencesFormTest, SavesAMomentAfterTheLastChangeAndAtTheEnd) {
   {
     PreferencesForm form(parts());
-    EXPECT_TRUE(eventually(form, [&] { return form.tools().has_value(); }));
+    EXPECT_TRUE(pump(form, [&] { return form.tools().has_value(); }));
     EXPECT_EQ(saved(), "");  // nothing has changed
     preferences_.addRecent("/p");
-    EXPECT_TRUE(eventually(form, [&] { return saved().find("\"/p\"") != std::string::npos; }));
+    EXPECT_TRUE(pump(form, [&] { return saved().find("\"/p\"") != std::string::npos; }));
     form.preferences().uiScale = 1.5F;
   }
   EXPECT_EQ(Preferences::load(folder_ / "data/settings.json"), preferences_);
@@ -203,17 +157,16 @@ TEST_F(PreferencesFormTest, SavesAMomentAfterTheLastChangeAndAtTheEnd) {
   blocked.file = folder_ / "file/settings.json";
   PreferencesForm form(blocked);
   form.preferences().uiScale = 2;
-  EXPECT_TRUE(eventually(form, [&] { return !form.saveMessage().empty(); }));
+  EXPECT_TRUE(pump(form, [&] { return !form.saveMessage().empty(); }));
 }
 
 TEST_F(PreferencesFormTest, ChoosesADeviceForTheNextStart) {
   preferences_.deviceIndex = 1;
   PreferencesForm form(parts());
   form.listDevices();
-  EXPECT_TRUE(eventually(form, [&] { return !form.devices().empty(); }));
+  EXPECT_TRUE(pump(form, [&] { return !form.devices().empty(); }));
   EXPECT_THAT(form.devices(), ElementsAre("Automatic", "A — Vulkan 1.3", "B — Vulkan 1.2"));
   EXPECT_EQ(form.chosenDevice(), 2);
-  EXPECT_FALSE(form.deviceNeedsRestart());
   form.chooseDevice(0);
   EXPECT_EQ(preferences_.deviceIndex, -1);
   EXPECT_TRUE(form.deviceNeedsRestart());
@@ -222,7 +175,7 @@ TEST_F(PreferencesFormTest, ChoosesADeviceForTheNextStart) {
   broken.listDevices = []() -> std::vector<std::string> { throw std::runtime_error("No Vulkan loader."); };
   PreferencesForm without(broken);
   without.listDevices();
-  EXPECT_TRUE(eventually(without, [&] { return without.deviceMessage() == "No Vulkan loader."; }));
+  EXPECT_TRUE(pump(without, [&] { return without.deviceMessage() == "No Vulkan loader."; }));
 }
 
 }  // namespace

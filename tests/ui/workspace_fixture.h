@@ -4,10 +4,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "gs/files/checkpoint.h"
 #include "gs/files/ply.h"
 #include "sfm/fake_colmap.h"
+#include "support/bare_dataset.h"
 #include "support/fake_trainer.h"
+#include "support/small_checkpoint.h"
 #include "support/temp_folder.h"
 #include "ui/models/project/workspace.h"
 #include "ui/pump.h"
@@ -45,7 +46,7 @@ class WorkspaceTest : public ::testing::Test {
                          },
                          [this] { return occupied_; },
                          {},
-                         [this](const fs::path& folder) { return folder == showable_; },
+                         [](const fs::path&) { return true; },
                          find});
   }
 
@@ -75,8 +76,7 @@ class WorkspaceTest : public ::testing::Test {
   }
   fs::path dataset(const std::string& name) {
     const fs::path path = folder_ / name;
-    gs::colmap::writeModel(path / "sparse/0", modelOf({"a.jpg", "b.jpg"}), {}, gs::colmap::Encoding::Binary);
-    fs::create_directories(path / "images");
+    writeBareDataset(path);
     return path;
   }
   // A project with two solved cameras, opened.
@@ -86,13 +86,6 @@ class WorkspaceTest : public ::testing::Test {
     project.training.technique = gs::Technique::Vanilla;
     project.save();
     return project;
-  }
-  void writeCheckpoint(const Project& project, uint32_t step) {
-    gs::CheckpointHeader header;
-    header.step = step;
-    gs::GroupArrays moments;
-    for (size_t g = 0; g < gs::kGroupCount; ++g) moments[g].resize(gs::kGroupWidths[g]);
-    gs::writeCheckpoint(project.checkpointFile(), header, oneSplat(), moments, moments);
   }
   // The one notice there is, which is taken away.
   Notice notice() {
@@ -109,7 +102,6 @@ class WorkspaceTest : public ::testing::Test {
   LogStore log_{1000};
   FakeTrainer trainer_;
   bool occupied_ = false;
-  fs::path showable_;  // the one folder that the file manager can show
   std::unique_ptr<Workspace> workspace_;
 };
 

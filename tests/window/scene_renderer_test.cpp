@@ -3,19 +3,18 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cmath>
-#include <functional>
-#include <thread>
 
 #include "gs/render/renderer.h"
 #include "support/gpu_fixture.h"
 #include "support/random_splats.h"
+#include "support/wait_until.h"
 
 namespace quor::ui::test {
 namespace {
 
 using quor::test::randomScene;
+using quor::test::waitUntil;
 
 class SceneRendererTest : public gs::GpuTest {
  protected:
@@ -25,19 +24,10 @@ class SceneRendererTest : public gs::GpuTest {
   }
   RenderedPicture next() {
     std::optional<RenderedPicture> picture;
-    const bool drawn = comesTrue([&] { return (picture = renderer.take()).has_value(); });
+    const bool drawn = waitUntil([&] { return (picture = renderer.take()).has_value(); });
     if (!drawn) throw std::runtime_error("No picture came. " + renderer.failure());
     return *std::move(picture);
   }
-  static bool comesTrue(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(2);
-    while (std::chrono::steady_clock::now() < deadline) {
-      if (condition()) return true;
-      std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return false;
-  }
-
   std::vector<uint8_t> expected(const gs::GaussianSet& set, const RenderRequest& request) {
     gs::SplatStore splats(context, gs::SplatStore::Use::RenderOnly);
     splats.upload(transfer, set);
@@ -112,7 +102,7 @@ TEST_F(SceneRendererTest, FollowsARunningTraining) {
     const gs::GaussianSet set = randomScene(100 * seed, seed);
     gs::SplatStore trained(context, gs::SplatStore::Use::Training);
     trained.upload(transfer, set);
-    ASSERT_TRUE(comesTrue([&] { return live.offer(stream, trained, 3); }));
+    ASSERT_TRUE(waitUntil([&] { return live.offer(stream, trained, 3); }));
     const RenderedPicture drawn = next();
     EXPECT_EQ(drawn.splats, set.count);
     EXPECT_EQ(different(drawn.rgba, expected(set, r)), 0u);
@@ -124,7 +114,7 @@ TEST_F(SceneRendererTest, GoesOnAfterASceneThatCannotBeDrawn) {
   tooLarge->count = 100'000'000;
   renderer.setScene(tooLarge);
   renderer.request(request());
-  ASSERT_TRUE(comesTrue([&] { return renderer.failure().find("too many splats") != std::string::npos; }));
+  ASSERT_TRUE(waitUntil([&] { return renderer.failure().find("too many splats") != std::string::npos; }));
   const auto scene = std::make_shared<gs::GaussianSet>(randomScene(50, 7));
   renderer.setScene(scene);
   EXPECT_EQ(different(next().rgba, expected(*scene, request())), 0u);
@@ -145,7 +135,7 @@ TEST_F(SceneRendererTest, FreesTheMemoryOfWhatIsNoLongerShown) {
   renderer.setScene(std::make_shared<gs::GaussianSet>(randomScene(20000, 8)));
   next();
   renderer.request(std::nullopt);  // and when nothing is
-  EXPECT_TRUE(comesTrue([&] { return gs::GpuBuffer::liveBytes() <= empty; }));
+  EXPECT_TRUE(waitUntil([&] { return gs::GpuBuffer::liveBytes() <= empty; }));
 }
 
 }  // namespace

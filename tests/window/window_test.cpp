@@ -2,15 +2,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <functional>
-#include <thread>
 #include <utility>
 
 #include "gs/files/ply.h"
 #include "support/scripts.h"
+#include "support/wait_until.h"
 #include "virtual_screen.h"
 
 namespace quor::test {
@@ -55,20 +54,12 @@ gs::GaussianSet scene() {
 class WindowTest : public testing::Test {
  protected:
   // False when it ends, or never comes to it.
-  bool waitFor(const ChildProgram& program, const std::function<bool()>& condition) const {
-    const auto patience = std::chrono::steady_clock::now() + std::chrono::minutes(2);
-    while (program.running() && std::chrono::steady_clock::now() < patience) {
-      if (condition()) return true;
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
-    return false;
+  static bool waitFor(const ChildProgram& program, const std::function<bool()>& condition) {
+    bool met = false;
+    return waitUntil([&] { return (met = condition()) || !program.running(); }) && met;
   }
   static bool ends(const ChildProgram& program) {
-    const auto patience = std::chrono::steady_clock::now() + std::chrono::minutes(2);
-    while (program.running() && std::chrono::steady_clock::now() < patience) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return !program.running();
+    return waitUntil([&] { return !program.running(); });
   }
   std::string log() const {
     const std::filesystem::path file = folder_ / "home/Ombrelux/logs/Ombrelux.log";
