@@ -58,7 +58,7 @@ class RadixSorterTest : public GpuTest {
 };
 
 TEST_F(RadixSorterTest, BlockBordersAndDigits) {
-  for (const uint32_t count : {0u, 1u, 2u, 3u, 31u, 33u, 1023u, 1024u, 1025u, 4095u, 4097u, 66'000u}) {
+  for (const uint32_t count : {0u, 1u, 2u, 3u, 31u, 33u, 1023u, 1024u, 1025u, 4095u, 4097u, 1'000'001u}) {
     sortAndCompare(randomKeys(count), 32);
     sortAndCompare(randomKeys(count, 0x3F), 6);  // many equal keys: their order must stay
   }
@@ -75,22 +75,11 @@ TEST_F(RadixSorterTest, TheLargestKeyIsNoPadding) {
   sortAndCompare(std::vector<uint32_t>(1025, UINT32_MAX), 32);
 }
 
-TEST_F(RadixSorterTest, AMillion) {
-  sortAndCompare(randomKeys(1'000'001), 32);
-}
-
 TEST_F(RadixSorterTest, BeyondTheReservedSizeIsAFault) {
   const GpuBuffer small = makeBuffer(std::vector<uint32_t>(8, 1));
-  const auto sortError = [&](RadixSorter& sorter, uint32_t count) {
-    return test::thrownText([&] { sorter.sort(stream, small, small, small, small, count, 0); });
-  };
   RadixSorter sorter(context);
-  EXPECT_EQ(sortError(sorter, 1), "no exception");
-  EXPECT_EQ(sortError(sorter, 2), "RadixSorter used beyond its reserved size");
-  sorter.reserve(1'000'000);  // 977 blocks need less than the smallest histogram, made for 1536
-  EXPECT_EQ(sortError(sorter, 1536 * 1024), "no exception");
-  EXPECT_EQ(sortError(sorter, 1536 * 1024 + 1), "RadixSorter used beyond its reserved size");
-
+  EXPECT_EQ(test::thrownText([&] { sorter.sort(stream, small, small, small, small, 2, 0); }),
+            "RadixSorter used beyond its reserved size");
   RunSorter runs(context);
   EXPECT_EQ(test::thrownText([&] { runs.sort(stream, small, small, small, small, 2, 0); }),
             "RunSorter used beyond its reserved size");

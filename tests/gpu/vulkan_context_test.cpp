@@ -17,7 +17,6 @@ namespace {
 
 using test::ScopedEnvironment;
 using test::TempFolder;
-using testing::EndsWith;
 using testing::HasSubstr;
 
 std::string contextError(const ContextOptions& options) {
@@ -28,30 +27,8 @@ TEST(VulkanContext, TheDeviceIndexIsChecked) {
   const auto count = static_cast<int32_t>(listDevices().size());
   EXPECT_EQ(contextError({.deviceIndex = count}), "Vulkan device index out of range");
   EXPECT_EQ(contextError({.deviceIndex = count - 1}), "no exception");
-  {
-    const ScopedEnvironment automatic("QUOR_DEVICE", "-1");
-    EXPECT_EQ(contextError({.deviceIndex = count}), "no exception");
-  }
   const ScopedEnvironment beyond("QUOR_DEVICE", std::to_string(count).c_str());
   EXPECT_EQ(contextError({}), "Vulkan device index out of range");
-}
-
-TEST(VulkanContext, FallbacksByEnvironment) {
-  const ScopedEnvironment force("QUOR_FORCE_FALLBACKS", "1");
-  for (const DeviceInfo& info : listDevices()) {
-    EXPECT_THAT(describe(info), EndsWith(", float atomics emulated, subgroup reduce no"));
-  }
-  const VulkanContext context({});
-  EXPECT_FALSE(context.info().floatAtomics);
-  EXPECT_FALSE(context.info().subgroupReduce);
-}
-
-TEST(VulkanContext, FreeMemoryShrinksWithBuffers) {
-  VulkanContext context({});
-  const uint64_t before = context.freeMemory();
-  if (context.info().memoryBudget) GTEST_SKIP() << "other processes move the budget";
-  const GpuBuffer buffer(context, 1 << 20, BufferKind::Device, "some");
-  EXPECT_EQ(context.freeMemory(), before - (1 << 20));
 }
 
 TEST(VulkanContext, ImplicitLayersAreKeptOutUnlessAllowed) {

@@ -4,18 +4,16 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <sstream>
-#include <thread>
 
 #include "base/files/paths.h"
-#include "base/image/image.h"
 #include "gs/files/checkpoint.h"
 #include "gs/files/ply.h"
 #include "support/gpu_fixture.h"
 #include "support/small_capture.h"
 #include "support/temp_folder.h"
 #include "support/train_outputs.h"
+#include "support/wait_until.h"
 
 namespace quor::gs {
 namespace {
@@ -52,15 +50,12 @@ class EngineTest : public GpuTest {
     return std::any_of(entries.begin(), entries.end(),
                        [&](const LogEntry& entry) { return entry.text.compare(0, start.size(), start) == 0; });
   }
-  // Waits for a condition on the running job; false when the job ended or time is up.
+  // Waits for a condition on the running job; false when the job ended without it.
   template <class Condition>
   bool waitUntil(Condition condition) const {
-    const auto limit = std::chrono::steady_clock::now() + std::chrono::minutes(2);
-    while (!condition()) {
-      if (!engine.running() || std::chrono::steady_clock::now() > limit) return false;
-      std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
+    bool met = false;
+    test::waitUntil([&] { return (met = condition()) || !engine.running(); });
+    return met;
   }
   std::string runLog() const { return test::readFile(folder_ / "output/training.log"); }
   bool exists(const char* name) const { return std::filesystem::exists(folder_ / "output" / name); }
@@ -151,15 +146,6 @@ TEST_F(EngineTest, HeldOutViewsLeaveAReportThatBelongsToTheScene) {
   float sum = 0;
   while (std::getline(scores, line)) sum += std::stof(line.substr(line.find(',') + 1));
   EXPECT_NEAR(sum / 2, result->evaluation.psnr, 1e-3);
-  size_t pictures = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(folder_ / "output/eval")) {
-    if (entry.path().extension() != ".png") continue;
-    const Image both = readImage(entry.path());
-    EXPECT_EQ(std::pair(both.width, both.height), std::pair(128, 48));
-    ++pictures;
-  }
-  EXPECT_EQ(pictures, 2u);
-
   // No report can be written: the scene is there all the same.
   std::filesystem::remove_all(folder_ / "output/eval");
   test::writeFile(folder_ / "output/eval", "in the way");

@@ -1,10 +1,9 @@
 #include <gmock/gmock.h>
-#include <signal.h>
-#include <sys/resource.h>
 
 #include "base/parallel.h"
 #include "base/split_mix64.h"
 #include "gs/data/host_image_cache.h"
+#include "support/file_size_limit.h"
 #include "support/temp_folder.h"
 
 namespace quor::gs {
@@ -19,24 +18,6 @@ Image noise(int width, int height, uint64_t seed) {
   for (uint8_t& value : image.rgb) value = static_cast<uint8_t>(random.next());
   return image;
 }
-
-// The process's files may grow to this length; beyond it the system refuses, as a full disk does.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(rlim_t bytes) : handler_(signal(SIGXFSZ, SIG_IGN)) {
-    getrlimit(RLIMIT_FSIZE, &before_);
-    const rlimit limit{bytes, before_.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  ~FileSizeLimit() {
-    setrlimit(RLIMIT_FSIZE, &before_);
-    signal(SIGXFSZ, handler_);
-  }
-
- private:
-  rlimit before_{};
-  sighandler_t handler_;
-};
 
 TEST(HostImageCache, GivesEveryPictureBackFromMemoryOrFileOnAnyThread) {
   const test::TempFolder folder;
@@ -67,7 +48,7 @@ TEST(HostImageCache, SaysWhatToDoWhenTheDiskIsFull) {
   const Image image = noise(1000, 400, 1);  // 1.2 MB
   const StoredImage first = pool.store(image);
   {
-    const FileSizeLimit limit(2'000'000);
+    const test::FileSizeLimit limit(2'000'000);
     EXPECT_EQ(thrownText([&] { pool.store(image); }),
               "The photographs do not fit into memory, and " + toUtf8(folder.path()) +
                   " cannot take the rest of them (at least 3 MB): File too large. Make room there, or lower the "

@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <thread>
 
 #include "gs/files/ply.h"
@@ -13,6 +12,7 @@
 #include "support/small_capture.h"
 #include "support/temp_folder.h"
 #include "support/train_outputs.h"
+#include "support/wait_until.h"
 
 namespace quor::gs {
 namespace {
@@ -60,21 +60,10 @@ TEST_F(LiveSceneTest, TrainingGoesOnWhileSomebodyReads) {
   job.iterations = 60;
   job.downscaleLevels = 0;
   job.evalMode = false;
-  const auto waitUntil = [&](auto condition) {
-    const auto limit = std::chrono::steady_clock::now() + std::chrono::minutes(2);
-    while (engine.running() && !condition() && std::chrono::steady_clock::now() < limit) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-  };
-  live.want();
-  engine.startTraining(job);  // not to be looked at
-  ASSERT_TRUE(engine.wait());
-  EXPECT_EQ(live.read().version(), 0u);
-
   job.liveView = true;
   engine.startTraining(job);
   live.want();
-  waitUntil([&] { return live.read().version() > 0; });
+  test::waitUntil([&] { return !engine.running() || live.read().version() > 0; });
   uint32_t seen = 0;
   {
     const LiveScene::Reading reading = live.read();

@@ -144,8 +144,6 @@ TEST(Seed, FewPointsAreReplacedByRandomOnesWithinTheScene) {
   set = seed(points, settings);
   EXPECT_EQ(set.count, 10000u);
   EXPECT_LE(std::abs(set.positions[0] - 10), 0.0011f);
-  settings.randomWhenSparse = false;
-  EXPECT_EQ(seed(points, settings).positions, points.positions);
   EXPECT_EQ(seed(cloud(100), SeedSettings{}).positions, cloud(100).positions);
 }
 

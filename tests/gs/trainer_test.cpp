@@ -77,14 +77,6 @@ TEST_F(TrainerTest, PhotographsComeOverTheSameWhetherResidentOrNot) {
   }
 }
 
-TEST_F(TrainerTest, PhotographsReserveTheMemoryThatTheyTakeAtAnyLevel) {
-  const std::vector<View>& views = room().training;  // 96 x 64
-  const uint64_t one = 96 * 64 * 3, all = views.size() * one;
-  EXPECT_EQ(DeviceImageCache::mostBytes(views, all, 0), all + one);
-  EXPECT_EQ(DeviceImageCache::mostBytes(views, all - 1, 0), one) << "they stay on the host";
-  EXPECT_EQ(DeviceImageCache::mostBytes(views, all - 1, 2), all / 4 + one) << "resident while they are smaller";
-}
-
 TEST_F(TrainerTest, WhenMemoryRunsOutTheSplatsAreThoseOfTheLastStep) {
   // The first pass needs more room than there is.
   for (const Technique technique : {Technique::Vanilla, Technique::Mcmc}) {

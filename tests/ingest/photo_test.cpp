@@ -51,24 +51,16 @@ TEST(Photo, EveryKindOfPixelBecomesRgb) {
   const TempFolder folder;
   const Image image = quarters(64, 48);
   for (const auto& [id, format] : {std::pair{AV_CODEC_ID_PNG, AV_PIX_FMT_RGB48BE},
-                                   {AV_CODEC_ID_PNG, AV_PIX_FMT_RGBA64BE},
                                    {AV_CODEC_ID_TIFF, AV_PIX_FMT_RGB48LE},
-                                   {AV_CODEC_ID_TIFF, AV_PIX_FMT_YUV444P},
-                                   {AV_CODEC_ID_BMP, AV_PIX_FMT_BGR24},
                                    {AV_CODEC_ID_BMP, AV_PIX_FMT_RGB565LE},
-                                   {AV_CODEC_ID_TARGA, AV_PIX_FMT_BGR24},
                                    {AV_CODEC_ID_TARGA, AV_PIX_FMT_BGRA},
                                    {AV_CODEC_ID_WEBP, AV_PIX_FMT_RGB32},
-                                   {AV_CODEC_ID_MJPEG, AV_PIX_FMT_YUVJ444P},
                                    {AV_CODEC_ID_MJPEG, AV_PIX_FMT_YUVJ422P}}) {
     const Photo photo = readPhoto(writeFile(folder / "a.tif", encoded(id, format, image)));
     EXPECT_LT(meanDifference(photo.image, image), 5) << avcodec_get_name(id) << " " << av_get_pix_fmt_name(format);
   }
   for (const auto& [id, format] : {std::pair{AV_CODEC_ID_PNG, AV_PIX_FMT_GRAY8},
-                                   {AV_CODEC_ID_PNG, AV_PIX_FMT_GRAY16BE},
-                                   {AV_CODEC_ID_PNG, AV_PIX_FMT_YA8},
                                    {AV_CODEC_ID_PNG, AV_PIX_FMT_YA16BE},
-                                   {AV_CODEC_ID_TIFF, AV_PIX_FMT_GRAY16LE},
                                    {AV_CODEC_ID_TARGA, AV_PIX_FMT_GRAY8}}) {
     const Photo photo = readPhoto(writeFile(folder / "a.png", encoded(id, format, image)));
     const auto [r, g, b] = pixel(photo.image, 60, 40);
@@ -209,18 +201,6 @@ TEST(Exif, BothByteOrdersSayTheSame) {
     const PhotoInfo sensor = parseExif(asBytes(exifOf({9, "", "", 50, 0, 4233.333, 6000}, big)));
     EXPECT_NEAR(sensor.focal35mm, 50, 0.01);
     EXPECT_EQ(sensor.orientation, 1);
-  }
-}
-
-TEST(Exif, WhatIsWrittenReadsBackUpright) {
-  for (const PhotoInfo& info : {PhotoInfo{6, "Maker", "Odd", 26, 4.25}, PhotoInfo{1, "ab", "", 0, 300},
-                                PhotoInfo{3, "", "m", 24, 0}, PhotoInfo{}}) {
-    const PhotoInfo back = parseExif(writeExif(info));
-    EXPECT_EQ(back.orientation, 1);
-    EXPECT_EQ(back.make, info.make);
-    EXPECT_EQ(back.model, info.model);
-    EXPECT_EQ(back.focal35mm, info.focal35mm);
-    EXPECT_EQ(back.focalLength, info.focalLength);
   }
 }
 

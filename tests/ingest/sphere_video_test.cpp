@@ -1,11 +1,9 @@
 #include <gmock/gmock.h>
 
-#include <cmath>
 #include <numbers>
 
 #include "ingest/extraction.h"
 #include "ingest/frame_extractor.h"
-#include "ingest/sphere/sphere_views.h"
 
 namespace quor {
 namespace {
@@ -15,48 +13,6 @@ using test::colourAt;
 using test::makeClip;
 using test::TestExtraction;
 using testing::HasSubstr;
-
-TEST(SphereViews, LieAroundTheHorizonAndAtThePoles) {
-  IngestSettings settings;
-  settings.viewsPerFrame = 1;
-  ASSERT_EQ(sphereViews(settings).size(), 3u);
-  EXPECT_EQ(sphereViews(settings)[2].yaw, -120);
-  settings.viewsPerFrame = 6;
-  settings.includePoles = true;
-  settings.pitchOffset = 10;
-  std::string text;
-  for (const SphereView& view : sphereViews(settings)) {
-    text +=
-        view.name + " " + std::to_string(std::lround(view.yaw)) + " " + std::to_string(std::lround(view.pitch)) + ",";
-  }
-  EXPECT_EQ(text, "v00 0 10,v01 60 10,v02 120 10,v03 180 10,v04 -120 10,v05 -60 10,vup 0 90,vdn 0 -90,");
-  settings.viewResolution = 1001;
-  EXPECT_EQ(sphereViewSize(settings), 1000);
-  settings.viewResolution = 100;
-  EXPECT_EQ(sphereViewSize(settings), 256);
-  settings.fisheyeFieldOfView = 3;
-  EXPECT_DOUBLE_EQ(fisheyeCamera(settings, 1000)[0], fisheyeCamera({.fisheyeFieldOfView = 10}, 1000)[0]);
-}
-
-TEST(SphereVideo, BecomesViewsOfOneCamera) {
-  TestExtraction extraction;
-  extraction.settings.viewResolution = 256;
-  extraction.settings.viewsPerFrame = 4;
-  extraction.settings.includePoles = true;
-  extraction.settings.fieldOfView = 80;
-  extraction.settings.targetFrameCount = 20;
-  extraction.settings.blurRejection = false;
-  const auto clip = makeClip(extraction.folder / "a.mp4", std::string("testsrc=size=512x256:rate=8:duration=1"));
-  const ExtractionResult result = extraction.run(clip, InputKind::Video360);
-  EXPECT_EQ(result.frames.size(), 8u * 6u);  // at least 8 a view
-  EXPECT_EQ(result.frames[1].filename(), "f00001_v01.jpg");
-  ASSERT_EQ(result.groups.size(), 1u);
-  EXPECT_EQ(result.groups[0].cameraModel, "PINHOLE");
-  ASSERT_EQ(result.groups[0].cameraParams.size(), 4u);
-  ASSERT_TRUE(result.knownIntrinsics);
-  EXPECT_THAT(extraction.logged(), testing::AllOf(HasSubstr("360 video: "), HasSubstr(" spheres x 6 views"),
-                                                  HasSubstr("6 rectilinear views (f=152.5 px)")));
-}
 
 TEST(SphereVideo, OfAnotherShapeIsWarnedAboutAndImpossibleViewsAreRefused) {
   TestExtraction extraction;

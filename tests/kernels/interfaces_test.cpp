@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <map>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -27,14 +26,12 @@ using kernels::Access;
 
 struct Declared {
   std::vector<kernels::Binding> bindings;
-  std::vector<kernels::Field> fields;
   size_t pushBytes;
 };
 
 template <class K>
 Declared declared() {
-  constexpr auto fields = K::pushFields();
-  return {{K::kBindings.begin(), K::kBindings.end()}, {fields.begin(), fields.end()}, sizeof(typename K::Push)};
+  return {{K::kBindings.begin(), K::kBindings.end()}, sizeof(typename K::Push)};
 }
 
 const std::map<std::string, Declared>& declarations() {
@@ -86,17 +83,9 @@ TEST(KernelInterfaces, AreThoseThatTheHostDeclares) {
     const SpirvReader module(wordsOf(kernel));
     EXPECT_EQ(accessOf(host.bindings), module.access());
     EXPECT_EQ(host.pushBytes, module.pushBytes());
-    ASSERT_EQ(host.fields.size(), module.pushFields().size());
-    for (size_t i = 0; i < host.fields.size(); ++i) {
-      EXPECT_EQ(host.fields[i].offset, module.pushFields()[i].offset) << "field " << i;
-      EXPECT_EQ(host.fields[i].size, module.pushFields()[i].size) << "field " << i;
-    }
     EXPECT_LE(host.bindings.size(), 16u);
     EXPECT_LE(host.pushBytes, 128u);
-
-    const KernelModule inspected = inspectModule(wordsOf(kernel));
-    EXPECT_EQ(inspected.bindings, host.bindings.size());
-    EXPECT_EQ(inspected.localSize, module.localSize());
+    EXPECT_EQ(inspectModule(wordsOf(kernel)).bindings, host.bindings.size());
   }
   for (const auto& [name, host] : declarations()) EXPECT_GT(used[name], 0) << name << " is declared and not embedded";
 }
@@ -129,10 +118,6 @@ TEST(KernelInterfaces, WhatADeviceLacksIsSaidBeforeAnythingIsBuilt) {
   device = ample();
   device.maxGroupInvocations = 128;
   EXPECT_EQ(why(device, "activate"), "it needs 256 invocations in a work group, and this GPU allows 128");
-  EXPECT_EQ(why(device, "rasterize_forward_pairs"), "");
-  device = ample();
-  device.maxGroupSize = {1024, 8, 64};
-  EXPECT_EQ(why(device, "ssim_blur15"), "it needs 16 invocations along a work group's side, and this GPU allows 8");
   device = ample();
   device.maxSharedBytes = 16384;
   EXPECT_EQ(why(device, "sift_match_tiles"), "it needs 16896 bytes of shared memory, and this GPU allows 16384");
@@ -142,30 +127,14 @@ TEST(KernelInterfaces, WhatADeviceLacksIsSaidBeforeAnythingIsBuilt) {
   device.floatAtomics = false;
   EXPECT_EQ(why(device, "rasterize_forward_pairs"), "");
   EXPECT_EQ(why(device, "rasterize_backward:SG=1,NATIVE_ATOMIC=0"), "");
-  for (const char* name :
-       {"rasterize_backward_pairs", "rasterize_backward_wide", "rasterize_backward:SG=0,NATIVE_ATOMIC=1"}) {
-    EXPECT_EQ(why(device, name), "it needs native float atomics, which this GPU does not offer") << name;
-  }
+  EXPECT_EQ(why(device, "rasterize_backward_pairs"), "it needs native float atomics, which this GPU does not offer");
   device = ample();
   device.subgroupReduce = device.subgroupShuffle = false;
-  for (const char* name : {"rasterize_forward_pairs", "loss_strips", "rasterize_backward:SG=1,NATIVE_ATOMIC=0"}) {
-    EXPECT_EQ(why(device, name), "it needs subgroup operations that this GPU does not offer") << name;
-  }
+  EXPECT_EQ(why(device, "loss_strips"), "it needs subgroup operations that this GPU does not offer");
   EXPECT_EQ(why(device, "rasterize_backward:SG=0,NATIVE_ATOMIC=0"), "");
   device = ample();
   device.packedDot = false;
   EXPECT_EQ(why(device, "sift_match_tiles_packed"), "it needs packed dot products, which this GPU does not offer");
-}
-
-// Shared memory is counted as it would lie in a storage buffer: three floats take the room of four.
-TEST(KernelInterfaces, SharedMemoryIsCounted) {
-  const std::vector<EmbeddedKernel> all = allKernels();
-  const auto shared = [&](std::string_view name) { return inspectModule(wordsOf(kernelNamed(all, name))).sharedBytes; };
-  EXPECT_EQ(shared("scan_add"), 0u);
-  EXPECT_EQ(shared("scan_block"), 256u * 4);
-  EXPECT_EQ(shared("loss_partials"), 256u * 16);
-  EXPECT_GE(shared("rasterize_forward"), 256u * (8 + 16 + 16) + 4);
-  EXPECT_LE(shared("rasterize_forward"), 256u * (8 + 16 + 16) + 16);
 }
 
 using KernelFallbackTest = GpuFallbackTest;

@@ -76,13 +76,6 @@ TEST_F(GpuMatchingStep, ColmapOnlyVerifies) {
   EXPECT_THAT(logText(), HasSubstr("(1 with matches, 70 matches)\n"));
 }
 
-TEST_F(GpuMatchingStep, FallsBackOnOtherFeatures) {
-  features.addImage(4, "d.jpg", Descriptors(2 * 64), 64);
-  expectFallback(
-      "The features are not 128-byte SIFT descriptors (64 columns, 128 bytes for d.jpg), so COLMAP matches "
-      "them itself.\n");
-}
-
 TEST_F(GpuMatchingStep, FallsBackOnAFailureHalfWay) {
   verified();
   features.execute(
@@ -93,12 +86,6 @@ TEST_F(GpuMatchingStep, FallsBackOnAFailureHalfWay) {
 
 TEST_F(GpuMatchingStep, FallsBackWhenNothingIsVerified) {
   expectFallback(impossible("no image pair shared enough features to verify"));
-}
-
-TEST_F(GpuMatchingStep, FallsBackWhenColmapCannotVerify) {
-  verified();
-  colmap.on("matches_importer", "exit 3");
-  expectFallback(impossible("matches_importer failed (COLMAP exit code 3)"));
 }
 
 TEST_F(GpuMatchingStep, FallsBackOnNamesThatAListCannotHold) {

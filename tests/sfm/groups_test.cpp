@@ -90,11 +90,6 @@ TEST_F(Groups, KeepKnownCamerasAsTheyAre) {
   EXPECT_THAT(colmap.call("mapper"),
               HasSubstr(" --Mapper.ba_refine_focal_length 0 --Mapper.ba_refine_principal_point 0 "
                         "--Mapper.ba_refine_extra_params 0 "));
-  project.sparse.mapper = MapperKind::Global;
-  reached = 0;
-  solve(colmap);
-  EXPECT_THAT(colmap.call("global_mapper"), HasSubstr(" --GlobalMapper.ba_refine_focal_length 0 "));
-  EXPECT_EQ(colmap.call("view_graph_calibrator"), "");
 }
 
 }  // namespace

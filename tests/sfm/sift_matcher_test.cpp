@@ -114,17 +114,6 @@ TEST_F(SiftMatcherTest, AFeatureThatIsThereTwiceMatchesNothing) {
   }
 }
 
-// Bytes all at their largest stay within what a key and a float hold.
-TEST_F(SiftMatcherTest, LargestDescriptors) {
-  const Descriptors largest(128, 255);
-  Descriptors two(2 * 128, 255);
-  std::fill_n(two.begin() + 128, 126, uint8_t{0});
-  for (const Kernel kernel : kernels()) {
-    EXPECT_EQ(match({largest, two}, {{0, 1}}, kernel)[0], expected(largest, two));
-    EXPECT_EQ(match({largest, two}, {{0, 1}}, kernel)[0], (Matches{{0, 0}}));
-  }
-}
-
 TEST_F(SiftMatcherTest, TensOfThousandsOfFeaturesInManySubmissions) {
   const Descriptors many = test::randomDescriptors(30000, 3);
   const Descriptors few = test::similarDescriptors(many, 29970, 60, 8, 4);

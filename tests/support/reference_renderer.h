@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <numeric>
 #include <vector>
 
 #include "gs/render/camera.h"
@@ -16,7 +15,6 @@ namespace quor::test {
 using Vec3 = std::array<double, 3>;
 
 struct ReferenceImage {
-  int width = 0, height = 0;
   std::vector<double> rgb;    // height x width x 3, background composited
   std::vector<double> alpha;  // height x width
 };
@@ -144,8 +142,6 @@ inline ReferenceImage renderReference(const ReferenceSplats& splats, const gs::C
   std::stable_sort(list.begin(), list.end(), [](const auto& a, const auto& b) { return a.depth < b.depth; });
 
   ReferenceImage out;
-  out.width = camera.width;
-  out.height = camera.height;
   const size_t pixels = static_cast<size_t>(camera.width) * static_cast<size_t>(camera.height);
   out.rgb.assign(3 * pixels, 0);
   out.alpha.assign(pixels, 0);

@@ -1,7 +1,6 @@
-// Reads from a SPIR-V module what its host side must agree with: local size, bindings with their access, push size.
+// Reads from a SPIR-V module what its host side must agree with: bindings with their access, push size.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -21,8 +20,6 @@ class SpirvReader {
     }
   }
 
-  std::array<uint32_t, 3> localSize() const { return local_size_; }
-
   // One word for each of the bindings 0, 1, ... of set 0, with blanks between: "ro", "wo" or "rw", "?" for a gap or
   // another set.
   std::string access() const {
@@ -37,18 +34,6 @@ class SpirvReader {
 
   uint32_t pushBytes() const { return push_type_ == 0 ? 0 : sizeOf(push_type_); }
 
-  struct Field {
-    uint32_t offset, size;  // bytes
-  };
-  std::vector<Field> pushFields() const {
-    std::vector<Field> fields;
-    if (push_type_ == 0) return fields;
-    for (uint32_t i = 0; const uint32_t member : types_.at(push_type_).operands) {
-      fields.push_back({offsets_.at({push_type_, i++}), sizeOf(member)});
-    }
-    return fields;
-  }
-
  private:
   struct Type {
     uint32_t opcode;
@@ -56,13 +41,11 @@ class SpirvReader {
   };
 
   void read(uint32_t opcode, std::span<const uint32_t> operands) {
-    enum { kExecutionMode = 16, kTypeFirst = 19, kTypeLast = 39, kConstant = 43, kVariable = 59 };
-    enum { kDecorate = 71, kMemberDecorate = 72, kLocalSize = 17 };
+    enum { kTypeFirst = 19, kTypeLast = 39, kConstant = 43, kVariable = 59 };
+    enum { kDecorate = 71, kMemberDecorate = 72 };
     enum { kNonWritable = 24, kNonReadable = 25, kBinding = 33, kSet = 34, kOffset = 35 };
     enum { kPushConstantClass = 9 };
-    if (opcode == kExecutionMode && operands[1] == kLocalSize) {
-      local_size_ = {operands[2], operands[3], operands[4]};
-    } else if (opcode >= kTypeFirst && opcode <= kTypeLast) {
+    if (opcode >= kTypeFirst && opcode <= kTypeLast) {
       types_[operands[0]] = {opcode, {operands.begin() + 1, operands.end()}};
     } else if (opcode == kConstant) {
       constants_[operands[1]] = operands[2];
@@ -116,7 +99,6 @@ class SpirvReader {
   }
 
   static constexpr uint32_t kWhole = UINT32_MAX;
-  std::array<uint32_t, 3> local_size_ = {0, 0, 0};
   uint32_t push_type_ = 0;
   std::map<uint32_t, Type> types_;
   std::map<uint32_t, uint32_t> constants_, variable_types_, sets_;

@@ -2,60 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cmath>
-
 #include "sample_capture/options.h"
 #include "support/temp_folder.h"
 
 namespace quor::sample {
 namespace {
-
-constexpr Orbit kSmall{12, {72, 48}, 5};
-
-// The matrix of a unit quaternion, w x y z.
-std::array<double, 9> rotationOf(const std::array<double, 4>& q) {
-  const auto [w, x, y, z] = q;
-  return {1 - 2 * (y * y + z * z), 2 * (x * y - w * z),     2 * (x * z + w * y),
-          2 * (x * y + w * z),     1 - 2 * (x * x + z * z), 2 * (y * z - w * x),
-          2 * (x * z - w * y),     2 * (y * z + w * x),     1 - 2 * (x * x + y * y)};
-}
-
-PinholeView viewOf(const gs::colmap::Camera& camera, const gs::colmap::Image& image) {
-  PinholeView view;
-  view.width = static_cast<int>(camera.width);
-  view.height = static_cast<int>(camera.height);
-  gs::colmap::intrinsics(camera, view.fx, view.fy, view.cx, view.cy);
-  view.rotation = rotationOf(image.qvec);
-  view.translation = image.tvec;
-  return view;
-}
-
-class TruthTest : public testing::Test {
- protected:
-  Scene scene_{kSmall.seed};
-  std::vector<PinholeView> views_ = orbitViews(kSmall);
-  TrueModel truth_ = trueModel(scene_, views_, 300, kSmall.seed);
-};
-
-TEST_F(TruthTest, PointsProjectOntoTheirObservationsThroughTheCamerasOfTheModel) {
-  const gs::colmap::Model& model = truth_.model;
-  ASSERT_EQ(model.images.size(), views_.size());
-  ASSERT_EQ(model.points.count(), 300u);
-  std::vector<int> seen(model.points.count());
-  for (size_t i = 0; i < model.images.size(); ++i) {
-    const PinholeView view = viewOf(model.cameras.at(1), model.images[i]);
-    for (const gs::colmap::Observation& observation : truth_.observations[i]) {
-      const float* point = &model.points.positions[3 * observation.point];
-      const Vec3 c = view.toCamera({point[0], point[1], point[2]});
-      ASSERT_GT(c.z, 0);
-      EXPECT_NEAR(view.fx * c.x / c.z + view.cx, observation.x, 1e-9);
-      EXPECT_NEAR(view.fy * c.y / c.z + view.cy, observation.y, 1e-9);
-      ++seen[observation.point];
-    }
-  }
-  EXPECT_GE(*std::min_element(seen.begin(), seen.end()), 2);
-}
 
 TEST(Capture, TheSameSeedGivesTheSameBytesAndAnotherSeedAnotherRoom) {
   const auto shot = [](uint64_t seed) { return renderView(Scene(seed), orbitViews({4, {48, 32}, seed})[1]); };

@@ -90,19 +90,5 @@ TEST(ModelWriter, TracksNameTheObservationsOfEachPoint) {
   EXPECT_THAT(readFile(folder / "points3D.bin"), EndsWith(std::string("\x0a\0\0\0\2\0\0\0\x08\0\0\0\0\0\0\0", 16)));
 }
 
-TEST(ModelWriter, RefusesWhatDoesNotFitAndLeavesFilesAlone) {
-  const Model model = awkwardModel();
-  TempFolder folder;
-  std::vector<Observations> observations = someObservations(model);
-  observations[1].push_back({0, 0, 50});
-  EXPECT_THROW(writeModel(folder.path(), model, observations, Encoding::Binary), std::logic_error);
-  observations.resize(2);
-  EXPECT_THROW(writeModel(folder.path(), model, observations, Encoding::Binary), std::logic_error);
-  EXPECT_FALSE(hasModel(folder.path()));
-
-  test::writeFile(folder / "file", "");
-  EXPECT_THROW(writeModel(folder / "file" / "0", model, {}, Encoding::Text), std::runtime_error);
-}
-
 }  // namespace
 }  // namespace quor::gs::colmap
