@@ -21,9 +21,8 @@ constexpr double kMaxOpacity = 1.0 - 1e-6;
 // Of the splats there are, in one pass.
 constexpr double kMinGrowth = 0.05, kMaxGrowth = 0.15;
 
-// The scene extent at which the job's noise scale is the published one: between a small room in metres (2.5) and
-// what COLMAP gives to a walk around an object (6 to 8).
-constexpr double kNoiseExtent = 4;
+// The scene extent at which the job's noise scale is the published one: what COLMAP gives to a walk around an object.
+constexpr double kNoiseExtent = 6;
 
 using Binomials = std::array<std::array<double, kMaxCopies>, kMaxCopies>;
 
