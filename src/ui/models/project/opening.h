@@ -14,7 +14,7 @@
 
 namespace quor::ui {
 
-// One of project, scene, media and import, or a notice why there is none.
+// A project, a scene, media or an import; or a notice that says why nothing was opened.
 struct Opened {
   std::optional<Project> project;
   std::filesystem::path scene;
