@@ -102,7 +102,9 @@ bool matchFeaturesOnGpu(const SolveContext& solve, Matcher matcher, MatchingShar
   const bool known = matcher == Matcher::Exhaustive || (matcher == Matcher::Sequential && !detectsLoops);
   if (!solve.gpu || !settings.gpuMatching || !known) return false;
   try {
-    if (matchAndVerify(solve, matcher, share)) return true;
+    const bool matched = matchAndVerify(solve, matcher, share);
+    if (solve.cancelled && solve.cancelled()) throw Cancelled();  // COLMAP may have ended before it was asked to
+    if (matched) return true;
   } catch (const Cancelled&) {
     throw;
   } catch (const std::exception& e) {
