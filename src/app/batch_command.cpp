@@ -93,7 +93,7 @@ class BatchRun {
       printer_->finish();
     }
     const bool failed = item.state == ItemState::Failed;
-    console_.finishLog(failed ? item.note : std::string());
+    console_.printLog();
     const std::string line = std::string(itemStateName(item.state)) + ": " + item.name() + " — " + item.note;
     failed ? console_.notice(line) : console_.message(line);
     if (item.state != ItemState::Finished || json_ || !item.training.exportPLY) return;

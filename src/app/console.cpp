@@ -1,6 +1,5 @@
 #include "app/console.h"
 
-#include <algorithm>
 #include <cstdio>
 
 #include "base/process/terminal.h"
@@ -10,12 +9,7 @@ namespace quor {
 
 namespace {
 
-constexpr size_t kRecentEntries = 16;
 constexpr const char* kClearLine = "\r\x1b[2K";
-
-bool contains(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
 
 }  // namespace
 
@@ -32,11 +26,8 @@ void Console::print(const std::string& line) {
   std::fwrite(text.data(), 1, text.size(), stderr);
 }
 
-void Console::message(const std::string& text, const std::string& inLog) {
-  if (quiet_) return;
-  const auto says = [&](const std::string& entry) { return entry.ends_with(inLog); };
-  if (!inLog.empty() && std::any_of(recent_.begin(), recent_.end(), says)) return;
-  print(text);
+void Console::message(const std::string& text) {
+  if (!quiet_) print(text);
 }
 
 void Console::live(const std::string& text) {
@@ -49,28 +40,14 @@ void Console::live(const std::string& text) {
 
 void Console::printEntry(const LogEntry& entry) {
   print(formatText("[%7.2fs] %s", entry.seconds, levelPrefix(entry.level)) + entry.text);
-  recent_.push_back(entry.text);
-  if (recent_.size() > kRecentEntries) recent_.pop_front();
 }
 
 void Console::printLog() {
-  for (LogEntry& entry : log_.entriesAfter(lastSequence_)) {
+  for (const LogEntry& entry : log_.entriesAfter(lastSequence_)) {
     lastSequence_ = entry.sequence;
-    if (entry.level == LogLevel::Error) {
-      held_.push_back(std::move(entry));
-    } else if (!quiet_ || entry.level != LogLevel::Information) {
-      printEntry(entry);
-    }
+    const bool quiet = quiet_ && entry.level == LogLevel::Information;
+    if (!quiet && !entry.endsRun) printEntry(entry);
   }
-}
-
-void Console::finishLog(const std::string& failure) {
-  printLog();
-  for (const LogEntry& entry : held_) {
-    const bool same = !failure.empty() && (contains(entry.text, failure) || contains(failure, entry.text));
-    if (!same) printEntry(entry);
-  }
-  held_.clear();
 }
 
 void Console::error(const std::string& text) {

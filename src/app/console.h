@@ -4,9 +4,7 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <string>
-#include <vector>
 
 #include "base/log/log_store.h"
 
@@ -22,16 +20,14 @@ class Console {
 
   bool isTerminal() const { return terminal_; }
 
-  // A line of its own. Left out under --quiet, and when the log has just said `inLog` (if not empty).
-  void message(const std::string& text, const std::string& inLog = {});
+  // A line of its own. Left out under --quiet.
+  void message(const std::string& text);
   // Progress: on a terminal it replaces the last live text; call it only there.
   void live(const std::string& text);
 
-  // Prints what was logged since the last call (under --quiet without information). Errors are held back until
-  // finishLog(), because the failure that ends a run is printed by the run itself.
+  // Prints what was logged since the last call (under --quiet without information), but not the failure that ended a
+  // run: whoever started the run prints that as its result.
   void printLog();
-  // Prints the errors that were held back, all but those that say the same as `failure` (may be empty).
-  void finishLog(const std::string& failure);
 
   // "error: TEXT".
   void error(const std::string& text);
@@ -47,8 +43,6 @@ class Console {
   const bool terminal_;
   bool liveShown_ = false;
   uint64_t lastSequence_;
-  std::vector<LogEntry> held_;
-  std::deque<std::string> recent_;  // texts of the last entries printed
 };
 
 // All of it, at once. False when that fails.

@@ -99,7 +99,7 @@ void ProgressPrinter::showMessage(Stage stage, const StageStatus& status) {
   const bool progress = running && sameButForNumbers(status.message, last);
   if (progress ? progressText.empty() || !due(nextMessage_) : status.message == last) return;
   last = status.message;
-  console_.message(progress ? line + progressText : line, progress ? std::string() : status.message);
+  console_.message(progress ? line + progressText : line);
 }
 
 bool ProgressPrinter::due(Clock::time_point& next) const {

@@ -42,7 +42,6 @@ int drive(Pipeline& pipeline, const gs::TrainingService& trainer, Console& conso
   });
   console.printLog();
   printer.finish();
-  console.finishLog(result.success() ? std::string() : result.text);
 
   if (result.success()) return printResult(project, result.training, console, json);
   console.error(result.text);

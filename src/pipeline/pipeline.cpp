@@ -199,7 +199,7 @@ void Pipeline::failStage(Stage stage, const RunResult& result) {
   if (result.outcome == Outcome::Cancelled) {
     log_.warning(name + " cancelled");
   } else {
-    log_.error(name + " failed: " + result.text);
+    log_.runFailure(name + " failed: " + result.text);
   }
 }
 

@@ -52,14 +52,14 @@ void LogStore::setEcho(bool enabled, LogLevel minimum) {
   echoMinimum_ = minimum;
 }
 
-void LogStore::add(LogLevel level, std::string_view text) noexcept {
+void LogStore::add(LogLevel level, std::string_view text, bool endsRun) noexcept {
   try {
     const std::string copy(text);
     double seconds = 0;
     bool echo = false;
     {
       const std::scoped_lock lock(mutex_);
-      seconds = append(level, copy);
+      seconds = append(level, copy, endsRun);
       echo = echo_ && level >= echoMinimum_;
     }
     if (echo) std::fprintf(stderr, "[%7.2fs] %s%s\n", seconds, levelPrefix(level), copy.c_str());
@@ -67,11 +67,11 @@ void LogStore::add(LogLevel level, std::string_view text) noexcept {
   }
 }
 
-double LogStore::append(LogLevel level, const std::string& text) {
+double LogStore::append(LogLevel level, const std::string& text, bool endsRun) {
   // The clocks are read under the lock so that times never run against the sequence.
   const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - created_;
   const int64_t time = wallClockSeconds();
-  entries_.push_back({level, text, elapsed.count(), time, ++lastSequence_});
+  entries_.push_back({level, text, elapsed.count(), time, ++lastSequence_, endsRun});
   while (entries_.size() > capacity_) entries_.pop_front();
   if (tail_ != nullptr) tail_->add(fileLine(entries_.back()));
   if (file_.is_open()) writeToFile(fileLine(entries_.back()));

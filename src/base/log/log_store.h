@@ -24,6 +24,7 @@ struct LogEntry {
   double seconds = 0;     // since the LogStore was made, monotonic
   int64_t time = 0;       // wall clock, seconds since 1970
   uint64_t sequence = 0;  // 1 for the first entry ever added, never reused
+  bool endsRun = false;   // the failure that ended a run; whoever started the run is told of it, too
 };
 
 class LogStore {
@@ -41,10 +42,11 @@ class LogStore {
   // Echoes entries from `minimum` up to standard error.
   void setEcho(bool enabled, LogLevel minimum = LogLevel::Information);
 
-  void add(LogLevel level, std::string_view text) noexcept;
+  void add(LogLevel level, std::string_view text, bool endsRun = false) noexcept;
   void info(std::string_view text) noexcept { add(LogLevel::Information, text); }
   void warning(std::string_view text) noexcept { add(LogLevel::Warning, text); }
   void error(std::string_view text) noexcept { add(LogLevel::Error, text); }
+  void runFailure(std::string_view text) noexcept { add(LogLevel::Error, text, true); }
 
   // Puts the entries kept and all that come into `tail`, which must live as long as the store. One tail may serve
   // several stores.
@@ -55,7 +57,7 @@ class LogStore {
   uint64_t lastSequence() const;
 
  private:
-  double append(LogLevel level, const std::string& text);  // returns the seconds since creation
+  double append(LogLevel level, const std::string& text, bool endsRun);  // returns the seconds since creation
   void writeToFile(const std::string& line);
   void reopenFile();
 

@@ -67,7 +67,7 @@ bool BatchQueue::workThrough(Work& work) {
       work.log.warning("Batch: the GPU was lost while " + name + " was built; it is opened again for another try.");
       ending = attempt(i, work);
     }
-    if (ending.state == ItemState::Failed) work.log.error("Batch: " + name + " failed: " + ending.note);
+    if (ending.state == ItemState::Failed) work.log.runFailure("Batch: " + name + " failed: " + ending.note);
     record(i, [&](BatchItem& item) {
       item.state = ending.state;
       item.note = ending.note;
