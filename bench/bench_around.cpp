@@ -33,7 +33,6 @@ namespace {
 
 using namespace quor::gs;
 using quor::bench::Report;
-using quor::bench::Samples;
 using quor::bench::Size;
 namespace fs = std::filesystem;
 
