@@ -29,6 +29,7 @@ struct Image {
 struct Points {
   std::vector<float> positions;  // 3 a point
   std::vector<uint8_t> colors;   // 3 a point
+  std::vector<float> errors;     // pixels, mean over the point's observations, -1 unknown; empty in a model just read
   double meanError = -1;         // pixels, over the points that have a reprojection error; -1 when none has
   size_t count() const { return positions.size() / 3; }
 };

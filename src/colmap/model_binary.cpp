@@ -12,6 +12,9 @@ namespace {
 
 static_assert(std::endian::native == std::endian::little, "the files are read as they lie");
 
+constexpr uint64_t kObservationBytes = 24;
+constexpr uint64_t kTrackElementBytes = 8;
+
 // Exact reads and skips with its own large buffer: a stream drops its buffer at every seek, and a model's points
 // are a seek each.
 class Reader {
@@ -109,7 +112,6 @@ std::map<uint32_t, Camera> readCamerasBinary(const std::filesystem::path& path) 
 
 std::vector<Image> readImagesBinary(const std::filesystem::path& path) {
   constexpr uint64_t kMinBytes = 4 + 7 * 8 + 4 + 1 + 8;
-  constexpr uint64_t kObservationBytes = 24;
   Reader reader(path);
   std::vector<Image> images;
   const auto count = reader.read<uint64_t>();
@@ -129,7 +131,6 @@ std::vector<Image> readImagesBinary(const std::filesystem::path& path) {
 
 Points readPointsBinary(const std::filesystem::path& path) {
   constexpr uint64_t kMinBytes = 8 + 3 * 8 + 3 + 8 + 8;
-  constexpr uint64_t kTrackElementBytes = 8;
   Reader reader(path);
   Points points;
   ErrorMean error;
@@ -146,6 +147,45 @@ Points readPointsBinary(const std::filesystem::path& path) {
   }
   points.meanError = error.value();
   return points;
+}
+
+std::vector<uint64_t> readPointIdsBinary(const std::filesystem::path& path) {
+  Reader reader(path);
+  std::vector<uint64_t> ids;
+  const auto count = reader.read<uint64_t>();
+  for (uint64_t i = 0; i < count; ++i) {
+    ids.push_back(reader.read<uint64_t>());
+    reader.skip(1, 3 * sizeof(double) + 3 + sizeof(double));
+    reader.skip(reader.read<uint64_t>(), kTrackElementBytes);
+  }
+  return ids;
+}
+
+std::map<uint32_t, Observations> readObservationsBinary(const std::filesystem::path& path,
+                                                        const std::unordered_map<uint64_t, size_t>& points) {
+  constexpr uint64_t kNoPointId = ~uint64_t{0};
+  Reader reader(path);
+  std::map<uint32_t, Observations> lists;
+  const auto count = reader.read<uint64_t>();
+  for (uint64_t i = 0; i < count; ++i) {
+    const auto id = reader.read<uint32_t>();
+    reader.skip(1, 7 * sizeof(double) + sizeof(uint32_t));
+    reader.readName();
+    const auto size = reader.read<uint64_t>();
+    Observations& list = lists[id];
+    list.reserve(reader.atMost(size, kObservationBytes));
+    for (uint64_t k = 0; k < size; ++k) {
+      Observation& observation = list.emplace_back();
+      observation.x = reader.read<double>();
+      observation.y = reader.read<double>();
+      const auto point = reader.read<uint64_t>();
+      if (point == kNoPointId) continue;
+      const auto known = points.find(point);
+      if (known == points.end()) throw std::runtime_error("Damaged COLMAP file: " + toUtf8(path));
+      observation.point = known->second;
+    }
+  }
+  return lists;
 }
 
 }  // namespace quor::gs::colmap

@@ -5,8 +5,10 @@
 #include <fstream>
 #include <optional>
 #include <string_view>
+#include <unordered_map>
 
 #include "colmap/model.h"
+#include "colmap/observations.h"
 
 namespace quor::gs::colmap {
 
@@ -22,6 +24,10 @@ std::optional<int32_t> cameraModelId(std::string_view name);  // exact, case-sen
 std::map<uint32_t, Camera> readCamerasBinary(const std::filesystem::path& path);
 std::vector<Image> readImagesBinary(const std::filesystem::path& path);
 Points readPointsBinary(const std::filesystem::path& path);
+std::vector<uint64_t> readPointIdsBinary(const std::filesystem::path& path);  // in the file's order
+// By image id. `points` turns ids into indices; an id that it does not hold is damage.
+std::map<uint32_t, Observations> readObservationsBinary(const std::filesystem::path& path,
+                                                        const std::unordered_map<uint64_t, size_t>& points);
 
 std::map<uint32_t, Camera> readCamerasText(const std::filesystem::path& path);
 std::vector<Image> readImagesText(const std::filesystem::path& path);

@@ -40,6 +40,10 @@ int64_t pointId(size_t point) {
   return point == Observation::kNoPoint ? -1 : static_cast<int64_t>(point) + 1;
 }
 
+double errorOf(const Points& points, size_t point) {
+  return points.errors.empty() ? kNoError : double{points.errors[point]};
+}
+
 template <typename T>
 void put(std::ostream& out, T value) {
   out.write(reinterpret_cast<const char*>(&value), sizeof value);
@@ -80,7 +84,7 @@ void writeBinaryPoints(std::ostream& out, const Points& points, const Tracks& tr
     put(out, pointId(i));
     for (size_t k = 0; k < 3; ++k) put<double>(out, points.positions[3 * i + k]);
     for (size_t k = 0; k < 3; ++k) put(out, points.colors[3 * i + k]);
-    put(out, kNoError);
+    put(out, errorOf(points, i));
     put<uint64_t>(out, tracks[i].size());
     for (const TrackElement& element : tracks[i]) {
       put(out, element.image);
@@ -117,7 +121,7 @@ void writeTextPoints(std::ostream& out, const Points& points, const Tracks& trac
     out << pointId(i);
     for (size_t k = 0; k < 3; ++k) out << ' ' << number(points.positions[3 * i + k]);
     for (size_t k = 0; k < 3; ++k) out << ' ' << int{points.colors[3 * i + k]};
-    out << ' ' << number(kNoError);
+    out << ' ' << number(errorOf(points, i));
     for (const TrackElement& element : tracks[i]) out << ' ' << element.image << ' ' << element.observation;
     out << '\n';
   }

@@ -22,6 +22,16 @@ struct InputSource {
   InputKind kind = InputKind::Images;
 };
 
+// One camera of a rig: cameras that are fixed to one another and see every moment together. Images of one moment have
+// the same name but for the camera's suffix before the extension: "f00001_v00.jpg", "f00001_v01.jpg".
+struct RigView {
+  std::string suffix;
+  // From the rig's frame to the camera's, w x y z, where the source fixes it (the views of a sphere); the cameras then
+  // share their centre. Otherwise the solve finds where the camera sits.
+  std::optional<std::array<double, 4>> rotation;
+  bool operator==(const RigView&) const = default;
+};
+
 // Which camera each group of extracted images was taken with; filled by the frame stage, used by the camera solve.
 struct ImageGroup {
   std::string name;
@@ -29,6 +39,7 @@ struct ImageGroup {
   std::string cameraModel;
   std::vector<double> cameraParams;
   bool usesFisheyeMask = false;
+  std::vector<RigView> rig = {};  // of whose moments the images show a part; empty for cameras of their own
 };
 struct Extraction {
   int lensSize = 0;  // pixels, of one square lens image of a dual-fisheye source

@@ -11,6 +11,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
+Json toJson(const RigView& view) {
+  Json json;
+  json["suffix"] = view.suffix;
+  if (view.rotation) json["rotation"] = *view.rotation;
+  return json;
+}
+
 Json toJson(const Extraction& extraction) {
   Json groups = Json::array();
   for (const ImageGroup& group : extraction.groups) {
@@ -20,6 +27,7 @@ Json toJson(const Extraction& extraction) {
     object["cameraModel"] = group.cameraModel;
     object["cameraParams"] = group.cameraParams;
     object["usesFisheyeMask"] = group.usesFisheyeMask;
+    for (const RigView& view : group.rig) object["rig"].push_back(toJson(view));
     groups.push_back(std::move(object));
   }
   Json json;
@@ -59,6 +67,20 @@ void readInputs(const Json& list, std::vector<InputSource>& inputs) {
   }
 }
 
+void readRig(const Json& group, std::vector<RigView>& rig) {
+  const Json* views = findArray(group, "rig");
+  if (!views) return;
+  for (const Json& element : *views) {
+    if (!element.is_object()) throwNot("rig", "a list of objects");
+    RigView& view = rig.emplace_back();
+    readMember(element, "suffix", view.suffix);
+    const Json* rotation = findArray(element, "rotation");
+    if (!rotation || rotation->size() != 4) continue;
+    std::array<double, 4>& values = view.rotation.emplace();
+    for (size_t i = 0; i < 4; ++i) readValue((*rotation)[i], "rotation", values[i]);
+  }
+}
+
 void readExtraction(const Json& json, Extraction& extraction) {
   readMember(json, "lensSize", extraction.lensSize);
   const Json* groups = findArray(json, "groups");
@@ -71,6 +93,7 @@ void readExtraction(const Json& json, Extraction& extraction) {
     readMember(element, "cameraModel", group.cameraModel);
     readMember(element, "cameraParams", group.cameraParams);
     readMember(element, "usesFisheyeMask", group.usesFisheyeMask);
+    readRig(element, group.rig);
   }
 }
 

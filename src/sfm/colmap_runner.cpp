@@ -67,7 +67,8 @@ ColmapRunner::Result ColmapRunner::run(const Project& project, const SolveReport
 
   extractFeatures(solve, groups);
   matchFeatures(solve);
-  const std::vector<SparseModel> models = mapImages(solve, hasFixedIntrinsics(groups));
+  std::vector<SparseModel> models = mapImages(solve, hasFixedIntrinsics(groups));
+  models.front() = refineModel(solve, models.front(), groups, hasFixedIntrinsics(groups));
   Result result = describe(models, solve.images);
   undistortImages(solve, models.front().folder);
   if (cancelled_()) throw Cancelled();

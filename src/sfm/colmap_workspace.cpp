@@ -33,6 +33,7 @@ ColmapWorkspace::ColmapWorkspace(const Project& project)
       folder(fs::absolute(project.colmapFolder())),
       database(fs::absolute(project.databaseFile())),
       sparse(fs::absolute(project.sparseFolder())),
+      rig(folder / "rig"),
       lists(folder / "lists"),
       log(fs::absolute(project.colmapLog())),
       undistorted(fs::absolute(project.solvedFolder())),
@@ -52,6 +53,7 @@ void ColmapWorkspace::clear() const {
     removeAll(file += suffix);
   }
   removeAll(sparse);
+  removeAll(rig);
   removeAll(lists);
   for (const fs::path& made : {folder, sparse, lists}) makeFolder(made);
 }

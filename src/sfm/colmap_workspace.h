@@ -14,6 +14,7 @@ struct ColmapWorkspace {
   std::filesystem::path folder;       // colmap/
   std::filesystem::path database;     // features and matches
   std::filesystem::path sparse;       // the mapper's models, numbered
+  std::filesystem::path rig;          // poses of a rig's moments, for COLMAP to find points for
   std::filesystem::path lists;        // image lists, one a camera group
   std::filesystem::path log;          // all that COLMAP has printed
   std::filesystem::path undistorted;  // the finished dataset

@@ -53,6 +53,12 @@ struct SparseModel {
 // With fixed intrinsics the mapper leaves the cameras alone.
 std::vector<SparseModel> mapImages(const SolveContext& solve, bool fixedIntrinsics);
 
+// Makes a model of a rig's images rigid: every moment one pose, all its images placed when one is, points and cameras
+// adjusted under that constraint. A model of fisheye images is adjusted, too: COLMAP's own adjustment of these can halt
+// far from its end. Other models are returned as they are, and so is one that cannot be refined, with a warning.
+SparseModel refineModel(const SolveContext& solve, const SparseModel& model, const std::vector<ImageGroup>& groups,
+                        bool fixedIntrinsics);
+
 // Writes the frames of a model as a pinhole camera would have taken them, with their model, to the unfinished dataset
 // and checks that they are all there.
 void undistortImages(const SolveContext& solve, const std::filesystem::path& folder);

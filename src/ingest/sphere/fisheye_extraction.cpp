@@ -67,7 +67,10 @@ ExtractionResult FrameExtractor::extractFisheye(const std::filesystem::path& pat
 
   ExtractionResult result;
   result.lensSize = std::max(size.width, size.height);
-  for (const TrackPlan& track : plan.tracks) result.groups.push_back(lensGroup(track.labels[0], size, settings));
+  for (const TrackPlan& track : plan.tracks) {
+    CameraGroup& group = result.groups.emplace_back(lensGroup(track.labels[0], size, settings));
+    if (lenses.size() > 1) group.rig.push_back({"_" + track.labels[0], {}});
+  }
   log_.info(formatText("Fisheye lens assumed %g degrees, f=%.1f px (COLMAP refines it)",
                        std::max(settings.fisheyeFieldOfView, 10.0), result.groups[0].cameraParams[0]));
 

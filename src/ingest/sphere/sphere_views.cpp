@@ -23,6 +23,13 @@ std::vector<SphereView> sphereViews(const IngestSettings& settings) {
   return views;
 }
 
+std::array<double, 4> rotationOf(const SphereView& view) {
+  const double halfYaw = view.yaw * std::numbers::pi / 360, halfPitch = view.pitch * std::numbers::pi / 360;
+  // Against the yaw about the vertical axis, then against the pitch about the camera's.
+  return {std::cos(halfPitch) * std::cos(halfYaw), -std::sin(halfPitch) * std::cos(halfYaw),
+          -std::cos(halfPitch) * std::sin(halfYaw), std::sin(halfPitch) * std::sin(halfYaw)};
+}
+
 int sphereViewSize(const IngestSettings& settings) {
   return std::max(settings.viewResolution - settings.viewResolution % 2, 256);
 }

@@ -15,6 +15,9 @@ struct SphereView {
   std::string name;  // "v00", "v01", ..., "vup", "vdn"
 };
 
+// From the sphere's frame (x right, y down, z to its middle) to the view's camera, w x y z.
+std::array<double, 4> rotationOf(const SphereView& view);
+
 std::vector<SphereView> sphereViews(const IngestSettings& settings);
 // Pixels of a view's edge: even, at least 256.
 int sphereViewSize(const IngestSettings& settings);

@@ -103,6 +103,7 @@ ExtractionResult FrameExtractor::extractVideo(const std::filesystem::path& path,
     group.name = "sphere";
     group.cameraModel = "PINHOLE";
     group.cameraParams.assign(camera.begin(), camera.end());
+    for (const SphereView& view : sphereViews(settings)) group.rig.push_back({"_" + view.name, rotationOf(view)});
     group.signature = formatText("sphere %d", sphereViewSize(settings));
   } else {
     const ImageSize size = frameSize(track, settings.maxDimension);

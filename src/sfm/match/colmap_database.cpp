@@ -51,6 +51,16 @@ std::vector<DatabaseImage> ColmapDatabase::images() {
   return images;
 }
 
+std::map<uint32_t, uint32_t> ColmapDatabase::cameras() {
+  const Statement statement = prepare("SELECT image_id, camera_id FROM images");
+  std::map<uint32_t, uint32_t> cameras;
+  while (step(statement.get())) {
+    cameras[static_cast<uint32_t>(sqlite3_column_int64(statement.get(), 0))] =
+        static_cast<uint32_t>(sqlite3_column_int64(statement.get(), 1));
+  }
+  return cameras;
+}
+
 ColmapDatabase::Descriptors ColmapDatabase::descriptors(uint32_t image) {
   const Statement statement = prepare("SELECT rows, cols, data FROM descriptors WHERE image_id = ?");
   check(sqlite3_bind_int64(statement.get(), 1, image));

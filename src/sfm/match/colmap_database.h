@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <span>
 #include <string>
@@ -31,6 +32,8 @@ class ColmapDatabase {
   // Throws "Cannot open the COLMAP database"; a file that is not there is not made.
   explicit ColmapDatabase(const std::filesystem::path& path);
 
+  // Camera ids by image id.
+  std::map<uint32_t, uint32_t> cameras();
   // By rising id. An image without descriptors has 0 features.
   std::vector<DatabaseImage> images();
   Descriptors descriptors(uint32_t image);
