@@ -9,6 +9,7 @@
 #include "gs/files/ply_header.h"
 #include "pipeline/project_contents.h"
 #include "pipeline/result_document.h"
+#include "project/camera_report.h"
 #include "project/project.h"
 
 namespace quor::mcp {
@@ -96,6 +97,10 @@ Document projectInformation(const fs::path& root) {
     inputs.push_back({{"path", input.path}, {"kind", kindName(input.kind)}});
   }
   if (!project.externalDataset.empty()) document["external_dataset"] = project.externalDataset;
+  if (const auto cameras = CameraReport::load(project)) {
+    document["cameras"] = {
+        {"verdict", trustName(cameras->trust)}, {"summary", cameras->summary}, {"advice", cameras->advice}};
+  }
   addScene(project, document);
   addCheckpoint(project, document);
   addTraining(project, document);

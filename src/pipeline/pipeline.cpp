@@ -77,7 +77,7 @@ std::shared_ptr<PipelineRun> Pipeline::start(Stage from, Stage to, Completion co
   const std::optional<Project> opened = project();
   if (!opened) return nullptr;
   if (!lock) lock.emplace(*opened);
-  const auto run = std::make_shared<PipelineRun>();
+  auto run = std::make_shared<PipelineRun>();
   {
     const std::lock_guard guard(mutex_);
     for (size_t i = indexOf(from); i <= indexOf(to); ++i) stages_[i] = {};

@@ -6,6 +6,7 @@
 
 #include "base/files/atomic_file.h"
 #include "base/files/paths.h"
+#include "project/camera_report.h"
 
 namespace quor {
 
@@ -29,6 +30,13 @@ std::string resultDocument(const Project& project, const gs::TrainResult& result
   if (result.evaluation.views > 0) {
     document["psnr"] = rounded(result.evaluation.psnr);
     document["ssim"] = rounded(result.evaluation.ssim);
+  }
+  if (const auto cameras = CameraReport::load(project)) {
+    document["cameras"] = {{"verdict", trustName(cameras->trust)},
+                           {"summary", cameras->summary},
+                           {"registered", cameras->registered},
+                           {"images", cameras->images},
+                           {"foldScore", cameras->foldScore()}};
   }
   // A path may hold bytes that are no UTF-8; a replacement character is better than no document.
   return document.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);

@@ -87,7 +87,8 @@ class Project : public Settings {
   // The dataset that the camera solve makes for training: images/ without lens distortion, and their model in sparse/.
   std::filesystem::path solvedFolder() const;
   std::filesystem::path unfinishedSolvedFolder() const;
-  std::filesystem::path colmapLog() const;  // all that COLMAP printed
+  std::filesystem::path colmapLog() const;         // all that COLMAP printed
+  std::filesystem::path cameraReportFile() const;  // what the solve is worth
   std::filesystem::path outputFolder() const;
   std::filesystem::path sceneFile() const;
   std::filesystem::path sceneSplatFile() const;

@@ -31,6 +31,9 @@ fs::path Project::unfinishedSolvedFolder() const {
 fs::path Project::colmapLog() const {
   return colmapFolder() / "colmap.log";
 }
+fs::path Project::cameraReportFile() const {
+  return colmapFolder() / "report.json";
+}
 fs::path Project::outputFolder() const {
   return root / "output";
 }

@@ -111,11 +111,28 @@ std::vector<Setting> featureRows() {
   };
 }
 
+std::vector<Setting> retryRows() {
+  return {
+      cameraRow({.key = "retries",
+                 .value = choice<&Sparse::retries>({{"auto", "Until the cameras are sound"}, {"off", "Never"}},
+                                                   "--camera-retries takes auto or off"),
+                 .options = {{"--camera-retries", "NAME",
+                              "auto (the default) solves cameras again in other ways when\n"
+                              "the first solve is folded or leaves many images out; or off"}},
+                 .argument = "camera_retries",
+                 .description = "Solve the cameras again in other ways when the first solve is folded or leaves many "
+                                "images out: auto (the default) or off",
+                 .label = "Solve again in other ways",
+                 .meaning = "A solve that lays two sides of the scene over each other, or leaves many pictures out, is "
+                            "tried again in other ways, for up to three times its time; the best one is kept."}),
+  };
+}
+
 }  // namespace
 
 std::vector<Setting> cameraRows() {
   std::vector<Setting> rows = matchingRows();
-  for (auto& more : {lensRows(), featureRows()}) rows.insert(rows.end(), more.begin(), more.end());
+  for (auto& more : {lensRows(), featureRows(), retryRows()}) rows.insert(rows.end(), more.begin(), more.end());
   return rows;
 }
 

@@ -12,6 +12,8 @@ namespace quor {
 
 enum class Matcher : int32_t { Exhaustive = 0, Sequential = 1, VocabTree = 2 };
 enum class MapperKind : int32_t { Incremental = 0, Global = 1 };
+// Whether cameras are solved again in other ways when the first solve is not sound.
+enum class CameraRetries : int32_t { Auto = 0, Off = 1 };
 
 inline constexpr int kMaxShDegree = 3;
 inline constexpr int kMaxDownscales = 8;     // an image of 16 k pixels has shrunk to 64 by then
@@ -46,6 +48,7 @@ struct SparseSettings {
   MapperKind mapper = MapperKind::Incremental;
   int sequentialOverlap = 15;
   std::string vocabTreePath;
+  CameraRetries retries = CameraRetries::Auto;
 };
 
 struct TrainingSettings {

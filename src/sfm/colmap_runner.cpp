@@ -1,5 +1,6 @@
 #include "sfm/colmap_runner.h"
 
+#include <chrono>
 #include <stdexcept>
 
 #include "base/failures.h"
@@ -8,6 +9,7 @@
 #include "colmap/model.h"
 #include "sfm/extract/camera_groups.h"
 #include "sfm/extract/fisheye_mask.h"
+#include "sfm/retry/placing.h"
 #include "sfm/solve_context.h"
 
 namespace quor {
@@ -24,17 +26,6 @@ size_t countImages(const std::vector<ImageGroup>& groups) {
   size_t count = 0;
   for (const ImageGroup& group : groups) count += group.images.size();
   return count;
-}
-
-ColmapRunner::Result describe(const std::vector<SparseModel>& models, size_t images) {
-  const gs::colmap::Model model = gs::colmap::loadModel(models.front().folder, true);
-  ColmapRunner::Result result;
-  result.images = images;
-  result.registered = model.images.size();
-  for (const SparseModel& each : models) result.modelSizes.push_back(each.registered);
-  result.points = model.points.count();
-  result.reprojectionError = std::max(model.points.meanError, 0.0);
-  return result;
 }
 
 }  // namespace
@@ -65,16 +56,16 @@ ColmapRunner::Result ColmapRunner::run(const Project& project, const SolveReport
   SolveProgress progress(report);
   const SolveContext solve{project, files, *colmap_, output, log_, progress, countImages(groups), gpu_, cancelled_};
 
+  const auto start = std::chrono::steady_clock::now();
   extractFeatures(solve, groups);
   matchFeatures(solve);
-  std::vector<SparseModel> models = mapImages(solve, hasFixedIntrinsics(groups));
-  models.front() = refineModel(solve, models.front(), groups, hasFixedIntrinsics(groups));
-  Result result = describe(models, solve.images);
-  undistortImages(solve, models.front().folder);
+  const std::chrono::duration<double> before = std::chrono::steady_clock::now() - start;
+  PlacedCameras placed = placeCameras(solve, groups, hasFixedIntrinsics(groups), before.count());
+  undistortImages(solve, placed.folder);
   if (cancelled_()) throw Cancelled();
+  placed.report.save(project);
   files.finish();
-  result.dataset = files.undistorted;
-  return result;
+  return {std::move(placed.report), files.undistorted};
 }
 
 // The solve does without a mask that cannot be written: there will only be a few more wrong features.

@@ -10,6 +10,7 @@
 #include "base/log/log_store.h"
 #include "base/process/tool_finder.h"
 #include "gpu/device/vulkan_context.h"
+#include "project/camera_report.h"
 #include "project/project.h"
 #include "sfm/colmap_program.h"
 
@@ -21,11 +22,7 @@ using SolveReport = std::function<void(const std::string& message, float fractio
 class ColmapRunner {
  public:
   struct Result {
-    size_t registered = 0;           // images of the model that was kept
-    size_t images = 0;               // images given
-    std::vector<size_t> modelSizes;  // registered images of every model COLMAP made, largest first
-    size_t points = 0;
-    double reprojectionError = 0;   // mean, in pixels
+    CameraReport report;            // also written to Project::cameraReportFile()
     std::filesystem::path dataset;  // Project::solvedFolder(): undistorted, ready to train
   };
 

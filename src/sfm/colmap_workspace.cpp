@@ -34,8 +34,10 @@ ColmapWorkspace::ColmapWorkspace(const Project& project)
       database(fs::absolute(project.databaseFile())),
       sparse(fs::absolute(project.sparseFolder())),
       rig(folder / "rig"),
+      retries(folder / "retries"),
       lists(folder / "lists"),
       log(fs::absolute(project.colmapLog())),
+      report(fs::absolute(project.cameraReportFile())),
       undistorted(fs::absolute(project.solvedFolder())),
       unfinished(fs::absolute(project.unfinishedSolvedFolder())) {}
 
@@ -54,6 +56,8 @@ void ColmapWorkspace::clear() const {
   }
   removeAll(sparse);
   removeAll(rig);
+  removeAll(retries);
+  removeAll(report);
   removeAll(lists);
   for (const fs::path& made : {folder, sparse, lists}) makeFolder(made);
 }

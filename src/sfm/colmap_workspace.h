@@ -15,8 +15,10 @@ struct ColmapWorkspace {
   std::filesystem::path database;     // features and matches
   std::filesystem::path sparse;       // the mapper's models, numbered
   std::filesystem::path rig;          // poses of a rig's moments, for COLMAP to find points for
+  std::filesystem::path retries;      // further attempts, while they run
   std::filesystem::path lists;        // image lists, one a camera group
   std::filesystem::path log;          // all that COLMAP has printed
+  std::filesystem::path report;       // what the solve is worth
   std::filesystem::path undistorted;  // the finished dataset
   std::filesystem::path unfinished;   // the dataset while it is being written
 

@@ -23,6 +23,8 @@ struct SolveContext {
   size_t images = 0;                 // in all groups
   gs::VulkanContext* gpu = nullptr;  // to match features on, when there is one
   std::function<bool()> cancelled;
+  // Offered to every COLMAP command: each takes those options that its help lists. Name without dashes, value.
+  std::vector<std::pair<std::string, std::string>> tuning = {};
 
   // Runs a step and passes its progress on.
   void run(const ColmapStep& step, const ColmapProgram::LineParser& parse) const {
@@ -63,6 +65,8 @@ SparseModel refineModel(const SolveContext& solve, const SparseModel& model, con
 // and checks that they are all there.
 void undistortImages(const SolveContext& solve, const std::filesystem::path& folder);
 
+// Appends those of the solve's own options that the command takes.
+void addTuning(ColmapStep& step, const SolveContext& solve);
 // Appends an option and its value when the command accepts one of its spellings, given newest first.
 void addOption(ColmapStep& step, ColmapProgram& colmap, const std::vector<std::string>& spellings,
                const std::string& value);

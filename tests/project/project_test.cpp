@@ -106,7 +106,8 @@ TEST(Project, EverythingTheStagesRecordSurvives) {
       R"({"name":"nämé \"quoted\"","inputs":[{"path":"/a b/写.insv","kind":"dualfisheye"},)"
       R"({"path":"/c","kind":"video360"}],"knownIntrinsics":[700.25,701.0,512.0,511.5],)"
       R"("extraction":{"groups":[{"name":"front","images":["f/1.jpg","f/2.jpg"],"cameraModel":"OPENCV_FISHEYE",)"
-      R"("cameraParams":[1.5,2.0],"usesFisheyeMask":true}],"lensSize":1920}})");
+      R"("cameraParams":[1.5,2.0],"usesFisheyeMask":true,"rig":[{"suffix":"_v00",)"
+      R"("rotation":[1.0,0.0,0.0,0.0]},{"suffix":"_lens1"}]}],"lensSize":1920}})");
   loadText(folder, recorded.dump()).save();
   EXPECT_FALSE(fs::exists(folder / "project.json.tmp"));
   const auto saved = nlohmann::ordered_json::parse(readFile(folder / "project.json"));

@@ -25,11 +25,11 @@ TEST_F(Colmap, SolvesPhotographsUnderOddNames) {
   ColmapRunner runner(colmap, log, [] { return false; });
   const ColmapRunner::Result result = runner.run(project, [](const std::string&, float) {});
 
-  EXPECT_EQ(result.images, 8u);
-  EXPECT_EQ(result.registered, 8u) << logText();
-  EXPECT_GT(result.points, 200u);
-  EXPECT_GT(result.reprojectionError, 0);
-  EXPECT_LT(result.reprojectionError, 1);
+  EXPECT_EQ(result.report.images, 8u);
+  EXPECT_EQ(result.report.registered, 8u) << logText();
+  EXPECT_GT(result.report.points, 200u);
+  EXPECT_GT(result.report.reprojectionError, 0);
+  EXPECT_LT(result.report.reprojectionError, 1);
   const gs::colmap::Model model = gs::colmap::loadModel(result.dataset / "sparse", true);
   ASSERT_EQ(model.cameras.size(), 1u);
   const gs::colmap::Camera& camera = model.cameras.begin()->second;

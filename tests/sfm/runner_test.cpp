@@ -32,10 +32,10 @@ TEST_F(Runner, RunsTheStepsAndLeavesADatasetToTrainOn) {
 
   const ColmapRunner::Result result = solve(colmap);
 
-  EXPECT_EQ(result.images, 4u);
-  EXPECT_EQ(result.registered, 3u);
-  EXPECT_THAT(result.modelSizes, ElementsAre(3u, 1u));
-  EXPECT_EQ(result.points, 2u);
+  EXPECT_EQ(result.report.images, 4u);
+  EXPECT_EQ(result.report.registered, 3u);
+  EXPECT_THAT(result.report.modelSizes, ElementsAre(3u, 1u));
+  EXPECT_EQ(result.report.points, 2u);
   EXPECT_EQ(result.dataset, project.solvedFolder());
   EXPECT_EQ(gs::colmap::loadModel(result.dataset / "sparse", true).images.size(), 3u);
   EXPECT_TRUE(fs::exists(result.dataset / "images" / "a.jpg"));

@@ -160,7 +160,8 @@ bool sameResults(const Results& a, const Results& b) {
 
 // Whether a trial at this size takes a quarter of the free memory at most.
 bool fits(const VulkanContext& context, int edge, size_t candidates) {
-  const uint64_t splats = splatsAt(edge), pixels = uint64_t{kWidth * kHeight} * static_cast<uint64_t>(edge * edge);
+  const uint64_t splats = splatsAt(edge),
+                 pixels = uint64_t{kWidth} * kHeight * static_cast<uint64_t>(edge) * static_cast<uint64_t>(edge);
   const uint64_t store = splats * 4 * kFloatsPerSplat * sizeof(float);
   const uint64_t renderer = splats * kRendererBytesPerSplat + pixels * kRendererBytesPerPixel;
   return store + candidates * renderer <= context.freeMemory() / 4;

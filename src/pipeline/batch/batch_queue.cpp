@@ -87,7 +87,7 @@ BatchQueue::Ending BatchQueue::attempt(size_t index, Work& work) {
       return {ItemState::Failed, "The GPU was lost and cannot be opened again: " + failureText(error)};
     }
   }
-  const Ending ending = this->work(index, work);
+  Ending ending = this->work(index, work);
   work.deviceLost = ending.outcome == Outcome::DeviceLost;
   return ending;
 }

@@ -2,7 +2,6 @@
 #include "pipeline/pipeline_run.h"
 #include "pipeline/stage.h"
 #include "sfm/colmap_runner.h"
-#include "sfm/map/verdict.h"
 
 namespace quor {
 
@@ -12,8 +11,11 @@ StageResult solveCameras(Project& project, const StageContext& context) {
   const ColmapRunner::Result result = runner.run(project, [&](const std::string& message, float fraction) {
     context.report({StageState::Running, message, fraction});
   });
-  for (const std::string& line : solveVerdict(result)) context.log.info(line);
-  return {std::to_string(result.registered) + " images registered", {}};
+  const CameraReport& report = result.report;
+  const bool sound = report.trust == CameraTrust::Sound;
+  context.log.add(sound ? LogLevel::Information : LogLevel::Warning, report.summary);
+  for (const std::string& sentence : report.advice) context.log.info(sentence);
+  return {std::to_string(report.registered) + " images registered", {}};
 }
 
 }  // namespace quor

@@ -77,6 +77,7 @@ ColmapStep extractionStep(const SolveContext& solve, const ImageGroup& group, si
             std::to_string(std::max(settings.maxImageSize, 1)));
   addOption(step, solve.colmap, {"FeatureExtraction.max_num_features", "SiftExtraction.max_num_features"},
             std::to_string(std::max(settings.maxFeatures, 1)));
+  addTuning(step, solve);
   return step;
 }
 
@@ -91,6 +92,10 @@ void addOption(ColmapStep& step, ColmapProgram& colmap, const std::vector<std::s
 
 void addTuning(ColmapStep& step, ColmapProgram& colmap, const std::string& option, const std::string& value) {
   if (colmap.accepts(step.command, option)) step.arguments.insert(step.arguments.end(), {"--" + option, value});
+}
+
+void addTuning(ColmapStep& step, const SolveContext& solve) {
+  for (const auto& [option, value] : solve.tuning) addTuning(step, solve.colmap, option, value);
 }
 
 void addGpuOption(ColmapStep& step, ColmapProgram& colmap, const std::vector<std::string>& spellings, bool useGpu) {

@@ -72,6 +72,7 @@ ColmapStep incrementalStep(const SolveContext& solve, bool fixedIntrinsics) {
   solve.progress.begin("Solving cameras", kMappingBegins, kMappingEnds);
   ColmapStep step = mapperStep(solve, "mapper");
   addFasterBundleAdjustment(step, solve.colmap);
+  addTuning(step, solve);
   if (fixedIntrinsics) addFixedIntrinsics(step, "--Mapper.");
   return step;
 }

@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <cstring>
 #include <stdexcept>
 
 #include "base/files/paths.h"
@@ -12,6 +13,10 @@ namespace {
 
 constexpr int64_t kIdsOfAPair = 2147483647;
 constexpr int kLockedMilliseconds = 5000;
+
+ImagePair pairOf(int64_t id) {
+  return {static_cast<uint32_t>(id / kIdsOfAPair), static_cast<uint32_t>(id % kIdsOfAPair)};
+}
 
 }  // namespace
 
@@ -103,6 +108,35 @@ size_t ColmapDatabase::verifiedPairs() {
   const Statement statement = prepare("SELECT COUNT(*) FROM two_view_geometries WHERE rows > 0");
   step(statement.get());
   return static_cast<size_t>(sqlite3_column_int64(statement.get(), 0));
+}
+
+void ColmapDatabase::eachVerifiedPair(
+    const std::function<void(const ImagePair&, const std::vector<FeatureMatch>&)>& visit) {
+  const Statement statement = prepare("SELECT pair_id, data FROM two_view_geometries WHERE rows > 0");
+  std::vector<FeatureMatch> matches;
+  while (step(statement.get())) {
+    const int64_t id = sqlite3_column_int64(statement.get(), 0);
+    const auto size = static_cast<size_t>(sqlite3_column_bytes(statement.get(), 1));
+    matches.resize(size / sizeof(FeatureMatch));
+    if (matches.empty()) continue;
+    std::memcpy(matches.data(), sqlite3_column_blob(statement.get(), 1), matches.size() * sizeof(FeatureMatch));
+    visit(pairOf(id), matches);
+  }
+}
+
+void ColmapDatabase::keepVerifiedPairs(const std::set<ImagePair>& pairs) {
+  std::vector<int64_t> others;
+  eachVerifiedPair([&](const ImagePair& pair, const auto&) {
+    if (!pairs.contains(pair)) others.push_back(pairId(pair.first, pair.second));
+  });
+  begin();
+  const Statement remove = prepare("DELETE FROM two_view_geometries WHERE pair_id = ?");
+  for (const int64_t id : others) {
+    check(sqlite3_bind_int64(remove.get(), 1, id));
+    step(remove.get());
+    sqlite3_reset(remove.get());
+  }
+  commit();
 }
 
 ColmapDatabase::Statement ColmapDatabase::prepare(const char* text) {

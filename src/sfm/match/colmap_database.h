@@ -4,8 +4,10 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <span>
 #include <string>
 #include <vector>
@@ -49,6 +51,10 @@ class ColmapDatabase {
   void clearMatches();
   // Pairs that COLMAP has found to show the same things.
   size_t verifiedPairs();
+  // Calls visit(pair, matches) for each of them; the pair holds the smaller id first.
+  void eachVerifiedPair(const std::function<void(const ImagePair&, const std::vector<FeatureMatch>&)>& visit);
+  // Forgets what was found of the other pairs.
+  void keepVerifiedPairs(const std::set<ImagePair>& pairs);
 
  private:
   struct Close {

@@ -69,6 +69,7 @@ void verifyPairs(const SolveContext& solve, const std::vector<ImagePair>& pairs,
   step.arguments = {
       "--database_path", toUtf8(solve.files.database), "--match_list_path", toUtf8(list), "--match_type", "pairs"};
   addGpuOption(step, solve.colmap, {"FeatureMatching.use_gpu", "SiftMatching.use_gpu"}, solve.project.sparse.useGPU);
+  addTuning(step, solve);
   solve.progress.begin("Verifying matches", share.middle(), share.ends);
   solve.run(step, countedFraction);
 }

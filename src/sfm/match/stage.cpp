@@ -49,6 +49,7 @@ ColmapStep matcherStep(const SolveContext& solve, Matcher matcher) {
       break;
   }
   addGpuOption(step, solve.colmap, {"FeatureMatching.use_gpu", "SiftMatching.use_gpu"}, settings.useGPU);
+  addTuning(step, solve);
   return step;
 }
 

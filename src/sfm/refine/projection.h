@@ -7,6 +7,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 
@@ -114,6 +115,26 @@ Plane<T> project(const T* parameters, const T* point) {
   const T* centre = parameters + Camera::kFocals;
   const Plane<T> at = Camera::template distort<T>(centre + 2, Camera::kFisheye ? byAngle(point) : onPlane(point));
   return {parameters[0] * at.x + centre[0], parameters[Camera::kFocals - 1] * at.y + centre[1]};
+}
+
+// The unit direction that a pixel shows: the distortion is undone by steps that take back what is left of it, which
+// settles within a few for real lenses.
+template <typename Camera>
+std::array<double, 3> direction(const double* parameters, double x, double y) {
+  const double* centre = parameters + Camera::kFocals;
+  const Plane<double> seen = {(x - centre[0]) / parameters[0], (y - centre[1]) / parameters[Camera::kFocals - 1]};
+  Plane<double> at = seen;
+  for (int i = 0; i < 12; ++i) {
+    const Plane<double> back = Camera::template distort<double>(centre + 2, at);
+    at = {at.x - (back.x - seen.x), at.y - (back.y - seen.y)};
+  }
+  const double radius = std::hypot(at.x, at.y);
+  if (Camera::kFisheye) {
+    const double scale = radius > 0 ? std::sin(radius) / radius : 1;
+    return {at.x * scale, at.y * scale, std::cos(radius)};
+  }
+  const double length = std::hypot(radius, 1);
+  return {at.x / length, at.y / length, 1 / length};
 }
 
 // Calls visit(Camera()) for the model of that id; false when it is not one of those above.

@@ -2,7 +2,6 @@
 // lenses of a dual fisheye sit in one body; the solve places each image for itself, and here they come together again.
 #pragma once
 
-#include <Eigen/Geometry>
 #include <map>
 #include <optional>
 #include <string>
@@ -10,22 +9,9 @@
 
 #include "colmap/model.h"
 #include "project/project.h"
+#include "sfm/refine/pose.h"
 
 namespace quor::refine {
-
-// x_to = rotation * x_from + translation.
-struct Pose {
-  Eigen::Quaterniond rotation = Eigen::Quaterniond::Identity();
-  Eigen::Vector3d translation = Eigen::Vector3d::Zero();
-
-  Eigen::Vector3d centre() const { return -(rotation.conjugate() * translation); }
-  Pose inverse() const { return {rotation.conjugate(), centre()}; }
-  Pose operator*(const Pose& first) const {  // `first`, then this
-    return {(rotation * first.rotation).normalized(), rotation * first.translation + translation};
-  }
-};
-Pose poseOf(const gs::colmap::Image& image);  // world to camera
-void setPose(gs::colmap::Image& image, const Pose& pose);
 
 // Whose part an image is.
 struct Mount {

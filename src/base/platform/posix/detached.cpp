@@ -26,6 +26,7 @@ bool startDetached(const std::filesystem::path& program, const std::vector<std::
   std::vector<std::string> words = {"/bin/sh", "-c", kStart, program.native()};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<char*> argv;
+  argv.reserve(words.size() + 1);
   for (std::string& word : words) argv.push_back(word.data());
   argv.push_back(nullptr);
 
