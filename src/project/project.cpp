@@ -107,6 +107,7 @@ Project Project::describe(const std::vector<InputSource>& inputs, const fs::path
     project.inputs.push_back({toUtf8(storedPath(fromUtf8(input.path))), input.kind});
   }
   project.sparse = suggestedSettings(inputs);
+  project.ingest.viewsFollowSphere = true;
   return project;
 }
 

@@ -82,6 +82,13 @@ std::vector<Setting> sphereRows() {
                 .value = WholeSetting{memberOf<&Ingest::viewResolution>, 256, 4096},
                 .label = "Size of each view",
                 .meaning = "Pixels along each edge of a flat view."}),
+      frameRow({.key = "viewsFollowSphere",
+                .group = Group::Sphere,
+                .value = SwitchSetting{memberOf<&Ingest::viewsFollowSphere>},
+                .label = "Views follow the sphere",
+                .meaning = "Makes the views smaller where the video holds less detail than their size; views that only "
+                           "enlarge it are blurred, and cameras cannot be placed. A size other than the default "
+                           "stays."}),
       frameRow({.key = "includePoles",
                 .group = Group::Sphere,
                 .value = SwitchSetting{memberOf<&Ingest::includePoles>},

@@ -35,6 +35,9 @@ struct IngestSettings {
   double fisheyeCropBottom = 0.0;
   double fisheyeEdgeMargin = 0.0;
   double fisheyeCropEdges = 0.0;
+  // Views no larger than their sphere holds detail for, while viewResolution is left at its default. New projects have
+  // it on.
+  bool viewsFollowSphere = false;
 };
 
 struct SparseSettings {

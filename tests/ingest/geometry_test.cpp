@@ -158,5 +158,23 @@ TEST_F(GeometryTest, LightsOfALensLandWhereItsSeedSays) {
   EXPECT_EQ(found_, 2 * static_cast<int>(directions.size()));
 }
 
+TEST(SphereViews, KnowTheirTurnAndAreNoLargerThanTheirSphere) {
+  IngestSettings settings;
+  settings.includePoles = true;
+  settings.pitchOffset = 20;
+  for (const SphereView& view : sphereViews(settings)) {
+    const auto [w, x, y, z] = rotationOf(view);
+    const Vec3 v = direction(view.yaw, view.pitch);
+    // The last row of the rotation's matrix: the view's axis in the sphere's frame.
+    EXPECT_NEAR(dot({2 * (x * z - w * y), 2 * (y * z + w * x), 1 - 2 * (x * x + y * y)}, v), 1, 1e-9) << view.name;
+  }
+  EXPECT_EQ(fittedTo(settings, 640).viewResolution, 1400);
+  settings.viewsFollowSphere = true;
+  EXPECT_EQ(sphereViewSize(fittedTo(settings, 640)), 304);
+  EXPECT_EQ(sphereViewSize(fittedTo(settings, 7680)), 1400);
+  settings.viewResolution = 1000;  // a size of the user's own
+  EXPECT_EQ(fittedTo(settings, 640).viewResolution, 1000);
+}
+
 }  // namespace
 }  // namespace quor

@@ -7,6 +7,7 @@
 #include "ingest/sphere/sphere_views.h"
 #include "pipeline/media.h"
 #include "pipeline/pipeline.h"
+#include "project/camera_report.h"
 #include "sample_capture/options.h"
 #include "support/fake_trainer.h"
 #include "support/gpu_fixture.h"
@@ -57,6 +58,10 @@ class EndToEndTest : public gs::GpuTest {
     }
     ASSERT_EQ(result.text, "Done");
     project_ = Project::load(project_.root);
+    const std::optional<CameraReport> report = CameraReport::load(project_);
+    ASSERT_TRUE(report);
+    EXPECT_NE(report->trust, CameraTrust::Folded) << cameraReportText(*report);
+    EXPECT_EQ(report->attempts.size(), 1u) << cameraReportText(*report);
     solved_ = gs::colmap::loadModel(project_.solvedFolder() / "sparse", true);
   }
   void expectTrueCameras(const std::vector<test::TruePose>& truth, size_t images) {

@@ -31,7 +31,7 @@ Records read(const std::string& text, Records records = {}) {
 TEST(Settings, EveryMemberSurvivesTheRoundTripInItsPlace) {
   const std::string text =
       R"({"ingest":{"targetFrameCount":1,"maxDimension":2,"blurRejection":false,"blurThreshold":0.1,)"
-      R"("jpegQuality":3,"viewsPerFrame":4,"fieldOfView":5.0,"viewResolution":6,"includePoles":true,)"
+      R"("jpegQuality":3,"viewsPerFrame":4,"fieldOfView":5.0,"viewResolution":6,"viewsFollowSphere":true,"includePoles":true,)"
       R"("pitchOffset":-7.5,"fisheyeFieldOfView":8.0,"fisheyeMaskBelow":9.0,"fisheyeCropBottom":0.3,)"
       R"("fisheyeEdgeMargin":0.4,"fisheyeCropEdges":0.5},)"
       R"("sparse":{"matcher":"vocab_tree","cameraModel":"PINHOLE","singleCamera":false,"maxImageSize":10,)"

@@ -34,6 +34,17 @@ int sphereViewSize(const IngestSettings& settings) {
   return std::max(settings.viewResolution - settings.viewResolution % 2, 256);
 }
 
+IngestSettings fittedTo(const IngestSettings& settings, int sphereWidth) {
+  IngestSettings fitted = settings;
+  if (!settings.viewsFollowSphere || settings.viewResolution != IngestSettings{}.viewResolution || sphereWidth <= 0) {
+    return fitted;
+  }
+  const double pixelsPerRadian = sphereWidth / (2 * std::numbers::pi);
+  const double held = 2 * std::tan(settings.fieldOfView * std::numbers::pi / 360) * pixelsPerRadian;
+  fitted.viewResolution = static_cast<int>(std::min<double>(settings.viewResolution, 1.5 * held));
+  return fitted;
+}
+
 std::array<double, 4> sphereViewCamera(const IngestSettings& settings) {
   const double half = sphereViewSize(settings) / 2.0;
   const double focal = half / std::tan(settings.fieldOfView * std::numbers::pi / 360);

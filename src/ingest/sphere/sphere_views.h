@@ -21,6 +21,9 @@ std::array<double, 4> rotationOf(const SphereView& view);
 std::vector<SphereView> sphereViews(const IngestSettings& settings);
 // Pixels of a view's edge: even, at least 256.
 int sphereViewSize(const IngestSettings& settings);
+// The settings for a sphere of that width in pixels: where views are to follow the sphere, they are no larger than one
+// and a half times what its middle holds (a view's corners hold more).
+IngestSettings fittedTo(const IngestSettings& settings, int sphereWidth);
 // fx, fy, cx, cy of a view in pixels: f = (size / 2) / tan(fieldOfView / 2).
 std::array<double, 4> sphereViewCamera(const IngestSettings& settings);
 

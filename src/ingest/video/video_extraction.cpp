@@ -70,14 +70,19 @@ std::vector<std::string> addFrames(ExtractionResult& result, const SamplingPlan&
 }
 
 ExtractionResult FrameExtractor::extractVideo(const std::filesystem::path& path, InputKind kind,
-                                              const IngestSettings& settings, const std::filesystem::path& outputFolder,
+                                              const IngestSettings& given, const std::filesystem::path& outputFolder,
                                               const IngestProgress& progress) {
   const bool sphere = kind == InputKind::Video360;
-  if (sphere) checkSphereSettings(settings);
+  if (sphere) checkSphereSettings(given);
   const OpenedVideo opened = openVideo(path, cancelled_);
   const VideoTrack track = opened.file ? opened.file->tracks()[0] : VideoTrack{};
   log_.info((sphere ? "360 video: " : "Video: ") + (opened.file ? sourceText(path, track) : toUtf8(path.filename())));
 
+  const IngestSettings settings = sphere ? fittedTo(given, track.width) : given;
+  if (sphereViewSize(settings) < sphereViewSize(given)) {
+    log_.info(formatText("Views of %d pixels hold all the detail of this sphere; larger ones would only blur it.",
+                         sphereViewSize(settings)));
+  }
   const int views = sphere ? static_cast<int>(sphereViews(settings).size()) : 1;
   const int wanted = sphere ? std::max(8, settings.targetFrameCount / views) : settings.targetFrameCount;
   SamplingPlan plan;
