@@ -49,6 +49,18 @@ void drawProgress(const StageRow& row) {
   if (!row.timeLeft.empty()) drawFaint(row.timeLeft);
 }
 
+// Whether the solved cameras can be trained on, in one line; the rest when it is pointed at.
+void drawCameraReport(const std::optional<ProjectFacts>& facts) {
+  if (!facts || !facts->cameraReport) return;
+  const CameraReport& report = *facts->cameraReport;
+  report.trust == CameraTrust::Sound ? drawFaint(report.summary) : drawWarning(report.summary);
+  for (const std::string& sentence : report.advice) drawFaint(sentence);
+  if (report.notPlaced.empty()) return;
+  if (!ImGui::TreeNode("not placed", "%zu images were not placed", report.notPlaced.size())) return;
+  for (const CameraReport::NotPlaced& missing : report.notPlaced) drawFaint(missing.image + ": " + missing.reason);
+  ImGui::TreePop();
+}
+
 void drawStage(Workspace& workspace, const StageRow& row) {
   ImGui::PushID(static_cast<int>(row.stage));
   drawHeading(row.name.c_str());
@@ -60,6 +72,7 @@ void drawStage(Workspace& workspace, const StageRow& row) {
     drawFaint(row.state == StageState::NotRun ? row.text : row.text + " (" + stateWord(row.state) + ")");
   }
   const bool train = row.stage == Stage::Train;
+  if (row.stage == Stage::Sparse && row.state != StageState::Running) drawCameraReport(workspace.results().facts());
   if (train || workspace.project()->externalDataset.empty()) {
     if (drawButton(row.runFrom)) workspace.run().start(row.stage, Stage::Train);
     if (!train) ImGui::SameLine();

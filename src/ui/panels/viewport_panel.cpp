@@ -15,7 +15,8 @@ namespace {
 constexpr double kTurnPerHeight = 3.0;  // radians that a drag over the viewport's height turns by
 constexpr double kFlyPerSecond = 0.7;   // of the distance to the point that is orbited
 constexpr double kLookStep = 0.02;
-constexpr ImU32 kCameraColour = IM_COL32(255, 170, 60, 200), kNearestColour = IM_COL32(255, 255, 255, 255);
+constexpr ImU32 kCameraColour = IM_COL32(255, 170, 60, 200), kNearestColour = IM_COL32(255, 255, 255, 255),
+                kWeakColour = IM_COL32(250, 230, 60, 255), kJumpColour = IM_COL32(255, 60, 60, 255);
 
 ImTextureID textureOf(TextureId id) {
   return reinterpret_cast<ImTextureID>(static_cast<uintptr_t>(id));
@@ -228,6 +229,18 @@ void ViewportPanel::drawCameras(const Area& area, bool hovered) {
       under = i;
     }
   }
+  const auto mark = [&](const std::array<size_t, 2>& pair, ImU32 colour) {
+    std::array<ImVec2, 2> tips;
+    for (size_t i = 0; i < 2; ++i) {
+      const auto points = frustumOnScreen(cameras->photos[pair[i]].source.camera, size, view);
+      if (!points) return;
+      lines(*points, colour);
+      tips[i] = place((*points)[0]);
+    }
+    list->AddLine(tips[0], tips[1], colour, 2);
+  };
+  if (cameras->weakestLink) mark(*cameras->weakestLink, kWeakColour);
+  for (const auto& jump : cameras->jumps) mark(jump, kJumpColour);
   if (!under) return;
   lines(*frustumOnScreen(cameras->photos[*under].source.camera, size, view), kNearestColour);
   ImGui::SetTooltip("%s", cameras->photos[*under].name.c_str());

@@ -97,6 +97,7 @@ ProjectFacts readProjectFacts(const Project& project) {
     facts.dataset = project.externalDataset.empty() ? project.solvedFolder() : fromUtf8(project.externalDataset);
     facts.solved = timeOfModel(gs::colmap::findModelDir(facts.dataset));
   }
+  facts.cameraReport = CameraReport::load(project);
   facts.scene = fileFacts(project.sceneFile());
   if (facts.scene) facts.splats = countSplats(project.sceneFile());
   facts.checkpoint = checkpointFacts(project.checkpointFile());

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "project/camera_report.h"
 #include "project/project.h"
 #include "settings/technique.h"
 
@@ -46,6 +47,7 @@ struct ProjectFacts {
   std::filesystem::path colmapLog;  // all that COLMAP printed in the last solve; empty: there was none
   std::vector<FileFacts> files;     // results, the scene first
   std::vector<ViewScore> scores;
+  std::optional<CameraReport> cameraReport;  // what the solve of its cameras is worth
 };
 
 // Missing or damaged files give empty facts, not exceptions. Any thread.

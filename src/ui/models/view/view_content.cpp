@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 #include <stdexcept>
 
 #include "base/files/paths.h"
@@ -11,6 +12,7 @@
 #include "gs/data/seed.h"
 #include "gs/files/checkpoint.h"
 #include "gs/files/ply.h"
+#include "project/camera_report.h"
 #include "ui/models/view/vec3.h"
 
 namespace quor::ui {
@@ -56,6 +58,26 @@ double typicalDistance(const CameraSet& cameras, const gs::colmap::Points& point
   return distances.empty() ? cameras.geometry.radius : static_cast<double>(middle(distances, 0.5));
 }
 
+// The report lies beside the dataset that a project's solve has made.
+void markFaults(const std::filesystem::path& dataset, CameraSet& set) {
+  Project owner;
+  owner.root = dataset.parent_path().parent_path();
+  if (owner.solvedFolder() != dataset) return;
+  const std::optional<CameraReport> report = CameraReport::load(owner);
+  if (!report) return;
+  std::map<std::string, size_t> places;
+  for (size_t i = 0; i < set.photos.size(); ++i) places[set.photos[i].name] = i;
+  const auto pairOf = [&](const auto& named) -> std::optional<std::array<size_t, 2>> {
+    const auto first = places.find(named.first), second = places.find(named.second);
+    if (first == places.end() || second == places.end()) return {};
+    return std::array{first->second, second->second};
+  };
+  for (const CameraReport::Jump& jump : report->jumps) {
+    if (const auto pair = pairOf(jump)) set.jumps.push_back(*pair);
+  }
+  if (report->trust != CameraTrust::Sound && report->weakestLink) set.weakestLink = pairOf(*report->weakestLink);
+}
+
 }  // namespace
 
 CameraSet loadCameras(const std::filesystem::path& dataset) {
@@ -72,6 +94,7 @@ CameraSet loadCameras(const std::filesystem::path& dataset) {
   set.geometry = gs::sceneGeometry(cameras);
   set.points = pointSplats(model.points);
   set.viewDistance = typicalDistance(set, model.points);
+  markFaults(dataset, set);
   return set;
 }
 

@@ -2,8 +2,10 @@
 // that the solve has found. Reading takes a while: for a worker thread.
 #pragma once
 
+#include <array>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,7 +25,11 @@ struct CameraSet {
   std::vector<PosedPhoto> photos;  // in name order
   gs::SceneGeometry geometry;
   std::shared_ptr<const gs::GaussianSet> points;  // a small splat for each sparse point; null when there are none
-  double viewDistance = 1;                        // typical distance from a camera to the surface it sees, world units
+  // Photographs, by index, that the camera report names as placed apart against their matches; and the two that the
+  // fewest points hold together.
+  std::vector<std::array<size_t, 2>> jumps;
+  std::optional<std::array<size_t, 2>> weakestLink;
+  double viewDistance = 1;  // typical distance from a camera to the surface it sees, world units
 };
 
 // Throws std::runtime_error with a whole sentence.
