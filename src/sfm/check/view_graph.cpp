@@ -20,6 +20,10 @@ using gs::colmap::Observation;
 constexpr double kFits = 0.008;
 constexpr size_t kFewMatches = 30;
 constexpr double kContradictory = 0.3;
+constexpr double kParallel = 0.003;  // radians: where directions meet says nothing any more
+constexpr size_t kManyMatches = 50;
+constexpr double kSharedShare = 0.1;  // of the matches; a true pair has most of them as points of the model
+constexpr double kMinParallax = 1;    // degrees, less is not worth a point
 
 void nameSequence(ViewGraph::Node& node) {
   const size_t slash = node.name.rfind('/') + 1;  // 0 without one
@@ -50,23 +54,37 @@ class Comparison {
     edge.angle = 2 * std::acos(std::min(1.0, std::abs(relative.rotation.w()))) * 180 / std::numbers::pi;
     for (const size_t point : points_[a]) edge.shared += points_[b].contains(point) ? 1 : 0;
     size_t fit = 0;
+    std::vector<double> angles;
     for (const FeatureMatch& match : matches) {
       if (match.first >= observations_[a].size() || match.second >= observations_[b].size()) continue;
-      fit += fits(relative, ray(a, match.first), ray(b, match.second), tolerance(b)) ? 1 : 0;
+      const Vector3d turned = relative.rotation * ray(a, match.first);
+      const Vector3d& second = ray(b, match.second);
+      fit += fits(relative, turned, second, tolerance(b)) ? 1 : 0;
+      angles.push_back(std::atan2(turned.cross(second).norm(), turned.dot(second)));
+    }
+    if (!angles.empty()) {
+      std::ranges::nth_element(angles, angles.begin() + static_cast<std::ptrdiff_t>(angles.size() / 2));
+      edge.parallax = angles[angles.size() / 2] * 180 / std::numbers::pi;
     }
     edge.agreement = static_cast<double>(fit) / static_cast<double>(matches.size());
   }
 
  private:
-  // Whether the second direction lies in the plane that the first one and the baseline span, and not behind.
-  static bool fits(const refine::Pose& relative, const Vector3d& first, const Vector3d& second, double tolerance) {
-    const Vector3d turned = relative.rotation * first;
+  // Whether the second direction lies in the plane that the first one, turned into its frame, and the baseline span,
+  // and the two meet before both cameras.
+  static bool fits(const refine::Pose& relative, const Vector3d& turned, const Vector3d& second, double tolerance) {
     const Vector3d normal = relative.translation.cross(turned);
     const double length = normal.norm();
     if (length <= 1e-9 * relative.translation.norm() || relative.translation.norm() == 0) {
       return turned.cross(second).norm() < tolerance && turned.dot(second) > 0;
     }
-    return std::abs(normal.dot(second)) / length < tolerance;
+    if (std::abs(normal.dot(second)) / length >= tolerance) return false;
+    // turned * a + translation = second * b
+    const double cosine = turned.dot(second), along = 1 - cosine * cosine;
+    if (along < kParallel * kParallel) return true;
+    const double a = (cosine * second.dot(relative.translation) - turned.dot(relative.translation)) / along;
+    const double b = (second.dot(relative.translation) - cosine * turned.dot(relative.translation)) / along;
+    return a > 0 && b > 0;
   }
 
   const gs::colmap::Camera& cameraOf(size_t image) const { return model_.cameras.at(model_.images[image].cameraId); }
@@ -110,7 +128,10 @@ size_t ViewGraph::placedCount() const {
 }
 
 bool contradicts(const ViewGraph::Edge& edge) {
-  return edge.placed && edge.matches >= kFewMatches && edge.agreement < kContradictory;
+  if (!edge.placed || edge.matches < kFewMatches) return false;
+  if (edge.agreement < kContradictory) return true;
+  return edge.matches >= kManyMatches && edge.parallax >= kMinParallax &&
+         static_cast<double>(edge.shared) < kSharedShare * static_cast<double>(edge.matches);
 }
 
 ViewGraph viewGraph(const std::filesystem::path& database, const gs::colmap::Model& model,

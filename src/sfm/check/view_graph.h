@@ -31,7 +31,8 @@ struct ViewGraph {
     size_t matches = 0;   // verified
     // Of pairs of which both images are placed:
     bool placed = false;
-    double agreement = 0;  // share of the matches that lie on the poses' epipolar lines
+    double agreement = 0;  // share of the matches that lie on the poses' epipolar lines, before both cameras
+    double parallax = 0;   // degrees, median over the matches, between the directions that the poses give to them
     double angle = 0;      // degrees between the poses
     size_t shared = 0;     // points of the model that both images see
   };
@@ -44,7 +45,8 @@ struct ViewGraph {
   size_t placedCount() const;
 };
 
-// Two images whose matches do not fit their poses.
+// Two images whose matches do not fit their poses, or hold next to none of the points that both should see: along a
+// straight way, all steps have the same epipolar lines.
 bool contradicts(const ViewGraph::Edge& edge);
 
 // Reads the verified matches of the database and compares them with the model. Throws std::runtime_error.
