@@ -194,7 +194,7 @@ const char* usageText() {
          "  --path NAME      the way through the room (orbit):\n"
          "                   orbit        around the middle, looking at it\n"
          "                   walk         forward all around, looking ahead\n"
-         "                   pan          small turns and, between some neighbours, turns of 36 degrees\n"
+         "                   pan          from side to side, between some neighbours by more than 30 degrees\n"
          "                   cuts         three stretches that begin elsewhere than where the one before ended\n"
          "  --count N        number of photographs (36) or frames (video 120, the others 60)\n"
          "  --size N | WxH   longest edge in pixels: photos and video are 3:2 (320), or both edges; video360 is 2:1\n"

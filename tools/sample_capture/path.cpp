@@ -36,14 +36,13 @@ Pose walkPose(const Orbit& orbit, double start, int i) {
                    wander(0.04, 1.1 * i, start));
 }
 
+// Looks across the middle, to one side and the other.
 Pose panPose(const Orbit& orbit, double start, int i) {
-  constexpr double kSmallTurn = 8 * pi / 180, kLargeTurn = 36 * pi / 180;
-  constexpr int kSmallTurns = 4, kTurns = 6;  // the small ones first
-  const int rounds = i / kTurns, rest = i % kTurns;
-  const double heading = rounds * (kSmallTurns * kSmallTurn + (kTurns - kSmallTurns) * kLargeTurn) +
-                         std::min(rest, kSmallTurns) * kSmallTurn + std::max(rest - kSmallTurns, 0) * kLargeTurn;
-  const Vec3 eye = onOrbit(1.5, start + turnAt(orbit, i) / 3, 1.7 + wander(0.15, i, start));
-  return lookAlong(eye, direction(start + heading, -0.15 + wander(0.08, 1.3 * i, start)), wander(0.05, i, start));
+  constexpr std::array<double, 12> kAside = {-48, -40, -32, -24, 8, 40, 48, 40, 32, 24, -8, -40};  // degrees
+  const double angle = start + turnAt(orbit, i) / 2;
+  const double heading = angle + pi * (1 + kAside[static_cast<size_t>(i) % kAside.size()] / 180);
+  return lookAlong(onOrbit(2, angle, 1.5 + wander(0.15, i, start)),
+                   direction(heading, -0.2 + wander(0.08, 1.3 * i, start)), wander(0.05, i, start));
 }
 
 Pose cutPose(const Orbit& orbit, double start, int i) {
@@ -71,11 +70,13 @@ Pose corridorPose(const Orbit& orbit, double start, int i) {
   return lookAlong(eye, direction(aside, -0.2 + wander(0.05, 1.7 * i, start)), wander(0.03, 0.9 * i, start));
 }
 
-// In the world of the things that turn, a camera on its tripod goes around them. Half-way the tripod is raised: turns
-// about one axis before one camera leave its focal length in doubt.
+// In the world of the things that turn, a camera on its tripod goes around them. Half-way the tripod is slowly raised:
+// turns about one axis before one camera leave its focal length in doubt.
 Pose turntablePose(const Orbit& orbit, double start, int i) {
-  const Vec3 eye = onOrbit(kRadius, start + turnAt(orbit, i), 2 * i < orbit.count ? 1.35 : 1.85);
-  return lookAlong(eye, normalized(Vec3{0, 0, 0.6} - eye), 0);
+  constexpr double kAway = 2.5, kLow = 1.2, kHigh = 2.1;
+  const double raised = std::clamp((1.0 * i / orbit.count - 0.2) / 0.6, 0.0, 1.0);
+  const Vec3 eye = onOrbit(kAway, start + turnAt(orbit, i), kLow + (kHigh - kLow) * raised);
+  return lookAlong(eye, normalized(Vec3{0, 0, 0.5} - eye), 0);
 }
 
 using PoseAt = Pose (*)(const Orbit&, double, int);

@@ -11,7 +11,7 @@ namespace quor::sample {
 enum class Path {
   Orbit,  // around the middle, looking at it
   Walk,   // forward around the room, looking ahead
-  Pan,    // a few small turns on the spot, then large ones whose pictures still overlap
+  Pan,    // from side to side, some turns so large that the pictures only just overlap
   Cuts    // three stretches of an orbit, each from another place than where the one before it ended
 };
 
