@@ -14,7 +14,7 @@ inline constexpr double kCorridorReach = 4.5;
 // One picture on a plain wall tells the two sides apart.
 Room furnishSymmetric(uint64_t seed);
 
-// From one door to the next everything repeats, but for a small sign beside two of the boards.
+// From one door to the next everything repeats, but for small signs at two of the doors.
 Room furnishCorridor(uint64_t seed);
 
 }  // namespace quor::sample

@@ -8,7 +8,7 @@ namespace {
 
 using std::numbers::pi;
 
-// A hand's slow wandering, the same for a seed; `at` counts pictures.
+// How far a hand strays by the picture with the number `at`.
 double wander(double reach, double at, double phase) {
   return reach * std::sin(0.7 * at + phase);
 }
@@ -36,7 +36,7 @@ Pose walkPose(const Orbit& orbit, double start, int i) {
                    wander(0.04, 1.1 * i, start));
 }
 
-// Looks across the middle, to one side and the other.
+// Looks across the middle, swinging from one side to the other.
 Pose panPose(const Orbit& orbit, double start, int i) {
   constexpr std::array<double, 12> kAside = {-48, -40, -32, -24, 8, 40, 48, 40, 32, 24, -8, -40};  // degrees
   const double angle = start + turnAt(orbit, i) / 2;
@@ -47,15 +47,15 @@ Pose panPose(const Orbit& orbit, double start, int i) {
 
 Pose cutPose(const Orbit& orbit, double start, int i) {
   struct Stretch {
-    double from, to;  // thirds of a half turn around the middle
+    double from, to;  // around the middle, in units of 60 degrees
     double radius, height;
   };
   constexpr std::array<Stretch, 3> kStretches = {{{0, 2, 2.05, 1.4}, {3, 1, 1.95, 1.75}, {1.7, 3.7, 2.1, 1.1}}};
   const double along = 3.0 * i / orbit.count;
   const auto number = static_cast<size_t>(along);
   const Stretch& stretch = kStretches[number];
-  const double thirds = stretch.from + (stretch.to - stretch.from) * (along - static_cast<double>(number));
-  const Vec3 eye = onOrbit(stretch.radius, start + thirds * pi / 3 * (orbit.turn / 360), stretch.height);
+  const double angle = stretch.from + (stretch.to - stretch.from) * (along - static_cast<double>(number));
+  const Vec3 eye = onOrbit(stretch.radius, start + angle * pi / 3 * (orbit.turn / 360), stretch.height);
   const Vec3 aim{wander(0.2, i, start), wander(0.2, 1.3 * i, start), 0.72 + wander(0.1, 1.7 * i, start)};
   return lookAlong(eye, normalized(aim - eye), wander(0.1, i, start));
 }

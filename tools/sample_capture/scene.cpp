@@ -17,7 +17,10 @@ Scene Scene::seenBy(const Pose& camera) const {
   if (!room_.staysWithCamera) return seen;
   const Vec3 eye = camera.centre();
   const double radius = std::hypot(eye.x, eye.y);
-  if (radius > 0) seen.cos_ = eye.x / radius, seen.sin_ = eye.y / radius;
+  if (radius > 0) {
+    seen.cos_ = eye.x / radius;
+    seen.sin_ = eye.y / radius;
+  }
   return seen;
 }
 
