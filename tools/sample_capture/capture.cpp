@@ -54,7 +54,9 @@ TrueModel trueModel(const Scene& scene, const std::vector<PinholeView>& views, s
     const PinholeView& view = views[random.below(views.size())];
     const double x = view.width * random.uniform(), y = view.height * random.uniform();
     const Ray ray = view.rayThrough(x, y);
-    const Scene::Hit hit = scene.trace(ray);
+    const Scene seenNow = scene.seenBy(view);
+    const Scene::Hit hit = seenNow.trace(ray);
+    if (!hit.still) continue;
     // The model stores floats, so observe the stored point.
     const std::array<float, 3> stored = {static_cast<float>(hit.position.x), static_cast<float>(hit.position.y),
                                          static_cast<float>(hit.position.z)};
@@ -67,7 +69,7 @@ TrueModel trueModel(const Scene& scene, const std::vector<PinholeView>& views, s
     }
     if (seen.size() < 2) continue;
     for (const auto& [index, observation] : seen) result.observations[index].push_back(observation);
-    const Vec3 colour = scene.colour(hit, footprintOf(view.pixelsPerRadian(), ray, hit));
+    const Vec3 colour = seenNow.colour(hit, footprintOf(view.pixelsPerRadian(), ray, hit));
     positions.insert(positions.end(), stored.begin(), stored.end());
     const std::array<uint8_t, 3> bytes = toBytes(colour);
     colors.insert(colors.end(), bytes.begin(), bytes.end());

@@ -206,6 +206,8 @@ Vec3 pattern(const Material& m, const SurfacePoint& p) {
       return spots(m, p);
     case Pattern::Mosaic:
       return mosaic(m, p);
+    case Pattern::Plain:
+      break;
   }
   return m.base;
 }
@@ -213,6 +215,7 @@ Vec3 pattern(const Material& m, const SurfacePoint& p) {
 }  // namespace
 
 Vec3 albedo(const Material& material, const SurfacePoint& point) {
+  if (material.pattern == Pattern::Plain) return material.base;
   const double weathering = fractalNoise(point.local, 0.6, point.footprint, material.seed + 40);
   return pattern(material, point) * (1 + 0.2 * weathering);
 }

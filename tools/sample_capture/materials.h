@@ -1,5 +1,6 @@
-// The textures of the room, as functions of a place on a surface. All have detail at several scales and none repeats
-// exactly, so that feature matching finds its way; every edge is softened over a pixel, so that nothing aliases.
+// The textures of the room, as functions of a place on a surface. All but the plain one have detail at several scales
+// and none of these repeats exactly, so that feature matching finds its way; every edge is softened over a pixel, so
+// that nothing aliases.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +17,21 @@ struct SurfacePoint {
   double footprint = 0;     // size of a pixel on the surface
 };
 
-enum class Pattern { Bricks, Wallpaper, Stones, Planks, Tiles, Rug, Poster, Books, Crate, Marble, Spots, Mosaic };
+enum class Pattern {
+  Bricks,
+  Wallpaper,
+  Stones,
+  Planks,
+  Tiles,
+  Rug,
+  Poster,
+  Books,
+  Crate,
+  Marble,
+  Spots,
+  Mosaic,
+  Plain
+};
 
 struct Material {
   Pattern pattern = Pattern::Planks;

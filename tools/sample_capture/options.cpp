@@ -43,16 +43,30 @@ ImageSize sizeOf(Kind kind, std::string_view text) {
   return size;
 }
 
-constexpr std::array<std::pair<std::string_view, Kind>, 4> kKinds = {{{"photos", Kind::Photos},
-                                                                      {"video", Kind::Video},
-                                                                      {"video360", Kind::Video360},
-                                                                      {"dualfisheye", Kind::DualFisheye}}};
+template <typename T, size_t N>
+using Names = std::array<std::pair<std::string_view, T>, N>;
 
-Kind kindOf(std::string_view word) {
-  for (const auto& [name, kind] : kKinds) {
-    if (name == word) return kind;
+constexpr Names<Kind, 4> kKinds = {{{"photos", Kind::Photos},
+                                    {"video", Kind::Video},
+                                    {"video360", Kind::Video360},
+                                    {"dualfisheye", Kind::DualFisheye}}};
+constexpr Names<SceneKind, 5> kScenes = {{{"room", SceneKind::Room},
+                                          {"symmetric", SceneKind::Symmetric},
+                                          {"corridor", SceneKind::Corridor},
+                                          {"turntable", SceneKind::Turntable},
+                                          {"turntable-textured", SceneKind::TexturedTurntable}}};
+constexpr Names<Path, 4> kPaths = {
+    {{"orbit", Path::Orbit}, {"walk", Path::Walk}, {"pan", Path::Pan}, {"cuts", Path::Cuts}}};
+
+// The value that the word names; "a, b or c" in the refusal.
+template <typename T, size_t N>
+T named(const Names<T, N>& names, std::string_view option, std::string_view word) {
+  std::string all;
+  for (size_t i = 0; i < N; ++i) {
+    if (names[i].first == word) return names[i].second;
+    all += (i == 0 ? "" : i + 1 == N ? " or " : ", ") + std::string(names[i].first);
   }
-  throw UsageError("--kind takes photos, video, video360 or dualfisheye, not '" + std::string(word) + "'.");
+  throw UsageError(std::string(option) + " takes " + all + ", not '" + std::string(word) + "'.");
 }
 
 void setOut(Options& options, std::string_view folder) {
@@ -68,7 +82,9 @@ struct Pending {
 };
 
 void setValue(Options& options, Pending& pending, std::string_view option, std::string_view value) {
-  if (option == "--kind") options.kind = kindOf(value);
+  if (option == "--kind") options.kind = named(kKinds, option, value);
+  if (option == "--scene") options.scene = named(kScenes, option, value);
+  if (option == "--path") options.path = named(kPaths, option, value);
   if (option == "--size") pending.size = value;
   if (option == "--count") {
     options.orbit.count = wholeNumber("--count", value, 1, kMaxPictures);
@@ -82,9 +98,22 @@ void setValue(Options& options, Pending& pending, std::string_view option, std::
 }
 
 bool takesValue(std::string_view option) {
-  constexpr std::array<std::string_view, 8> kOptions = {"--kind", "--size", "--count",  "--turn",
-                                                        "--fps",  "--seed", "--points", "--out"};
+  constexpr std::array<std::string_view, 10> kOptions = {"--kind", "--scene", "--path", "--size",   "--count",
+                                                         "--turn", "--fps",   "--seed", "--points", "--out"};
   return std::find(kOptions.begin(), kOptions.end(), option) != kOptions.end();
+}
+
+void refuseMisfits(const Options& options) {
+  const bool orbitsRoom = options.scene == SceneKind::Room && options.path == Path::Orbit;
+  if ((options.kind == Kind::Video360 || options.kind == Kind::DualFisheye) && !orbitsRoom) {
+    throw UsageError("--scene and --path are for photos and video; the other kinds film an orbit of the room.");
+  }
+  if (options.scene != SceneKind::Room && options.path != Path::Orbit) {
+    throw UsageError("--path is for the room; the other scenes have ways of their own.");
+  }
+  if (options.scene == SceneKind::Corridor && options.orbit.turn > 360) {
+    throw UsageError("The corridor ends: --turn takes 360 at most there, which is its whole length.");
+  }
 }
 
 void settle(Options& options, const Pending& pending) {
@@ -100,6 +129,7 @@ void settle(Options& options, const Pending& pending) {
     throw UsageError("The edges of a video are even numbers of pixels, not " + std::to_string(size.width) + "x" +
                      std::to_string(size.height) + ".");
   }
+  refuseMisfits(options);
   if (options.out.empty()) throw UsageError("A folder to write to is needed.");
   if ((options.binaryModel || options.textModel) && options.orbit.count < 2) {
     throw UsageError("A model needs at least two pictures: --count 2 or more.");
@@ -149,18 +179,29 @@ Options parseOptions(std::span<const char* const> arguments) {
 
 const char* usageText() {
   return "Usage: sample_capture [options] FOLDER\n"
-         "Pictures of a made-up room, taken on an orbit within it, and on request where they were truly taken.\n"
+         "Pictures of a made-up scene, and on request where they were truly taken.\n"
          "\n"
          "  --kind KIND      photos       FOLDER/images (what is made without this option)\n"
-         "                   video        FOLDER/video.mp4, along the same orbit\n"
+         "                   video        FOLDER/video.mp4, along the same way\n"
          "                   video360     FOLDER/video360.mp4, equirectangular\n"
          "                   dualfisheye  FOLDER/video.insv, two square tracks of lenses back to back\n"
+         "  --scene NAME     room         richly furnished, every place unlike any other (room)\n"
+         "                   symmetric    an object that looks the same after half a turn, between plain walls\n"
+         "                   corridor     walked through; its doors and what stands between them repeat exactly\n"
+         "                   turntable    things that turn before a camera on a tripod, between plain walls; its true\n"
+         "                                places are those that the things see it at\n"
+         "                   turntable-textured  the same between patterned walls\n"
+         "  --path NAME      the way through the room (orbit):\n"
+         "                   orbit        around the middle, looking at it\n"
+         "                   walk         forward all around, looking ahead\n"
+         "                   pan          from side to side, between some neighbours by more than 30 degrees\n"
+         "                   cuts         three stretches that begin elsewhere than where the one before ended\n"
          "  --count N        number of photographs (36) or frames (video 120, the others 60)\n"
          "  --size N | WxH   longest edge in pixels: photos and video are 3:2 (320), or both edges; video360 is 2:1\n"
          "                   (1024), dualfisheye square (480)\n"
          "  --fps N          frames of a video in a second (10)\n"
-         "  --turn N         degrees of the orbit that the pictures are spread over (360)\n"
-         "  --seed N         another seed is another room and another orbit (1)\n"
+         "  --turn N         degrees of the orbit that the pictures are spread over (360); of another way, 360 is all\n"
+         "  --seed N         another seed is another scene and another way (1)\n"
          "  --model          also write the true cameras and, for photos and video, surface points as a binary COLMAP\n"
          "                   model in FOLDER/sparse/0; for videos of all kinds the cameras in FOLDER/cameras.csv\n"
          "  --model-text     the same in COLMAP's text encoding\n"

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "sample_capture/capture.h"
+#include "sample_capture/path.h"
 
 namespace quor::sample {
 
@@ -19,6 +20,8 @@ enum class Kind { Photos, Video, Video360, DualFisheye };
 struct Options {
   std::filesystem::path out;
   Kind kind = Kind::Photos;
+  SceneKind scene = SceneKind::Room;
+  Path path = Path::Orbit;
   Orbit orbit;
   int framesPerSecond = 10;
   size_t points = 6000;

@@ -1,36 +1,14 @@
 #include "sample_capture/orbit.h"
 
-#include <cmath>
-#include <numbers>
-
-#include "base/split_mix64.h"
+#include "sample_capture/orbit_parts.h"
 
 namespace quor::sample {
 namespace {
 
 using std::numbers::pi;
 
-constexpr double kFieldOfView = 62 * pi / 180;  // along the longer edge
-constexpr double kRadius = 2.05;
 constexpr double kWideRadius = 1.8;  // of cameras that see all around, so that they keep away from the walls
 constexpr double kHeadingTurns = 3;  // of a pair of lenses, while they go around once
-
-PinholeView lensOf(const Orbit& orbit) {
-  PinholeView lens;
-  lens.width = orbit.size.width;
-  lens.height = orbit.size.height;
-  lens.fx = lens.fy = 0.5 * std::max(lens.width, lens.height) / std::tan(0.5 * kFieldOfView);
-  lens.cx = 0.5 * lens.width;
-  lens.cy = 0.5 * lens.height;
-  return lens;
-}
-
-template <typename View>
-View placed(const View& lens, const Pose& pose) {
-  View view = lens;
-  static_cast<Pose&>(view) = pose;
-  return view;
-}
 
 // The same place, looking the other way.
 Pose turnedBack(const Pose& pose) {
@@ -40,23 +18,6 @@ Pose turnedBack(const Pose& pose) {
     back.translation[row] *= -1;
   }
   return back;
-}
-
-SplitMix64 randomOf(const Orbit& orbit) {
-  return SplitMix64::fromSeed(orbit.seed ^ 0x6f72626974ULL);
-}
-
-double startAngle(SplitMix64& random) {
-  return pi * (2 * random.uniform() - 1);
-}
-
-double turnAt(const Orbit& orbit, int i) {
-  return 2 * pi * i / orbit.count * (orbit.turn / 360);
-}
-
-Vec3 onOrbit(double radius, double angle, double height) {
-  const double x = radius * std::cos(angle), y = radius * std::sin(angle);
-  return {x, y, height};
 }
 
 // How far a camera strays from its way.

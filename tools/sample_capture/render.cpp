@@ -64,10 +64,11 @@ Image render(const Scene& scene, const View& view, Rays rays) {
   Image image{view.width, view.height, {}};
   const size_t stride = static_cast<size_t>(view.width) * 3;
   image.rgb.resize(stride * static_cast<size_t>(view.height));
+  const Scene seen = scene.seenBy(view);
   parallelFor(static_cast<size_t>(view.height), [&](size_t y) {
     uint8_t* rgb = image.rgb.data() + y * stride;
     for (int x = 0; x < view.width; ++x) {
-      for (const uint8_t value : toBytes(renderPixel(scene, view, x, static_cast<int>(y), rays))) *rgb++ = value;
+      for (const uint8_t value : toBytes(renderPixel(seen, view, x, static_cast<int>(y), rays))) *rgb++ = value;
     }
   });
   return image;

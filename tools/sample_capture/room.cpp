@@ -1,40 +1,19 @@
 #include "sample_capture/room.h"
 
-#include "base/split_mix64.h"
+#include "sample_capture/furnisher.h"
+#include "sample_capture/hard_rooms.h"
 
 namespace quor::sample {
 namespace {
 
-constexpr Vec3 kOak{0.72, 0.52, 0.32}, kDarkOak{0.46, 0.31, 0.19};
-constexpr Vec3 kCream{0.80, 0.74, 0.63}, kBrick{0.68, 0.36, 0.27}, kMortar{0.66, 0.53, 0.46};
-constexpr Vec3 kTeal{0.26, 0.50, 0.52}, kNavy{0.25, 0.32, 0.50}, kWine{0.56, 0.25, 0.26};
-constexpr Vec3 kMoss{0.38, 0.47, 0.26}, kGold{0.80, 0.64, 0.34}, kSlate{0.46, 0.49, 0.51}, kChalk{0.80, 0.79, 0.76};
-constexpr Vec3 kSand{0.78, 0.68, 0.50}, kClay{0.56, 0.42, 0.32}, kRust{0.68, 0.42, 0.30}, kAsh{0.60, 0.61, 0.60};
-constexpr Vec3 kMist{0.70, 0.76, 0.72}, kSea{0.36, 0.58, 0.58};
-
-class Furnisher {
+class RoomFurnisher : public Furnisher {
  public:
-  explicit Furnisher(uint64_t seed) : random_(SplitMix64::fromSeed(seed)) {}
-
-  Material material(Pattern pattern, Vec3 base, Vec3 accent) {
-    return {pattern, static_cast<uint32_t>(random_.next()), base, accent};
-  }
-  void box(Vec3 centre, Vec3 half, double yaw, Pattern pattern, Vec3 base, Vec3 accent) {
-    room_.groups.back().boxes.emplace_back(centre, half, yaw, material(pattern, base, accent));
-  }
-  void sphere(Vec3 centre, double radius, Pattern pattern, Vec3 base, Vec3 accent) {
-    room_.groups.back().spheres.emplace_back(centre, radius, material(pattern, base, accent));
-  }
-  // What follows stands within the ball.
-  void group(Vec3 centre, double radius) { room_.groups.push_back({{centre, radius}, {}, {}}); }
-  // A little to either side, so that each seed has a room of its own.
-  double wobble(double reach) { return reach * (2 * random_.uniform() - 1); }
-  Room take() { return std::move(room_); }
+  using Furnisher::Furnisher;
 
   void walls() {
-    room_.walls = {material(Pattern::Bricks, kBrick, kMortar), material(Pattern::Wallpaper, kMist, kSea),
-                   material(Pattern::Stones, kSlate, kAsh),    material(Pattern::Wallpaper, kSand, kRust),
-                   material(Pattern::Tiles, kClay, kSand),     material(Pattern::Planks, kChalk, kOak)};
+    room().walls = {material(Pattern::Bricks, kBrick, kMortar), material(Pattern::Wallpaper, kMist, kSea),
+                    material(Pattern::Stones, kSlate, kAsh),    material(Pattern::Wallpaper, kSand, kRust),
+                    material(Pattern::Tiles, kClay, kSand),     material(Pattern::Planks, kChalk, kOak)};
   }
 
   void table() {
@@ -93,20 +72,41 @@ class Furnisher {
     box({0.7, -2.89, 1.75}, {0.6, 0.02, 0.42}, 0, Pattern::Poster, kWine, kChalk);
     box({-1.9, -2.89, 1.6}, {0.4, 0.02, 0.5}, 0, Pattern::Poster, kGold, kTeal);
   }
-
- private:
-  SplitMix64 random_;
-  Room room_;
 };
 
-}  // namespace
-
 Room furnishRoom(uint64_t seed) {
-  Furnisher furnisher(seed);
+  RoomFurnisher furnisher(seed);
   furnisher.walls();
   furnisher.middle();
   furnisher.alongTheWalls();
-  return furnisher.take();
+  return furnisher.room();
+}
+
+Room furnishTurntable(uint64_t seed, bool plainWalls) {
+  RoomFurnisher furnisher(seed);
+  furnisher.walls();
+  if (plainWalls) furnisher.plainWalls(kAsh);
+  furnisher.middle();
+  furnisher.room().staysWithCamera = true;
+  furnisher.room().lamp = {0, 0, 2.6};  // above the axis, so that shadows keep their places on the things
+  return furnisher.room();
+}
+
+}  // namespace
+
+Room furnish(SceneKind kind, uint64_t seed) {
+  switch (kind) {
+    case SceneKind::Symmetric:
+      return furnishSymmetric(seed);
+    case SceneKind::Corridor:
+      return furnishCorridor(seed);
+    case SceneKind::Turntable:
+      return furnishTurntable(seed, true);
+    case SceneKind::TexturedTurntable:
+      return furnishTurntable(seed, false);
+    default:
+      return furnishRoom(seed);
+  }
 }
 
 }  // namespace quor::sample

@@ -6,39 +6,44 @@
 namespace quor::sample {
 namespace {
 
-constexpr Vec3 kLamp{0.9, -0.7, 2.6};
 constexpr double kLampSize = 0.7;
 constexpr double kAmbient = 0.6;
-constexpr double kDirect = 0.5;
+constexpr double kEvenLight = 0.95;  // of a room without a lamp
 
-Vec3 lampPoint(int sample) {
+}  // namespace
+
+Scene Scene::seenBy(const Pose& camera) const {
+  Scene seen = *this;
+  if (!room_.staysWithCamera) return seen;
+  const Vec3 eye = camera.centre();
+  const double radius = std::hypot(eye.x, eye.y);
+  if (radius > 0) {
+    seen.cos_ = eye.x / radius;
+    seen.sin_ = eye.y / radius;
+  }
+  return seen;
+}
+
+Vec3 Scene::lampPoint(int sample) const {
   const int column = sample % 4, row = sample / 4;
   const double i = (column + 0.5) / 4 - 0.5, j = (row + 0.5) / 4 - 0.5;
-  return kLamp + Vec3{i * kLampSize, j * kLampSize, 0};
+  return toWorld(room_.lamp + Vec3{i * kLampSize, j * kLampSize, 0});
 }
 
 // Distance from within the room to its walls.
-double exitDistance(const Ray& ray) {
+double Scene::exitDistance(const Ray& ray) const {
   const auto slab = [](double origin, double direction, double half) {
     if (direction == 0) return 1e30;
     return ((direction > 0 ? half : -half) - origin) / direction;
   };
-  const Vec3 origin = ray.origin - kRoomCentre;
-  return std::min({slab(origin.x, ray.direction.x, kRoomHalf.x), slab(origin.y, ray.direction.y, kRoomHalf.y),
-                   slab(origin.z, ray.direction.z, kRoomHalf.z)});
-}
-
-}  // namespace
-
-Scene::Scene(uint64_t seed) {
-  Room room = furnishRoom(seed);
-  walls_ = room.walls;
-  groups_ = std::move(room.groups);
+  const Vec3 origin = toRoom(ray.origin) - room_.centre(), direction = toRoom(ray.direction);
+  return std::min({slab(origin.x, direction.x, room_.half.x), slab(origin.y, direction.y, room_.half.y),
+                   slab(origin.z, direction.z, room_.half.z)});
 }
 
 Scene::Nearest Scene::nearest(const Ray& ray) const {
   Nearest found{exitDistance(ray), nullptr, nullptr};
-  for (const Group& group : groups_) {
+  for (const Group& group : room_.groups) {
     if (!group.bounds.mayMeet(ray)) continue;
     for (const Box& box : group.boxes) {
       if (const auto distance = box.hit(ray, found.distance)) found = {*distance, &box, nullptr};
@@ -64,11 +69,13 @@ Scene::Hit Scene::trace(const Ray& ray) const {
     return {found.distance, position, found.sphere->normal(position), found.sphere->surface(position),
             found.sphere->material()};
   }
-  const Vec3 local = position - kRoomCentre;
-  const BoxFace face = faceOf(local, kRoomHalf);
+  const Vec3 local = toRoom(position) - room_.centre();
+  const BoxFace face = faceOf(local, room_.half);
   const Vec3 inwards{face.axis == 0 ? -face.side : 0, face.axis == 1 ? -face.side : 0, face.axis == 2 ? -face.side : 0};
   const auto wall = static_cast<size_t>(face.axis) * 2 + (face.side > 0 ? 1U : 0U);
-  return {found.distance, position, inwards, {local, face.u, face.v + kRoomHalf.z, face.edge, 0}, walls_[wall]};
+  return {found.distance,    position,
+          toWorld(inwards),  {local, face.u, face.v + room_.half.z, face.edge, 0},
+          room_.walls[wall], !room_.staysWithCamera};
 }
 
 bool Scene::lit(Vec3 position, Vec3 lamp) const {
@@ -76,32 +83,33 @@ bool Scene::lit(Vec3 position, Vec3 lamp) const {
   const double distance = length(to);
   const Ray ray{position, to * (1 / distance)};
   const auto stops = [&](const auto& shape) { return shape.hit(ray, distance).has_value(); };
-  return std::none_of(groups_.begin(), groups_.end(), [&](const Group& group) {
+  return std::none_of(room_.groups.begin(), room_.groups.end(), [&](const Group& group) {
     return group.bounds.mayMeet(ray) && (std::any_of(group.boxes.begin(), group.boxes.end(), stops) ||
                                          std::any_of(group.spheres.begin(), group.spheres.end(), stops));
   });
 }
 
 double Scene::openness(Vec3 position, Vec3 normal) const {
-  const Vec3 local = position - kRoomCentre;
+  const Vec3 local = toRoom(position) - room_.centre(), facing = toRoom(normal);
   double open = 1;
-  const auto plane = [&](double distance, double facing) {
-    open *= 1 - 0.4 * 0.5 * (1 - facing) * std::exp(-distance / 0.35);
+  const auto plane = [&](double distance, double towards) {
+    open *= 1 - 0.4 * 0.5 * (1 - towards) * std::exp(-distance / 0.35);
   };
-  plane(kRoomHalf.x + local.x, normal.x);
-  plane(kRoomHalf.x - local.x, -normal.x);
-  plane(kRoomHalf.y + local.y, normal.y);
-  plane(kRoomHalf.y - local.y, -normal.y);
-  plane(kRoomHalf.z + local.z, normal.z);
-  plane(kRoomHalf.z - local.z, -normal.z);
+  plane(room_.half.x + local.x, facing.x);
+  plane(room_.half.x - local.x, -facing.x);
+  plane(room_.half.y + local.y, facing.y);
+  plane(room_.half.y - local.y, -facing.y);
+  plane(room_.half.z + local.z, facing.z);
+  plane(room_.half.z - local.z, -facing.z);
   return open;
 }
 
 Vec3 Scene::shade(Vec3 albedo, const Hit& hit, Vec3 lamp) const {
+  if (room_.lampLight == 0) return albedo * (kEvenLight * openness(hit.position, hit.normal));
   const Vec3 to = lamp - hit.position;
   const double facing = dot(to, hit.normal) / length(to);
   const bool lighted = facing > 0 && lit(hit.position + hit.normal * 1e-4, lamp);
-  const double light = kAmbient * openness(hit.position, hit.normal) + (lighted ? kDirect * facing : 0);
+  const double light = kAmbient * openness(hit.position, hit.normal) + (lighted ? room_.lampLight * facing : 0);
   const Vec3 colour = albedo * light;
   return {std::clamp(colour.x, 0.0, 1.0), std::clamp(colour.y, 0.0, 1.0), std::clamp(colour.z, 0.0, 1.0)};
 }

@@ -1,18 +1,22 @@
 // A furnished room, closed on all sides, seen from within. The world's z axis points up; lengths are metres. The same
-// seed always gives the same room. Everything is const after construction and may be used from any thread.
+// kind and seed always give the same room. Everything is const after construction and may be used from any thread.
 #pragma once
 
-#include <array>
 #include <cstdint>
-#include <vector>
 
+#include "sample_capture/pose.h"
 #include "sample_capture/room.h"
 
 namespace quor::sample {
 
 class Scene {
  public:
-  explicit Scene(uint64_t seed);
+  explicit Scene(uint64_t seed) : Scene(SceneKind::Room, seed) {}
+  Scene(SceneKind kind, uint64_t seed) : room_(furnish(kind, seed)) {}
+
+  // The scene as it is when a camera there takes its picture. On a turntable the world is that of the things that turn,
+  // so walls and lamp have gone around with the camera; elsewhere this is the same scene.
+  Scene seenBy(const Pose& camera) const;
 
   struct Hit {
     double distance = 0;
@@ -20,6 +24,7 @@ class Scene {
     Vec3 normal;
     SurfacePoint surface;
     Material material;
+    bool still = true;  // does the place stay where it is, whichever camera looks?
   };
 
   static constexpr int kLightSamples = 16;
@@ -45,9 +50,14 @@ class Scene {
   bool lit(Vec3 position, Vec3 lamp) const;
   Vec3 shade(Vec3 albedo, const Hit& hit, Vec3 lamp) const;
   double openness(Vec3 position, Vec3 normal) const;
+  double exitDistance(const Ray& ray) const;
+  Vec3 lampPoint(int sample) const;
+  // From the world to the frame of walls and lamp, and back.
+  Vec3 toRoom(Vec3 v) const { return {cos_ * v.x + sin_ * v.y, cos_ * v.y - sin_ * v.x, v.z}; }
+  Vec3 toWorld(Vec3 v) const { return {cos_ * v.x - sin_ * v.y, cos_ * v.y + sin_ * v.x, v.z}; }
 
-  std::array<Material, 6> walls_;  // -x, +x, -y, +y, floor, ceiling
-  std::vector<Group> groups_;
+  Room room_;
+  double cos_ = 1, sin_ = 0;  // of the angle by which walls and lamp are turned
 };
 
 }  // namespace quor::sample

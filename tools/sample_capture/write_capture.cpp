@@ -41,7 +41,7 @@ void writeTrueModel(const Options& options, const Scene& scene, const std::vecto
 void writePhotos(const Options& options, const Scene& scene) {
   const std::filesystem::path images = options.out / mediaOf(Kind::Photos);
   std::filesystem::create_directories(images);
-  const std::vector<PinholeView> views = orbitViews(options.orbit);
+  const std::vector<PinholeView> views = pathViews(options.scene, options.path, options.orbit, false);
   for (size_t i = 0; i < views.size(); ++i) {
     writeJpeg(images / photoName(i), renderView(scene, views[i]), kJpegQuality);
   }
@@ -86,12 +86,12 @@ void writeCapture(const Options& options) {
   refuseUsed(truthTable(options));
   std::filesystem::create_directories(options.out);
 
-  const Scene scene(options.orbit.seed);
+  const Scene scene(options.scene, options.orbit.seed);
   switch (options.kind) {
     case Kind::Photos:
       return writePhotos(options, scene);
     case Kind::Video: {
-      const std::vector<PinholeView> views = videoViews(options.orbit);
+      const std::vector<PinholeView> views = pathViews(options.scene, options.path, options.orbit, true);
       writeVideo<PinholeView>(options, scene, {views});
       return writeTrueModel(options, scene, views, frameName);
     }
