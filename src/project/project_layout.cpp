@@ -52,6 +52,9 @@ fs::path Project::resultFile() const {
 fs::path Project::evaluationFolder() const {
   return outputFolder() / "eval";
 }
+fs::path Project::georeferenceFile() const {
+  return outputFolder() / "georeference.json";
+}
 fs::path Project::maskFile() const {
   return root / "masks" / "camera_mask.png";
 }

@@ -46,6 +46,7 @@ struct SparseSettings {
   MapperKind mapper = MapperKind::Incremental;
   int sequentialOverlap = 15;
   std::string vocabTreePath;
+  bool georeference = true;
 };
 
 struct TrainingSettings {

@@ -31,11 +31,15 @@ class Gathered {
     if (result.lensSize > 0) extraction_.lensSize = result.lensSize;
     known_ = inputs_++ == 0 || known_ == result.knownIntrinsics ? result.knownIntrinsics : std::nullopt;
     for (const CameraGroup& group : result.groups) addGroup(group, folder);
+    for (const auto& [image, position] : result.positions) {
+      extraction_.positions.emplace(folder.empty() ? image : folder + "/" + image, position);
+    }
   }
 
   void storeIn(Project& project) const {
     project.extraction = extraction_;
     project.knownIntrinsics = known_;
+    project.georeference.reset();  // of the solve that goes with the earlier frames
   }
   size_t frames() const { return frames_; }
   std::string summary() const {
