@@ -4,7 +4,7 @@ set -euo pipefail
 
 packages=(
   build-essential cmake ninja-build git ca-certificates
-  nlohmann-json3-dev libsqlite3-dev libstb-dev libnanoflann-dev libceres-dev
+  nlohmann-json3-dev libsqlite3-dev libceres-dev libstb-dev libnanoflann-dev
   libvulkan-dev libvulkan-volk-dev libvulkan1 glslc
   libglfw3-dev libimgui-dev fonts-dejavu-core xvfb xdotool
   pkg-config libavformat-dev libavcodec-dev libavfilter-dev libavutil-dev libswscale-dev libheif-dev

@@ -74,6 +74,7 @@ class Project : public Settings {
   static std::filesystem::path projectFile(const std::filesystem::path& folder);
   std::filesystem::path framesFolder() const;
   std::filesystem::path unfinishedFramesFolder() const;  // while the frame stage runs
+  std::filesystem::path frameReportFile() const;         // what is wrong with the capture
   std::filesystem::path colmapFolder() const;
   std::filesystem::path databaseFile() const;
   std::filesystem::path sparseFolder() const;

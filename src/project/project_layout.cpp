@@ -13,6 +13,9 @@ fs::path Project::framesFolder() const {
 fs::path Project::unfinishedFramesFolder() const {
   return root / "frames.partial";
 }
+fs::path Project::frameReportFile() const {
+  return root / "frames_report.json";
+}
 fs::path Project::colmapFolder() const {
   return root / "colmap";
 }
