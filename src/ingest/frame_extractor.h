@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -28,6 +29,8 @@ struct ExtractionResult {
   std::vector<CameraGroup> groups;                       // every frame is in exactly one
   int lensSize = 0;                                      // pixels; dual fisheye only
   std::optional<std::array<double, 4>> knownIntrinsics;  // fx, fy, cx, cy of all frames; 360-degree video only
+  std::map<std::string, GeoPosition> positions;          // by file name, of photographs that know theirs
+  std::map<std::string, std::string> sources;            // the photographs' own names, by file name
   size_t rejected = 0;                                   // blurry frames that were deleted
   size_t unreadable = 0;                                 // images that were skipped
 };

@@ -22,23 +22,6 @@ std::vector<float> greyOf(const Image& image) {
   return grey;
 }
 
-double laplacianVariance(const std::vector<float>& grey, int width, int height) {
-  if (width < 3 || height < 3) return 0;
-  const size_t stride = static_cast<size_t>(width);
-  double sum = 0, squares = 0;
-  for (size_t y = 1; y + 1 < static_cast<size_t>(height); ++y) {
-    for (size_t x = 1; x + 1 < stride; ++x) {
-      const float* g = &grey[y * stride + x];
-      const double laplacian = 4 * g[0] - g[-1] - g[1] - *(g - stride) - g[stride];
-      sum += laplacian;
-      squares += laplacian * laplacian;
-    }
-  }
-  const double count = static_cast<double>(width - 2) * (height - 2);
-  const double mean = sum / count;
-  return squares / count - mean * mean;
-}
-
 // -1 for frames that cannot be read.
 std::vector<double> scoreAll(const std::vector<std::filesystem::path>& paths,
                              const std::function<void(size_t scored)>& progress) {
@@ -69,6 +52,23 @@ std::vector<double> scoreAll(const std::vector<std::filesystem::path>& paths,
 }
 
 }  // namespace
+
+double laplacianVariance(const std::vector<float>& grey, int width, int height) {
+  if (width < 3 || height < 3) return 0;
+  const size_t stride = static_cast<size_t>(width);
+  double sum = 0, squares = 0;
+  for (size_t y = 1; y + 1 < static_cast<size_t>(height); ++y) {
+    for (size_t x = 1; x + 1 < stride; ++x) {
+      const float* g = &grey[y * stride + x];
+      const double laplacian = 4 * g[0] - g[-1] - g[1] - *(g - stride) - g[stride];
+      sum += laplacian;
+      squares += laplacian * laplacian;
+    }
+  }
+  const double count = static_cast<double>(width - 2) * (height - 2);
+  const double mean = sum / count;
+  return squares / count - mean * mean;
+}
 
 std::optional<double> scoreSharpness(const std::filesystem::path& path) {
   try {

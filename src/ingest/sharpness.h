@@ -19,6 +19,9 @@ struct SharpnessResult {
 // width. 0 for an image without interior pixels, nothing for a file that cannot be read.
 std::optional<double> scoreSharpness(const std::filesystem::path& path);
 
+// Of a grey image, row by row.
+double laplacianVariance(const std::vector<float>& grey, int width, int height);
+
 // Rejects frames that score below `threshold` times the median, the least sharp first, at most `maxRejectFraction` of
 // all frames. Frames that cannot be read are kept. `progress` (frames scored of all) is called on the calling thread
 // and may throw: scoring then stops, and the exception comes out here.

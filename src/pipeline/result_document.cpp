@@ -48,6 +48,17 @@ void saveResult(const Project& project, const gs::TrainResult& result) {
   file.commit();
 }
 
+void saveGeoreference(const Project& project) {
+  if (!project.georeference) {
+    std::error_code ignored;
+    std::filesystem::remove(project.georeferenceFile(), ignored);
+    return;
+  }
+  AtomicFile file(project.georeferenceFile());
+  file.stream() << toJson(*project.georeference).dump(2) << "\n";
+  file.commit();
+}
+
 std::optional<HeldOutQuality> loadQuality(const Project& project) {
   std::ifstream file(project.resultFile(), std::ios::binary);
   const auto document = nlohmann::json::parse(file, nullptr, false);

@@ -122,6 +122,7 @@ StageResult trainSplats(Project& project, const StageContext& context) {
   }
   try {
     saveResult(project, *result);
+    saveGeoreference(project);
   } catch (const std::exception& error) {
     context.log.warning(error.what());
   }

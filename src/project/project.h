@@ -4,10 +4,12 @@
 
 #include <array>
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "project/georeference.h"
 #include "settings/settings.h"
 
 namespace quor {
@@ -44,6 +46,7 @@ struct ImageGroup {
 struct Extraction {
   int lensSize = 0;  // pixels, of one square lens image of a dual-fisheye source
   std::vector<ImageGroup> groups;
+  std::map<std::string, GeoPosition> positions;  // by image, where the photographs say
 };
 
 // What media of these kinds suggest: how their frames are compared, and the camera model when all are of one kind.
@@ -59,7 +62,8 @@ class Project : public Settings {
   std::string externalDataset;                           // UTF-8 path of the wrapped COLMAP dataset, empty when none
   std::optional<std::array<double, 4>> knownIntrinsics;  // fx, fy, cx, cy of a PINHOLE camera
   Extraction extraction;
-  std::filesystem::path root;  // not stored
+  std::optional<Georeference> georeference;  // of the solved cameras
+  std::filesystem::path root;                // not stored
 
   static bool isProject(const std::filesystem::path& folder);
   // Throws std::runtime_error "No project.json in FOLDER" or "project.json in FOLDER is damaged: reason".
@@ -81,6 +85,7 @@ class Project : public Settings {
   static std::filesystem::path projectFile(const std::filesystem::path& folder);
   std::filesystem::path framesFolder() const;
   std::filesystem::path unfinishedFramesFolder() const;  // while the frame stage runs
+  std::filesystem::path frameReportFile() const;         // what is wrong with the capture
   std::filesystem::path colmapFolder() const;
   std::filesystem::path databaseFile() const;
   std::filesystem::path sparseFolder() const;
@@ -96,6 +101,7 @@ class Project : public Settings {
   std::filesystem::path trainingLog() const;
   std::filesystem::path resultFile() const;        // the figures of the last run that ended in a scene
   std::filesystem::path evaluationFolder() const;  // the report on the held-out views
+  std::filesystem::path georeferenceFile() const;  // where on the Earth the scene lies
   std::filesystem::path maskFile() const;
 };
 

@@ -33,6 +33,7 @@ Json toJson(const Extraction& extraction) {
   Json json;
   json["groups"] = std::move(groups);
   json["lensSize"] = extraction.lensSize;
+  for (const auto& [image, position] : extraction.positions) json["positions"][image] = toJson(position);
   return json;
 }
 
@@ -51,6 +52,7 @@ Json toJson(const Project& project) {
   if (!project.externalDataset.empty()) json["externalDataset"] = project.externalDataset;
   if (project.knownIntrinsics) json["knownIntrinsics"] = *project.knownIntrinsics;
   if (!project.extraction.groups.empty()) json["extraction"] = toJson(project.extraction);
+  if (project.georeference) json["georeference"] = toJson(*project.georeference);
   return json;
 }
 
@@ -83,6 +85,9 @@ void readRig(const Json& group, std::vector<RigView>& rig) {
 
 void readExtraction(const Json& json, Extraction& extraction) {
   readMember(json, "lensSize", extraction.lensSize);
+  if (const Json* positions = findObject(json, "positions")) {
+    for (const auto& [image, position] : positions->items()) extraction.positions[image] = readGeoPosition(position);
+  }
   const Json* groups = findArray(json, "groups");
   if (!groups) return;
   for (const Json& element : *groups) {
@@ -111,6 +116,7 @@ Project fromJson(const Json& json) {
     for (size_t i = 0; i < 4; ++i) readValue((*intrinsics)[i], "knownIntrinsics", values[i]);
   }
   if (const Json* extraction = findObject(json, "extraction")) readExtraction(*extraction, project.extraction);
+  if (const Json* found = findObject(json, "georeference")) project.georeference = readGeoreference(*found);
   return project;
 }
 

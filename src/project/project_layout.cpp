@@ -13,6 +13,9 @@ fs::path Project::framesFolder() const {
 fs::path Project::unfinishedFramesFolder() const {
   return root / "frames.partial";
 }
+fs::path Project::frameReportFile() const {
+  return root / "frames_report.json";
+}
 fs::path Project::colmapFolder() const {
   return root / "colmap";
 }
@@ -54,6 +57,9 @@ fs::path Project::resultFile() const {
 }
 fs::path Project::evaluationFolder() const {
   return outputFolder() / "eval";
+}
+fs::path Project::georeferenceFile() const {
+  return outputFolder() / "georeference.json";
 }
 fs::path Project::maskFile() const {
   return root / "masks" / "camera_mask.png";

@@ -108,6 +108,15 @@ std::vector<Setting> featureRows() {
                  .label = "How cameras are placed",
                  .meaning = "One by one is the tried way. All at once is faster for large sets, where the COLMAP that "
                             "is installed can do it."}),
+      cameraRow({.key = "georeference",
+                 .value = SwitchSetting{memberOf<&Sparse::georeference>},
+                 .options = {{"--no-georeference", nullptr,
+                              "keep COLMAP's own frame: not upright, and not in metres\n"
+                              "where the photos know their GPS positions",
+                              false}},
+                 .label = "Upright and in metres",
+                 .meaning = "Turns the solved scene until z points up. Where the photographs know their GPS positions, "
+                            "it also comes to lie in metres, with x to the east and y to the north."}),
   };
 }
 

@@ -52,6 +52,7 @@ struct SparseSettings {
   int sequentialOverlap = 15;
   std::string vocabTreePath;
   CameraRetries retries = CameraRetries::Auto;
+  bool georeference = true;
 };
 
 struct TrainingSettings {

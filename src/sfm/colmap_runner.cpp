@@ -9,6 +9,7 @@
 #include "colmap/model.h"
 #include "sfm/extract/camera_groups.h"
 #include "sfm/extract/fisheye_mask.h"
+#include "sfm/georeference/georeference.h"
 #include "sfm/retry/placing.h"
 #include "sfm/solve_context.h"
 
@@ -36,7 +37,7 @@ ColmapRunner::ColmapRunner(std::optional<ToolLocation> colmap, LogStore& log, st
   if (colmap) colmap_.emplace(colmap->executable, log_, cancelled_);
 }
 
-ColmapRunner::Result ColmapRunner::run(const Project& project, const SolveReport& report) {
+ColmapRunner::Result ColmapRunner::run(Project& project, const SolveReport& report) {
   if (!colmap_) {
     throw std::runtime_error(
         "COLMAP was not found. Set COLMAP's folder in Settings, name it with --colmap, or put colmap on PATH.");
@@ -62,10 +63,23 @@ ColmapRunner::Result ColmapRunner::run(const Project& project, const SolveReport
   const std::chrono::duration<double> before = std::chrono::steady_clock::now() - start;
   PlacedCameras placed = placeCameras(solve, groups, hasFixedIntrinsics(groups), before.count());
   undistortImages(solve, placed.folder);
+  placeInWorld(project, files);
   if (cancelled_()) throw Cancelled();
   placed.report.save(project);
+  // A record without a dataset says nothing; a dataset with the record of an earlier one would lie elsewhere.
+  project.save();
   files.finish();
   return {std::move(placed.report), files.undistorted};
+}
+
+void ColmapRunner::placeInWorld(Project& project, const ColmapWorkspace& files) {
+  project.georeference.reset();
+  if (!project.sparse.georeference) return;
+  const std::filesystem::path model = files.unfinished / "sparse";
+  const WorldFrame frame = findWorldFrame(gs::colmap::loadModel(model, false).images, project.extraction.positions);
+  for (const std::string& message : frame.messages) log_.info(message);
+  moveModel(model, frame.worldFromSolve);
+  project.georeference = frame.georeference;
 }
 
 // The solve does without a mask that cannot be written: there will only be a few more wrong features.

@@ -13,6 +13,7 @@
 #include "project/camera_report.h"
 #include "project/project.h"
 #include "sfm/colmap_program.h"
+#include "sfm/colmap_workspace.h"
 
 namespace quor {
 
@@ -32,11 +33,13 @@ class ColmapRunner {
                gs::VulkanContext* gpu = nullptr);
 
   // Clears what an earlier solve of the project has left, then solves. Throws std::runtime_error with a whole sentence,
-  // "Cancelled" too. A failed solve is never mistaken for a finished one: the dataset appears as its last act.
-  Result run(const Project& project, const SolveReport& report);
+  // "Cancelled" too. A failed solve is never mistaken for a finished one: the dataset appears as its last act, after
+  // the project was saved with the frame that the dataset is in.
+  Result run(Project& project, const SolveReport& report);
 
  private:
   void writeMask(const Project& project);
+  void placeInWorld(Project& project, const ColmapWorkspace& files);
 
   LogStore& log_;
   const std::function<bool()> cancelled_;

@@ -4,6 +4,7 @@
 
 #include <random>
 
+#include "colmap/rewrite_model.h"
 #include "support/temp_folder.h"
 
 namespace quor::gs::colmap {
@@ -144,6 +145,40 @@ TEST(ColmapModel, TruncationAtEveryByteIsNoticed) {
     writeFile(folder / name, whole);
   }
   expectTheModel(loadModel(folder.path(), true));
+}
+
+TEST(ColmapModel, RewritingChangesPosesAndPointsAndNoOtherByte) {
+  const TempFolder folder;
+  writeBinary(folder.path(), kCameras, kImages, kPoints);
+  writeFile(folder / "frames.bin", "the poses again");
+  const auto rewrite = [&](double add) {
+    rewriteBinaryModel(
+        folder.path(),
+        [&](Image& image) {
+          image.qvec[3] += add;
+          image.tvec[0] += add;
+        },
+        [&](std::array<double, 3>& point) { point[2] += add; });
+  };
+  rewrite(1);
+  const Model moved = loadModel(folder.path(), true);
+  for (const Image& image : moved.images) {
+    EXPECT_THAT(image.qvec, ElementsAre(0.5, -0.5, 0.25, 1.125));
+    EXPECT_THAT(image.tvec, ElementsAre(2, 2, 3));
+  }
+  EXPECT_THAT(moved.points.positions, ElementsAre(-1.5f, -0.5f, 1.5f, 4, 5, 7));
+  EXPECT_FALSE(std::filesystem::exists(folder / "frames.bin"));
+  rewrite(-1);
+  EXPECT_EQ(test::readFile(folder / "images.bin"), kImages);
+  EXPECT_EQ(test::readFile(folder / "points3D.bin"), kPoints);
+
+  for (const auto& [name, whole] : {std::pair{"points3D.bin", kPoints}, {"images.bin", kImages}}) {
+    for (size_t length = 0; length < whole.size(); ++length) {
+      writeFile(folder / name, whole.substr(0, length));
+      ASSERT_EQ(thrownText([&] { rewrite(0); }), "Truncated COLMAP file: " + toUtf8(folder / name)) << length;
+      ASSERT_EQ(test::readFile(folder / name), whole.substr(0, length));
+    }
+  }
 }
 
 TEST(ColmapModel, DamagedFilesAreRefusedWithoutGreed) {

@@ -91,7 +91,7 @@ TEST_F(ImageImport, NumbersWithoutGapsInSortedOrder) {
 
 TEST_F(ImageImport, ShrinksAndTurnsAndKeepsTheCamera) {
   const Image upright = quarters(320, 192);
-  addJpeg("a.jpg", stored(upright, 6), exifOf({6, "Maker", "M1", 4.25, 26}, true));
+  addJpeg("a.jpg", stored(upright, 6), exifOf({6, "Maker", "M1", 4.25, 26, 0, 0, {1, 30, 0, 2, 0, 36, 5}}, true));
   writeFile(media_ / "b.png", encoded(AV_CODEC_ID_PNG, AV_PIX_FMT_RGBA, quarters(64, 32)));
   writeFile(media_ / "c.heic", heifOf(quarters(320, 192), heif_orientation_normal, exifOf({6, "", "", 0, 28}, false)));
   settings_.maxDimension = 160;
@@ -107,6 +107,9 @@ TEST_F(ImageImport, ShrinksAndTurnsAndKeepsTheCamera) {
   EXPECT_EQ(info.focalLength, 4.25);
   EXPECT_EQ(info.focal35mm, 26);
   EXPECT_EQ(frameInfo("f00003.jpg").focal35mm, 28);
+  EXPECT_NEAR(info.position.value_or(GeoPosition()).latitude, -1.5, 1e-9);
+  ASSERT_EQ(result.positions.size(), 1u);
+  EXPECT_NEAR(result.positions.at("f00001.jpg").longitude, -2.01, 1e-9);
 }
 
 TEST_F(ImageImport, JpegsThatFitLoseNothing) {

@@ -24,7 +24,9 @@ std::array<int, 3> pixel(const Image& image, int x, int y) {
 
 // Sizes that fill whole blocks, so that colours do not run.
 std::map<std::string, std::string> everyFormat(const Image& image, int orientation) {
-  const std::string exif = exifOf({.orientation = orientation, .make = "Maker", .model = "M1"}, orientation % 2 == 0);
+  const std::string exif =
+      exifOf({.orientation = orientation, .make = "Maker", .model = "M1", .gps = {1, 30, 0, 2, 0, 36, 5}},
+             orientation % 2 == 0);
   const Image turned = stored(image, orientation);
   std::map<std::string, std::string> files;
   files["a.jpg"] = jpegWithExif(encoded(AV_CODEC_ID_MJPEG, AV_PIX_FMT_YUVJ420P, turned), exif);
@@ -43,6 +45,7 @@ TEST(Photo, EveryOrientationIsAppliedOnceInEveryFormat) {
       const Photo photo = readPhoto(writeFile(folder / name, bytes));
       EXPECT_LT(meanDifference(photo.image, upright), 4) << name << ", orientation " << orientation;
       EXPECT_EQ(photo.info.model, name == "a.tif" ? "" : "M1") << name;
+      EXPECT_NEAR(photo.info.position.value_or(GeoPosition()).longitude, name == "a.tif" ? 0 : -2.01, 1e-9) << name;
     }
   }
 }
@@ -204,9 +207,41 @@ TEST(Exif, BothByteOrdersSayTheSame) {
   }
 }
 
+TEST(Exif, PositionsAreReadInBothByteOrdersAndSurviveWriting) {
+  for (const bool big : {false, true}) {
+    const PhotoInfo info = parseExif(asBytes(exifOf({.gps = {47, 12, 34.5678, 8, 30, 0.0036, 12.3456}}, big)));
+    ASSERT_TRUE(info.position);
+    EXPECT_NEAR(info.position->latitude, -(47 + 12 / 60. + 34.5678 / 3600), 1e-12);
+    EXPECT_NEAR(info.position->longitude, -8.500001, 1e-12);
+    EXPECT_NEAR(info.position->altitude, -12.3456, 1e-9);
+    // Decimal minutes, as some write them, and nothing but decimal degrees.
+    EXPECT_NEAR(parseExif(asBytes(exifOf({.gps = {47, 12.5, 0, 8, 0, 0, 1}}, big))).position->latitude, -47.208333,
+                1e-6);
+    EXPECT_NEAR(parseExif(asBytes(exifOf({.gps = {47.25, 0, 0, 8, 0, 0, 1}}, big))).position->latitude, -47.25, 1e-9);
+    // A receiver without a fix, one without an altitude, and no place on the Earth.
+    for (const std::vector<double>& gps :
+         {std::vector<double>{0, 0, 0, 0, 0, 0, 0}, {47, 0, 0, 8, 0, 0}, {91, 0, 0, 8, 0, 0, 1}}) {
+      EXPECT_FALSE(parseExif(asBytes(exifOf({.gps = gps}, big))).position);
+    }
+  }
+  for (const GeoPosition& place : {GeoPosition{47.123456789, -0.000001, 432.125}, {-33.9999999999, 151.2, -3.5}}) {
+    PhotoInfo info;
+    info.make = "Maker";
+    info.focal35mm = 26;
+    info.position = place;
+    const PhotoInfo read = parseExif(writeExif(info));
+    ASSERT_TRUE(read.position);
+    EXPECT_NEAR(read.position->latitude, place.latitude, 1e-10);
+    EXPECT_NEAR(read.position->longitude, place.longitude, 1e-10);
+    EXPECT_NEAR(read.position->altitude, place.altitude, 1e-3);
+    EXPECT_EQ(read.make, "Maker");
+    EXPECT_EQ(read.focal35mm, 26);
+  }
+}
+
 // Under the address sanitizer a read outside of the block fails the test.
 TEST(Exif, NoBytesMakeItReadOutside) {
-  const std::string whole = exifOf({6, "Maker", "Model", 4.25, 26, 4233, 6000}, true);
+  const std::string whole = exifOf({6, "Maker", "Model", 4.25, 26, 4233, 6000, {47, 12, 34, 8, 30, 0, 12}}, true);
   for (size_t size = 0; size <= whole.size(); ++size) {
     const std::vector<uint8_t> cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
     EXPECT_LE(parseExif(cut).orientation, 8);

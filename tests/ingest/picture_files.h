@@ -3,6 +3,7 @@
 
 #include <libheif/heif.h>
 
+#include <cmath>
 #include <cstring>
 #include <functional>
 #include <stdexcept>
@@ -108,11 +109,13 @@ inline std::string encoded(AVCodecID id, AVPixelFormat format, const Image& imag
 // An EXIF structure of either byte order.
 struct ExifValues {
   int orientation = 0;  // 0: not said
-  std::string make, model;
+  std::string make = {}, model = {};
   double focalLength = 0;
   int focal35mm = 0;
   double pixelsPerInch = 0;  // of the sensor
   int pixelWidth = 0;
+  // Degrees and metres; latitude and longitude as degrees, minutes and seconds, south, west and below the sea.
+  std::vector<double> gps = {};
 };
 inline std::string exifOf(const ExifValues& values, bool big) {
   const auto number = [&](uint64_t value, int size) {
@@ -149,9 +152,27 @@ inline std::string exifOf(const ExifValues& values, bool big) {
   if (values.pixelWidth) exif.push_back(number(0xa002, 2) + shortValue(values.pixelWidth));
   if (values.pixelsPerInch > 0) exif.push_back(number(0xa20e, 2) + thousandths(values.pixelsPerInch));
   if (values.focal35mm) exif.push_back(number(0xa405, 2) + shortValue(values.focal35mm));
+  const auto rationals = [&](const std::vector<double>& parts) {
+    const uint64_t at = 400 + data.size();
+    for (const double part : parts)
+      data += number(static_cast<uint64_t>(std::llround(part * 10000)), 4) + number(10000, 4);
+    return number(5, 2) + number(parts.size(), 4) + number(at, 4);
+  };
+  std::vector<std::string> gps;
+  if (!values.gps.empty()) {
+    main.push_back(number(0x8825, 2) + number(4, 2) + number(1, 4) + number(300, 4));
+    gps.push_back(number(1, 2) + text("S"));
+    gps.push_back(number(2, 2) + rationals({values.gps[0], values.gps[1], values.gps[2]}));
+    gps.push_back(number(3, 2) + text("W"));
+    gps.push_back(number(4, 2) + rationals({values.gps[3], values.gps[4], values.gps[5]}));
+    gps.push_back(number(5, 2) + number(1, 2) + number(1, 4) + '\1' + std::string(3, '\0'));
+    if (values.gps.size() > 6) gps.push_back(number(6, 2) + rationals({values.gps[6]}));
+  }
   std::string bytes = (big ? "MM" : "II") + number(42, 2) + number(8, 4) + directory(main);
   bytes.resize(200);
   bytes += directory(exif);
+  bytes.resize(300);
+  bytes += directory(gps);
   bytes.resize(400);
   return bytes + data;
 }

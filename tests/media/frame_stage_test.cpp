@@ -63,6 +63,7 @@ TEST_F(FrameStageTest, GathersInputsInFoldersOfTheirOwnAndRecordsTheirCameras) {
   ASSERT_EQ(saved.extraction.groups.size(), 2u);  // one camera took a and b
   EXPECT_THAT(saved.extraction.groups[0].images, ElementsAre("s01/f00001.jpg", "s01/f00002.jpg", "s02/f00001.jpg"));
   EXPECT_THAT(saved.extraction.groups[1].images, ElementsAre("s03/f00001.jpg"));
+  EXPECT_THAT(test::readFile(project_.frameReportFile()), HasSubstr("\"name\": \"p1.png\""));
 
   project_.sparse.singleCamera = false;
   ASSERT_EQ(runFrames(), "Done");

@@ -107,7 +107,11 @@ TEST(Project, EverythingTheStagesRecordSurvives) {
       R"({"path":"/c","kind":"video360"}],"knownIntrinsics":[700.25,701.0,512.0,511.5],)"
       R"("extraction":{"groups":[{"name":"front","images":["f/1.jpg","f/2.jpg"],"cameraModel":"OPENCV_FISHEYE",)"
       R"("cameraParams":[1.5,2.0],"usesFisheyeMask":true,"rig":[{"suffix":"_v00",)"
-      R"("rotation":[1.0,0.0,0.0,0.0]},{"suffix":"_lens1"}]}],"lensSize":1920}})");
+      R"("rotation":[1.0,0.0,0.0,0.0]},{"suffix":"_lens1"}]}],"lensSize":1920,)"
+      R"("positions":{"f/1.jpg":[47.1234567,-8.5,431.5]}},)"
+      R"("georeference":{"origin":{"latitude":47.1234567,"longitude":-8.5,"altitude":431.5},"datum":"WGS 84",)"
+      R"("axes":{"x":"east","y":"north","z":"up"},"unit":"metre","metresPerUnit":3.25,"positions":45,"agreeing":42,)"
+      R"("residual":{"median":0.8,"p90":2.1}}})");
   loadText(folder, recorded.dump()).save();
   EXPECT_FALSE(fs::exists(folder / "project.json.tmp"));
   const auto saved = nlohmann::ordered_json::parse(readFile(folder / "project.json"));
@@ -134,10 +138,11 @@ TEST(Project, DamagedFilesSayWhereAndWhy) {
   EXPECT_FALSE(Project::isProject(folder / "sub"));
 
   const std::string damaged = "project.json in " + where + " is damaged: ";
-  for (const char* text : {"", "{", "// note\n{}", "[]", "7", R"({"name":7})", R"({"inputs":{}})",
-                           R"({"inputs":[{"kind":"video"}]})", R"({"inputs":["/a"]})", R"({"ingest":3})",
-                           R"({"knownIntrinsics":[1,2,3,"x"]})", R"({"extraction":{"groups":[1]}})",
-                           R"({"extraction":{"groups":[{"cameraParams":["x"]}]}})", "{\"name\":\"\xff\"}"}) {
+  for (const char* text :
+       {"", "{", "// note\n{}", "[]", "7", R"({"name":7})", R"({"inputs":{}})", R"({"inputs":[{"kind":"video"}]})",
+        R"({"inputs":["/a"]})", R"({"ingest":3})", R"({"knownIntrinsics":[1,2,3,"x"]})",
+        R"({"extraction":{"groups":[1]}})", R"({"extraction":{"groups":[{"cameraParams":["x"]}]}})",
+        R"({"extraction":{"positions":{"a":[1,2]}}})", "{\"name\":\"\xff\"}"}) {
     EXPECT_THAT(thrownText([&] { loadText(folder, text); }), StartsWith(damaged)) << text;
   }
   EXPECT_EQ(thrownText([&] { loadText(folder, R"({"training":{"iterations":"x"}})"); }),

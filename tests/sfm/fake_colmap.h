@@ -62,8 +62,10 @@ class FakeColmap {
 
   // Shell lines that take the place of a command; $output, $image_path ... hold its options' values.
   void on(const std::string& command, const std::string& script) { writeFile(folder_ / (command + ".sh"), script); }
-  void mapsTo(const std::string& number, const std::vector<std::string>& images) {
-    gs::colmap::writeModel(folder_ / "models" / number, modelOf(images), {}, gs::colmap::Encoding::Binary);
+  void mapsTo(const std::string& number, const std::vector<std::string>& images) { mapsTo(number, modelOf(images)); }
+  void mapsTo(const std::string& number, const gs::colmap::Model& model,
+              const std::vector<gs::colmap::Observations>& observations = {}) {
+    gs::colmap::writeModel(folder_ / "models" / number, model, observations, gs::colmap::Encoding::Binary);
   }
 
   // Every call but those for help, its words joined by blanks.

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace quor {
 namespace {
@@ -18,16 +19,27 @@ enum Tag : uint16_t {
   kModel = 0x0110,
   kOrientation = 0x0112,
   kExifIfd = 0x8769,
+  kGpsIfd = 0x8825,
   kFocalLength = 0x920a,
   kPixelXDimension = 0xa002,
   kPixelYDimension = 0xa003,
   kFocalPlaneXResolution = 0xa20e,
   kFocalPlaneResolutionUnit = 0xa210,
   kFocalLengthIn35mmFilm = 0xa405,
+  // In the directory of the position.
+  kGpsVersion = 0,
+  kGpsLatitudeRef = 1,
+  kGpsLatitude = 2,
+  kGpsLongitudeRef = 3,
+  kGpsLongitude = 4,
+  kGpsAltitudeRef = 5,
+  kGpsAltitude = 6,
 };
 enum Type : uint16_t { kByte = 1, kAscii = 2, kShort = 3, kLong = 4, kRational = 5, kSignedRational = 10 };
 
 constexpr size_t kLongestText = 128;
+constexpr double kBelowSeaLevel = 1;     // of kGpsAltitudeRef
+constexpr double kMostAltitude = 20000;  // metres
 
 struct Entry {
   uint16_t type = 0;
@@ -67,28 +79,25 @@ class TiffReader {
     return std::nullopt;
   }
 
-  // The first value of a numeric entry; 0 when it is missing or not positive.
-  double number(size_t directory, Tag tag) const {
+  // One value of a numeric entry.
+  std::optional<double> value(size_t directory, Tag tag, size_t index = 0) const {
     const std::optional<Entry> entry = find(directory, tag);
-    if (!entry || entry->count == 0) return 0;
-    switch (entry->type) {
-      case kByte:
-        return integer(entry->valueAt, 1).value_or(0);
-      case kShort:
-        return integer(entry->valueAt, 2).value_or(0);
-      case kLong:
-        return integer(entry->valueAt, 4).value_or(0);
-      case kRational:
-      case kSignedRational: {
-        const size_t at = integer(entry->valueAt, 4).value_or(0);
-        const uint32_t above = integer(at, 4).value_or(0), below = integer(at + 4, 4).value_or(0);
-        const bool negative = entry->type == kSignedRational && ((above | below) & 0x80000000u);
-        return below == 0 || negative ? 0 : static_cast<double>(above) / below;
-      }
-      default:
-        return 0;
-    }
+    if (!entry || index >= entry->count) return std::nullopt;
+    const size_t size = sizeOf(entry->type);
+    const bool inEntry = size * entry->count <= 4;
+    const size_t at = (inEntry ? entry->valueAt : integer(entry->valueAt, 4).value_or(0)) + index * size;
+    if (size == 0) return std::nullopt;
+    if (size < 8) return integer(at, size);
+    const auto above = integer(at, 4), below = integer(at + 4, 4);
+    if (!below || *below == 0) return std::nullopt;
+    const auto part = [&](uint32_t bits) {
+      return entry->type == kSignedRational ? static_cast<double>(static_cast<int32_t>(bits)) : bits;
+    };
+    return part(*above) / part(*below);
   }
+
+  // The first value of a numeric entry; 0 when it is missing or not positive.
+  double number(size_t directory, Tag tag) const { return std::max(0.0, value(directory, tag).value_or(0)); }
 
   std::string text(size_t directory, Tag tag) const {
     const std::optional<Entry> entry = find(directory, tag);
@@ -105,6 +114,22 @@ class TiffReader {
   }
 
  private:
+  static size_t sizeOf(uint16_t type) {
+    switch (type) {
+      case kByte:
+        return 1;
+      case kShort:
+        return 2;
+      case kLong:
+        return 4;
+      case kRational:
+      case kSignedRational:
+        return 8;
+      default:
+        return 0;
+    }
+  }
+
   Bytes bytes_;
   bool bigEndian_ = false;
 };
@@ -122,6 +147,27 @@ double sensorLength(const TiffReader& reader, size_t exif) {
   return pixels / perUnit * (unit == 3 ? 10 : unit == 4 ? 1 : unit == 5 ? 0.001 : 25.4);
 }
 
+// Degrees, minutes and seconds, of which the later ones may be missing.
+std::optional<double> readAngle(const TiffReader& reader, size_t gps, Tag tag, Tag reference, char negative) {
+  const std::optional<double> degrees = reader.value(gps, tag);
+  if (!degrees) return std::nullopt;
+  const double angle =
+      *degrees + reader.value(gps, tag, 1).value_or(0) / 60 + reader.value(gps, tag, 2).value_or(0) / 3600;
+  return reader.text(gps, reference).starts_with(negative) ? -angle : angle;
+}
+
+std::optional<GeoPosition> readPosition(const TiffReader& reader, size_t gps) {
+  const auto latitude = readAngle(reader, gps, kGpsLatitude, kGpsLatitudeRef, 'S');
+  const auto longitude = readAngle(reader, gps, kGpsLongitude, kGpsLongitudeRef, 'W');
+  const auto altitude = reader.value(gps, kGpsAltitude);
+  if (!latitude || !longitude || !altitude) return std::nullopt;
+  const bool plausible =
+      std::abs(*latitude) <= 90 && std::abs(*longitude) <= 180 && std::abs(*altitude) < kMostAltitude;
+  if (!plausible || (*latitude == 0 && *longitude == 0)) return std::nullopt;
+  const bool below = reader.value(gps, kGpsAltitudeRef) == kBelowSeaLevel;
+  return GeoPosition{*latitude, *longitude, below ? -*altitude : *altitude};
+}
+
 // A little-endian directory; values that do not fit into its entries are stored behind it.
 class DirectoryWriter {
  public:
@@ -130,9 +176,15 @@ class DirectoryWriter {
 
   void addShort(Tag tag, uint32_t value) { addEntry(tag, kShort, 1, value); }
   void addLong(Tag tag, uint32_t value) { addEntry(tag, kLong, 1, value); }
-  void addThousandths(Tag tag, double value) {
-    addEntry(tag, kRational, 1, static_cast<uint32_t>(valuesAt_ + values_.size()));
-    for (const double part : {std::round(value * 1000), 1000.0}) append(values_, static_cast<uint64_t>(part), 4);
+  void addBytes(Tag tag, size_t count, uint32_t packed) { addEntry(tag, kByte, count, packed); }
+  void addThousandths(Tag tag, double value) { addRationals(tag, {{value, 1000}}); }
+  // Fractions of values of 0 and more with their denominators.
+  void addRationals(Tag tag, const std::vector<std::pair<double, uint32_t>>& values) {
+    addEntry(tag, kRational, values.size(), static_cast<uint32_t>(valuesAt_ + values_.size()));
+    for (const auto& [value, below] : values) {
+      append(values_, static_cast<uint64_t>(std::round(value * below)), 4);
+      append(values_, below, 4);
+    }
   }
   void addText(Tag tag, const std::string& text) {
     const size_t size = text.size() + 1;
@@ -188,6 +240,24 @@ Bytes findChunk(Bytes chunks, std::string_view name, bool png) {
   return {};
 }
 
+std::vector<uint8_t> positionDirectory(size_t at, const GeoPosition& position) {
+  constexpr uint32_t kVersion = 0x0302;           // 2.3.0.0, its first number in the lowest byte
+  constexpr uint32_t kPartsOfASecond = 10000000;  // 3 micrometres on the ground
+  DirectoryWriter gps(at, 7);
+  const auto addAngle = [&](Tag reference, Tag tag, double angle, const char* side) {
+    const double degrees = std::floor(std::abs(angle)), minutes = (std::abs(angle) - degrees) * 60;
+    gps.addText(reference, side);
+    gps.addRationals(tag,
+                     {{degrees, 1}, {std::floor(minutes), 1}, {(minutes - std::floor(minutes)) * 60, kPartsOfASecond}});
+  };
+  gps.addBytes(kGpsVersion, 4, kVersion);
+  addAngle(kGpsLatitudeRef, kGpsLatitude, position.latitude, position.latitude < 0 ? "S" : "N");
+  addAngle(kGpsLongitudeRef, kGpsLongitude, position.longitude, position.longitude < 0 ? "W" : "E");
+  gps.addBytes(kGpsAltitudeRef, 1, position.altitude < 0);
+  gps.addThousandths(kGpsAltitude, std::abs(position.altitude));
+  return gps.finish();
+}
+
 }  // namespace
 
 PhotoInfo parseExif(Bytes tiff) {
@@ -200,6 +270,9 @@ PhotoInfo parseExif(Bytes tiff) {
   }
   info.make = reader.text(main, kMake);
   info.model = reader.text(main, kModel);
+  if (const double gps = reader.number(main, kGpsIfd); gps > 0) {
+    info.position = readPosition(reader, static_cast<size_t>(gps));
+  }
   const auto exif = static_cast<size_t>(reader.number(main, kExifIfd));
   if (exif == 0) return info;
   info.focalLength = plausible(reader.number(exif, kFocalLength));
@@ -212,23 +285,28 @@ PhotoInfo parseExif(Bytes tiff) {
 
 std::vector<uint8_t> writeExif(const PhotoInfo& info) {
   constexpr size_t kMainAt = 8;
-  const size_t entries = size_t{2} + !info.make.empty() + !info.model.empty();
-  const auto mainDirectory = [&](size_t exifAt) {
+  const size_t entries = size_t{2} + !info.make.empty() + !info.model.empty() + info.position.has_value();
+  const auto mainDirectory = [&](size_t exifAt, size_t gpsAt) {
     DirectoryWriter main(kMainAt, entries);  // its tags in rising order
     if (!info.make.empty()) main.addText(kMake, info.make);
     if (!info.model.empty()) main.addText(kModel, info.model);
     main.addShort(kOrientation, 1);
     main.addLong(kExifIfd, static_cast<uint32_t>(exifAt));
+    if (info.position) main.addLong(kGpsIfd, static_cast<uint32_t>(gpsAt));
     return main.finish();
   };
-  const size_t exifAt = kMainAt + mainDirectory(0).size();
+  const size_t exifAt = kMainAt + mainDirectory(0, 0).size();
   const auto focal35mm = static_cast<uint32_t>(std::lround(info.focal35mm));
   DirectoryWriter exif(exifAt, size_t{info.focalLength > 0} + (focal35mm > 0));
   if (info.focalLength > 0) exif.addThousandths(kFocalLength, info.focalLength);
   if (focal35mm > 0) exif.addShort(kFocalLengthIn35mmFilm, focal35mm);
 
+  const std::vector<uint8_t> camera = exif.finish();
+  const size_t gpsAt = exifAt + camera.size();
+  const std::vector<uint8_t> place = info.position ? positionDirectory(gpsAt, *info.position) : std::vector<uint8_t>();
+
   std::vector<uint8_t> bytes = {'I', 'I', 42, 0, kMainAt, 0, 0, 0};
-  for (const std::vector<uint8_t>& directory : {mainDirectory(exifAt), exif.finish()}) {
+  for (const std::vector<uint8_t>& directory : {mainDirectory(exifAt, gpsAt), camera, place}) {
     bytes.insert(bytes.end(), directory.begin(), directory.end());
   }
   return bytes;

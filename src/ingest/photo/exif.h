@@ -1,5 +1,5 @@
-// The camera data in photographs: the few EXIF values that the camera solve and the grouping of photographs
-// need. Every picture format carries EXIF as the same structure, that of a small TIFF file.
+// The camera data in photographs: the few EXIF values that the camera solve and the grouping of photographs need, and
+// where they were taken. Every picture format carries EXIF as the same structure, that of a small TIFF file.
 #pragma once
 
 #include <cstdint>
@@ -11,8 +11,8 @@
 namespace quor {
 
 // Reads a TIFF structure of either byte order. Missing, damaged and implausible values keep their defaults; it never
-// throws, whatever the bytes. A missing focal length in 35 mm terms is derived from the sensor's resolution where that
-// is given. Texts are printable ASCII.
+// throws, whatever the bytes. Latitude and longitude 0 are what receivers write that do not know their place. A missing
+// focal length in 35 mm terms is derived from the sensor's resolution where that is given. Texts are printable ASCII.
 PhotoInfo parseExif(std::span<const uint8_t> tiff);
 
 // A TIFF structure with the known values of `info`. The orientation is always written as upright. The focal length in

@@ -71,7 +71,7 @@ int receivePicture(AVCodecContext& codec, Bytes file, AVFrame& frame) {
   throw std::runtime_error(unsupported ? "files of its kind are not supported" : kDamaged);
 }
 
-FramePtr decode(AVCodecID id, Bytes file, int strictness, std::optional<uint8_t> groundValue = {}) {
+FramePtr decode(AVCodecID id, Bytes file, int strictness, std::optional<uint8_t> groundValue = {}, int halvings = 0) {
   const AVCodec* decoder = avcodec_find_decoder(id);
   if (!decoder) {
     throw std::runtime_error(std::string("FFmpeg was built without its decoder for ") + avcodec_get_name(id));
@@ -81,6 +81,7 @@ FramePtr decode(AVCodecID id, Bytes file, int strictness, std::optional<uint8_t>
   Ground ground{groundValue, {}};
   codec->thread_count = 1;  // pictures are decoded side by side
   codec->err_recognition = strictness;
+  codec->lowres = halvings;
   codec->opaque = &ground;
   codec->get_buffer2 = getGround;
   FramePtr frame = newFrame();
@@ -124,6 +125,21 @@ Picture decodeJpeg(Bytes file) {
   checkDecodableSize(jpeg.width, jpeg.height);
   return {decode(AV_CODEC_ID_MJPEG, jpeg.picture, AV_EF_EXPLODE), parseExif(jpeg.exif)};
 }
+
+}  // namespace
+
+FramePtr decodeSmallJpeg(Bytes file, int edge) {
+  captureFfmpegLog();
+  const JpegFile jpeg = readJpegSegments(file);
+  if (jpeg.picture.empty()) throw std::runtime_error("the file is cut off");
+  checkDecodableSize(jpeg.width, jpeg.height);
+  constexpr int kMostHalvings = 3;
+  int halvings = 0;
+  while (halvings < kMostHalvings && std::max(jpeg.width, jpeg.height) >> (halvings + 1) >= edge) ++halvings;
+  return decode(AV_CODEC_ID_MJPEG, jpeg.picture, AV_EF_EXPLODE, {}, halvings);
+}
+
+namespace {
 
 uint32_t bigEndian(Bytes file, size_t at) {
   if (at + 4 > file.size()) throw std::runtime_error("the file is cut off");

@@ -23,6 +23,10 @@ struct Picture {
 // thread.
 Picture decodePicture(std::span<const uint8_t> file);
 
+// A JPEG picture at a whole, half, quarter or eighth of its size, the smallest whose longer edge still has `edge`
+// pixels. The first plane is its luma. Throws as decodePicture.
+FramePtr decodeSmallJpeg(std::span<const uint8_t> file, int edge);
+
 // The picture of a HEIF file as RGB24 or RGBA, with the file's own rotation and mirroring applied, so that
 // info.orientation is 1.
 Picture decodeHeif(std::span<const uint8_t> file);

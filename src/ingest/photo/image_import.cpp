@@ -148,6 +148,8 @@ ExtractionResult FrameExtractor::importImages(const fs::path& path, const Ingest
     writeFrameFile(outputFolder / name, outcome.photo.jpeg);
     result.frames.push_back(outputFolder / name);
     groups.add(name, {outcome.photo.width, outcome.photo.height}, outcome.photo.info);
+    result.sources.emplace(name, shownName(images[i], path));
+    if (outcome.photo.info.position) result.positions.emplace(name, *outcome.photo.info.position);
   }
   if (result.frames.empty()) {
     throw IngestError("No images found in " + toUtf8(path) + ". Supported: jpg, jpeg, png, bmp, tga, tif, webp, heic");

@@ -3,9 +3,11 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 
 #include "base/image/image.h"
+#include "project/georeference.h"
 
 namespace quor {
 
@@ -13,8 +15,9 @@ struct PhotoInfo {
   int orientation = 1;  // EXIF: 1 upright ... 8
   std::string make;     // of the camera, empty when unknown
   std::string model;
-  double focal35mm = 0;    // focal length in 35 mm terms, 0 when unknown
-  double focalLength = 0;  // millimetres, 0 when unknown
+  double focal35mm = 0;                 // focal length in 35 mm terms, 0 when unknown
+  double focalLength = 0;               // millimetres, 0 when unknown
+  std::optional<GeoPosition> position;  // only with its altitude
 };
 
 struct Photo {

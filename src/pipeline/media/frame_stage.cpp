@@ -9,6 +9,7 @@
 #include "base/text/text.h"
 #include "ingest/frame_extractor.h"
 #include "ingest/photo/photo.h"
+#include "ingest/report/capture_report.h"
 #include "pipeline/media.h"
 #include "pipeline/pipeline_run.h"
 #include "pipeline/stage.h"
@@ -31,11 +32,15 @@ class Gathered {
     if (result.lensSize > 0) extraction_.lensSize = result.lensSize;
     known_ = inputs_++ == 0 || known_ == result.knownIntrinsics ? result.knownIntrinsics : std::nullopt;
     for (const CameraGroup& group : result.groups) addGroup(group, folder);
+    for (const auto& [image, position] : result.positions) {
+      extraction_.positions.emplace(folder.empty() ? image : folder + "/" + image, position);
+    }
   }
 
   void storeIn(Project& project) const {
     project.extraction = extraction_;
     project.knownIntrinsics = known_;
+    project.georeference.reset();  // of the solve that goes with the earlier frames
   }
   size_t frames() const { return frames_; }
   std::string summary() const {
@@ -112,6 +117,7 @@ StageResult prepareFrames(Project& project, const StageContext& context) {
   removeInOneAct(partial.path());  // of a run that was killed
   FrameExtractor extractor(context.log, context.tools.ffmpeg, [&] { return context.run.mustEnd(); });
   Gathered gathered(project.sparse.singleCamera);
+  std::vector<CaptureReport> reports;
   const size_t count = project.inputs.size();
   for (size_t i = 0; i < count; ++i) {
     const InputSource& input = project.inputs[i];
@@ -122,13 +128,21 @@ StageResult prepareFrames(Project& project, const StageContext& context) {
     };
     context.log.info("Preparing frames from " + input.path);
     progress("Preparing frames from " + input.path, count > 1 ? 0.0f : -1.0f);
-    gathered.add(extractor.extract(fromUtf8(input.path), input.kind, project.ingest, partial.path() / folder, progress),
-                 folder);
+    const ExtractionResult result =
+        extractor.extract(fromUtf8(input.path), input.kind, project.ingest, partial.path() / folder, progress);
+    gathered.add(result, folder);
+    reports.push_back(reportCapture(result, input.kind, [&] { return context.run.mustEnd(); }));
+    for (const Finding& finding : reports.back().findings) context.log.info(finding.text);
   }
   if (context.run.mustEnd()) throw Cancelled();
 
   gathered.storeIn(project);
   replaceFrames(project, partial.path());
+  try {
+    saveCaptureReport(project.frameReportFile(), reports);
+  } catch (const std::runtime_error& error) {
+    context.log.warning(error.what());  // the frames are what counts
+  }
   return {gathered.summary(), {}};
 }
 

@@ -20,7 +20,7 @@ namespace {
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
-constexpr double kEnoughPlaced = 0.9;  // of the images
+constexpr double kEnoughPlaced = 0.8;  // of the images
 constexpr double kTimesTheFirst = 3;   // what all attempts may take
 constexpr int64_t kNear = 5, kNearWide = 8;
 constexpr size_t kPartners = 4;
