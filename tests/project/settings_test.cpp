@@ -31,9 +31,10 @@ Records read(const std::string& text, Records records = {}) {
 TEST(Settings, EveryMemberSurvivesTheRoundTripInItsPlace) {
   const std::string text =
       R"({"ingest":{"targetFrameCount":1,"maxDimension":2,"blurRejection":false,"blurThreshold":0.1,)"
-      R"("jpegQuality":3,"viewsPerFrame":4,"fieldOfView":5.0,"viewResolution":6,"viewsFollowSphere":true,"includePoles":true,)"
+      R"("jpegQuality":3,"viewsPerFrame":4,"fieldOfView":5.0,"viewResolution":6,"includePoles":true,)"
       R"("pitchOffset":-7.5,"fisheyeFieldOfView":8.0,"fisheyeMaskBelow":9.0,"fisheyeCropBottom":0.3,)"
-      R"("fisheyeEdgeMargin":0.4,"fisheyeCropEdges":0.5},)"
+      R"("fisheyeEdgeMargin":0.4,"fisheyeCropEdges":0.5,)"
+      R"("viewsFollowSphere":true},)"
       R"("sparse":{"matcher":"vocab_tree","cameraModel":"PINHOLE","singleCamera":false,"maxImageSize":10,)"
       R"("maxFeatures":11,"useGPU":true,"gpuMatching":false,"mapper":"global","sequentialOverlap":12,)"
       R"("vocabTreePath":"/é/tree.bin","retries":"off","georeference":false},)"
