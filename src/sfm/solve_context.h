@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -51,7 +52,11 @@ struct SparseModel {
   std::filesystem::path folder;
   size_t registered = 0;
 };
-// Every model that the mapper makes of the matches, largest first, each with images. Throws when no image registers.
+// The mapper has placed no image.
+struct NoImagePlaced : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+// Every model that the mapper makes of the matches, largest first, each with images. Throws NoImagePlaced.
 // With fixed intrinsics the mapper leaves the cameras alone.
 std::vector<SparseModel> mapImages(const SolveContext& solve, bool fixedIntrinsics);
 

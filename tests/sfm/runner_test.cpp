@@ -146,6 +146,27 @@ TEST_F(Runner, RunsOnTheProcessorWhatTheGpuCannot) {
                                    "instead."));
 }
 
+TEST_F(Runner, TriesAgainWhereNoImageCouldBePlaced) {
+  addFrames();
+  FakeColmap colmap(folder / "tool");
+  colmap.mapsTo("0", {"a.jpg", "b.jpg", "c.jpg"});
+  writeFile(folder / "tool/mapper.help", "--Mapper.abs_pose_min_num_inliers arg (=30)\n");
+  colmap.on(
+      "mapper",
+      "tail -n 1 \"$here/calls\" | grep -q 'abs_pose_min_num_inliers 15' || { echo 'ERROR: failed to create sparse "
+      "model'; exit 1; }\ncp -r \"$here\"/models/* \"$output\"");
+  const ColmapRunner::Result result = solve(colmap);
+  EXPECT_EQ(result.report.registered, 3u);
+  ASSERT_EQ(result.report.attempts.size(), 2u);
+  EXPECT_TRUE(result.report.attempts[1].kept);
+  EXPECT_EQ(gs::colmap::loadModel(project.sparseFolder() / "0", false).images.size(), 3u);
+  EXPECT_FALSE(std::filesystem::exists(project.colmapFolder() / "retries"));
+
+  project.sparse.retries = CameraRetries::Off;
+  reached = 0;
+  EXPECT_THAT(thrownText([&] { solve(colmap); }), HasSubstr("no images registered"));
+}
+
 TEST_F(Runner, FailsWithASentenceAndNoDataset) {
   addFrames();
   const std::string noModel =

@@ -118,7 +118,7 @@ std::vector<SparseModel> mapImages(const SolveContext& solve, bool fixedIntrinsi
   if (exitCode != 0 && !solve.output.noModel()) solve.colmap.fail(step, solve.output, exitCode);
 
   std::vector<SparseModel> models = readModels(solve);
-  if (models.empty()) throw std::runtime_error(kNoModel);
+  if (models.empty()) throw NoImagePlaced(kNoModel);
   std::string text = formatText("Registered %zu of %zu images", models.front().registered, solve.images);
   if (models.size() > 1) text += formatText(" (largest of %zu models)", models.size());
   solve.log.info(text);

@@ -59,10 +59,20 @@ class Placing {
 
   PlacedCameras run(double secondsBefore) {
     const Clock::time_point start = Clock::now();
-    attempt("as matched", solve_);
-    if (solve_.project.sparse.retries == CameraRetries::Auto && !best_->sound() && !best_->graph.edges.empty()) {
-      limit_ = start + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(
-                           kTimesTheFirst * since(start) + (kTimesTheFirst - 1) * secondsBefore));
+    const bool mayRetry = solve_.project.sparse.retries == CameraRetries::Auto;
+    std::optional<NoImagePlaced> failure;
+    try {
+      attempt("as matched", solve_);
+    } catch (const NoImagePlaced& error) {
+      if (!mayRetry) throw;
+      failure = error;
+      attempts_.push_back({"as matched", 0, 0, 0, since(start), false});
+    }
+    limit_ = start + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(
+                         kTimesTheFirst * since(start) + (kTimesTheFirst - 1) * secondsBefore));
+    if (failure) {
+      retryFromNothing(*failure);
+    } else if (mayRetry && !best_->sound() && !best_->graph.edges.empty()) {
       retry();
     }
     return settle();
@@ -80,6 +90,13 @@ class Placing {
       if (!best_->sound()) startElsewhere(first);
     }
     if (!best_->sound()) matchAgain(folded);
+  }
+
+  void retryFromNothing(const NoImagePlaced& failure) {
+    solve_.log.warning("No camera could be placed. The cameras are solved again in other ways.");
+    again("looser thresholds", {}, kLooser);
+    if (!best_) matchAgain(false);
+    if (!best_) throw NoImagePlaced(failure);
   }
 
   void undoFold(const ViewGraph& first) {
@@ -129,6 +146,7 @@ class Placing {
         ColmapDatabase(again.files.database).keepVerifiedPairs(pairsToTrust(matched, kNear));
       }
       attempt(name, again);
+      fs::remove(again.files.database);
     });
   }
 
@@ -140,6 +158,7 @@ class Placing {
       fs::copy_file(solve_.files.database, again.files.database, fs::copy_options::overwrite_existing);
       if (!pairs.empty()) ColmapDatabase(again.files.database).keepVerifiedPairs(pairs);
       attempt(name, again);
+      fs::remove(again.files.database);  // as large as the solve's own
     });
   }
 
