@@ -127,8 +127,8 @@ check_media() {
   echo "-- media to scenes"
   local colmap="Z:$tools/COLMAP-3.8-windows" small=(--resolution 160 --iterations 60)
   expect 0 '[0] ' devices
-  expect 1 'tools\colmap' run "$files/room" # no COLMAP: where to put it
   make_photographs
+  expect 1 'tools\colmap' run "$files/room" --out "$files" # no COLMAP: where to put it
   expect 0 'scene.ply' run "$files/room" --colmap "$colmap" --out "$files/été 写" "${small[@]}" --splat
   grep -q 'Registered 24 of 24 images' <<<"$said" || fail "not every photograph found its place: $said"
   local project=$work/files/été\ 写/room_ombrelux
@@ -153,9 +153,9 @@ colours() {
 
 check_window() {
   echo "-- the window"
-  local project=$work/files/été\ 写/room_ombrelux
-  [ -e "$project" ] || project=$work/files # nothing to show, but a window
-  wine "$bin/Ombrelux.exe" "Z:$project" >"$work/files/window" 2>&1 &
+  wine "$bin/sample_capture.exe" --model --size 160 --count 12 "$files/dataset" >/dev/null
+  expect 0 'scene.ply' import "$files/dataset" --resolution 96 --iterations 30
+  wine "$bin/Ombrelux.exe" "$files/dataset_ombrelux" >"$work/files/window" 2>&1 &
   local window=$! shown=0 result=0
   for _ in $(seq 120); do
     shown=$(colours)

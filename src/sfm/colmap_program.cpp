@@ -35,10 +35,13 @@ fs::path installFolder(const fs::path& executable) {
 // What COLMAP needs to find its own parts, and to do without a screen.
 std::vector<std::pair<std::string, std::string>> environmentFor(const fs::path& executable) {
   const fs::path folder = installFolder(executable);
+  fs::path plugins = folder / "plugins";
   std::error_code ignored;
-  const bool older = !fs::exists(folder / "plugins", ignored) && fs::exists(folder / "lib" / "plugins", ignored);
+  for (const fs::path& older : {folder / "lib" / "plugins", folder / "lib"}) {
+    if (!fs::exists(plugins, ignored) && fs::exists(older / "platforms", ignored)) plugins = older;
+  }
   auto environment = startEnvironment(folder);
-  environment.emplace_back("QT_PLUGIN_PATH", toUtf8(older ? folder / "lib" / "plugins" : folder / "plugins"));
+  environment.emplace_back("QT_PLUGIN_PATH", toUtf8(plugins));
   environment.emplace_back("QT_QPA_PLATFORM", "offscreen");
   return environment;
 }
