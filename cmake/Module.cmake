@@ -30,9 +30,9 @@ else()
 endif()
 target_compile_options(ombrelux_options INTERFACE ${flags})
 target_link_options(ombrelux_options INTERFACE ${flags})
-if(NOT OMBRELUX_MEDIA AND NOT MSVC)
-  # The portable build asks a machine for nothing but its C library and a Vulkan driver. What nothing calls is left out: it
-  # would ask for a newer C library.
+if(MINGW OR (NOT OMBRELUX_MEDIA AND NOT MSVC))
+  # The portable build and the one for Windows ask a machine for nothing but its C library and a Vulkan driver. What
+  # nothing calls is left out: it would ask for a newer C library.
   target_link_options(ombrelux_options INTERFACE -static-libstdc++ -static-libgcc -Wl,--gc-sections)
 endif()
 

@@ -5,8 +5,8 @@
 #            the label "threads", and of `gs` the dataset, the engine, the trainer and its live copy
 #   tidy     clang-tidy over all sources but those that only Windows compiles
 #   changed  clang-tidy over the sources that differ from the branch main
-#   windows  (also --windows) builds for Windows with MinGW-w64 and runs unit tests, the command line and a crash under
-#            Wine; what it needs from Debian is installed when it runs as root
+#   windows  (also --windows) builds for Windows with MinGW-w64, with its libraries, and runs unit tests, the command line,
+#            the window and crashes under Wine; what it needs from Debian is installed when it runs as root
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -50,7 +50,7 @@ check_changed() {
   tidy "${files[@]}"
 }
 
-windows_packages=(g++-mingw-w64-x86-64-posix googletest wine wine64 binutils-mingw-w64-x86-64)
+windows_packages=(g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 dpkg-dev nasm tcl googletest wine wine64 xxd libheif-examples)
 
 check_windows() {
   local missing=()
@@ -64,6 +64,7 @@ check_windows() {
     fi
     DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
   fi
+  scripts/windows_libraries.sh
   build windows-cross
   scripts/check_windows.sh
 }

@@ -2,6 +2,7 @@
 
 #include "app/run_project.h"
 #include "base/files/paths.h"
+#include "base/process/tool_places.h"
 #include "gpu/device/preferred_device.h"
 #include "gs/train/engine.h"
 #include "pipeline/pipeline.h"
@@ -60,7 +61,9 @@ void Session::openDevice() {
 }
 
 void Session::warnOfMissingColmap() {
-  if (!tools_.colmap) warn("COLMAP was not found; cameras cannot be solved. Install it, or name it with --colmap.");
+  if (!tools_.colmap) {
+    warn("COLMAP was not found; cameras cannot be solved. Install it, or name it with --colmap. " + colmapAdvice());
+  }
 }
 
 int Session::drive(const Project& project, Stage from) {

@@ -3,6 +3,7 @@
 #include <stdexcept>
 
 #include "base/files/paths.h"
+#include "base/process/tool_places.h"
 #include "mcp/arguments.h"
 #include "mcp/project_information.h"
 #include "mcp/server.h"
@@ -126,7 +127,8 @@ std::string Server::run(const Json& given) {
   Equipment equipment = open_();  // before the minutes of the first stages, and before anything is written
   if (!equipment.tools.colmap) {
     throw std::runtime_error(
-        "COLMAP was not found; cameras cannot be solved. Install it, or start the server with --colmap PATH.");
+        "COLMAP was not found; cameras cannot be solved. Install it, or start the server with --colmap PATH. " +
+        colmapAdvice());
   }
   const auto configure = [&](Project& project) { apply("ombrelux_run", given, project); };
   ProjectWork work{createProject(inputs, folder(given, "destination"), configure, kOtherFolder)};

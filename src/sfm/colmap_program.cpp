@@ -6,6 +6,7 @@
 #include "base/failures.h"
 #include "base/files/paths.h"
 #include "base/process/child_process.h"
+#include "base/process/tool_places.h"
 
 namespace quor {
 namespace {
@@ -29,6 +30,20 @@ bool holdsWord(std::string_view text, std::string_view word) {
 fs::path installFolder(const fs::path& executable) {
   const fs::path folder = executable.parent_path();
   return folder.filename() == "bin" ? folder.parent_path() : folder;
+}
+
+// What COLMAP needs to find its own parts, and to do without a screen.
+std::vector<std::pair<std::string, std::string>> environmentFor(const fs::path& executable) {
+  const fs::path folder = installFolder(executable);
+  fs::path plugins = folder / "plugins";
+  std::error_code ignored;
+  for (const fs::path& older : {folder / "lib" / "plugins", folder / "lib"}) {
+    if (!fs::exists(plugins, ignored) && fs::exists(older / "platforms", ignored)) plugins = older;
+  }
+  auto environment = startEnvironment(folder);
+  environment.emplace_back("QT_PLUGIN_PATH", toUtf8(plugins));
+  environment.emplace_back("QT_QPA_PLATFORM", "offscreen");
+  return environment;
 }
 
 std::string commandLine(const ColmapStep& step) {
@@ -57,8 +72,7 @@ int ColmapProgram::run(const std::vector<std::string>& arguments, const std::fun
   ChildCommand command;
   command.program = executable_;
   command.arguments = arguments;
-  command.environment = {{"QT_PLUGIN_PATH", toUtf8(installFolder(executable_) / "plugins")},
-                         {"QT_QPA_PLATFORM", "offscreen"}};
+  command.environment = environmentFor(executable_);
   ChildResult result;
   try {
     result = runChildProcess(command, onLine, cancelled_);

@@ -5,6 +5,7 @@
 
 #include "base/failures.h"
 #include "base/files/staging_folder.h"
+#include "base/process/tool_places.h"
 #include "base/text/time_text.h"
 #include "colmap/model.h"
 #include "sfm/extract/camera_groups.h"
@@ -40,7 +41,8 @@ ColmapRunner::ColmapRunner(std::optional<ToolLocation> colmap, LogStore& log, st
 ColmapRunner::Result ColmapRunner::run(Project& project, const SolveReport& report) {
   if (!colmap_) {
     throw std::runtime_error(
-        "COLMAP was not found. Set COLMAP's folder in Settings, name it with --colmap, or put colmap on PATH.");
+        "COLMAP was not found. Set COLMAP's folder in Settings, name it with --colmap, or put colmap on PATH. " +
+        colmapAdvice());
   }
   const std::vector<std::string> frames = frameNames(project);
   requireImages(frames.size());

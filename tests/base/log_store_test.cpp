@@ -64,8 +64,9 @@ TEST(LogStore, KeepsItsFileAndTheOneBeforeWithinBounds) {
     other.info("other " + std::to_string(i));
     ASSERT_LT(std::filesystem::file_size(path), kMax);
   }
-  EXPECT_LT(std::filesystem::file_size(old), kMax + 100);
-  const std::string kept = test::readFile(old) + test::readFile(path);
+  // Windows moves no file that another program has open: it is emptied in its place, and the one before stays.
+  EXPECT_TRUE(test::kWindows || std::filesystem::file_size(old) < kMax + 100);
+  const std::string kept = (test::kWindows ? "" : test::readFile(old)) + test::readFile(path);
   EXPECT_THAT(kept, MatchesPattern("[^]*entry 99\n[0-9:]{8} other 99\n"));
 }
 

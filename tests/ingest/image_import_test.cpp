@@ -8,6 +8,7 @@
 #include "ingest/photo/exif.h"
 #include "ingest/photo/jpeg_file.h"
 #include "picture_files.h"
+#include "support/platform.h"
 #include "support/temp_folder.h"
 
 namespace quor {
@@ -93,7 +94,12 @@ TEST_F(ImageImport, ShrinksAndTurnsAndKeepsTheCamera) {
   const Image upright = quarters(320, 192);
   addJpeg("a.jpg", stored(upright, 6), exifOf({6, "Maker", "M1", 4.25, 26, 0, 0, {1, 30, 0, 2, 0, 36, 5}}, true));
   writeFile(media_ / "b.png", encoded(AV_CODEC_ID_PNG, AV_PIX_FMT_RGBA, quarters(64, 32)));
-  writeFile(media_ / "c.heic", heifOf(quarters(320, 192), heif_orientation_normal, exifOf({6, "", "", 0, 28}, false)));
+  const std::string exif = exifOf({6, "", "", 0, 28}, false);
+  if (kWindows) {  // whose libraries read HEIC, and cannot write it
+    addJpeg("c.jpg", stored(upright, 6), exif);
+  } else {
+    writeFile(media_ / "c.heic", heifOf(upright, heif_orientation_normal, exif));
+  }
   settings_.maxDimension = 160;
   const ExtractionResult result = import(media_);
   ASSERT_EQ(result.frames.size(), 3u);
@@ -164,6 +170,7 @@ TEST_F(ImageImport, SaysWhatFailed) {
 
   addJpeg("c.jpg", plain(16, 16, 9));
   EXPECT_EQ(import(media_ / "c.jpg").frames.size(), 1u);
+  if (test::kWindows) return;
   // A full disk while the picture is written.
   std::filesystem::remove(frames_ / "f00001.jpg");
   std::filesystem::create_symlink("/dev/full", frames_ / "f00001.jpg.partial");

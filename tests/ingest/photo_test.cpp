@@ -8,6 +8,7 @@
 #include "ingest/photo/exif.h"
 #include "picture_files.h"
 #include "support/driver_leaks.h"
+#include "support/platform.h"
 #include "support/temp_folder.h"
 
 namespace quor {
@@ -31,8 +32,9 @@ std::map<std::string, std::string> everyFormat(const Image& image, int orientati
   std::map<std::string, std::string> files;
   files["a.jpg"] = jpegWithExif(encoded(AV_CODEC_ID_MJPEG, AV_PIX_FMT_YUVJ420P, turned), exif);
   files["a.png"] = pngWithExif(encoded(AV_CODEC_ID_PNG, AV_PIX_FMT_RGB24, turned), exif);
-  files["a.webp"] = webpWithExif(encoded(AV_CODEC_ID_WEBP, AV_PIX_FMT_YUV420P, turned), exif);
   files["a.tif"] = tiffOf(turned.width, turned.height, 2, {turned.rgb.begin(), turned.rgb.end()}, orientation);
+  if (kWindows) return files;  // whose libraries read the others, and cannot write them
+  files["a.webp"] = webpWithExif(encoded(AV_CODEC_ID_WEBP, AV_PIX_FMT_YUV420P, turned), exif);
   files["a.heic"] = heifOf(turned, static_cast<heif_orientation>(orientation), exif);
   return files;
 }
@@ -59,6 +61,7 @@ TEST(Photo, EveryKindOfPixelBecomesRgb) {
                                    {AV_CODEC_ID_TARGA, AV_PIX_FMT_BGRA},
                                    {AV_CODEC_ID_WEBP, AV_PIX_FMT_RGB32},
                                    {AV_CODEC_ID_MJPEG, AV_PIX_FMT_YUVJ422P}}) {
+    if (kWindows && id == AV_CODEC_ID_WEBP) continue;
     const Photo photo = readPhoto(writeFile(folder / "a.tif", encoded(id, format, image)));
     EXPECT_LT(meanDifference(photo.image, image), 5) << avcodec_get_name(id) << " " << av_get_pix_fmt_name(format);
   }
@@ -102,6 +105,7 @@ TEST(Photo, TransparentPartsLieOnBlack) {
     }
   };
   for (const auto& [id, format] : {std::pair{AV_CODEC_ID_PNG, AV_PIX_FMT_RGBA}, {AV_CODEC_ID_WEBP, AV_PIX_FMT_RGB32}}) {
+    if (kWindows && id == AV_CODEC_ID_WEBP) continue;
     const Photo photo = readPhoto(writeFile(folder / "a.png", encoded(id, format, image, halfClear)));
     EXPECT_THAT(pixel(photo.image, 5, 5), testing::Each(testing::Lt(3))) << avcodec_get_name(id);
     EXPECT_NEAR(pixel(photo.image, 60, 5)[1], 180, 5) << avcodec_get_name(id);
@@ -184,7 +188,7 @@ TEST(Photo, ReadImageLearnsTheOtherFormats) {
   const auto tiff = writeFile(folder / "a.tif", tiffOf(64, 48, 2, {image.rgb.begin(), image.rgb.end()}, 6));
   EXPECT_EQ(readImage(tiff).rgb, image.rgb);
   EXPECT_EQ(readImageSize(tiff).width, 64);
-  const auto lying = writeFile(folder / "a.jpg", encoded(AV_CODEC_ID_WEBP, AV_PIX_FMT_RGB32, image));
+  const auto lying = writeFile(folder / "a.jpg", encoded(AV_CODEC_ID_TIFF, AV_PIX_FMT_RGB24, image));
   EXPECT_LT(meanDifference(readImage(lying), image), 4);
   const auto text = writeFile(folder / "b.heic", "no picture");
   EXPECT_THAT(thrownText([&] { (void)readImage(text); }), StartsWith("Cannot read image " + toUtf8(text) + ": "));

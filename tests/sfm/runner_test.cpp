@@ -92,10 +92,11 @@ TEST_F(Runner, DoesWithoutHelpWithoutATreeAndWithoutAGlobalMapper) {
   project.sparse.matcher = Matcher::VocabTree;
   FakeColmap colmap(folder / "tool", FakeVersion::Mute);
   colmap.mapsTo("0", {"a.jpg"});
+  fs::create_directories(folder / "tool/lib/plugins/platforms");  // of Qt, where older archives have them
   solve(colmap);
   EXPECT_THAT(colmap.call("feature_extractor"), HasSubstr(" --SiftExtraction.use_gpu 0 "));
   EXPECT_THAT(colmap.call("exhaustive_matcher"), HasSubstr(" --SiftMatching.use_gpu 0 "));
-  EXPECT_THAT(colmap.call("mapper"), AllOf(Not(IsEmpty()), Not(HasSubstr("Mapper.ba"))));
+  EXPECT_THAT(colmap.call("mapper"), AllOf(EndsWith("/lib/plugins]"), Not(HasSubstr("Mapper.ba"))));
   EXPECT_THAT(colmap.call("image_undistorter"), Not(HasSubstr("jpeg_quality")));
   EXPECT_THAT(logText(),
               AllOf(HasSubstr("The vocab-tree matcher needs a vocabulary tree file (Settings); using exhaustive."),

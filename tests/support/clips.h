@@ -8,16 +8,17 @@
 
 #include "base/files/paths.h"
 #include "base/process/child_process.h"
+#include "base/process/tool_places.h"
 
 namespace quor::test {
 
 // ffmpeg ARGUMENTS file:TARGET
 inline std::filesystem::path makeClip(const std::filesystem::path& target, std::vector<std::string> arguments) {
-  arguments.insert(arguments.begin(), {"ffmpeg", "-nostdin", "-y", "-loglevel", "error"});
+  arguments.insert(arguments.begin(), {"-nostdin", "-y", "-loglevel", "error"});
   arguments.push_back("file:" + toUtf8(target));
   std::string said;
   const ChildResult result = runChildProcess(
-      {"/usr/bin/env", arguments, {}}, [&](std::string_view line) { said.append(line).append("\n"); },
+      {findOnSearchPath("ffmpeg"), arguments, {}}, [&](std::string_view line) { said.append(line).append("\n"); },
       [] { return false; });
   if (result.exitCode != 0) throw std::runtime_error("ffmpeg failed to make " + toUtf8(target) + ":\n" + said);
   return target;

@@ -27,12 +27,23 @@ fs::path findInFolders(const std::vector<fs::path>& folders, const std::string& 
   return {};
 }
 
-fs::path findConfigured(const std::string& configured, const std::string& fileName) {
+// The folder itself, or one right under it that is named after the tool: an archive's own, that it unpacks to.
+fs::path findUnpacked(const fs::path& folder, const std::string& tool, const std::string& fileName) {
+  std::vector<fs::path> folders{folder};
+  appendEntriesNamed(folder, tool, folders);
+  return findInFolders(folders, fileName);
+}
+
+fs::path findConfigured(const std::string& configured, const std::string& tool, const std::string& fileName) {
   const fs::path candidate = fromUtf8(configured);
   if (candidate.empty()) return {};
   std::error_code error;
-  if (isProgramFile(candidate)) return fs::absolute(candidate, error);
-  if (fs::path file = findInFolder(candidate, fileName); !file.empty()) return file;
+  if (isProgramFile(candidate)) {
+    const fs::path file = fs::absolute(candidate, error);
+    const fs::path started = isStartScript(file) ? findInFolder(file.parent_path(), fileName) : fs::path();
+    return started.empty() ? file : started;
+  }
+  if (fs::path file = findUnpacked(candidate, tool, fileName); !file.empty()) return file;
   // A bare name that is nothing here is meant as a shell would take it.
   return candidate.has_parent_path() ? fs::path() : findInFolders(searchPathFolders(), programFileName(configured));
 }
@@ -41,8 +52,8 @@ std::optional<ToolLocation> find(const std::string& configured, const char* tool
                                  const std::vector<fs::path>& installFolders) {
   const std::string fileName = programFileName(tool);
   const fs::path own = executableFolder();
-  if (fs::path file = findConfigured(configured, fileName); !file.empty()) return {{file, "settings"}};
-  if (fs::path file = findInFolder(own / "tools" / tool, fileName); !own.empty() && !file.empty()) {
+  if (fs::path file = findConfigured(configured, tool, fileName); !file.empty()) return {{file, "settings"}};
+  if (fs::path file = findUnpacked(own / "tools" / tool, tool, fileName); !own.empty() && !file.empty()) {
     return {{file, "bundled"}};
   }
   if (fs::path file = findInFolders(searchPathFolders(), fileName); !file.empty()) return {{file, "PATH"}};

@@ -13,8 +13,9 @@ struct ToolLocation {
   std::string source;  // "settings", "bundled", "PATH" or "installed", shown beside the path
 };
 
-// Searches `configured` (UTF-8, may be empty), the user's setting: the executable, or a folder with it there or in
-// bin/; then tools/colmap beside this program, the folders of PATH, and the folders where installers put COLMAP.
+// Searches `configured` (UTF-8, may be empty), the user's setting: the executable, the batch file that starts it on
+// Windows, or a folder with it there, in bin/ or in a folder named after it, as archives unpack; then tools/colmap
+// beside this program, the folders of PATH, and the folders where installers put COLMAP.
 std::optional<ToolLocation> findColmap(const std::string& configured);
 // The same, without the installers' folders; bundled in tools/ffmpeg.
 std::optional<ToolLocation> findFfmpeg(const std::string& configured);

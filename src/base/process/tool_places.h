@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace quor {
@@ -13,6 +14,11 @@ std::string programFileName(std::string_view program);
 
 // A file, not a folder, that the user may run.
 bool isProgramFile(const std::filesystem::path& path);
+
+// Whether the path names a script that only sets up the environment of the program beside it, as COLMAP.bat does.
+bool isStartScript(const std::filesystem::path& path);
+// The variables that such a script sets, for a program that was unpacked into `folder`.
+std::vector<std::pair<std::string, std::string>> startEnvironment(const std::filesystem::path& folder);
 
 // The folders of PATH.
 std::vector<std::filesystem::path> searchPathFolders();
@@ -28,5 +34,7 @@ void appendEntriesNamed(const std::filesystem::path& parent, std::string_view pa
 
 // Folders outside PATH where installers and users put COLMAP, in the order of preference; they need not exist.
 std::vector<std::filesystem::path> colmapInstallFolders();
+// Where to get COLMAP, as a sentence for the user.
+std::string colmapAdvice();
 
 }  // namespace quor

@@ -17,9 +17,26 @@ namespace {
 // Half the default step: compression must not be what limits how well cameras can be solved.
 constexpr const char* kRateFactor = "16";
 
-AvPtr<AVCodecContext> openEncoder(const AVFormatContext& file, ImageSize size, int framesPerSecond) {
+// libx264, or FFmpeg's own MPEG-4 at its best quality where that is left out, as in the libraries for Windows.
+const AVCodec& findEncoder() {
   const AVCodec* codec = avcodec_find_encoder_by_name("libx264");
-  if (!codec) throw std::runtime_error("FFmpeg's libraries were built without libx264, which encodes the video");
+  if (!codec) codec = avcodec_find_encoder(AV_CODEC_ID_MPEG4);
+  if (!codec) throw std::runtime_error("FFmpeg's libraries were built without an encoder for the video");
+  return *codec;
+}
+
+void setQuality(AVCodecContext& encoder) {
+  if (encoder.codec_id == AV_CODEC_ID_MPEG4) {
+    encoder.flags |= AV_CODEC_FLAG_QSCALE;
+    encoder.global_quality = FF_QP2LAMBDA;
+    return;
+  }
+  checkAv(av_opt_set(encoder.priv_data, "crf", kRateFactor, 0), "crf");
+  checkAv(av_opt_set(encoder.priv_data, "preset", "fast", 0), "preset");
+}
+
+AvPtr<AVCodecContext> openEncoder(const AVFormatContext& file, ImageSize size, int framesPerSecond) {
+  const AVCodec* codec = &findEncoder();
   AvPtr<AVCodecContext> encoder(avcodec_alloc_context3(codec));
   if (!encoder) throw std::bad_alloc();
   encoder->width = size.width;
@@ -35,9 +52,8 @@ AvPtr<AVCodecContext> openEncoder(const AVFormatContext& file, ImageSize size, i
   encoder->log_level_offset = AV_LOG_ERROR;  // no encoder statistics on the terminal
   encoder->thread_count = 1;                 // the bytes do not depend on the processors
   if (file.oformat->flags & AVFMT_GLOBALHEADER) encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-  checkAv(av_opt_set(encoder->priv_data, "crf", kRateFactor, 0), "crf");
-  checkAv(av_opt_set(encoder->priv_data, "preset", "fast", 0), "preset");
-  checkAv(avcodec_open2(encoder.get(), codec, nullptr), "The H.264 encoder could not be opened");
+  setQuality(*encoder);
+  checkAv(avcodec_open2(encoder.get(), codec, nullptr), "The video encoder could not be opened");
   return encoder;
 }
 

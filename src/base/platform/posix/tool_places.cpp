@@ -17,6 +17,14 @@ bool isProgramFile(const fs::path& path) {
   return fs::is_regular_file(path, error) && access(path.c_str(), X_OK) == 0;
 }
 
+bool isStartScript(const fs::path&) {
+  return false;  // scripts are run like any program
+}
+
+std::vector<std::pair<std::string, std::string>> startEnvironment(const fs::path&) {
+  return {};
+}
+
 std::vector<fs::path> searchPathFolders() {
   return splitFolderList(environmentVariable("PATH").value_or(""), ':');
 }
@@ -29,6 +37,10 @@ std::vector<fs::path> colmapInstallFolders() {
   appendEntriesNamed("/opt", "colmap", folders);
   for (const char* folder : {"/usr/bin", "/snap/bin"}) folders.emplace_back(folder);
   return folders;
+}
+
+std::string colmapAdvice() {
+  return "Distributions have it as the package colmap; https://colmap.github.io/install.html tells of other ways.";
 }
 
 }  // namespace quor

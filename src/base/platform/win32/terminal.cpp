@@ -30,11 +30,19 @@ HANDLE standardError() {
 
 }  // namespace
 
-// The C runtime keeps the numbers of the standard streams for them, open or not.
-void occupyClosedStreams() {}
+// A program with a window gets no console from the system. Streams that its starter did not redirect go to the console
+// that it was started from, if any. The C runtime keeps the numbers of the standard streams for them, open or not.
+void occupyClosedStreams() {
+  const bool outClosed = _fileno(stdout) < 0, errorClosed = _fileno(stderr) < 0;
+  if ((!outClosed && !errorClosed) || AttachConsole(ATTACH_PARENT_PROCESS) == 0) return;
+  if (outClosed) std::freopen("CONOUT$", "w", stdout);
+  if (errorClosed) std::freopen("CONOUT$", "w", stderr);
+}
 
 void useUtf8Streams() {
-  for (std::FILE* stream : {stdin, stdout, stderr}) _setmode(_fileno(stream), _O_BINARY);
+  for (std::FILE* stream : {stdin, stdout, stderr}) {
+    if (_fileno(stream) >= 0) _setmode(_fileno(stream), _O_BINARY);
+  }
   const UINT before = GetConsoleOutputCP();
   if (before == 0 || before == CP_UTF8 || SetConsoleOutputCP(CP_UTF8) == 0) return;
   codePageBefore = before;  // the console outlives the program

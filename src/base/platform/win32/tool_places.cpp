@@ -20,6 +20,16 @@ bool isProgramFile(const fs::path& path) {
   return fs::is_regular_file(path, error);  // every file may be run
 }
 
+bool isStartScript(const fs::path& path) {
+  const std::string extension = toLower(toUtf8(path.extension()));
+  return extension == ".bat" || extension == ".cmd";
+}
+
+std::vector<std::pair<std::string, std::string>> startEnvironment(const fs::path& folder) {
+  const std::string search = toUtf8(folder / "bin") + ";" + toUtf8(folder / "lib");
+  return {{"PATH", search + ";" + environmentVariable("PATH").value_or("")}};
+}
+
 std::vector<fs::path> searchPathFolders() {
   std::string list = environmentVariable("PATH").value_or("");
   std::erase(list, '"');  // which some put around a name with blanks
@@ -33,6 +43,11 @@ std::vector<fs::path> colmapInstallFolders() {
     if (parent.is_absolute()) appendEntriesNamed(parent, "colmap", folders);
   }
   return folders;
+}
+
+std::string colmapAdvice() {
+  return "Download its Windows version from https://github.com/colmap/colmap/releases and unpack it into " +
+         toUtf8(executableFolder() / "tools" / "colmap") + ".";
 }
 
 }  // namespace quor

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "base/files/paths.h"
+#include "base/process/tool_places.h"
 
 namespace quor::ui {
 
@@ -76,8 +77,9 @@ PreferencesForm::Finding PreferencesForm::finding(Tool tool) const {
     const std::string place = toUtf8(found->executable) + " (" + found->source + ")";
     return {misguided ? lead + "In use instead: " + place : place, false, misguided};
   }
-  const char* advice =
-      colmap ? "COLMAP was not found. Install it, or set its folder here; cameras cannot be solved without it."
+  const std::string advice =
+      colmap ? "COLMAP was not found. Install it, or set its folder here; cameras cannot be solved without it. " +
+                   colmapAdvice()
              : "ffmpeg was not found. It is only needed for videos that the built-in decoder cannot read.";
   return {lead + advice, true, misguided};
 }
