@@ -90,10 +90,11 @@ CameraReport fromJson(const Json& json) {
     readMember(element, "reason", missing.reason);
   });
   if (const Json* element = findObject(json, "weakestLink")) {
-    CameraReport::Link& link = report.weakestLink.emplace();
+    CameraReport::Link link;
     readMember(*element, "first", link.first);
     readMember(*element, "second", link.second);
     readMember(*element, "points", link.points);
+    report.weakestLink = link;
   }
   readMember(json, "turningShare", report.turningShare);
   if (findMember(json, "coverageDegrees")) readMember(json, "coverageDegrees", report.coverageDegrees.emplace());

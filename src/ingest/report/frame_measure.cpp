@@ -30,7 +30,9 @@ std::vector<uint8_t> thumbnailOf(const std::vector<float>& luma, int width, int 
       const int left = cx * width / kThumbnailWidth, right = std::max((cx + 1) * width / kThumbnailWidth, left + 1);
       double sum = 0;
       for (int y = top; y < bottom; ++y) {
-        for (int x = left; x < right; ++x) sum += static_cast<double>(luma[static_cast<size_t>(y * width + x)]);
+        for (int x = left; x < right; ++x)
+          sum +=
+              static_cast<double>(luma[static_cast<size_t>(y) * static_cast<size_t>(width) + static_cast<size_t>(x)]);
       }
       thumbnail.push_back(static_cast<uint8_t>(sum / ((bottom - top) * (right - left)) + 0.5));
     }

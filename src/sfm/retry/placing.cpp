@@ -240,7 +240,7 @@ class Placing {
       fs::create_directories(solve_.files.sparse);
       fs::rename(placed.folder, first);
       placed.folder = first;
-      placed.report.advice.push_back("These cameras were solved again: " + attempts_[kept_].name + ".");
+      placed.report.advice.push_back("These cameras are those of a further attempt: " + attempts_[kept_].name + ".");
     }
     if (placed.report.trust == CameraTrust::Folded) cut(placed);
     placed.report.attempts = std::move(attempts_);
