@@ -96,7 +96,7 @@ TEST_F(Runner, DoesWithoutHelpWithoutATreeAndWithoutAGlobalMapper) {
   solve(colmap);
   EXPECT_THAT(colmap.call("feature_extractor"), HasSubstr(" --SiftExtraction.use_gpu 0 "));
   EXPECT_THAT(colmap.call("exhaustive_matcher"), HasSubstr(" --SiftMatching.use_gpu 0 "));
-  EXPECT_THAT(colmap.call("mapper"), AllOf(EndsWith("/lib/plugins]"), Not(HasSubstr("Mapper.ba"))));
+  EXPECT_THAT(colmap.call("mapper"), AllOf(HasSubstr("/tool/lib/plugins]"), Not(HasSubstr("Mapper.ba"))));
   EXPECT_THAT(colmap.call("image_undistorter"), Not(HasSubstr("jpeg_quality")));
   EXPECT_THAT(logText(),
               AllOf(HasSubstr("The vocab-tree matcher needs a vocabulary tree file (Settings); using exhaustive."),
