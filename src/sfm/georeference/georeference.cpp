@@ -30,6 +30,7 @@ struct Correspondences {
 
 double medianOf(const std::vector<GeoPosition>& positions, double GeoPosition::*part) {
   std::vector<double> values;
+  values.reserve(positions.size());
   for (const GeoPosition& position : positions) values.push_back(position.*part);
   return quantile(values, 0.5);
 }
