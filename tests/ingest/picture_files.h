@@ -109,7 +109,7 @@ inline std::string encoded(AVCodecID id, AVPixelFormat format, const Image& imag
 // An EXIF structure of either byte order.
 struct ExifValues {
   int orientation = 0;  // 0: not said
-  std::string make, model;
+  std::string make = {}, model = {};
   double focalLength = 0;
   int focal35mm = 0;
   double pixelsPerInch = 0;  // of the sensor
