@@ -36,7 +36,10 @@ elif [ -e "$1/project.json" ] || { [ -d "$1/images" ] && [ -d "$1/sparse" ]; }; 
 fi
 devices=$("$cli" devices)
 if ! grep -qvi llvmpipe <<<"$devices"; then
-  [ "$command" = train ] || default --frames 60
+  if [ "$command" = run ]; then # the time of matching grows with the square of the details in a picture
+    default --frames 40
+    default --max-dimension 640
+  fi
   default --resolution 320
   default --iterations 2000
   echo "There is no GPU here: training runs on the processor, with ${defaults[*]:-the options that were given}."

@@ -156,6 +156,9 @@ void writeModel(const std::filesystem::path& dir, const Model& model, const std:
   cameras.commit();
   images.commit();
   points.commit();
+  // Newer versions repeat the poses of a binary model here, and make them anew from the images.
+  std::error_code ignored;
+  for (const char* name : {"rigs.bin", "frames.bin"}) std::filesystem::remove(dir / name, ignored);
 }
 
 }  // namespace quor::gs::colmap

@@ -109,6 +109,7 @@ bool matchFeaturesOnGpu(const SolveContext& solve, Matcher matcher, MatchingShar
   } catch (const Cancelled&) {
     throw;
   } catch (const std::exception& e) {
+    if (solve.cancelled && solve.cancelled()) throw Cancelled();
     solve.log.warning("GPU matching was not possible (" + std::string(e.what()) + ") — COLMAP matches instead.");
   }
   ColmapDatabase(solve.files.database).clearMatches();

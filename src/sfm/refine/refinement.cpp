@@ -141,9 +141,6 @@ class Refinement {
 
   void store() const {
     gs::colmap::writeModel(folder_, rigid_.model, rigid_.observations, gs::colmap::Encoding::Binary);
-    std::error_code ignored;
-    for (const char* name : {"rigs.bin", "frames.bin"})
-      std::filesystem::remove(folder_ / name, ignored);  // older poses
   }
 
   const SolveContext& solve_;

@@ -11,8 +11,8 @@ using gs::colmap::Observation;
 std::set<std::string> longestSoundStretch(const ViewGraph& graph, const std::vector<CameraReport::Jump>& jumps) {
   std::set<std::pair<std::string, std::string>> broken;
   for (const CameraReport::Jump& jump : jumps) broken.emplace(jump.first, jump.second);
-  const bool cut = !jumps.empty() && isWalk(graph);
-  std::set<std::string> longest, current, all;
+  std::set<std::string> longest, current;
+  if (!isWalk(graph)) return longest;
   std::string sequence, last;
   std::vector<const ViewGraph::Node*> nodes;
   for (const ViewGraph::Node& node : graph.nodes) nodes.push_back(&node);
@@ -22,11 +22,10 @@ std::set<std::string> longestSoundStretch(const ViewGraph& graph, const std::vec
     sequence = node->sequence;
     last = node->name;
     if (node->placed == ViewGraph::kNotPlaced) continue;
-    all.insert(node->name);
     current.insert(node->name);
     if (current.size() > longest.size()) longest = current;
   }
-  return cut ? longest : all;
+  return longest;
 }
 
 void keepImages(gs::colmap::Model& model, std::vector<gs::colmap::Observations>& observations,

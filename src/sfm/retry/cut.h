@@ -9,8 +9,8 @@
 
 namespace quor {
 
-// The longest run of placed images, in the order of their numbers, without a jump in it; all placed images where there
-// is no jump or no order.
+// The longest run of placed images, in the order of their numbers, without a jump in it; nothing where the images have
+// no order.
 std::set<std::string> longestSoundStretch(const ViewGraph& graph, const std::vector<CameraReport::Jump>& jumps);
 
 // Takes the other images out of a model, with their observations and the points that are then seen less than twice.

@@ -221,7 +221,6 @@ class Placing {
     made.report = judge({model, observations, made.graph, solve_.images, sizes});
     made.usable = made.report.trust == CameraTrust::Folded ? longestSoundStretch(made.graph, made.report.jumps).size()
                                                            : model.images.size();
-    if (made.report.trust == CameraTrust::Folded && made.usable == model.images.size()) made.usable = 0;
     made.report.checkSeconds = since(start);
   }
 
@@ -256,8 +255,6 @@ class Placing {
     std::vector<gs::colmap::Observations> observations = gs::colmap::loadObservations(placed.folder, model);
     keepImages(model, observations, stretch);
     gs::colmap::writeModel(placed.folder, model, observations, gs::colmap::Encoding::Binary);
-    std::error_code ignored;
-    for (const char* name : {"rigs.bin", "frames.bin"}) fs::remove(placed.folder / name, ignored);
     placed.report.trust = CameraTrust::Doubtful;
     placed.report.summary = formatText(
         "The cameras are folded, and only the longest stretch without a contradiction is "
