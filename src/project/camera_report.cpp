@@ -3,6 +3,7 @@
 #include <array>
 #include <fstream>
 #include <stdexcept>
+#include <type_traits>
 
 #include "base/files/atomic_file.h"
 #include "settings/json_members.h"
@@ -12,102 +13,128 @@ namespace {
 
 constexpr std::array kTrustNames = {"sound", "doubtful", "folded"};
 
-Json toJson(const CameraReport& report) {
-  Json json;
-  json["verdict"] = trustName(report.trust);
-  json["summary"] = report.summary;
-  json["advice"] = report.advice;
-  json["images"] = report.images;
-  json["registered"] = report.registered;
-  json["models"] = report.modelSizes;
-  json["points"] = report.points;
-  json["reprojectionError"] = report.reprojectionError;
-  json["trackLength"] = report.trackLength;
-  json["foldScore"] = report.foldScore();
-  json["neighbours"] = report.neighbours;
-  json["jumps"] = Json::array();
-  for (const CameraReport::Jump& jump : report.jumps) {
-    json["jumps"].push_back(
-        {{"first", jump.first}, {"second", jump.second}, {"matches", jump.matches}, {"degrees", jump.degrees}});
+// visit(key, member) for every member of a record.
+template <typename Record, typename Visit>
+void visitMembers(Record& record, Visit&& visit) {
+  using Kind = std::remove_const_t<Record>;
+  if constexpr (std::is_same_v<Kind, CameraReport::Jump>) {
+    visit("first", record.first);
+    visit("second", record.second);
+    visit("matches", record.matches);
+    visit("degrees", record.degrees);
+  } else if constexpr (std::is_same_v<Kind, CameraReport::NotPlaced>) {
+    visit("image", record.image);
+    visit("reason", record.reason);
+  } else if constexpr (std::is_same_v<Kind, CameraReport::Link>) {
+    visit("first", record.first);
+    visit("second", record.second);
+    visit("points", record.points);
+  } else if constexpr (std::is_same_v<Kind, CameraReport::Gap>) {
+    visit("first", record.first);
+    visit("second", record.second);
+    visit("degrees", record.degrees);
+  } else if constexpr (std::is_same_v<Kind, CameraReport::Attempt>) {
+    visit("name", record.name);
+    visit("registered", record.registered);
+    visit("foldScore", record.foldScore);
+    visit("reprojectionError", record.reprojectionError);
+    visit("seconds", record.seconds);
+    visit("kept", record.kept);
+  } else if constexpr (std::is_same_v<Kind, CameraReport::Seconds>) {
+    visit("features", record.features);
+    visit("matching", record.matching);
+    visit("placing", record.placing);
+    visit("undistorting", record.undistorting);
+  } else {
+    visit("summary", record.summary);
+    visit("advice", record.advice);
+    visit("images", record.images);
+    visit("registered", record.registered);
+    visit("models", record.modelSizes);
+    visit("points", record.points);
+    visit("reprojectionError", record.reprojectionError);
+    visit("trackLength", record.trackLength);
+    visit("neighbours", record.neighbours);
+    visit("jumps", record.jumps);
+    visit("notPlaced", record.notPlaced);
+    visit("weakestLink", record.weakestLink);
+    visit("turningShare", record.turningShare);
+    visit("coverageDegrees", record.coverageDegrees);
+    visit("missingSides", record.gaps);
+    visit("attempts", record.attempts);
+    visit("checkSeconds", record.checkSeconds);
+    visit("seconds", record.seconds);
   }
-  json["notPlaced"] = Json::array();
-  for (const CameraReport::NotPlaced& missing : report.notPlaced) {
-    json["notPlaced"].push_back({{"image", missing.image}, {"reason", missing.reason}});
-  }
-  if (const auto& link = report.weakestLink) {
-    json["weakestLink"] = {{"first", link->first}, {"second", link->second}, {"points", link->points}};
-  }
-  json["turningShare"] = report.turningShare;
-  if (report.coverageDegrees) json["coverageDegrees"] = *report.coverageDegrees;
-  json["attempts"] = Json::array();
-  for (const CameraReport::Attempt& attempt : report.attempts) {
-    json["attempts"].push_back({{"name", attempt.name},
-                                {"registered", attempt.registered},
-                                {"foldScore", attempt.foldScore},
-                                {"reprojectionError", attempt.reprojectionError},
-                                {"seconds", attempt.seconds},
-                                {"kept", attempt.kept}});
-  }
-  json["checkSeconds"] = report.checkSeconds;
+}
+
+template <typename Value>
+constexpr bool kIsRecord = std::is_class_v<Value> && !std::is_same_v<Value, std::string> && !requires(Value value) {
+  value.begin();
+};
+
+template <typename Record>
+Json toJson(const Record& record) {
+  Json json = Json::object();
+  visitMembers(record, [&]<typename Value>(const char* key, const Value& value) {
+    if constexpr (requires { value.has_value(); }) {
+      if (!value) return;
+      if constexpr (kIsRecord<typename Value::value_type>) {
+        json[key] = toJson(*value);
+      } else {
+        json[key] = *value;
+      }
+    } else if constexpr (kIsRecord<Value>) {
+      json[key] = toJson(value);
+    } else if constexpr (requires { requires kIsRecord<typename Value::value_type>; }) {
+      json[key] = Json::array();
+      for (const auto& element : value) json[key].push_back(toJson(element));
+    } else {
+      json[key] = value;
+    }
+  });
   return json;
 }
 
-template <typename Read>
-void readList(const Json& json, const char* key, Read&& read) {
-  const Json* list = findArray(json, key);
-  if (!list) return;
-  for (const Json& element : *list) {
-    if (element.is_object()) read(element);
-  }
+// Members that are missing keep their defaults; throws std::runtime_error for one of a wrong type.
+template <typename Record>
+void readRecord(const Json& json, Record& record) {
+  visitMembers(record, [&]<typename Value>(const char* key, Value& value) {
+    if constexpr (requires { value.has_value(); }) {
+      if (!findMember(json, key)) return;
+      if constexpr (kIsRecord<typename Value::value_type>) {
+        if (const Json* member = findObject(json, key)) readRecord(*member, value.emplace());
+      } else {
+        readMember(json, key, value.emplace());
+      }
+    } else if constexpr (kIsRecord<Value>) {
+      if (const Json* member = findObject(json, key)) readRecord(*member, value);
+    } else if constexpr (requires { requires kIsRecord<typename Value::value_type>; }) {
+      const Json* list = findArray(json, key);
+      if (!list) return;
+      for (const Json& element : *list) {
+        if (element.is_object()) readRecord(element, value.emplace_back());
+      }
+    } else {
+      readMember(json, key, value);
+    }
+  });
+}
+
+Json reportJson(const CameraReport& report) {
+  Json json = toJson(report);
+  json["verdict"] = trustName(report.trust);
+  json["foldScore"] = report.foldScore();
+  return json;
 }
 
 CameraReport fromJson(const Json& json) {
   CameraReport report;
+  readRecord(json, report);
   std::string trust;
   readMember(json, "verdict", trust);
   for (size_t i = 0; i < kTrustNames.size(); ++i) {
     if (trust == kTrustNames[i]) report.trust = static_cast<CameraTrust>(i);
   }
-  readMember(json, "summary", report.summary);
-  readMember(json, "advice", report.advice);
-  readMember(json, "images", report.images);
-  readMember(json, "registered", report.registered);
-  readMember(json, "models", report.modelSizes);
-  readMember(json, "points", report.points);
-  readMember(json, "reprojectionError", report.reprojectionError);
-  readMember(json, "trackLength", report.trackLength);
-  readMember(json, "neighbours", report.neighbours);
-  readList(json, "jumps", [&](const Json& element) {
-    CameraReport::Jump& jump = report.jumps.emplace_back();
-    readMember(element, "first", jump.first);
-    readMember(element, "second", jump.second);
-    readMember(element, "matches", jump.matches);
-    readMember(element, "degrees", jump.degrees);
-  });
-  readList(json, "notPlaced", [&](const Json& element) {
-    CameraReport::NotPlaced& missing = report.notPlaced.emplace_back();
-    readMember(element, "image", missing.image);
-    readMember(element, "reason", missing.reason);
-  });
-  if (const Json* element = findObject(json, "weakestLink")) {
-    CameraReport::Link link;
-    readMember(*element, "first", link.first);
-    readMember(*element, "second", link.second);
-    readMember(*element, "points", link.points);
-    report.weakestLink = link;
-  }
-  readMember(json, "turningShare", report.turningShare);
-  if (findMember(json, "coverageDegrees")) readMember(json, "coverageDegrees", report.coverageDegrees.emplace());
-  readList(json, "attempts", [&](const Json& element) {
-    CameraReport::Attempt& attempt = report.attempts.emplace_back();
-    readMember(element, "name", attempt.name);
-    readMember(element, "registered", attempt.registered);
-    readMember(element, "foldScore", attempt.foldScore);
-    readMember(element, "reprojectionError", attempt.reprojectionError);
-    readMember(element, "seconds", attempt.seconds);
-    readMember(element, "kept", attempt.kept);
-  });
-  readMember(json, "checkSeconds", report.checkSeconds);
   return report;
 }
 
@@ -118,7 +145,7 @@ const char* trustName(CameraTrust trust) {
 }
 
 std::string cameraReportText(const CameraReport& report) {
-  return toJson(report).dump(2, ' ', false, Json::error_handler_t::replace);
+  return reportJson(report).dump(2, ' ', false, Json::error_handler_t::replace);
 }
 
 void CameraReport::save(const Project& project) const {

@@ -30,6 +30,11 @@ struct CameraReport {
     std::string first, second;
     size_t points = 0;
   };
+  // No image was taken from the side between these two, seen from the scene.
+  struct Gap {
+    std::string first, second;
+    double degrees = 0;
+  };
   // A way in which the cameras were placed.
   struct Attempt {
     std::string name;
@@ -38,6 +43,12 @@ struct CameraReport {
     double reprojectionError = 0;
     double seconds = 0;
     bool kept = false;
+  };
+  // What the steps of the solve took.
+  struct Seconds {
+    double features = 0, matching = 0;
+    double placing = 0;  // all attempts
+    double undistorting = 0;
   };
 
   CameraTrust trust = CameraTrust::Sound;
@@ -53,8 +64,10 @@ struct CameraReport {
   std::optional<Link> weakestLink;
   double turningShare = 0;                // of the steps: turned without moving
   std::optional<double> coverageDegrees;  // around the scene, where the cameras look inwards
+  std::vector<Gap> gaps;                  // in that
   std::vector<Attempt> attempts;
   double checkSeconds = 0;  // what this report took
+  Seconds seconds;
 
   double foldScore() const {
     return neighbours == 0 ? 0 : static_cast<double>(jumps.size()) / static_cast<double>(neighbours);

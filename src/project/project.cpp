@@ -108,6 +108,7 @@ Project Project::describe(const std::vector<InputSource>& inputs, const fs::path
   }
   project.sparse = suggestedSettings(inputs);
   project.ingest.viewsFollowSphere = true;
+  project.sparse.pairs = PairChoice::Likely;
   return project;
 }
 

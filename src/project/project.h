@@ -88,12 +88,14 @@ class Project : public Settings {
   std::filesystem::path frameReportFile() const;         // what is wrong with the capture
   std::filesystem::path colmapFolder() const;
   std::filesystem::path databaseFile() const;
+  std::filesystem::path featureRecordFile() const;  // which frames the database's features are of
   std::filesystem::path sparseFolder() const;
   // The dataset that the camera solve makes for training: images/ without lens distortion, and their model in sparse/.
   std::filesystem::path solvedFolder() const;
   std::filesystem::path unfinishedSolvedFolder() const;
   std::filesystem::path colmapLog() const;         // all that COLMAP printed
   std::filesystem::path cameraReportFile() const;  // what the solve is worth
+  std::filesystem::path coverageFile() const;      // a picture of the sides that it was taken from
   std::filesystem::path outputFolder() const;
   std::filesystem::path sceneFile() const;
   std::filesystem::path sceneSplatFile() const;

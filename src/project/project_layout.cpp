@@ -22,6 +22,9 @@ fs::path Project::colmapFolder() const {
 fs::path Project::databaseFile() const {
   return colmapFolder() / "database.db";
 }
+fs::path Project::featureRecordFile() const {
+  return colmapFolder() / "features.json";
+}
 fs::path Project::sparseFolder() const {
   return colmapFolder() / "sparse";
 }
@@ -36,6 +39,9 @@ fs::path Project::colmapLog() const {
 }
 fs::path Project::cameraReportFile() const {
   return colmapFolder() / "report.json";
+}
+fs::path Project::coverageFile() const {
+  return colmapFolder() / "coverage.png";
 }
 fs::path Project::outputFolder() const {
   return root / "output";

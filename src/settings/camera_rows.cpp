@@ -42,6 +42,19 @@ std::vector<Setting> matchingRows() {
                  .meaning = "Every pair finds the most and suits photographs; its time grows with the square of their "
                             "number. Neighbours in order suits video. A vocabulary tree finds likely pairs in large "
                             "sets and needs a file."}),
+      cameraRow({.key = "pairs",
+                 .value = choice<&Sparse::pairs>({{"all", "All"}, {"likely", "Those that look alike"}},
+                                                 "--pairs takes all or likely"),
+                 .options = {{"--pairs", "NAME",
+                              "likely (new projects): of more than 150 photos match those that\n"
+                              "look alike or were taken close together; or all"}},
+                 .argument = "pairs",
+                 .description = "Which pairs are compared where every pair would be: all, or likely: of more than 150 "
+                                "photographs those that look alike or were taken close together (the default of new "
+                                "projects)",
+                 .label = "Pairs of many pictures",
+                 .meaning = "Of more than 150 pictures, comparing those that look alike, follow one another or were "
+                            "taken close together finds nearly as much as comparing all, in a fraction of the time."}),
       cameraRow({.key = "sequentialOverlap",
                  .value = WholeSetting{memberOf<&Sparse::sequentialOverlap>, 1, 100},
                  .label = "Neighbours compared",

@@ -12,6 +12,9 @@ namespace quor {
 
 enum class Matcher : int32_t { Exhaustive = 0, Sequential = 1, VocabTree = 2 };
 enum class MapperKind : int32_t { Incremental = 0, Global = 1 };
+// Where every pair of images would be matched and there are many: all the same, or those likely to show the same
+// things.
+enum class PairChoice : int32_t { All = 0, Likely = 1 };
 // Whether cameras are solved again in other ways when the first solve is not sound.
 enum class CameraRetries : int32_t { Auto = 0, Off = 1 };
 
@@ -52,6 +55,7 @@ struct SparseSettings {
   int sequentialOverlap = 15;
   std::string vocabTreePath;
   CameraRetries retries = CameraRetries::Auto;
+  PairChoice pairs = PairChoice::All;
   bool georeference = true;
 };
 

@@ -75,10 +75,12 @@ int ColmapProgram::run(const std::vector<std::string>& arguments, const std::fun
   command.environment = environmentFor(executable_);
   ChildResult result;
   try {
-    result = runChildProcess(command, onLine, cancelled_);
+    const auto mustEnd = [&] { return cancelled_() || (deadline_ && std::chrono::steady_clock::now() > *deadline_); };
+    result = runChildProcess(command, onLine, mustEnd);
   } catch (const ChildStartError& e) {
     throw std::runtime_error(std::string("Could not run COLMAP (") + e.what() + ")");
   }
+  if (result.cancelled && !cancelled_()) throw TimeOver();
   if (result.cancelled) throw Cancelled();
   return result.exitCode;
 }

@@ -1,10 +1,12 @@
 // One installed COLMAP: runs its commands, and knows what this version calls its commands and options.
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <map>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,6 +21,11 @@ struct ColmapStep {
   std::string gpuOption;               // with its dashes, when `arguments` holds one that asks for the GPU
 };
 
+// A command was ended because its time was over.
+struct TimeOver : std::runtime_error {
+  TimeOver() : std::runtime_error("ended, since further attempts have taken their time") {}
+};
+
 class ColmapProgram {
  public:
   // The step's fraction, 0..1, from one line of its output.
@@ -27,6 +34,9 @@ class ColmapProgram {
 
   // `cancelled` is asked on the thread that runs a command.
   ColmapProgram(std::filesystem::path executable, LogStore& log, std::function<bool()> cancelled);
+
+  // From then on, commands are ended and throw TimeOver; nothing: they take as long as they need.
+  void endBy(std::optional<std::chrono::steady_clock::time_point> deadline) { deadline_ = deadline; }
 
   // Reads the version. Forgets everything learnt from another version. Throws "Could not run COLMAP (reason)".
   void identify();
@@ -56,6 +66,7 @@ class ColmapProgram {
   const std::filesystem::path executable_;
   LogStore& log_;
   const std::function<bool()> cancelled_;
+  std::optional<std::chrono::steady_clock::time_point> deadline_;
   std::string version_;
   std::map<std::string, std::string> help_;  // by command, of the version above
 };

@@ -8,10 +8,12 @@
 #include "base/process/tool_places.h"
 #include "base/text/time_text.h"
 #include "colmap/model.h"
+#include "sfm/check/coverage.h"
 #include "sfm/extract/camera_groups.h"
 #include "sfm/extract/fisheye_mask.h"
 #include "sfm/georeference/georeference.h"
 #include "sfm/retry/placing.h"
+#include "sfm/reuse/feature_record.h"
 #include "sfm/solve_context.h"
 
 namespace quor {
@@ -60,12 +62,22 @@ ColmapRunner::Result ColmapRunner::run(Project& project, const SolveReport& repo
   const SolveContext solve{project, files, *colmap_, output, log_, progress, countImages(groups), gpu_, cancelled_};
 
   const auto start = std::chrono::steady_clock::now();
+  const auto seconds = [&] { return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(); };
+  FeatureRecord record(solve, groups);
+  record.keepWhatHolds();
   extractFeatures(solve, groups);
-  matchFeatures(solve);
-  const std::chrono::duration<double> before = std::chrono::steady_clock::now() - start;
-  PlacedCameras placed = placeCameras(solve, groups, hasFixedIntrinsics(groups), before.count());
+  record.saveFeatures();
+  const double extracted = seconds();
+  record.saveMatches(matchFeatures(solve));
+  const double matched = seconds();
+  PlacedCameras placed = placeCameras(solve, groups, hasFixedIntrinsics(groups), matched);
+  const double solved = seconds();
+  if (const auto coverage = coverageOf(gs::colmap::loadModel(placed.folder, true))) {
+    writePng(files.coverage, drawCoverage(*coverage));
+  }
   undistortImages(solve, placed.folder);
   placeInWorld(project, files);
+  placed.report.seconds = {extracted, matched - extracted, solved - matched, seconds() - solved};
   if (cancelled_()) throw Cancelled();
   placed.report.save(project);
   // A record without a dataset says nothing; a dataset with the record of an earlier one would lie elsewhere.

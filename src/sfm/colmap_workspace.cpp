@@ -32,12 +32,14 @@ ColmapWorkspace::ColmapWorkspace(const Project& project)
     : frames(fs::absolute(project.framesFolder())),
       folder(fs::absolute(project.colmapFolder())),
       database(fs::absolute(project.databaseFile())),
+      featureRecord(fs::absolute(project.featureRecordFile())),
       sparse(fs::absolute(project.sparseFolder())),
       rig(folder / "rig"),
       retries(folder / "retries"),
       lists(folder / "lists"),
       log(fs::absolute(project.colmapLog())),
       report(fs::absolute(project.cameraReportFile())),
+      coverage(fs::absolute(project.coverageFile())),
       undistorted(fs::absolute(project.solvedFolder())),
       unfinished(fs::absolute(project.unfinishedSolvedFolder())) {}
 
@@ -50,16 +52,20 @@ void ColmapWorkspace::clear() const {
     if (error) failClearing(undistorted, error);
     removeAll(unfinished);
   }
-  for (const char* suffix : {"", "-wal", "-shm", "-journal"}) {
-    fs::path file = database;
-    removeAll(file += suffix);
-  }
   removeAll(sparse);
   removeAll(rig);
   removeAll(retries);
   removeAll(report);
+  removeAll(coverage);
   removeAll(lists);
   for (const fs::path& made : {folder, sparse, lists}) makeFolder(made);
+}
+
+void ColmapWorkspace::removeDatabase() const {
+  for (const char* suffix : {"", "-wal", "-shm", "-journal"}) {
+    fs::path file = database;
+    removeAll(file += suffix);
+  }
 }
 
 void ColmapWorkspace::finish() const {

@@ -26,6 +26,7 @@ struct SolveContext {
   std::function<bool()> cancelled;
   // Offered to every COLMAP command: each takes those options that its help lists. Name without dashes, value.
   std::vector<std::pair<std::string, std::string>> tuning = {};
+  bool otherMapper = false;  // than the one that the settings name
 
   // Runs a step and passes its progress on.
   void run(const ColmapStep& step, const ColmapProgram::LineParser& parse) const {
@@ -33,11 +34,20 @@ struct SolveContext {
   }
 };
 
-// Extracts the features of every group into a new database, each group with its own camera.
+// Extracts the features of every group into the database, each group with its own camera. Images that it holds already
+// are left as they are.
 void extractFeatures(const SolveContext& solve, const std::vector<ImageGroup>& groups);
+// What decides how features are found, besides the pictures: the options of COLMAP's command.
+std::vector<std::string> extractionOptions(const SolveContext& solve, const ImageGroup& group);
+// Whether images can be added to a group of which the database holds some already.
+bool canExtend(const SolveContext& solve, const ImageGroup& group);
 
-// Matches the features of the image pairs, verified, into the database.
-void matchFeatures(const SolveContext& solve);
+enum class MatchedBy { OwnMatcher, Colmap };
+// Matches the features of the image pairs, verified, into the database. Pairs that it holds already are left as they
+// are.
+MatchedBy matchFeatures(const SolveContext& solve);
+// Who will match, if nothing fails.
+MatchedBy plannedMatcher(const SolveContext& solve);
 
 // The stretch of the whole solve's progress that matching takes.
 struct MatchingShare {
@@ -47,6 +57,9 @@ struct MatchingShare {
 // The same on the solve's GPU and then verified by COLMAP. false when COLMAP has to match, with nothing left in the
 // database of an attempt; why is in the log. Throws only when the solve is cancelled or the database cannot be emptied.
 bool matchFeaturesOnGpu(const SolveContext& solve, Matcher matcher, MatchingShare share);
+bool canMatchOnGpu(const SolveContext& solve, Matcher matcher);
+// COLMAP's command that matches the pairs of a list, where the database holds no matches of theirs, and verifies them.
+ColmapStep pairListStep(const SolveContext& solve, const std::filesystem::path& list);
 
 struct SparseModel {
   std::filesystem::path folder;

@@ -3,11 +3,13 @@
 #include <gmock/gmock.h>
 #include <sqlite3.h>
 
+#include <array>
 #include <numbers>
 #include <random>
 
 #include "base/files/paths.h"
 #include "base/text/text.h"
+#include "sfm/check/coverage.h"
 #include "sfm/check/verdict.h"
 #include "sfm/match/colmap_database.h"
 #include "sfm/refine/pose.h"
@@ -204,6 +206,28 @@ TEST_F(Walk, PairsAreChosenByOrderStrengthAndAgreement) {
 
   ColmapDatabase(database).keepVerifiedPairs({{1, 2}, {2, 3}});
   EXPECT_EQ(ColmapDatabase(database).verifiedPairs(), 2u);
+}
+
+TEST_F(Walk, SidesThatNoImageWasTakenFromAreFoundAndDrawn) {
+  EXPECT_THAT(verdict().gaps, IsEmpty());
+  model.images.erase(model.images.begin() + 4, model.images.begin() + 11);
+  const std::optional<Coverage> coverage = coverageOf(model);
+  ASSERT_TRUE(coverage);
+  ASSERT_THAT(coverage->gaps, SizeIs(1));
+  const CameraReport::Gap& gap = coverage->gaps[0];
+  EXPECT_THAT((std::set{gap.first, gap.second}), ElementsAre("f00004.jpg", "f00012.jpg"));
+  EXPECT_NEAR(gap.degrees, 120, 3);  // the median point is not quite the middle
+  EXPECT_NEAR(coverage->degrees, 270, 31);
+
+  const Image picture = drawCoverage(*coverage);
+  std::set<std::array<uint8_t, 3>> colors;  // half way between the horizon and the rim, where no camera is
+  for (int degrees = 0; degrees < 360; degrees += 3) {
+    const int x = static_cast<int>(picture.width * (0.5 + 0.36 * std::cos(degrees * kDegree)));
+    const int y = static_cast<int>(picture.height * (0.5 + 0.36 * std::sin(degrees * kDegree)));
+    const uint8_t* at = picture.rgb.data() + 3 * (y * picture.width + x);
+    if (at[0] == 196 || at[0] == 246) colors.insert({at[0], at[1], at[2]});
+  }
+  EXPECT_THAT(colors, SizeIs(2)) << "covered sectors and open ones";
 }
 
 TEST_F(Walk, WhatTheReportSaysIsReadBack) {

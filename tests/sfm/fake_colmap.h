@@ -47,7 +47,9 @@ class FakeColmap {
                "--SiftExtraction.max_num_features arg\n"
              : "--SiftExtraction.use_gpu arg (=1)\n--SiftExtraction.max_image_size arg\n"
                "--SiftExtraction.max_num_features arg\n";
-    writeFile(folder_ / "feature_extractor.help", "--ImageReader.single_camera_per_image arg (=0)\n" + extraction);
+    writeFile(
+        folder_ / "feature_extractor.help",
+        "--ImageReader.single_camera_per_image arg (=0)\n--ImageReader.existing_camera_id arg (=-1)\n" + extraction);
     for (const char* matcher : {"exhaustive_matcher", "sequential_matcher", "vocab_tree_matcher"}) {
       writeFile(folder_ / (std::string(matcher) + ".help"),
                 four ? "--FeatureMatching.use_gpu arg\n" : "--SiftMatching.use_gpu arg\n");
@@ -96,7 +98,7 @@ echo "$command $* [$QT_QPA_PLATFORM $QT_PLUGIN_PATH]" >> "$here/calls"
 while [ $# -gt 1 ]; do
   case $1 in
     --database_path) database=$2;; --image_path) images=$2;; --output_path) output=$2;; --input_path) input=$2;;
-    --image_list_path) list=$2;;
+    --image_list_path | --match_list_path) list=$2;; --input_path1) input=$2;;
   esac
   shift
 done

@@ -25,7 +25,18 @@ class GpuMatchingStep : public SolveTest {
   }
 
   // As if COLMAP had verified a pair.
-  void verified() { features.execute("INSERT INTO two_view_geometries VALUES (2147483649, 20, 2, NULL, 2)"); }
+  void verified(int64_t pair = 2147483649) {
+    features.execute("INSERT OR REPLACE INTO two_view_geometries VALUES (" + std::to_string(pair) +
+                     ", 20, 2, NULL, 2)");
+  }
+  void solveAgain() {
+    reached = 0;
+    solveOnGpu();
+  }
+  size_t calls(const std::string& command) const {
+    const std::string text = colmap.call(command);
+    return static_cast<size_t>(std::ranges::count(text, '\n'));
+  }
 
   void solveOnGpu() {
     ColmapRunner runner(
@@ -74,6 +85,46 @@ TEST_F(GpuMatchingStep, ColmapOnlyVerifies) {
                                     "Undistorting images"));
   EXPECT_THAT(logText(), HasSubstr("Matching 3 image pairs on the GPU (Vulkan, "));
   EXPECT_THAT(logText(), HasSubstr("(1 with matches, 70 matches)\n"));
+}
+
+TEST_F(GpuMatchingStep, SolvingAgainRunsOnlyWhatHasChanged) {
+  colmap.mapsTo("0", {"a.jpg", "c.jpg"});
+  for (const std::string& frame : frames) {  // pictures that differ
+    std::ofstream(project.framesFolder() / frame, std::ios::app | std::ios::binary) << frame;
+  }
+  features.addImage(4, "d.jpg", similarDescriptors(base, 0, 60, 10, 3));
+  colmap.on("matches_importer", "cp \"$list\" \"$here/verified\"");
+  features.execute(
+      "INSERT INTO two_view_geometries SELECT 2147483647 * a + b, 0, 2, NULL, 0 FROM "
+      "(SELECT 1 AS a, 2 AS b UNION SELECT 1, 4 UNION SELECT 2, 4)");
+  verified(int64_t{2147483647} + 4);
+  solveOnGpu();
+  solveAgain();
+  EXPECT_EQ(calls("feature_extractor") + calls("matches_importer"), 2u) << "nothing has changed";
+  EXPECT_THAT(logText(), HasSubstr("Features of 4 of 4 images are those of the earlier solve."));
+  EXPECT_THAT(logText(), HasSubstr("The matches of 6 image pairs are those of the earlier solve."));
+
+  // A picture that comes in before others gives them new numbers; one is gone, and another's matches with it.
+  std::filesystem::rename(project.framesFolder() / "d.jpg", project.framesFolder() / "e.jpg");
+  std::filesystem::remove(project.framesFolder() / "b.jpg");
+  addFrame("d.jpg");
+  colmap.on("feature_extractor", "cp \"$list\" \"$here/extracted\"");
+  solveAgain();
+  EXPECT_EQ(readFile(folder / "tool/extracted"), "d.jpg\n");
+  EXPECT_THAT(colmap.call("feature_extractor"), HasSubstr("--ImageReader.existing_camera_id 1 "));
+  FeatureDatabase left(project.colmapFolder() / "database.db", FeatureDatabase::Open);
+  EXPECT_EQ(left.number("SELECT image_id FROM images WHERE name = 'e.jpg'"), 4);
+  EXPECT_EQ(left.number("SELECT COUNT(*) FROM images WHERE name IN ('b.jpg', 'd.jpg')"), 0);
+  EXPECT_EQ(left.number("SELECT SUM(pair_id) FROM two_view_geometries"), int64_t{2147483647} + 4);
+  EXPECT_EQ(left.number("SELECT COUNT(*) FROM matches"), 3);
+
+  // Other options find other features.
+  project.sparse.maxFeatures = 1000;
+  colmap.on("feature_extractor", "cp \"$here/features.db\" \"$database\"");
+  solveAgain();
+  EXPECT_EQ(FeatureDatabase(project.colmapFolder() / "database.db", FeatureDatabase::Open)
+                .number("SELECT COUNT(*) FROM images WHERE name = 'b.jpg'"),
+            1);
 }
 
 TEST_F(GpuMatchingStep, FallsBackOnAFailureHalfWay) {

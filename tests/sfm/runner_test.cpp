@@ -2,6 +2,7 @@
 
 #include "colmap/model.h"
 #include "solve_fixture.h"
+#include "support/feature_database.h"
 #include "support/wait_until.h"
 
 namespace quor::test {
@@ -166,6 +167,46 @@ TEST_F(Runner, TriesAgainWhereNoImageCouldBePlaced) {
   project.sparse.retries = CameraRetries::Off;
   reached = 0;
   EXPECT_THAT(thrownText([&] { solve(colmap); }), HasSubstr("no images registered"));
+}
+
+// Four images whose matches are known, so that a solve that leaves one out is tried again.
+class RunnerRetries : public Runner {
+ protected:
+  RunnerRetries() {
+    addFrames();
+    FeatureDatabase features(folder / "tool/features.db");
+    for (uint32_t i = 0; i < 4; ++i) features.addImage(i + 1, frames[i]);
+    for (const char* pair : {"1 * 2147483647 + 2", "2 * 2147483647 + 3", "3 * 2147483647 + 4"}) {
+      features.execute(std::string("INSERT INTO two_view_geometries VALUES (") + pair + ", 20, 2, zeroblob(160), 2)");
+    }
+    colmap.on("feature_extractor", "cp \"$here/features.db\" \"$database\"");
+    colmap.mapsTo("0", {"a.jpg", "b.jpg", "c.jpg"});
+  }
+
+  FakeColmap colmap{folder / "tool"};
+};
+
+TEST_F(RunnerRetries, JoinsModelsThatShareImages) {
+  colmap.mapsTo("1", {"c.jpg", "d.jpg"});
+  gs::colmap::writeModel(folder / "tool/joined", modelOf(frames), {}, gs::colmap::Encoding::Binary);
+  colmap.on("model_merger", "cp -r \"$here/joined/.\" \"$output\"");
+  colmap.on("bundle_adjuster", "cp -r \"$input/.\" \"$output\"");
+  const ColmapRunner::Result result = solve(colmap);
+  EXPECT_EQ(result.report.registered, 4u);
+  ASSERT_EQ(result.report.attempts.size(), 2u);
+  EXPECT_EQ(result.report.attempts[1].name, "models joined");
+  EXPECT_TRUE(result.report.attempts[1].kept);
+  EXPECT_THAT(colmap.call("model_merger"), AllOf(HasSubstr("sparse/0 "), HasSubstr("sparse/1 ")));
+}
+
+TEST_F(RunnerRetries, EndsAnAttemptThatTakesTooLong) {
+  colmap.on("mapper",
+            "[ -e \"$here/again\" ] && sleep 600; touch \"$here/again\"; cp -r \"$here\"/models/* \"$output\"");
+  const ColmapRunner::Result result = solve(colmap);
+  EXPECT_EQ(result.report.registered, 3u);
+  EXPECT_THAT(result.report.attempts, ::testing::SizeIs(1));
+  EXPECT_THAT(logText(), HasSubstr("Cameras, looser thresholds: ended, since"));
+  EXPECT_TRUE(hasDataset());
 }
 
 TEST_F(Runner, FailsWithASentenceAndNoDataset) {

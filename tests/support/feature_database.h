@@ -57,7 +57,11 @@ class FeatureDatabase {
     if (result != SQLITE_OK) throw std::runtime_error("no database");
     if (mode == Open) return;
     execute(
-        "CREATE TABLE images (image_id INTEGER PRIMARY KEY AUTOINCREMENT NOT NULL, name TEXT NOT NULL UNIQUE);"
+        "CREATE TABLE cameras (camera_id INTEGER PRIMARY KEY AUTOINCREMENT NOT NULL);"
+        "INSERT INTO cameras VALUES (1);"
+        "CREATE TABLE images (image_id INTEGER PRIMARY KEY AUTOINCREMENT NOT NULL, name TEXT NOT NULL UNIQUE,"
+        " camera_id INTEGER NOT NULL);"
+        "CREATE TABLE keypoints (image_id INTEGER PRIMARY KEY NOT NULL, rows INTEGER NOT NULL);"
         "CREATE TABLE descriptors (image_id INTEGER PRIMARY KEY NOT NULL, rows INTEGER NOT NULL, cols INTEGER NOT NULL,"
         " data BLOB);"
         "CREATE TABLE matches (pair_id INTEGER PRIMARY KEY NOT NULL, rows INTEGER NOT NULL, cols INTEGER NOT NULL,"
@@ -75,7 +79,7 @@ class FeatureDatabase {
   }
 
   void addImage(uint32_t id, const std::string& name) {
-    execute("INSERT INTO images VALUES (" + std::to_string(id) + ", '" + name + "')");
+    execute("INSERT INTO images VALUES (" + std::to_string(id) + ", '" + name + "', 1)");
   }
   void addImage(uint32_t id, const std::string& name, const Descriptors& descriptors, int columns = 128) {
     addImage(id, name);

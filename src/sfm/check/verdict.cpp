@@ -7,6 +7,7 @@
 #include <set>
 
 #include "base/text/text.h"
+#include "sfm/check/coverage.h"
 #include "sfm/refine/pose.h"
 
 namespace quor {
@@ -185,34 +186,10 @@ class Judgement {
 
   // The sectors around the middle of what is seen from which it is seen, where most cameras look inwards.
   void measureCoverage() {
-    if (poses_.size() < kFewestAround) return;
-    std::array<std::vector<double>, 3> along;
-    for (size_t i = 0; i < solved_.model.points.positions.size(); ++i) {
-      along[i % 3].push_back(double{solved_.model.points.positions[i]});
-    }
-    Eigen::Vector3d middle;
-    for (size_t k = 0; k < 3; ++k) {
-      if (along[k].empty()) return;
-      const auto half = along[k].begin() + static_cast<std::ptrdiff_t>(along[k].size() / 2);
-      std::ranges::nth_element(along[k], half);
-      middle[static_cast<Eigen::Index>(k)] = *half;
-    }
-    Eigen::Vector3d up = Eigen::Vector3d::Zero();  // against the images' own downward axes
-    size_t inwards = 0;
-    for (const refine::Pose& pose : poses_) {
-      up -= pose.rotation.conjugate() * Eigen::Vector3d::UnitY();
-      const Eigen::Vector3d view = pose.rotation.conjugate() * Eigen::Vector3d::UnitZ();
-      inwards += view.dot((middle - pose.centre()).normalized()) > 0.5 ? 1 : 0;
-    }
-    if (up.norm() < 1e-9 || 10 * inwards < 8 * poses_.size()) return;
-    const Eigen::Quaterniond level = Eigen::Quaterniond::FromTwoVectors(up, Eigen::Vector3d::UnitZ());
-    std::set<int> sectors;
-    for (const refine::Pose& pose : poses_) {
-      const Eigen::Vector3d from = level * (pose.centre() - middle);
-      const double angle = std::atan2(from.y(), from.x()) * 180 / std::numbers::pi + 180;
-      sectors.insert(static_cast<int>(angle / kSector) % kSectors);
-    }
-    report_.coverageDegrees = kSector * static_cast<double>(sectors.size());
+    const std::optional<Coverage> coverage = coverageOf(solved_.model);
+    if (!coverage) return;
+    report_.coverageDegrees = coverage->degrees;
+    report_.gaps = coverage->gaps;
   }
 
   void conclude() {
@@ -305,9 +282,6 @@ class Judgement {
   static constexpr double kMuchTurning = 0.3;
   static constexpr double kAlikeShare = 0.03;
   static constexpr size_t kListed = 4;
-  static constexpr size_t kFewestAround = 6;
-  static constexpr double kSector = 30;
-  static constexpr int kSectors = 12;
 
   const SolvedCameras& solved_;
   std::vector<refine::Pose> poses_;

@@ -78,7 +78,7 @@ ColmapStep incrementalStep(const SolveContext& solve, bool fixedIntrinsics) {
 }
 
 bool useGlobalMapper(const SolveContext& solve) {
-  if (solve.project.sparse.mapper != MapperKind::Global) return false;
+  if ((solve.project.sparse.mapper == MapperKind::Global) == solve.otherMapper) return false;
   if (solve.colmap.hasCommand("global_mapper")) return true;
   solve.log.info("This COLMAP has no global mapper (it arrived in COLMAP 4); using the incremental one.");
   return false;

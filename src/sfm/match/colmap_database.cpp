@@ -139,6 +139,61 @@ void ColmapDatabase::keepVerifiedPairs(const std::set<ImagePair>& pairs) {
   commit();
 }
 
+std::map<ImagePair, ColmapDatabase::MatchedPair> ColmapDatabase::matchedPairs() {
+  const Statement statement = prepare(
+      "SELECT matches.pair_id, matches.rows, two_view_geometries.pair_id IS NOT NULL FROM matches LEFT JOIN "
+      "two_view_geometries ON two_view_geometries.pair_id = matches.pair_id");
+  std::map<ImagePair, MatchedPair> pairs;
+  while (step(statement.get())) {
+    pairs[pairOf(sqlite3_column_int64(statement.get(), 0))] = {
+        static_cast<size_t>(std::max<int64_t>(sqlite3_column_int64(statement.get(), 1), 0)),
+        sqlite3_column_int(statement.get(), 2) != 0};
+  }
+  return pairs;
+}
+
+void ColmapDatabase::keepImages(const std::map<std::string, std::string>& names) {
+  begin();
+  execute("CREATE TEMP TABLE removed (id INTEGER PRIMARY KEY)");
+  {
+    const Statement insert = prepare("INSERT INTO removed VALUES (?)");
+    for (const DatabaseImage& image : images()) {
+      if (names.contains(image.name)) continue;
+      check(sqlite3_bind_int64(insert.get(), 1, image.id));
+      step(insert.get());
+      sqlite3_reset(insert.get());
+    }
+  }
+  for (const std::string table : {"matches", "two_view_geometries"}) {
+    execute(("DELETE FROM " + table +
+             " WHERE pair_id / 2147483647 IN (SELECT id FROM removed) OR pair_id % 2147483647 IN (SELECT id FROM "
+             "removed)")
+                .c_str());
+  }
+  for (const std::string table : {"keypoints", "descriptors", "images"}) {
+    execute(("DELETE FROM " + table + " WHERE image_id IN (SELECT id FROM removed)").c_str());
+  }
+  execute("DELETE FROM cameras WHERE camera_id NOT IN (SELECT camera_id FROM images)");
+  execute("DROP TABLE removed");
+  {
+    execute("UPDATE images SET name = '/' || name");  // names that no frame has, since each may be taken only once
+    const Statement rename = prepare("UPDATE images SET name = ? WHERE name = '/' || ?");
+    for (const auto& [from, to] : names) {
+      check(sqlite3_bind_text(rename.get(), 1, to.c_str(), -1, SQLITE_TRANSIENT));
+      check(sqlite3_bind_text(rename.get(), 2, from.c_str(), -1, SQLITE_TRANSIENT));
+      step(rename.get());
+      sqlite3_reset(rename.get());
+    }
+  }
+  commit();
+}
+
+bool ColmapDatabase::hasTable(const std::string& name) {
+  const Statement statement = prepare("SELECT 1 FROM sqlite_master WHERE type = 'table' AND name = ?");
+  check(sqlite3_bind_text(statement.get(), 1, name.c_str(), -1, SQLITE_TRANSIENT));
+  return step(statement.get());
+}
+
 ColmapDatabase::Statement ColmapDatabase::prepare(const char* text) {
   sqlite3_stmt* made = nullptr;
   check(sqlite3_prepare_v2(database_.get(), text, -1, &made, nullptr));

@@ -56,6 +56,16 @@ class ColmapDatabase {
   // Forgets what was found of the other pairs.
   void keepVerifiedPairs(const std::set<ImagePair>& pairs);
 
+  struct MatchedPair {
+    size_t matches = 0;     // before verification
+    bool verified = false;  // whether COLMAP has looked at them
+  };
+  std::map<ImagePair, MatchedPair> matchedPairs();
+  // Removes all other images with everything that was found of them, and cameras without images; those that are kept
+  // get new names, by their names so far.
+  void keepImages(const std::map<std::string, std::string>& names);
+  bool hasTable(const std::string& name);
+
  private:
   struct Close {
     void operator()(sqlite3* database) const;

@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "base/files/paths.h"
+#include "sfm/match/pair_selection.h"
 #include "sfm/solve_context.h"
 
 namespace quor {
@@ -13,7 +14,6 @@ constexpr float kMatchingEnds = 0.75f;
 Matcher usableMatcher(const SolveContext& solve) {
   const SparseSettings& settings = solve.project.sparse;
   if (settings.matcher != Matcher::VocabTree || !settings.vocabTreePath.empty()) return settings.matcher;
-  solve.log.info("The vocab-tree matcher needs a vocabulary tree file (Settings); using exhaustive.");
   return Matcher::Exhaustive;
 }
 
@@ -55,11 +55,33 @@ ColmapStep matcherStep(const SolveContext& solve, Matcher matcher) {
 
 }  // namespace
 
-void matchFeatures(const SolveContext& solve) {
+ColmapStep pairListStep(const SolveContext& solve, const std::filesystem::path& list) {
+  ColmapStep step;
+  step.command = "matches_importer";
+  step.arguments = {
+      "--database_path", toUtf8(solve.files.database), "--match_list_path", toUtf8(list), "--match_type", "pairs"};
+  addGpuOption(step, solve.colmap, {"FeatureMatching.use_gpu", "SiftMatching.use_gpu"}, solve.project.sparse.useGPU);
+  addTuning(step, solve);
+  return step;
+}
+
+MatchedBy plannedMatcher(const SolveContext& solve) {
+  return canMatchOnGpu(solve, usableMatcher(solve)) ? MatchedBy::OwnMatcher : MatchedBy::Colmap;
+}
+
+MatchedBy matchFeatures(const SolveContext& solve) {
   const Matcher matcher = usableMatcher(solve);
-  if (matchFeaturesOnGpu(solve, matcher, {kMatchingBegins, kMatchingEnds})) return;
+  if (matcher != solve.project.sparse.matcher) {
+    solve.log.info("The vocab-tree matcher needs a vocabulary tree file (Settings); using exhaustive.");
+  }
+  if (matchFeaturesOnGpu(solve, matcher, {kMatchingBegins, kMatchingEnds})) return MatchedBy::OwnMatcher;
   solve.progress.begin("Matching features", kMatchingBegins, kMatchingEnds);
-  solve.run(matcherStep(solve, matcher), countedFraction);
+  if (limitsPairs(solve, matcher)) {
+    solve.run(pairListStep(solve, writePairList(solve, "pairs.txt", selectPairs(solve, matcher))), countedFraction);
+  } else {
+    solve.run(matcherStep(solve, matcher), countedFraction);
+  }
+  return MatchedBy::Colmap;
 }
 
 }  // namespace quor

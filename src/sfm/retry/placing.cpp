@@ -33,7 +33,8 @@ struct Attempt {
   fs::path folder;  // of its model
   CameraReport report;
   ViewGraph graph;
-  size_t usable = 0;  // images that can be trained on
+  std::vector<SparseModel> models;  // all that were made
+  size_t usable = 0;                // images that can be trained on
   double seconds = 0;
 
   bool sound() const {
@@ -68,13 +69,18 @@ class Placing {
       failure = error;
       attempts_.push_back({"as matched", 0, 0, 0, since(start), false});
     }
-    limit_ = start + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(
-                         kTimesTheFirst * since(start) + (kTimesTheFirst - 1) * secondsBefore));
-    if (failure) {
-      retryFromNothing(*failure);
-    } else if (mayRetry && !best_->sound() && !best_->graph.edges.empty()) {
-      retry();
+    solve_.colmap.endBy(start + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(
+                                    kTimesTheFirst * since(start) + (kTimesTheFirst - 1) * secondsBefore)));
+    try {
+      if (failure) {
+        retryFromNothing(*failure);
+      } else if (mayRetry && !best_->sound() && !best_->graph.edges.empty()) {
+        retry();
+      }
+    } catch (const TimeOver&) {
+      if (!best_) throw NoImagePlaced(*failure);
     }
+    solve_.colmap.endBy({});
     return settle();
   }
 
@@ -86,9 +92,12 @@ class Placing {
     if (folded) {
       undoFold(first);
     } else {
-      again("looser thresholds", {}, kLooser);
+      if (best_->models.size() > 1) joinModels();
+      if (!best_->sound()) again("looser thresholds", {}, kLooser);
       if (!best_->sound()) startElsewhere(first);
+      if (!best_->sound() && best_->models.size() > 1) joinModels();
     }
+    if (!best_->sound() && solve_.colmap.hasCommand("global_mapper")) useOtherMapper();
     if (!best_->sound()) matchAgain(folded);
   }
 
@@ -130,6 +139,40 @@ class Placing {
            {"Mapper.init_image_id2", std::to_string(first.nodes[strongest->b].id)}});
   }
 
+  // Models of one attempt that share images become one.
+  void joinModels() {
+    const std::vector<SparseModel> models = best_->models;
+    const std::string name = "models joined";
+    tryAttempt(name, [&] {
+      const Clock::time_point start = Clock::now();
+      const SolveContext context = contextFor(name);
+      SparseModel joined = models.front();
+      for (size_t i = 1; i < models.size(); ++i) {
+        const fs::path folder = context.files.sparse / std::to_string(i);
+        runOnModels(context, "model_merger",
+                    {"--input_path1", toUtf8(joined.folder), "--input_path2", toUtf8(models[i].folder)}, folder);
+        const size_t registered = gs::colmap::loadModel(folder, false).images.size();
+        if (registered > joined.registered) joined = {folder, registered};
+      }
+      if (joined.registered == models.front().registered) throw std::runtime_error("they share too few images");
+      const fs::path adjusted = context.files.sparse / "adjusted";
+      runOnModels(context, "bundle_adjuster", {"--input_path", toUtf8(joined.folder)}, adjusted);
+      joined.folder = adjusted;
+      consider(name, context, {joined}, start);
+    });
+  }
+
+  static void runOnModels(const SolveContext& context, const std::string& command, std::vector<std::string> inputs,
+                          const fs::path& output) {
+    fs::create_directories(output);
+    inputs.insert(inputs.end(), {"--output_path", toUtf8(output)});
+    context.run({command, std::move(inputs), {}}, [](std::string_view) { return std::nullopt; });
+  }
+
+  void useOtherMapper() {
+    again("the other mapper", {}, {}, [](SolveContext& context) { context.otherMapper = true; });
+  }
+
   // More and weaker features, matched anew along the epipolar lines.
   void matchAgain(bool folded) {
     const std::string name = "more features, guided matching";
@@ -151,10 +194,12 @@ class Placing {
   }
 
   // With these pairs only, or with all where there are none, and these options.
-  void again(const std::string& name, const std::set<ImagePair>& pairs, Tuning tuning = {}) {
+  void again(const std::string& name, const std::set<ImagePair>& pairs, Tuning tuning = {},
+             const std::function<void(SolveContext&)>& change = {}) {
     tryAttempt(name, [&] {
       SolveContext again = contextFor(name);
       again.tuning = std::move(tuning);
+      if (change) change(again);
       fs::copy_file(solve_.files.database, again.files.database, fs::copy_options::overwrite_existing);
       if (!pairs.empty()) ColmapDatabase(again.files.database).keepVerifiedPairs(pairs);
       attempt(name, again);
@@ -164,10 +209,12 @@ class Placing {
 
   template <typename Try>
   void tryAttempt(const std::string& name, Try&& run) {
-    if (Clock::now() > limit_) return;
     try {
       run();
     } catch (const Cancelled&) {
+      throw;
+    } catch (const TimeOver& over) {
+      solve_.log.info("Cameras, " + name + ": " + over.what());
       throw;
     } catch (const std::exception& error) {
       if (solve_.cancelled()) throw Cancelled();
@@ -191,11 +238,17 @@ class Placing {
 
   void attempt(const std::string& name, const SolveContext& context) {
     const Clock::time_point start = Clock::now();
-    std::vector<SparseModel> models = mapImages(context, fixedIntrinsics_);
+    consider(name, context, mapImages(context, fixedIntrinsics_), start);
+  }
+
+  // Keeps the first of the models, which the attempt since `start` has made, if it is better than the best so far.
+  void consider(const std::string& name, const SolveContext& context, std::vector<SparseModel> models,
+                Clock::time_point start) {
     models.front() = refineModel(context, models.front(), groups_, fixedIntrinsics_);
     Attempt made;
     made.folder = models.front().folder;
     examine(context, models, made);
+    made.models = std::move(models);
     made.seconds = since(start);
     attempts_.push_back(
         {name, made.report.registered, made.report.foldScore(), made.report.reprojectionError, made.seconds, false});
@@ -269,7 +322,6 @@ class Placing {
   const SolveContext& solve_;
   const std::vector<ImageGroup>& groups_;
   const bool fixedIntrinsics_;
-  Clock::time_point limit_{};
   std::optional<Attempt> best_;
   size_t kept_ = 0;
   std::vector<CameraReport::Attempt> attempts_;
