@@ -14,8 +14,8 @@
 
 namespace quor::test {
 
-// Help of version 3, of version 4, and of a wrapper that prints nothing.
-enum class FakeVersion { Three, Four, Mute };
+// Help of version 3.8 and of later ones as far as this program goes, and of a wrapper that prints nothing.
+enum class FakeVersion { Three, ThreeTwelve, ThreeThirteen, Four, Mute };
 
 inline gs::colmap::Model modelOf(const std::vector<std::string>& images) {
   gs::colmap::Model model;
@@ -38,24 +38,30 @@ class FakeColmap {
     writeFile(executable(), kScript);
     ::chmod(executable().c_str(), 0755);
     if (version == FakeVersion::Mute) return;
+    const bool twelve = version != FakeVersion::Three, thirteen = twelve && version != FakeVersion::ThreeTwelve;
     const bool four = version == FakeVersion::Four;
-    writeFile(folder_ / "help", std::string(four ? "COLMAP 4.0.1 -- SfM\n" : "COLMAP 3.8 -- SfM\n") +
-                                    "Available commands:\n  mapper\n" +
+    const char* names[] = {"3.8", "3.12.6", "3.13.0", "4.0.1"};
+    writeFile(folder_ / "help", std::string("COLMAP ") + names[static_cast<int>(version)] +
+                                    " -- SfM\nAvailable commands:\n  mapper\n" +
                                     (four ? "  global_mapper\n  view_graph_calibrator\n" : "  hierarchical_mapper\n"));
-    const std::string extraction =
-        four ? "--FeatureExtraction.use_gpu arg (=1)\n--FeatureExtraction.max_image_size arg\n"
-               "--SiftExtraction.max_num_features arg\n"
-             : "--SiftExtraction.use_gpu arg (=1)\n--SiftExtraction.max_image_size arg\n"
-               "--SiftExtraction.max_num_features arg\n";
-    writeFile(
-        folder_ / "feature_extractor.help",
-        "--ImageReader.single_camera_per_image arg (=0)\n--ImageReader.existing_camera_id arg (=-1)\n" + extraction);
-    for (const char* matcher : {"exhaustive_matcher", "sequential_matcher", "vocab_tree_matcher"}) {
-      writeFile(folder_ / (std::string(matcher) + ".help"),
-                four ? "--FeatureMatching.use_gpu arg\n" : "--SiftMatching.use_gpu arg\n");
+    const std::string extraction = thirteen ? "FeatureExtraction." : "SiftExtraction.";
+    const std::string matching = thirteen ? "FeatureMatching." : "SiftMatching.";
+    help("feature_extractor",
+         {"ImageReader.single_camera", "ImageReader.single_camera_per_folder", "ImageReader.single_camera_per_image",
+          "ImageReader.existing_camera_id", "ImageReader.camera_model", "ImageReader.camera_params",
+          "ImageReader.camera_mask_path", extraction + "use_gpu", extraction + "max_image_size",
+          "SiftExtraction.max_num_features", "SiftExtraction.peak_threshold", "SiftExtraction.edge_threshold"});
+    for (const char* matcher : {"exhaustive_matcher", "sequential_matcher", "vocab_tree_matcher", "matches_importer"}) {
+      help(matcher, {matching + "use_gpu", matching + "guided_matching", "ExhaustiveMatching.block_size",
+                     "SequentialMatching.overlap", "SequentialMatching.loop_detection",
+                     "SequentialMatching.vocab_tree_path", "VocabTreeMatching.vocab_tree_path"});
     }
-    writeFile(folder_ / "mapper.help", "--Mapper.ba_global_points_ratio arg\n");
-    writeFile(folder_ / "global_mapper.help", "--GlobalMapper.track_required_tracks_per_view arg\n");
+    help("mapper",
+         {twelve ? "Mapper.ba_global_frames_ratio" : "Mapper.ba_global_images_ratio", "Mapper.ba_global_points_ratio",
+          "Mapper.ba_refine_focal_length", "Mapper.ba_refine_principal_point", "Mapper.ba_refine_extra_params",
+          "Mapper.abs_pose_min_num_inliers", "Mapper.abs_pose_min_inlier_ratio", "Mapper.init_min_num_inliers",
+          "Mapper.init_min_tri_angle", "Mapper.init_image_id1", "Mapper.init_image_id2"});
+    help("global_mapper", {"GlobalMapper.track_required_tracks_per_view"});
     writeFile(folder_ / "image_undistorter.help", "--jpeg_qualities arg\n");
   }
 
@@ -89,6 +95,12 @@ class FakeColmap {
   }
 
  private:
+  void help(const std::string& command, const std::vector<std::string>& options) const {
+    std::string text;
+    for (const std::string& option : options) text += "  --" + option + " arg\n";
+    writeFile(folder_ / (command + ".help"), text);
+  }
+
   static constexpr const char* kScript = R"sh(#!/bin/sh
 here=$(dirname "$0")
 [ "$1" = help ] && { cat "$here/help" 2>/dev/null; exit 0; }
@@ -97,6 +109,8 @@ command=$1; shift
 echo "$command $* [$QT_QPA_PLATFORM $QT_PLUGIN_PATH]" >> "$here/calls"
 while [ $# -gt 1 ]; do
   case $1 in
+    --*.*) [ ! -f "$here/$command.help" ] || grep -q -- " $1 " "$here/$command.help" ||
+      { echo "ERROR: unrecognised option '$1'"; exit 1; };;
     --database_path) database=$2;; --image_path) images=$2;; --output_path) output=$2;; --input_path) input=$2;;
     --image_list_path | --match_list_path) list=$2;; --input_path1) input=$2;;
   esac

@@ -152,7 +152,6 @@ TEST_F(Runner, TriesAgainWhereNoImageCouldBePlaced) {
   addFrames();
   FakeColmap colmap(folder / "tool");
   colmap.mapsTo("0", {"a.jpg", "b.jpg", "c.jpg"});
-  writeFile(folder / "tool/mapper.help", "--Mapper.abs_pose_min_num_inliers arg (=30)\n");
   colmap.on(
       "mapper",
       "tail -n 1 \"$here/calls\" | grep -q 'abs_pose_min_num_inliers 15' || { echo 'ERROR: failed to create sparse "
@@ -185,6 +184,24 @@ class RunnerRetries : public Runner {
 
   FakeColmap colmap{folder / "tool"};
 };
+
+TEST_F(RunnerRetries, SpeakEveryVersionsLanguage) {
+  for (const FakeVersion version : {FakeVersion::Three, FakeVersion::ThreeTwelve, FakeVersion::ThreeThirteen,
+                                    FakeVersion::Four, FakeVersion::Mute}) {
+    FakeColmap each(folder / ("version " + std::to_string(static_cast<int>(version))), version);
+    each.on("feature_extractor", "cp \"$here/../tool/features.db\" \"$database\"");
+    each.mapsTo("0", {"a.jpg", "b.jpg", "c.jpg"});
+    each.on("mapper", "sleep 0.2; cp -r \"$here\"/models/* \"$output\"");  // time enough for all attempts
+    reached = 0;
+    const ColmapRunner::Result result = solve(each);
+    std::vector<std::string> names;
+    for (const CameraReport::Attempt& attempt : result.report.attempts) names.push_back(attempt.name);
+    EXPECT_THAT(names, ::testing::Contains("looser thresholds"));
+    EXPECT_EQ(std::ranges::count(names, "the other mapper"), version == FakeVersion::Four ? 1 : 0);
+    EXPECT_FALSE(each.call("feature_extractor").empty());
+  }
+  EXPECT_THAT(logText(), Not(HasSubstr("unrecognised option")));
+}
 
 TEST_F(RunnerRetries, JoinsModelsThatShareImages) {
   colmap.mapsTo("1", {"c.jpg", "d.jpg"});
