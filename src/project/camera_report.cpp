@@ -102,7 +102,11 @@ void readRecord(const Json& json, Record& record) {
     if constexpr (requires { value.has_value(); }) {
       if (!findMember(json, key)) return;
       if constexpr (kIsRecord<typename Value::value_type>) {
-        if (const Json* member = findObject(json, key)) readRecord(*member, value.emplace());
+        const Json* member = findObject(json, key);
+        if (!member) return;
+        typename Value::value_type read;
+        readRecord(*member, read);
+        value = read;
       } else {
         readMember(json, key, value.emplace());
       }

@@ -192,6 +192,14 @@ TEST_F(Walk, ImagesThatWereNotPlacedGetTheirReason) {
   EXPECT_THAT(report.notPlaced[2].reason, HasSubstr("hardly any detail (20 features)"));
 }
 
+TEST_F(Walk, ImagesOfSomethingElseAreNamed) {
+  run("DELETE FROM two_view_geometries WHERE (pair_id / 2147483647 <= 16) <> (pair_id % 2147483647 <= 16);");
+  model.images.resize(16);
+  observations.resize(16);
+  EXPECT_THAT(verdict().advice,
+              Contains(HasSubstr("8 images (f00017.jpg to f00024.jpg) overlap only with one another")));
+}
+
 TEST_F(Walk, PairsAreChosenByOrderStrengthAndAgreement) {
   const auto apart = [](const ImagePair& pair) { return pair.second - pair.first; };
   for (const ImagePair& pair : nearPairs(graph(), 2)) EXPECT_LE(apart(pair), 2u);

@@ -33,7 +33,8 @@ class Gathered {
     known_ = inputs_++ == 0 || known_ == result.knownIntrinsics ? result.knownIntrinsics : std::nullopt;
     for (const CameraGroup& group : result.groups) addGroup(group, folder);
     for (const auto& [image, position] : result.positions) {
-      extraction_.positions.emplace(folder.empty() ? image : folder + "/" + image, position);
+      std::string name = folder.empty() ? "" : folder + "/";
+      extraction_.positions.emplace(name += image, position);
     }
   }
 

@@ -171,6 +171,7 @@ class Judgement {
                      : "overlaps with no other image";
       } else if (!partner) {
         reason = "overlaps only with images that were not placed either, such as " + partnerOf(*withMissing[i], i);
+        apart_.push_back(node.name);
       } else {
         reason =
             formatText("too little in common with the placed images: at most %zu matches, with ", partner->matches) +
@@ -236,6 +237,11 @@ class Judgement {
           formatText("COLMAP made %zu separate models (%s images) and only the largest is used: take more "
                      "photos where one part of the scene leads to the next, or try the exhaustive matcher.",
                      report_.modelSizes.size(), sizeList().c_str()));
+    } else if (apart_.size() >= kFewestOfASubject) {
+      report_.advice.push_back(formatText(
+          "%zu images (%s to %s) overlap only with one another and seem to show something else: build them as "
+          "a project of their own, or take photos that lead from one to the other.",
+          apart_.size(), apart_.front().c_str(), apart_.back().c_str()));
     } else if (10 * missing > report_.images) {
       report_.advice.push_back(
           formatText("%zu images could not be placed: neighbouring views should share 60-80%% of what they "
@@ -277,6 +283,7 @@ class Judgement {
     return report_.modelSizes.size() > kMaxListed ? text + ", ..." : text;
   }
 
+  static constexpr size_t kFewestOfASubject = 5;
   static constexpr uint32_t kFewFeatures = 50;
   static constexpr double kBlurredShare = 0.3;  // of the usual number of features
   static constexpr double kMuchTurning = 0.3;
@@ -286,6 +293,7 @@ class Judgement {
   const SolvedCameras& solved_;
   std::vector<refine::Pose> poses_;
   CameraReport report_;
+  std::vector<std::string> apart_;  // images that overlap, but with none that was placed
 };
 
 }  // namespace

@@ -93,12 +93,22 @@ class Placing {
       undoFold(first);
     } else {
       if (best_->models.size() > 1) joinModels();
-      if (!best_->sound()) again("looser thresholds", {}, kLooser);
-      if (!best_->sound()) startElsewhere(first);
-      if (!best_->sound() && best_->models.size() > 1) joinModels();
+      placeMore(first);
     }
     if (!best_->sound() && solve_.colmap.hasCommand("global_mapper")) useOtherMapper();
     if (!best_->sound()) matchAgain(folded);
+  }
+
+  // Where no match leads to the images that are missing, other thresholds cannot reach them.
+  void placeMore(const ViewGraph& first) {
+    const auto leadsOut = [&](const ViewGraph::Edge& edge) {
+      return (first.nodes[edge.a].placed == ViewGraph::kNotPlaced) !=
+             (first.nodes[edge.b].placed == ViewGraph::kNotPlaced);
+    };
+    if (best_->sound() || std::ranges::none_of(first.edges, leadsOut)) return;
+    again("looser thresholds", {}, kLooser);
+    if (!best_->sound()) startElsewhere(first);
+    if (!best_->sound() && best_->models.size() > 1) joinModels();
   }
 
   void retryFromNothing(const NoImagePlaced& failure) {
