@@ -16,6 +16,8 @@ template <class... Visitors>
 struct Overloaded : Visitors... {
   using Visitors::operator()...;
 };
+template <class... Visitors>
+Overloaded(Visitors...) -> Overloaded<Visitors...>;
 
 template <class T>
 concept HasReference = requires(T value, Settings& settings) {

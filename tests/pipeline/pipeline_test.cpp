@@ -6,6 +6,7 @@
 #include <future>
 
 #include "pipeline/intake.h"
+#include "pipeline/result_document.h"
 #include "support/bare_dataset.h"
 #include "support/fake_trainer.h"
 #include "support/small_checkpoint.h"
@@ -141,6 +142,18 @@ TEST_F(PipelineTest, TrainsOnlyWithCamerasAndContinuesOnlyFromACheckpointWithSte
   test::writeSmallCheckpoint(project_.checkpointFile(), 499);
   startTraining();
   EXPECT_TRUE(trainer_.job().resume);
+}
+
+TEST_F(PipelineTest, TheGeoreferenceLiesBesideTheSceneAsLongAsTheProjectHasOne) {
+  project_.georeference = {{48.1, -11.5, 520.25}, 0.25, 30, 28, 0.4, 0.9};
+  saveGeoreference(project_);
+  const nlohmann::json read = nlohmann::json::parse(test::readFile(project_.georeferenceFile()));
+  EXPECT_EQ(read["origin"]["latitude"], 48.1);
+  EXPECT_EQ(read["axes"]["y"], "north");
+  EXPECT_EQ(toJson(readGeoreference(read)), toJson(*project_.georeference));
+  project_.georeference.reset();
+  saveGeoreference(project_);
+  EXPECT_FALSE(std::filesystem::exists(project_.georeferenceFile()));
 }
 
 TEST_F(PipelineTest, AStopExportsTheSceneButWhileLoadingThereIsNone) {
