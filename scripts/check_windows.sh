@@ -199,12 +199,12 @@ check_paths() {
   mkdir -p "$deep"
   expect 0 'scene.ply' import "$files/set" --iterations 20 --out "Z:$deep"
   scene "$deep/set_ombrelux"
-  expect 0 'scene.ply' import "$files/set" --iterations 20 --out "$files/dots..." # Windows has no such names
+  expect 0 'scene.ply' import "$files/set" --iterations 20 --out "$files/dots." # Windows has no such names
   scene "$work/files/dots/set_ombrelux"
   ln -sfn "$work/files/set" "$WINEPREFIX/dosdevices/x:"
   mkdir -p "$work/files/drive"
   ln -sfn "$work/files/drive" "$WINEPREFIX/dosdevices/y:"
-  expect 0 'scene.ply' import 'X:\' --iterations 20 --out 'Y:\'
+  expect 0 'Y:\X_ombrelux' import 'X:\' --iterations 20 --out 'Y:\'
   expect 0 'scene.ply' import 'X:' --iterations 20 --out "$files/relative"
   expect 0 'scene.ply' import "\\\\?\\Z:${work//\//\\}\\files\\set" --iterations 20 --out "$files/verbatim"
   expect 1 'No such file or folder' train '\\nowhere\share\project'
@@ -251,8 +251,8 @@ check_media() {
 
 # The number of different colours on the screen.
 colours() {
-  ffmpeg -loglevel error -y -f x11grab -video_size 1400x900 -i "$DISPLAY" -frames:v 1 "$work/window.png" &&
-    ffmpeg -loglevel error -i "$work/window.png" -vf scale=350:225 -f rawvideo -pix_fmt rgb24 - | xxd -p -c 3 | sort -u | wc -l
+  ffmpeg -loglevel error -y -f x11grab -video_size 1400x900 -i "$DISPLAY" -frames:v 1 "$work/screen.png" &&
+    ffmpeg -loglevel error -i "$work/screen.png" -vf scale=350:225 -f rawvideo -pix_fmt rgb24 - | xxd -p -c 3 | sort -u | wc -l
 }
 
 # window PICTURE: opens the project, waits until its scene is there, keeps a picture and asks it to close.
@@ -266,7 +266,7 @@ window() {
     sleep 2
   done
   sleep 5 # for the last details
-  colours >/dev/null && mv "$work/window.png" "$work/$1"
+  colours >/dev/null && mv "$work/screen.png" "$work/$1"
   echo "the window shows $shown colours: $work/$1"
   [ "$shown" -ge 1000 ] || fail "the window shows no scene: $(cat "$work/files/window")"
   wine taskkill /im Ombrelux.exe >/dev/null 2>&1 || fail 'the window could not be asked to close'
@@ -288,7 +288,7 @@ check_box() {
   local window=$!
   box=$(timeout 120 xdotool search --sync --onlyvisible --name '^Ombrelux$' | head -n 1)
   sleep 2
-  colours >/dev/null && mv "$work/window.png" "$work/box.png"
+  colours >/dev/null && mv "$work/screen.png" "$work/box.png"
   [ -n "$box" ] && xdotool windowfocus "$box" key --window "$box" Return
   wait "$window" || result=$?
   [ "$result" -eq 1 ] && grep -q 'No Vulkan loader found' "$work/files/box" && echo "ok: the box ($work/box.png)" ||

@@ -1,5 +1,5 @@
-// interrupt LOG TEXT PROGRAM [ARGUMENT...]: runs the program in this one's console with its standard error in the file LOG,
-// presses Ctrl-C once LOG holds TEXT, and ends with the program's exit code; 124 when it neither says so nor ends.
+// interrupt LOG TEXT PROGRAM [ARGUMENT...]: runs the program in this one's console with its standard error in the file
+// LOG, presses Ctrl-C once LOG holds TEXT, and ends with the program's exit code; 124 when it neither says so nor ends.
 #include <windows.h>
 
 #include <filesystem>
@@ -42,7 +42,8 @@ int wmain(int argc, wchar_t** argv) {
   startup.hStdOutput = startup.hStdError = log;
   std::wstring line = withoutOwnWords(GetCommandLineW());
   PROCESS_INFORMATION made = {};
-  if (CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &made) == 0) return 126;
+  if (CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &made) == 0)
+    return 126;
 
   SetConsoleCtrlHandler([](DWORD) -> BOOL { return TRUE; }, TRUE);  // meant for the other one
   bool pressed = false;
