@@ -1,5 +1,7 @@
 # What `cmake --install` puts where, and the packages that scripts/package.sh makes of it.
 
+set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON) # a package needs neither tests nor benches
+
 # Licences of others whose code is within the programs themselves. Debian's packages have their texts; where these are
 # missing (another system) nothing is installed, and scripts/package.sh refuses.
 set(licences libstb-dev nlohmann-json3-dev libnanoflann-dev libvulkan-volk-dev libvulkan-dev)

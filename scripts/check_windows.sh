@@ -58,7 +58,8 @@ check_units() {
     echo "-- $(basename "$program" .exe)"
     started=$SECONDS
     # A program that overflows its stack ends with 0 under Wine, so its last words count.
-    timeout 3600 wine "$program" --gtest_brief=1 2>&1 | tee "$work/files/said" || fail "$program"
+    # What a test sets does not reach the driver, which is this system's: with threads of its own it sums in any order.
+    LP_NUM_THREADS=0 timeout 3600 wine "$program" --gtest_brief=1 2>&1 | tee "$work/files/said" || fail "$program"
     grep -qF '[  PASSED  ]' "$work/files/said" && ! grep -qF '[  FAILED  ]' "$work/files/said" || fail "$program did not pass"
     echo "$((SECONDS - started)) s"
   done
@@ -283,13 +284,17 @@ scale() {
 
 # Started with the mouse, there is nobody who reads standard error.
 check_box() {
-  local box result=0
+  local result=0 WINDOW X Y WIDTH HEIGHT
   WINEDLLOVERRIDES=$without_vulkan wine "$bin/Ombrelux.exe" >"$work/files/box" 2>&1 &
   local window=$!
-  box=$(timeout 120 xdotool search --sync --onlyvisible --name '^Ombrelux$' | head -n 1)
-  sleep 2
-  colours >/dev/null && mv "$work/screen.png" "$work/box.png"
-  [ -n "$box" ] && xdotool windowfocus "$box" key --window "$box" Return
+  for _ in $(seq 60); do # the window comes and goes before the box, which is smaller
+    sleep 2
+    kill -0 "$window" 2>/dev/null || break
+    eval "$(xdotool search --onlyvisible --name '^Ombrelux$' getwindowgeometry --shell 2>/dev/null | tail -n 6)"
+    [ "${HEIGHT:-1000}" -lt 300 ] || continue
+    colours >/dev/null && mv "$work/screen.png" "$work/box.png"
+    xdotool mousemove $((X + WIDTH / 2)) $((Y + HEIGHT - 22)) click 1 # its only button
+  done
   wait "$window" || result=$?
   [ "$result" -eq 1 ] && grep -q 'No Vulkan loader found' "$work/files/box" && echo "ok: the box ($work/box.png)" ||
     fail "without Vulkan the window ended with $result: $(cat "$work/files/box")"

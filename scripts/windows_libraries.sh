@@ -127,7 +127,7 @@ build_ceres() {
   fetch ceres-solver
   # Without its code for fixed sizes of blocks, which takes longer to compile than everything else.
   with_cmake -DSCHUR_SPECIALIZATIONS=OFF -DMINIGLOG=ON -DGFLAGS=OFF -DSUITESPARSE=OFF -DCXSPARSE=OFF -DLAPACK=OFF -DEIGENSPARSE=ON -DBUILD_TESTING=OFF \
-    -DBUILD_EXAMPLES=OFF -DBUILD_BENCHMARKS=OFF -DBUILD_DOCUMENTATION=OFF -DCMAKE_CXX_FLAGS='-Wno-attributes'
+    -DBUILD_EXAMPLES=OFF -DBUILD_BENCHMARKS=OFF -DBUILD_DOCUMENTATION=OFF -DCMAKE_CXX_FLAGS='-Wno-attributes -DMAX_LOG_LEVEL=-1' # warnings and worse
 }
 
 [ $# -gt 0 ] || set -- zlib sqlite3 glfw3 imgui ffmpeg libde265 libheif eigen3 ceres
