@@ -9,6 +9,7 @@
 #            the window and crashes under Wine; what it needs from Debian is installed when it runs as root
 set -euo pipefail
 cd "$(dirname "$0")/.."
+source scripts/need.sh
 
 build() {
   cmake --preset "$1" >/dev/null
@@ -50,20 +51,8 @@ check_changed() {
   tidy "${files[@]}"
 }
 
-windows_packages=(g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 dpkg-dev nasm tcl googletest wine wine64 xxd libheif-examples)
-
 check_windows() {
-  local missing=()
-  for package in "${windows_packages[@]}"; do
-    dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || missing+=("$package")
-  done
-  if [ ${#missing[@]} -gt 0 ]; then
-    if [ "$(id -u)" -ne 0 ]; then
-      echo "Install these packages first: ${missing[*]}" >&2
-      return 1
-    fi
-    DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
-  fi
+  need g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 dpkg-dev nasm tcl googletest wine wine64 xxd libheif-examples
   scripts/windows_libraries.sh
   build windows-cross
   scripts/check_windows.sh

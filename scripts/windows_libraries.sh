@@ -125,9 +125,10 @@ build_eigen3() {
 
 build_ceres() {
   fetch ceres-solver
-  # Without its code for fixed sizes of blocks, which takes longer to compile than everything else.
+  # Without its code for fixed sizes of blocks, which takes longer to compile than everything else, and silent but for
+  # warnings (-1): its remarks would be printed among those of the program.
   with_cmake -DSCHUR_SPECIALIZATIONS=OFF -DMINIGLOG=ON -DGFLAGS=OFF -DSUITESPARSE=OFF -DCXSPARSE=OFF -DLAPACK=OFF -DEIGENSPARSE=ON -DBUILD_TESTING=OFF \
-    -DBUILD_EXAMPLES=OFF -DBUILD_BENCHMARKS=OFF -DBUILD_DOCUMENTATION=OFF -DCMAKE_CXX_FLAGS='-Wno-attributes'
+    -DBUILD_EXAMPLES=OFF -DBUILD_BENCHMARKS=OFF -DBUILD_DOCUMENTATION=OFF -DMINIGLOG_MAX_LOG_LEVEL=-1 -DCMAKE_CXX_FLAGS=-Wno-attributes
 }
 
 [ $# -gt 0 ] || set -- zlib sqlite3 glfw3 imgui ffmpeg libde265 libheif eigen3 ceres

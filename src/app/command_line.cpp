@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "app/batch_command.h"
+#include "app/build_info.h"
 #include "app/commands.h"
 #include "app/console.h"
 #include "app/mcp_command.h"
@@ -134,7 +135,10 @@ int runUnknown(const std::vector<std::string>& arguments, FrontEnd frontEnd, con
 int dispatch(const std::vector<std::string>& arguments, FrontEnd frontEnd, const OpenWindow& openWindow) {
   const std::string name = arguments.empty() ? "" : arguments[0];
   if (name == "help" || name == "--help" || name == "-h") return printOut(usageText(frontEnd));
-  if (name == "version" || name == "--version") return printOut(std::string("Ombrelux ") + kVersion + " (Vulkan)\n");
+  if (name == "version" || name == "--version") {
+    const bool verbose = arguments.size() > 1 && arguments[1] == "--verbose";
+    return printOut(std::string("Ombrelux ") + kVersion + " (Vulkan)\n" + (verbose ? buildInfoText() : ""));
+  }
   for (const Command& command : kCommands) {
     if (name == command.name) return runCommand(command, std::span(arguments).subspan(1));
   }

@@ -31,7 +31,7 @@ constexpr const char* kCommands = R"(Commands:
   help, --help
       print this text
   version, --version
-      print the version
+      print the version; with --verbose also what the program was built with
 )";
 
 constexpr const char* kResult = R"(

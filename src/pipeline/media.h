@@ -15,4 +15,7 @@ void prepareMedia();
 // Opens every input of kind Video and sets its real kind: ordinary, 360-degree or dual-fisheye.
 void detectVideoKinds(std::vector<InputSource>& inputs);
 
+// GPU kernels that only the camera solve uses.
+size_t mediaKernelCount();
+
 }  // namespace quor

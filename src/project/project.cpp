@@ -13,10 +13,19 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// "photos/" and "photos\" name the folder itself, not something inside it.
+// "photos/" and "photos\" name the folder itself, not something inside it. "E:" would be wherever that drive's current
+// folder is.
 fs::path withoutTrailingSeparators(std::string text) {
-  while (text.size() > 1 && (text.back() == '/' || text.back() == '\\')) text.pop_back();
+  while (text.size() > 1 && (text.back() == '/' || text.back() == '\\') && text[text.size() - 2] != ':')
+    text.pop_back();
   return fromUtf8(text);
+}
+
+// What a memory card brings lies at the root of a drive, which has no name but its letter.
+std::string nameOf(const fs::path& path, bool isFile) {
+  if (path.has_filename()) return toUtf8(isFile ? path.stem() : path.filename());
+  const std::string drive = toUtf8(path.root_name());
+  return drive.substr(0, drive.find(':'));
 }
 
 // A project must still find its media from another working directory. A path that is absolute already stays as the user
@@ -34,7 +43,7 @@ bool isFile(const InputSource& input, const fs::path& path) {
 Project newProject(const fs::path& source, bool sourceIsFile, const fs::path& outDir) {
   const fs::path path = absolutePath(toUtf8(withoutTrailingSeparators(toUtf8(source))));
   Project project;
-  project.name = toUtf8(sourceIsFile ? path.stem() : path.filename());
+  project.name = nameOf(path, sourceIsFile);
   project.createdAt = formatUtcTime(wallClockSeconds(), "%Y-%m-%dT%H:%M:%SZ");
   project.root = (outDir.empty() ? path.parent_path() : storedPath(outDir)) / fromUtf8(project.name + "_ombrelux");
   return project;

@@ -1,6 +1,10 @@
 #include "ui/interface.h"
 
+#if __has_include(<backends/imgui_impl_glfw.h>)
 #include <backends/imgui_impl_glfw.h>
+#else  // vcpkg has no folder for it
+#include <imgui_impl_glfw.h>
+#endif
 #include <imgui.h>
 
 #include <algorithm>

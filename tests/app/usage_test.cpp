@@ -7,6 +7,7 @@ namespace quor::test {
 namespace {
 
 using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
 using ::testing::StartsWith;
 
 TEST(Usage, ErrorsNameWhatIsWrongBeforeTheUsageText) {
@@ -46,6 +47,12 @@ TEST(Usage, WhatIsAskedForGoesToStandardOutput) {
   EXPECT_EQ(nothing.out, "");
   EXPECT_EQ(nothing.err, help.out);
   EXPECT_EQ(runCli({"version"}).out, "Ombrelux 1.1.3 (Vulkan)\n");
+  for (const char* version : {"version", "--version"}) {
+    EXPECT_THAT(runCli({version, "--verbose"}).out,
+                MatchesRegex("Ombrelux 1\\.1\\.3 \\(Vulkan\\)\ncompiler: [^ ]+ [0-9.]+ for Linux [^ ]+, [^\n]+\n"
+                             "media: on \\(libavformat [0-9.]+, .*, SQLite [0-9.]+, Ceres [0-9.]+\\)\n"
+                             "window: o[^\n]+\nVulkan headers: 1\\.[0-9.]+\nGPU kernels: [1-9][0-9]+\n"));
+  }
 
   TempFolder folder;
   const Ended instructions = runCli({"instructions"});

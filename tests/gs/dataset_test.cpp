@@ -7,6 +7,7 @@
 
 #include "colmap/model_writer.h"
 #include "gs/data/undistort.h"
+#include "support/platform.h"
 #include "support/temp_folder.h"
 
 namespace quor::gs {
@@ -195,7 +196,8 @@ TEST_F(DatasetTest, UnreadableImagesAreSkippedAndNamesThatLeadOutsideAreNotFollo
   EXPECT_THAT(names(dataset.training), ElementsAre("fine.png"));
   EXPECT_EQ(dataset.geometry.radius, 1.0);
   ASSERT_EQ(warnings().size(), 1u);
-  EXPECT_THAT(warnings()[0], StartsWith("5 image(s) could not be read and were skipped (, ../outside.png, /"));
+  EXPECT_THAT(warnings()[0], StartsWith("5 image(s) could not be read and were skipped (, ../outside.png, " +
+                                        toUtf8(folder_ / "outside.png") + ", "));
   EXPECT_THAT(warnings()[0], EndsWith(", ...)."));
 
   std::filesystem::remove_all(folder_ / "images");
@@ -209,12 +211,15 @@ TEST_F(DatasetTest, WhatDoesNotFitIntoMemoryIsReadFromAFileThatNobodySees) {
   options_.pool = {folder_ / "output", 3 * 120 * 80 * 3};
   EXPECT_THAT(failure(), StartsWith("The photographs do not fit into memory, and " + toUtf8(folder_ / "output")));
   std::filesystem::create_directory(folder_ / "output");
-  const Dataset dataset = load();
-  EXPECT_TRUE(std::filesystem::is_empty(folder_ / "output"));
-  EXPECT_EQ(dataset.heldOut.size(), 2u);
-  for (const auto* views : {&dataset.training, &dataset.heldOut}) {
-    for (const View& view : *views) EXPECT_LT(worstError(view), 0.51) << view.name;
+  {
+    const Dataset dataset = load();
+    EXPECT_TRUE(test::kWindows || std::filesystem::is_empty(folder_ / "output"));  // where an open file keeps its name
+    EXPECT_EQ(dataset.heldOut.size(), 2u);
+    for (const auto* views : {&dataset.training, &dataset.heldOut}) {
+      for (const View& view : *views) EXPECT_LT(worstError(view), 0.51) << view.name;
+    }
   }
+  EXPECT_TRUE(std::filesystem::is_empty(folder_ / "output"));
   EXPECT_EQ(logged(LogLevel::Information).back(),
             "6 photographs (0.00 GB) do not fit into memory: a temporary file holds them.");
   options_.pool.budget = 0;

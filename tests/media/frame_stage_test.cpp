@@ -38,7 +38,7 @@ class FrameStageTest : public ::testing::Test {
   std::vector<std::string> files(const fs::path& root) {
     std::vector<std::string> names;
     for (const auto& entry : fs::recursive_directory_iterator(root)) {
-      if (entry.is_regular_file()) names.push_back(toUtf8(fs::relative(entry.path(), root)));
+      if (entry.is_regular_file()) names.push_back(fs::relative(entry.path(), root).generic_string());
     }
     std::ranges::sort(names);
     return names;

@@ -56,8 +56,8 @@ TEST_F(GpuMatcherTest, EveryPairGetsARowForTheSmallerIdFirst) {
   EXPECT_EQ(summary.matched, (std::vector<ImagePair>{{3, 5}, {3, 7}, {5, 7}}));
   EXPECT_EQ(summary.matches, 170u);
   EXPECT_EQ(summary.handedBack, "");
-  EXPECT_THAT(describe(summary),
-              testing::MatchesRegex("GPU matching: 6 pairs in [0-9]+\\.[0-9] s \\(3 with matches, 170 matches\\)"));
+  EXPECT_THAT(describe(summary), testing::AllOf(testing::StartsWith("GPU matching: 6 pairs in "),
+                                                testing::EndsWith(" s (3 with matches, 170 matches)")));
   EXPECT_THAT(messages, testing::ElementsAre("Reading features", "Matching on the GPU (6 pairs, 1 chunks)"));
   match();  // replaces
   EXPECT_EQ(rows(), 6);

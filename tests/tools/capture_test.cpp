@@ -32,8 +32,9 @@ TEST(Capture, ADatasetIsWrittenOnceAndNeverOver) {
     EXPECT_EQ(size.height, 20);
   }
   EXPECT_TRUE(std::filesystem::exists(folder / "room/sparse/0/points3D.txt"));
-  EXPECT_EQ(test::thrownText([&] { writeCapture(options); }),
-            out + "/images is there already and not empty. Remove it or choose another folder.");
+  EXPECT_EQ(
+      test::thrownText([&] { writeCapture(options); }),
+      toUtf8(folder / "room" / "images") + " is there already and not empty. Remove it or choose another folder.");
 }
 
 }  // namespace

@@ -13,7 +13,7 @@ using ::testing::StartsWith;
 
 TEST_F(WorkspaceTest, ARefusalSaysWhatToDoAndLeavesWhatIsOpen) {
   const Project project = solvedProject();
-  open({project.root});
+  open({Project::projectFile(project.root)});  // as a file manager does
   ASSERT_TRUE(workspace_->project());
   const uint64_t generation = workspace_->view().generation;
 

@@ -25,9 +25,20 @@
 #define STB_IMAGE_IMPLEMENTATION
 #define STB_IMAGE_WRITE_IMPLEMENTATION
 #define STB_IMAGE_RESIZE_IMPLEMENTATION
+#if __has_include(<stb/stb_image.h>)
 #include <stb/stb_image.h>
-#include <stb/stb_image_resize.h>
 #include <stb/stb_image_write.h>
+#else  // vcpkg has no folder for them
+#include <stb_image.h>
+#include <stb_image_write.h>
+#endif
+#if __has_include(<stb/stb_image_resize.h>)
+#include <stb/stb_image_resize.h>
+#elif __has_include(<stb/stb_image_resize2.h>)  // since 2023
+#include <stb/stb_image_resize2.h>
+#else
+#include <stb_image_resize2.h>
+#endif
 
 namespace quor {
 namespace {
@@ -137,11 +148,20 @@ Image resizeImage(const Image& image, int width, int height) {
   if (width == image.width && height == image.height) return image;
   Image result{width, height, std::vector<uint8_t>(static_cast<size_t>(width) * static_cast<size_t>(height) * 3)};
   const auto filter = [](int from, int to) { return to < from ? STBIR_FILTER_BOX : STBIR_FILTER_TRIANGLE; };
-  if (!stbir_resize(image.rgb.data(), image.width, image.height, 0, result.rgb.data(), width, height, 0,
-                    STBIR_TYPE_UINT8, 3, STBIR_ALPHA_CHANNEL_NONE, 0, STBIR_EDGE_CLAMP, STBIR_EDGE_CLAMP,
-                    filter(image.width, width), filter(image.height, height), STBIR_COLORSPACE_LINEAR, nullptr)) {
-    throw std::bad_alloc();
-  }
+#ifdef STBIR_INCLUDE_STB_IMAGE_RESIZE_H
+  const bool resized =
+      stbir_resize(image.rgb.data(), image.width, image.height, 0, result.rgb.data(), width, height, 0,
+                   STBIR_TYPE_UINT8, 3, STBIR_ALPHA_CHANNEL_NONE, 0, STBIR_EDGE_CLAMP, STBIR_EDGE_CLAMP,
+                   filter(image.width, width), filter(image.height, height), STBIR_COLORSPACE_LINEAR, nullptr) != 0;
+#else
+  STBIR_RESIZE resize;
+  stbir_resize_init(&resize, image.rgb.data(), image.width, image.height, 0, result.rgb.data(), width, height, 0,
+                    STBIR_RGB, STBIR_TYPE_UINT8);
+  stbir_set_edgemodes(&resize, STBIR_EDGE_CLAMP, STBIR_EDGE_CLAMP);
+  stbir_set_filters(&resize, filter(image.width, width), filter(image.height, height));
+  const bool resized = stbir_resize_extended(&resize) != 0;
+#endif
+  if (!resized) throw std::bad_alloc();
   return result;
 }
 

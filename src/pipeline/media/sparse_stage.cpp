@@ -1,9 +1,15 @@
 // Frames to cameras.
+#include "pipeline/media.h"
 #include "pipeline/pipeline_run.h"
 #include "pipeline/stage.h"
 #include "sfm/colmap_runner.h"
+#include "sfm/match/matching_kernels.h"
 
 namespace quor {
+
+size_t mediaKernelCount() {
+  return gs::matchingKernels().size();
+}
 
 StageResult solveCameras(Project& project, const StageContext& context) {
   ColmapRunner runner(

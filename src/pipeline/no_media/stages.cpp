@@ -20,6 +20,10 @@ void prepareMedia() {}
 
 void detectVideoKinds(std::vector<InputSource>&) {}
 
+size_t mediaKernelCount() {
+  return 0;
+}
+
 StageResult prepareFrames(Project&, const StageContext&) {
   refuse();
 }

@@ -49,12 +49,19 @@ void useUtf8Streams() {
   std::atexit([] { SetConsoleOutputCP(codePageBefore); });
 }
 
+// The C runtime finds no files by paths that begin with \\?\, which some programs pass on. \\?\UNC\ stands for \\.
+static std::wstring plainPath(const std::wstring& word) {
+  constexpr std::wstring_view kVerbatim = L"\\\\?\\", kShare = L"\\\\?\\UNC\\";
+  if (word.starts_with(kShare)) return L"\\\\" + word.substr(kShare.size());
+  return word.starts_with(kVerbatim) ? word.substr(kVerbatim.size()) : word;
+}
+
 std::vector<std::string> programArguments(int, char**) {
   std::vector<std::string> arguments;
   int count = 0;
   wchar_t** words = CommandLineToArgvW(GetCommandLineW(), &count);
   if (words == nullptr) return arguments;
-  for (int i = 1; i < count; ++i) arguments.push_back(toNarrow(words[i]));
+  for (int i = 1; i < count; ++i) arguments.push_back(toNarrow(plainPath(words[i])));
   LocalFree(words);
   return arguments;
 }

@@ -122,7 +122,11 @@ Opened openDataset(const fs::path& dataset, const fs::path& outDir) {
 Opened openPaths(const std::vector<fs::path>& paths) {
   std::vector<fs::path> whole;
   whole.reserve(paths.size());
-  for (const fs::path& path : paths) whole.push_back(path.empty() ? path : absolutePath(toUtf8(path)));
+  for (const fs::path& path : paths) {
+    whole.push_back(path.empty() ? path : absolutePath(toUtf8(path)));
+    const fs::path folder = whole.back().parent_path();  // file managers open files
+    if (whole.back() == Project::projectFile(folder) && Project::isProject(folder)) whole.back() = folder;
+  }
   return whole.size() == 1 ? openOne(whole.front()) : openSeveral(whole);
 }
 
