@@ -4,7 +4,7 @@
 #include <optional>
 #include <set>
 
-#include "app/progress_printer.h"
+#include "app/output/progress_printer.h"
 #include "app/run_project.h"
 #include "app/session.h"
 #include "base/files/paths.h"

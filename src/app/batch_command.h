@@ -2,7 +2,7 @@
 // are listed on standard output, a path a line, or with --json one document tells of every item.
 #pragma once
 
-#include "app/options.h"
+#include "app/options/options.h"
 
 namespace quor {
 

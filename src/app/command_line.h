@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "app/usage.h"
+#include "app/options/usage.h"
 
 namespace quor {
 

@@ -2,7 +2,7 @@
 // fail, UsageError when the command line makes no sense, and returns the exit code otherwise.
 #pragma once
 
-#include "app/options.h"
+#include "app/options/options.h"
 
 namespace quor {
 

@@ -1,7 +1,7 @@
 // `mcp`: serves AI assistants on standard input and output.
 #pragma once
 
-#include "app/options.h"
+#include "app/options/options.h"
 
 namespace quor {
 

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "app/progress_printer.h"
+#include "app/output/progress_printer.h"
 #include "base/files/paths.h"
 #include "pipeline/result_document.h"
 

@@ -1,7 +1,7 @@
 // Runs a project through its stages, shows their progress and prints the result.
 #pragma once
 
-#include "app/console.h"
+#include "app/output/console.h"
 #include "pipeline/pipeline.h"
 
 namespace quor {

@@ -6,8 +6,8 @@
 #include <string>
 
 #include "app/application_log.h"
-#include "app/console.h"
-#include "app/options.h"
+#include "app/options/options.h"
+#include "app/output/console.h"
 #include "base/process/tool_finder.h"
 #include "gpu/device/vulkan_context.h"
 #include "project/preferences.h"

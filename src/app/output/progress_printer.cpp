@@ -1,4 +1,4 @@
-#include "app/progress_printer.h"
+#include "app/output/progress_printer.h"
 
 #include <cmath>
 

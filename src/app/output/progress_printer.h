@@ -7,7 +7,7 @@
 #include <functional>
 #include <string>
 
-#include "app/console.h"
+#include "app/output/console.h"
 #include "pipeline/pipeline.h"
 
 namespace quor {

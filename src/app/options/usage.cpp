@@ -1,6 +1,6 @@
-#include "app/usage.h"
+#include "app/options/usage.h"
 
-#include "app/options.h"
+#include "app/options/options.h"
 
 namespace quor {
 

@@ -1,8 +1,8 @@
-#include "app/options.h"
+#include "app/options/options.h"
 
 #include <algorithm>
 
-#include "app/option_table.h"
+#include "app/options/option_table.h"
 #include "base/text/text.h"
 #include "settings/settings.h"
 

@@ -1,4 +1,4 @@
-#include "app/console.h"
+#include "app/output/console.h"
 
 #include <cstdio>
 

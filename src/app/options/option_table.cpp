@@ -1,4 +1,4 @@
-#include "app/option_table.h"
+#include "app/options/option_table.h"
 
 #include <charconv>
 
