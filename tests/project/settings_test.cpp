@@ -37,7 +37,7 @@ TEST(Settings, EveryMemberSurvivesTheRoundTripInItsPlace) {
       R"("viewsFollowSphere":true},)"
       R"("sparse":{"matcher":"vocab_tree","cameraModel":"PINHOLE","singleCamera":false,"maxImageSize":10,)"
       R"("maxFeatures":11,"useGPU":true,"gpuMatching":false,"mapper":"global","sequentialOverlap":12,)"
-      R"("vocabTreePath":"/é/tree.bin","retries":"off","georeference":false},)"
+      R"("vocabTreePath":"/é/tree.bin","retries":"off","pairs":"likely","georeference":false},)"
       R"("training":{"technique":"mcmc","iterations":13,"shDegree":1,"numDownscales":0,"ssimWeight":0.3,)"
       R"("refineEvery":14,"evalMode":false,"testEvery":15,"exportPLY":false,"exportSplat":true,)"
       R"("splatBudget":18446744073709551615,"trainingResolution":16,"background":[0.1,0.2,1.0],)"

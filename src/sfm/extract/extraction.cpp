@@ -22,7 +22,7 @@ std::string parameterList(const std::vector<double>& params) {
 }
 
 std::filesystem::path writeImageList(const SolveContext& solve, const std::vector<std::string>& images, size_t number) {
-  const std::filesystem::path path = solve.files.lists / formatText("group%02zu.txt", number);
+  std::filesystem::path path = solve.files.lists / formatText("group%02zu.txt", number);
   AtomicFile file(path);
   for (const std::string& image : images) file.stream() << image << '\n';
   file.commit();

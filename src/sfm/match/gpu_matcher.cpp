@@ -27,6 +27,7 @@ std::string refusal(const DatabaseImage& image, const ColmapDatabase::Descriptor
 
 std::vector<uint32_t> countsOf(const std::vector<DatabaseImage>& images) {
   std::vector<uint32_t> counts;
+  counts.reserve(images.size());
   for (const DatabaseImage& image : images) counts.push_back(image.features);
   return counts;
 }
@@ -35,6 +36,7 @@ std::vector<SiftMatcher::Pair> placesOf(const std::vector<ImagePair>& pairs, con
   std::unordered_map<uint32_t, uint32_t> places;
   for (uint32_t i = 0; i < images.size(); ++i) places[images[i].id] = i;
   std::vector<SiftMatcher::Pair> found;
+  found.reserve(pairs.size());
   for (const ImagePair& pair : pairs) found.emplace_back(places.at(pair.first), places.at(pair.second));
   return found;
 }

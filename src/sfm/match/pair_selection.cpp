@@ -64,6 +64,7 @@ void addNearby(Pairs& pairs, const SolveContext& solve, const Images& images) {
   }
   for (const auto& [image, here] : placed) {
     std::vector<std::pair<double, const DatabaseImage*>> others;
+    others.reserve(placed.size());
     for (const auto& [other, there] : placed) others.emplace_back((here - there).squaredNorm(), other);
     const auto end = others.begin() + static_cast<std::ptrdiff_t>(std::min(others.size(), kNearby + 1));
     std::ranges::partial_sort(others, end);
@@ -158,7 +159,7 @@ std::filesystem::path writePairList(const SolveContext& solve, const std::string
     }
     names[image.id] = image.name;
   }
-  const std::filesystem::path list = solve.files.lists / name;
+  std::filesystem::path list = solve.files.lists / name;
   AtomicFile file(list);
   for (const ImagePair& pair : pairs) file.stream() << names[pair.first] << ' ' << names[pair.second] << '\n';
   file.commit();

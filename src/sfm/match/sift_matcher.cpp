@@ -16,7 +16,7 @@ constexpr uint32_t kResultCapacity = 1u << 20;  // features
 constexpr size_t kChunkPairs = 1024;
 constexpr uint32_t kTile = 64;  // descriptors a side
 constexpr uint64_t kPartialBytes = 8;
-constexpr uint64_t kTileWork = kTile * kTile;
+constexpr uint64_t kTileWork = uint64_t{kTile} * kTile;
 static_assert(SiftMatcher::kSubmissionWork / kTileWork < 65536);  // what every device takes as one dimension of a grid
 
 uint32_t tilesOf(uint32_t features) {

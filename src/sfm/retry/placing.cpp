@@ -280,6 +280,7 @@ class Placing {
       context.log.info(std::string("The cameras cannot be compared with their matches: ") + error.what());
     }
     std::vector<size_t> sizes;
+    sizes.reserve(models.size());
     for (const SparseModel& each : models) sizes.push_back(each.registered);
     made.report = judge({model, observations, made.graph, solve_.images, sizes});
     made.usable = made.report.trust == CameraTrust::Folded ? longestSoundStretch(made.graph, made.report.jumps).size()
