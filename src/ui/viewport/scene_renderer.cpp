@@ -218,7 +218,7 @@ void SceneRenderer::upload(Gpu& gpu, std::shared_ptr<const gs::GaussianSet> scen
     if (wanted) store.upload(gpu.transfer, *wanted);
     held = std::move(wanted);
   };
-  put(gpu.sceneSource, gpu.scene, scene);
+  put(gpu.sceneSource, gpu.scene, std::move(scene));
   gpu.sceneDegree = gpu.sceneSource ? gpu.sceneSource->shDegree : 0;
   put(gpu.pointsSource, gpu.points, std::move(points));
 }
