@@ -1,10 +1,11 @@
 #include "mcp/server.h"
 
+#include <chrono>
 #include <cstdio>
-#include <random>
 
 #include "base/failures.h"
 #include "base/process/terminal.h"
+#include "base/split_mix64.h"
 #include "base/text/text.h"
 #include "base/version.h"
 #include "mcp/tool_list.h"
@@ -41,14 +42,20 @@ std::string textOf(const Json& params, const char* name) {
 
 }  // namespace
 
-// Job ids begin at random: the id of an earlier server's job must not name one of this server's.
+// Job ids begin anywhere: the id of an earlier server's job must not name one of this server's. From the clock, since
+// std::random_device would ask for a newer C library than the portable build may.
+static uint32_t firstId() {
+  const auto now = std::chrono::system_clock::now().time_since_epoch().count();
+  return static_cast<uint32_t>(SplitMix64(static_cast<uint64_t>(now)).next());
+}
+
 Server::Server(LogStore& log, OpenEquipment open, LogLevel least)
     : log_(log),
       open_(std::move(open)),
       least_(least),
       echoed_(log.lastSequence()),
       version_(kVersions[0]),
-      lastId_(std::random_device()()) {}
+      lastId_(firstId()) {}
 
 Server::~Server() {
   finish();
