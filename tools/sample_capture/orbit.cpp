@@ -5,8 +5,6 @@
 namespace quor::sample {
 namespace {
 
-using std::numbers::pi;
-
 constexpr double kWideRadius = 1.8;  // of cameras that see all around, so that they keep away from the walls
 constexpr double kHeadingTurns = 3;  // of a pair of lenses, while they go around once
 

@@ -98,6 +98,7 @@ std::vector<PinholeView> pathViews(SceneKind scene, Path path, const Orbit& orbi
   const double start = startAngle(random);
   const PinholeView lens = lensOf(orbit);
   std::vector<PinholeView> views;
+  views.reserve(static_cast<size_t>(orbit.count));
   for (int i = 0; i < orbit.count; ++i) views.push_back(placed(lens, poseAt(orbit, start, i)));
   return views;
 }

@@ -61,6 +61,7 @@ void writeVideo(const Options& options, const Scene& scene, const std::vector<st
   video.finish();
   if (!wantsTruth(options)) return;
   std::vector<std::vector<Pose>> poses;
+  poses.reserve(lenses.size());
   for (const std::vector<View>& views : lenses) poses.emplace_back(views.begin(), views.end());
   writeTruthTable(truthTable(options), poses, options.framesPerSecond);
 }
