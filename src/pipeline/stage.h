@@ -33,6 +33,7 @@ struct StageStatus {
   std::string message;                                            // for the user; nothing is ever read from it
   float fraction = -1;                                            // 0..1, -1 when unknown
   double secondsLeft = std::numeric_limits<double>::quiet_NaN();  // of the stage, NaN while unknown
+  int32_t part = 0;                                               // of the stage's work: 0 before the first begins
   int32_t step = 0;                                               // of training, above 0 once it steps
   int32_t total = 0;                                              // training steps
   Outcome outcome = Outcome::Success;                             // of a stage that failed or was cancelled

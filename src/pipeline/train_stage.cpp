@@ -52,6 +52,7 @@ void warnOfChanges(const gs::TrainJob& asked, LogStore& log) {
 
 StageStatus describeTraining(const gs::TrainStatus& status) {
   StageStatus stage{StageState::Running, status.text};
+  stage.part = 2 + static_cast<int32_t>(status.state);
   stage.total = status.iterations;
   if (status.state == gs::TrainState::Training && status.step > 0) {
     stage.step = status.step;
@@ -109,7 +110,7 @@ StageResult trainSplats(Project& project, const StageContext& context) {
   if (job.resume) checkResume(project, context.log);
   warnOfChanges(job, context.log);
   const std::string start = formatText("%d iterations", std::max(job.iterations, 1));
-  context.report({StageState::Running, start});
+  context.report({.state = StageState::Running, .message = start, .part = 1});
   context.log.info(std::string(stageName(Stage::Train)) + ": " + start);
 
   context.trainer.startTraining(std::move(job));

@@ -40,7 +40,7 @@ ColmapRunner::ColmapRunner(std::optional<ToolLocation> colmap, LogStore& log, st
   if (colmap) colmap_.emplace(colmap->executable, log_, cancelled_);
 }
 
-ColmapRunner::Result ColmapRunner::run(Project& project, const SolveReport& report) {
+ColmapRunner::Result ColmapRunner::run(Project& project, const SolveProgress::Report& report) {
   if (!colmap_) {
     throw std::runtime_error(
         "COLMAP was not found. Set COLMAP's folder in Settings, name it with --colmap, or put colmap on PATH. " +

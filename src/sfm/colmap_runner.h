@@ -14,11 +14,9 @@
 #include "project/project.h"
 #include "sfm/colmap_program.h"
 #include "sfm/colmap_workspace.h"
+#include "sfm/solve_progress.h"
 
 namespace quor {
-
-// Fraction 0..1 of the whole solve, or -1 when unknown.
-using SolveReport = std::function<void(const std::string& message, float fraction)>;
 
 class ColmapRunner {
  public:
@@ -35,7 +33,7 @@ class ColmapRunner {
   // Clears what an earlier solve of the project has left, then solves. Throws std::runtime_error with a whole sentence,
   // "Cancelled" too. A failed solve is never mistaken for a finished one: the dataset appears as its last act, after
   // the project was saved with the frame that the dataset is in.
-  Result run(Project& project, const SolveReport& report);
+  Result run(Project& project, const SolveProgress::Report& report);
 
  private:
   void writeMask(const Project& project);

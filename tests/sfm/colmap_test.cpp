@@ -23,7 +23,7 @@ TEST_F(Colmap, SolvesPhotographsUnderOddNames) {
   }
 
   ColmapRunner runner(colmap, log, [] { return false; });
-  const ColmapRunner::Result result = runner.run(project, [](const std::string&, float) {});
+  const ColmapRunner::Result result = runner.run(project, [](const std::string&, float, int) {});
 
   EXPECT_EQ(result.report.images, 8u);
   EXPECT_EQ(result.report.registered, 8u) << logText();

@@ -41,7 +41,7 @@ class GpuMatchingStep : public SolveTest {
   void solveOnGpu() {
     ColmapRunner runner(
         colmap.location(), log, [this] { return cancelled.load(); }, &gs::GpuTestDevice::plain().context);
-    runner.run(project, [this](const std::string& message, float fraction) {
+    runner.run(project, [this](const std::string& message, float fraction, int) {
       if (messages.empty() || messages.back() != message) messages.push_back(message);
       if (message == cancelAt) cancelled = true;
       EXPECT_GE(fraction, reached) << message;

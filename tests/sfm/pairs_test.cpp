@@ -20,7 +20,7 @@ class PairSelection : public SolveTest {
 
   std::set<ImagePair> select(Matcher matcher, size_t images) {
     ColmapOutput output(log, files.log);
-    SolveProgress progress([](const std::string&, float) {});
+    SolveProgress progress([](const std::string&, float, int) {});
     const std::vector<ImagePair> pairs =
         selectPairs({project, files, colmap, output, log, progress, images, nullptr, {}}, matcher);
     return {pairs.begin(), pairs.end()};

@@ -126,7 +126,7 @@ TEST_F(Runner, RefusesBeforeItTouchesAnything) {
   EXPECT_EQ(thrownText([&] { solve(colmap); }), "COLMAP needs at least 3 images.");
   addFrame("d.jpg");
   ColmapRunner none(std::nullopt, log, [] { return false; });
-  EXPECT_THAT(thrownText([&] { none.run(project, [](const std::string&, float) {}); }),
+  EXPECT_THAT(thrownText([&] { none.run(project, [](const std::string&, float, int) {}); }),
               AllOf(HasSubstr("Settings"), HasSubstr("put colmap on PATH")));
   EXPECT_THAT(colmap.calls(), IsEmpty());
   ::chmod(colmap.executable().c_str(), 0644);

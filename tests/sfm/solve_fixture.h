@@ -30,7 +30,7 @@ class SolveTest : public ::testing::Test {
 
   ColmapRunner::Result solve(const FakeColmap& colmap) {
     return ColmapRunner(colmap.location(), log, [this] { return cancelled.load(); })
-        .run(project, [this](const std::string& message, float fraction) {
+        .run(project, [this](const std::string& message, float fraction, int) {
           if (messages.empty() || messages.back() != message) messages.push_back(message);
           EXPECT_GE(fraction, reached) << message;
           reached = fraction;

@@ -13,19 +13,6 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kLiveInterval{200};
 constexpr std::chrono::seconds kLineInterval{5};
 
-// Whether two messages differ in their numbers only: the second is then shown as progress of the first, which is
-// throttled, and not as a new message.
-bool sameButForNumbers(const std::string& a, const std::string& b) {
-  const auto words = [](const std::string& text) {
-    std::string kept;
-    for (const char c : text) {
-      if (c < '0' || c > '9') kept += c;
-    }
-    return kept;
-  };
-  return words(a) == words(b);
-}
-
 std::string trainingLine(const gs::TrainStatus& status) {
   std::string line = formatText("  train: step %d/%d, %zu splats, %.1f ms/step", status.step, status.iterations,
                                 static_cast<size_t>(status.splats), status.msPerStep);
@@ -87,19 +74,21 @@ void ProgressPrinter::showMessage(Stage stage, const StageStatus& status) {
   if (status.state == StageState::NotRun || status.state == StageState::Failed || status.message.empty()) return;
   const std::string progressText = share(status.fraction) + timeLeft(status.secondsLeft);
   std::string line = stage == Stage::Train ? "  train: " + status.message : status.message;
-  if (status.message == "Starting") line = stageName(stage);  // says more on a line of its own
-  std::string& last = last_[static_cast<size_t>(stage)];
   const bool running = status.state == StageState::Running;
+  if (running && status.part == 0) line = stageName(stage);  // says more on a line of its own
   if (running && console_.isTerminal()) {
     if (due(nextMessage_)) {
       console_.live((stage == Stage::Train ? line : std::string(stageName(stage)) + ": " + line) + progressText);
     }
     return;
   }
-  const bool progress = running && sameButForNumbers(status.message, last);
-  if (progress ? progressText.empty() || !due(nextMessage_) : status.message == last) return;
-  last = status.message;
-  console_.message(progress ? line + progressText : line);
+  Shown& shown = shown_[static_cast<size_t>(stage)];
+  const bool news = shown.state != status.state || shown.part != status.part;
+  if (news) nextMessage_ = {};
+  if (!news && (!running || progressText.empty())) return;
+  if (!due(nextMessage_)) return;
+  shown = {status.state, status.part};
+  console_.message(news ? line : line + progressText);
 }
 
 bool ProgressPrinter::due(Clock::time_point& next) const {

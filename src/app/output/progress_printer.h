@@ -33,7 +33,12 @@ class ProgressPrinter {
   const Pipeline& pipeline_;
   const gs::TrainingService& trainer_;
   Console& console_;
-  std::array<std::string, kStageCount> last_;
+  // What was last begun of each stage.
+  struct Shown {
+    StageState state = StageState::NotRun;
+    int32_t part = 0;
+  };
+  std::array<Shown, kStageCount> shown_;
   std::chrono::steady_clock::time_point nextMessage_{};
   std::chrono::steady_clock::time_point nextTrainingLine_{};
 };

@@ -125,7 +125,8 @@ StageResult prepareFrames(Project& project, const StageContext& context) {
     const std::string folder = count > 1 ? formatText("s%02zu", i + 1) : std::string();
     const auto progress = [&](const std::string& message, float fraction) {
       const float whole = fraction < 0 ? fraction : (static_cast<float>(i) + fraction) / static_cast<float>(count);
-      context.report({StageState::Running, message, whole});
+      context.report(
+          {.state = StageState::Running, .message = message, .fraction = whole, .part = static_cast<int32_t>(i) + 1});
     };
     context.log.info("Preparing frames from " + input.path);
     progress("Preparing frames from " + input.path, count > 1 ? 0.0f : -1.0f);

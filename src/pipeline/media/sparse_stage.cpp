@@ -14,8 +14,8 @@ size_t mediaKernelCount() {
 StageResult solveCameras(Project& project, const StageContext& context) {
   ColmapRunner runner(
       context.tools.colmap, context.log, [&] { return context.run.mustEnd(); }, context.gpu);
-  const ColmapRunner::Result result = runner.run(project, [&](const std::string& message, float fraction) {
-    context.report({StageState::Running, message, fraction});
+  const ColmapRunner::Result result = runner.run(project, [&](const std::string& message, float fraction, int part) {
+    context.report({.state = StageState::Running, .message = message, .fraction = fraction, .part = part});
   });
   const CameraReport& report = result.report;
   const bool sound = report.trust == CameraTrust::Sound;

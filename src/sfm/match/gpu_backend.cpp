@@ -53,10 +53,8 @@ OpenPairs openPairs(const SolveContext& solve, const std::vector<ImagePair>& cho
 }
 
 MatchSummary matchPairs(const SolveContext& solve, const std::vector<ImagePair>& pairs, MatchingShare share) {
-  std::string shown;
   const auto progress = [&](const std::string& message, float fraction) {
-    if (message != shown) solve.progress.begin(message, share.begins, share.middle());
-    shown = message;
+    if (fraction <= 0) solve.progress.begin(message, share.begins, share.middle());
     solve.progress.advance(fraction);
   };
   return matchOnGpu(*solve.gpu, solve.files.database, pairs, {}, progress, solve.cancelled);

@@ -21,7 +21,7 @@ struct MatchSummary {
   std::string handedBack;          // why COLMAP has to match instead, a sentence; empty when the matches are written
 };
 
-// Fraction 0..1 of the matching.
+// Fraction 0..1 of the matching; a fraction of 0 begins what the message names.
 using MatchProgress = std::function<void(const std::string& message, float fraction)>;
 
 // Every pair gets a row of matches, if need be an empty one, so that COLMAP does not match it again. All rows are
