@@ -228,7 +228,9 @@ class KernelBench {
     addBlending("rasterize_backward:SG=0,NATIVE_ATOMIC=1", outputs, true, zero);
     addBlending("rasterize_backward:SG=1,NATIVE_ATOMIC=0", outputs, true, zero);
     addBlending("rasterize_backward:SG=1,NATIVE_ATOMIC=1", outputs, true, zero);
-    addBlending("rasterize_backward_pairs", outputs, runsPairs(), zero);
+    for (const char* pairs : {"rasterize_backward_pairs:NATIVE_ATOMIC=1", "rasterize_backward_pairs:NATIVE_ATOMIC=0"}) {
+      addBlending(pairs, outputs, runsPairs(), zero);
+    }
     addBlending("rasterize_backward_wide", outputs, runsWide(), zero);
 
     add("preprocess_backward", (degree_ > 0 ? 236.0 : 56.0) * n_ + (84 + restBytes()) * v_,

@@ -46,15 +46,20 @@ std::vector<double> asTarget(const std::vector<uint8_t>& bytes) {
   return target;
 }
 
+constexpr const char* kNativePairs = "rasterize_backward_pairs:NATIVE_ATOMIC=1";
+constexpr const char* kEmulatedPairs = "rasterize_backward_pairs:NATIVE_ATOMIC=0";
+
 class RendererTest : public GpuTest {
  protected:
   explicit RendererTest(GpuTestDevice& device = GpuTestDevice::plain()) : GpuTest(device) {}
 
-  bool runsPairs() const { return context.info().subgroupSize >= 8 && registry.runs("rasterize_backward_pairs"); }
+  bool runsPairs() const { return context.info().subgroupSize >= 8 && registry.runs("rasterize_forward_pairs"); }
 
   std::vector<std::string> backwardVariants() const {
     std::vector<std::string> names = {Renderer::Variants::forDevice(context, registry).backward};
-    if (runsPairs()) names.push_back("rasterize_backward_pairs");
+    for (const char* pairs : {kNativePairs, kEmulatedPairs}) {
+      if (runsPairs() && registry.runs(pairs)) names.push_back(pairs);
+    }
     for (const char* sg : {"0", "1"}) {
       for (const char* atomic : {"0", "1"}) {
         const std::string name = std::string("rasterize_backward:SG=") + sg + ",NATIVE_ATOMIC=" + atomic;
@@ -180,7 +185,7 @@ TEST_F(RendererTest, PairsOfPixelsAreBlendedAsPixelByPixel) {
   std::vector<float> images[2], gradients[2][kGroupCount];
   for (const bool pairs : {false, true}) {
     Renderer renderer(context,
-                      pairs ? Renderer::Variants{"rasterize_forward_pairs", "rasterize_backward_pairs"}
+                      pairs ? Renderer::Variants{"rasterize_forward_pairs", kEmulatedPairs}
                             : Renderer::Variants{"rasterize_forward", registry.backwardKernelName()},
                       Renderer::Mode::Training);
     renderer.reserve(store.count(), camera.width, camera.height);
@@ -208,8 +213,8 @@ TEST_F(RendererTest, PairsOfPixelsAreBlendedAsPixelByPixel) {
 TEST_F(RendererTest, ATrialFindsThePairsLikeThePlainKernels) {
   if (!runsPairs()) GTEST_SKIP() << "needs subgroups of eight or more";
   std::vector<BlendFinding> findings;
-  for (const char* backward : {"rasterize_backward:SG=1,NATIVE_ATOMIC=0", "rasterize_backward_pairs"}) {
-    findings.push_back({{"rasterize_forward_pairs", backward}});
+  for (const char* backward : {"rasterize_backward:SG=1,NATIVE_ATOMIC=0", kEmulatedPairs, kNativePairs}) {
+    if (registry.runs(backward)) findings.push_back({{"rasterize_forward_pairs", backward}});
   }
   findings.insert(findings.begin(), {{"rasterize_forward", registry.backwardKernelName()}});
   timeBlends(context, registry, findings);

@@ -127,7 +127,8 @@ TEST(KernelInterfaces, WhatADeviceLacksIsSaidBeforeAnythingIsBuilt) {
   device.floatAtomics = false;
   EXPECT_EQ(why(device, "rasterize_forward_pairs"), "");
   EXPECT_EQ(why(device, "rasterize_backward:SG=1,NATIVE_ATOMIC=0"), "");
-  EXPECT_EQ(why(device, "rasterize_backward_pairs"), "it needs native float atomics, which this GPU does not offer");
+  EXPECT_EQ(why(device, "rasterize_backward_pairs:NATIVE_ATOMIC=1"),
+            "it needs native float atomics, which this GPU does not offer");
   device = ample();
   device.subgroupReduce = device.subgroupShuffle = false;
   EXPECT_EQ(why(device, "loss_strips"), "it needs subgroup operations that this GPU does not offer");

@@ -258,7 +258,7 @@ std::vector<Renderer::Variants> blendCandidates(const VulkanContext& context, co
   pairs.forward = "rasterize_forward_pairs";
   if (!registry.runs(pairs.forward)) return candidates;
   candidates.push_back(pairs);
-  pairs.backward = "rasterize_backward_pairs";
+  pairs.backward = formatText("rasterize_backward_pairs:NATIVE_ATOMIC=%d", context.info().floatAtomics ? 1 : 0);
   if (registry.runs(pairs.backward)) candidates.push_back(pairs);
   return candidates;
 }

@@ -79,8 +79,8 @@ void ImageLoss::reserve(uint64_t pixels) {
   partialsOnHost_ = GpuBuffer(context_, bytes, BufferKind::Readback, "loss partials on the host");
 }
 
-std::vector<std::string> ImageLoss::kernelNames() const {
-  if (strips_) return {"loss_strips", "alpha_gradient"};
+std::vector<std::string> ImageLoss::kernelNames(bool strips) {
+  if (strips) return {"loss_strips", "alpha_gradient"};
   return {"u8_to_f32",     "ssim_stack_blur_h",  "ssim_blur15",         "ssim_tail_forward",
           "loss_partials", "ssim_tail_backward", "ssim_chain_backward", "loss_grad"};
 }

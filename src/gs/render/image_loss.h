@@ -35,7 +35,7 @@ class ImageLoss {
   // `strips` takes the kernel that does all in one pass, with subgroups of eight; both ways give the same results.
   ImageLoss(VulkanContext& context, bool strips) : context_(context), strips_(strips) {}
 
-  std::vector<std::string> kernelNames() const;
+  static std::vector<std::string> kernelNames(bool strips);
 
   void reserve(uint64_t pixels);
 

@@ -33,8 +33,11 @@ Renderer::Variants Renderer::Variants::forDevice(const VulkanContext& context, c
   // Their subgroups are of exactly eight, which SPIR-V cannot say.
   const bool wide = device.deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU && device.subgroupSize == 8 &&
                     registry.runs("rasterize_backward_wide") && registry.runs("loss_strips");
-  if (wide) return {"rasterize_forward_wide", "rasterize_backward_wide", true, true};
-  return {"rasterize_forward", registry.backwardKernelName()};
+  return wide ? forSoftware() : Variants{"rasterize_forward", registry.backwardKernelName()};
+}
+
+Renderer::Variants Renderer::Variants::forSoftware() {
+  return {"rasterize_forward_wide", "rasterize_backward_wide", true, true};
 }
 
 Renderer::Renderer(VulkanContext& context, KernelRegistry& registry, Mode mode)
@@ -50,15 +53,15 @@ Renderer::Renderer(VulkanContext& context, Variants variants, Mode mode)
       loss_(context, variants_.stripLoss),
       total_(context, sizeof(uint32_t), BufferKind::Readback, "instance count") {}
 
-std::vector<std::string> Renderer::kernelNames() const {
-  std::vector<std::string> names = {"activate",   "preprocess_forward", "depth_keys",      "bin_count",
-                                    "bin_write",  "tile_ranges",        "radix_hist",      "radix_scatter",
-                                    "scan_block", "scan_add",           variants_.forward, "composite_background"};
-  if (variants_.runSorts) names.insert(names.end(), {"radix_runs_count", "radix_runs_scatter", "scan_runs"});
-  if (mode_ == Mode::Training) {
-    for (std::string& name : loss_.kernelNames()) names.push_back(std::move(name));
+std::vector<std::string> Renderer::kernelNames(const Variants& variants, Mode mode) {
+  std::vector<std::string> names = {"activate",   "preprocess_forward", "depth_keys",     "bin_count",
+                                    "bin_write",  "tile_ranges",        "radix_hist",     "radix_scatter",
+                                    "scan_block", "scan_add",           variants.forward, "composite_background"};
+  if (variants.runSorts) names.insert(names.end(), {"radix_runs_count", "radix_runs_scatter", "scan_runs"});
+  if (mode == Mode::Training) {
+    for (std::string& name : ImageLoss::kernelNames(variants.stripLoss)) names.push_back(std::move(name));
     names.insert(names.end(), {"preprocess_backward", "activation_backward"});
-    names.push_back(variants_.backward);
+    names.push_back(variants.backward);
   }
   return names;
 }

@@ -41,6 +41,7 @@ class Renderer {
     bool stripLoss = false;
     bool runSorts = false;  // RunSorter instead of RadixSorter
     static Variants forDevice(const VulkanContext& context, const KernelRegistry& registry);
+    static Variants forSoftware();
   };
 
   Renderer(VulkanContext& context, KernelRegistry& registry, Mode mode);
@@ -88,8 +89,9 @@ class Renderer {
   const GpuBuffer& activatedOpacities() const { return opacity_; }
   ImageLoss& loss() { return loss_; }
 
-  // Every kernel that a frame of this mode may dispatch on this device, to build ahead.
-  std::vector<std::string> kernelNames() const;
+  // Every kernel that a frame may dispatch, to build ahead.
+  static std::vector<std::string> kernelNames(const Variants& variants, Mode mode);
+  std::vector<std::string> kernelNames() const { return kernelNames(variants_, mode_); }
 
  private:
   void reserveInstances(uint32_t instances);

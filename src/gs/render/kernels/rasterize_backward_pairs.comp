@@ -6,23 +6,27 @@
 // The nine sums over the subgroup are taken together by a butterfly that leaves each in an invocation of its own, so that
 // nine neighbours add them at once. With subgroups of eight the ninth is left in all.
 //
-// Bindings and push constants: as rasterize_backward with NATIVE_ATOMIC=1. The batches in shared memory are fenced by
-// barriers on both sides.
+// NATIVE_ATOMIC, bindings and push constants: as rasterize_backward. The batches in shared memory are fenced by barriers
+// on both sides.
 #extension GL_GOOGLE_include_directive : require
-#extension GL_EXT_shader_atomic_float : require
 #extension GL_KHR_shader_subgroup_basic : require
 #extension GL_KHR_shader_subgroup_vote : require
 #extension GL_KHR_shader_subgroup_arithmetic : require
 #extension GL_KHR_shader_subgroup_ballot : require
 #extension GL_KHR_shader_subgroup_shuffle : require
 #include "gs/render/kernels/interfaces.h"
+#include "gs/render/kernels/include/atomic_add.glsl"
 #include "gs/render/kernels/include/shared_constants.h"
 
 layout(local_size_x = 128) in;
-#define ACCUMULATOR float
 DECLARE_BUFFERS(RASTERIZE_BACKWARD)
 DECLARE_PUSH(RASTERIZE_BACKWARD)
 #include "gs/render/kernels/include/pixel_pairs.glsl"
+
+DEFINE_ATOMIC_ADD(addMean, dMean)
+DEFINE_ATOMIC_ADD(addConic, dConic)
+DEFINE_ATOMIC_ADD(addOpacity, dOpacity)
+DEFINE_ATOMIC_ADD(addColour, dColour)
 
 shared uint sId[kGroup];
 shared int sLongest;
@@ -79,10 +83,10 @@ void accumulate(uint i, Sums s, float dx, vec4 shape, vec4 look, uint lanes) {
     opacityLane = 8u;
   }
   const uint lane = gl_SubgroupInvocationID;
-  if (lane < 3u) atomicAdd(dConic[3u * i + lane], sum);
-  if (lane == 3u || lane == 4u) atomicAdd(dMean[2u * i + lane - 3u], sum);
-  if (lane > 4u && lane < 8u) atomicAdd(dColour[3u * i + lane - 5u], sum);
-  if (lane == opacityLane) atomicAdd(dOpacity[i], -2.0 * dq / look.y);
+  if (lane < 3u) addConic(3u * i + lane, sum);
+  if (lane == 3u || lane == 4u) addMean(2u * i + lane - 3u, sum);
+  if (lane > 4u && lane < 8u) addColour(3u * i + lane - 5u, sum);
+  if (lane == opacityLane) addOpacity(i, -2.0 * dq / look.y);
 }
 
 // The splat in this slot, which is the `place`-th of the list, on the subgroup's pixels.
