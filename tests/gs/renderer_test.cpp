@@ -96,7 +96,7 @@ TEST_F(RendererTest, ForwardImagesAgreeWithTheReference) {
   if (runsPairs()) forwards.emplace_back("rasterize_forward_pairs");
   for (const std::string& forward : forwards) {
     // The lists go with the kernels that walk them.
-    Renderer renderer(context, {forward, registry.backwardKernelName(), false, forward.ends_with("wide")},
+    Renderer renderer(context, {forward, registry.backwardKernelName(), LossKernels::Steps, forward.ends_with("wide")},
                       Renderer::Mode::RenderOnly);
     for (const auto& [width, height, count] : {std::array{70, 45, 300}, {16, 16, 40}, {33, 1, 40}, {1, 1, 40}}) {
       for (int degree = 0; degree <= 3; ++degree) {
@@ -163,7 +163,7 @@ TEST_F(RendererTest, ListsByRunsAreThoseOfTheSort) {
     std::vector<float> images[2];
     uint32_t instances[2];
     for (const bool runs : {false, true}) {
-      Renderer renderer(context, {"rasterize_forward", registry.backwardKernelName(), false, runs},
+      Renderer renderer(context, {"rasterize_forward", registry.backwardKernelName(), LossKernels::Steps, runs},
                         Renderer::Mode::RenderOnly);
       images[runs] = render(renderer, set, camera, 0, {0.1f, 0.2f, 0.3f});
       instances[runs] = renderer.instances();
@@ -231,7 +231,7 @@ TEST_F(RendererTest, ATrialFindsWrongSums) {
   std::vector<Renderer::Variants> candidates;
   for (const std::string& backward : backwardVariants()) {
     const bool wide = backward.ends_with("_wide");
-    candidates.push_back({wide ? "rasterize_forward_wide" : "rasterize_forward", backward, false, wide});
+    candidates.push_back({wide ? "rasterize_forward_wide" : "rasterize_forward", backward, LossKernels::Steps, wide});
   }
   for (const BlendFinding& finding : checkBlends(context, registry, candidates)) {
     EXPECT_TRUE(finding.addsUp()) << finding.variants.backward << " is off by " << finding.sumError;
@@ -266,11 +266,13 @@ TEST_F(RendererTest, ScoresAgreeWithTheReference) {
   EXPECT_NEAR(scores.ssim, reference.ssim, 1e-5);
 }
 
-// The loss in one pass cuts the image into strips that look over to their neighbours: sizes about their borders,
-// against the reference's scores and the plain kernels' gradients, which the finite differences below hold.
-TEST_F(RendererTest, TheLossInStripsIsTheLossStepByStep) {
-  if (context.info().subgroupSize != 8 || !context.info().subgroupShuffle) GTEST_SKIP() << "needs subgroups of eight";
-  for (const auto& [width, height] : {std::pair{1, 1}, {54, 3}, {64, 12}, {65, 192}, {109, 193}, {3, 400}, {315, 17}}) {
+// The loss in one pass or two cuts the image into strips or tiles that look over to their neighbours: sizes about their
+// borders, against the reference's scores and the plain kernels' gradients, which the finite differences below hold.
+TEST_F(RendererTest, TheLossInStripsAndTilesIsTheLossStepByStep) {
+  std::vector<LossKernels> variants = {LossKernels::Steps, LossKernels::Tiles};
+  if (context.info().subgroupSize == 8 && context.info().subgroupShuffle) variants.push_back(LossKernels::Strips);
+  for (const auto& [width, height] :
+       {std::pair{1, 1}, {54, 3}, {64, 12}, {65, 192}, {109, 193}, {3, 400}, {315, 17}, {16, 16}, {33, 32}}) {
     SCOPED_TRACE(testing::Message() << width << "x" << height);
     const auto bytes = testPhoto(width, height);
     const size_t pixels = static_cast<size_t>(width) * static_cast<size_t>(height);
@@ -281,24 +283,29 @@ TEST_F(RendererTest, TheLossInStripsIsTheLossStepByStep) {
     const GpuBuffer alpha = makeBuffer(std::vector<float>(pixels, 0.5f));
     const float background[3] = {0.3f, 0.1f, 0.6f};
     const ImageLoss::Frame frame = {image, alpha, width, height};
-    std::vector<float> dImage[2], dAccumulated[2];
-    for (const bool strips : {false, true}) {
-      ImageLoss loss(context, strips);
+    // SSIM's denominators amplify the rounding of the blurs; gradients are of the order of one over the values' number.
+    const float tolerance = 2e-4f / static_cast<float>(3 * pixels);
+    std::vector<float> dImage, dAccumulated;
+    for (const LossKernels variant : variants) {
+      SCOPED_TRACE(static_cast<int>(variant));
+      ImageLoss loss(context, variant);
       loss.reserve(pixels);
       loss.backward(stream, frame, photo, lossScales(0.2f, width, height), background, true, true);
       stream.submit();
-      dImage[strips] = readBuffer<float>(loss.imageGradient());
-      dAccumulated[strips] = readBuffer<float>(loss.alphaGradient());
+      const auto dImageHere = readBuffer<float>(loss.imageGradient());
+      const auto dAccumulatedHere = readBuffer<float>(loss.alphaGradient());
+      if (variant == LossKernels::Steps) {
+        dImage = dImageHere;
+        dAccumulated = dAccumulatedHere;
+      }
+      for (size_t i = 0; i < 3 * pixels; ++i) ASSERT_NEAR(dImageHere[i], dImage[i], tolerance) << i;
+      for (size_t i = 0; i < pixels; ++i) ASSERT_NEAR(dAccumulatedHere[i], dAccumulated[i], tolerance) << i;
       const ImageScores scores = loss.finishScore(width, height);
       const auto expected = test::scoreReference({values.begin(), values.end()}, asTarget(bytes), width, height);
       EXPECT_NEAR(scores.l1, expected.l1, 1e-5);
       EXPECT_NEAR(scores.mse, expected.mse, 1e-5);
       EXPECT_NEAR(scores.ssim, expected.ssim, 1e-5);
     }
-    // SSIM's denominators amplify the rounding of the blurs; gradients are of the order of one over the values' number.
-    const float tolerance = 2e-4f / static_cast<float>(3 * pixels);
-    for (size_t i = 0; i < 3 * pixels; ++i) ASSERT_NEAR(dImage[1][i], dImage[0][i], tolerance) << i;
-    for (size_t i = 0; i < pixels; ++i) ASSERT_NEAR(dAccumulated[1][i], dAccumulated[0][i], tolerance) << i;
   }
 }
 
@@ -340,8 +347,9 @@ void RendererTest::checkGradients(const std::vector<std::string>& variants, int 
 
   const GpuBuffer photo = makeBuffer(packBytes(bytes));
   for (const std::string& variant : variants) {
-    const bool wide = variant.ends_with("wide");
-    Renderer renderer(context, {"rasterize_forward", variant, wide, wide}, Renderer::Mode::Training);
+    const bool wide = variant.ends_with("wide"), native = variant.ends_with("ATOMIC=1");
+    const LossKernels loss = wide ? LossKernels::Strips : native ? LossKernels::Tiles : LossKernels::Steps;
+    Renderer renderer(context, {"rasterize_forward", variant, loss, wide}, Renderer::Mode::Training);
     SplatStore store(context, SplatStore::Use::Training);
     store.upload(transfer, set);
     renderer.reserve(store.count(), camera.width, camera.height);

@@ -309,7 +309,10 @@ Renderer::Variants variantsByTrial(VulkanContext& context, KernelRegistry& regis
   const auto backward = registry.chosenVariant("rasterize_backward");
   if (forward && backward) {
     // The lists and the loss go with the kernels of software drivers, which only forDevice() names.
-    if (*forward != variants.forward) variants.stripLoss = variants.runSorts = false;
+    if (*forward != variants.forward && variants.runSorts) {
+      variants.loss = LossKernels::Steps;
+      variants.runSorts = false;
+    }
     variants.forward = *forward;
     variants.backward = *backward;
     return variants;

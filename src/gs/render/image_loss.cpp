@@ -10,7 +10,8 @@
 namespace quor::gs {
 namespace {
 
-constexpr int kPlanes = 15;
+constexpr int kPlanes = 15, kTilePlanes = 9;
+constexpr uint32_t kLossTile = 16;
 // The axis of ssim_blur15.
 constexpr int kAlongRows = 0, kAlongColumns = 1;
 constexpr uint32_t kPartialItems = 256;
@@ -40,13 +41,15 @@ struct Strips {
 };
 
 // Groups whose sums finishScore() adds up, for an image of this size and at most for one of so many pixels.
-uint64_t partialsOf(bool strips, int width, int height) {
+uint64_t partialsOf(LossKernels kernels, int width, int height) {
   const uint32_t w = static_cast<uint32_t>(width), h = static_cast<uint32_t>(height);
+  if (kernels == LossKernels::Steps) return partialGroups(uint64_t{3} * w * h);
+  if (kernels == LossKernels::Tiles) return uint64_t{3} * groups(w, kLossTile) * groups(h, kLossTile);
   const Strips cut(w, h);
-  return strips ? uint64_t{3} * cut.across * cut.down : partialGroups(uint64_t{3} * w * h);
+  return uint64_t{3} * cut.across * cut.down;
 }
 uint64_t mostPartials(uint64_t pixels) {
-  return 3 * (pixels / 32 + 1);  // images of a single row or column are cut into the most
+  return 3 * (pixels / 8 + 1);  // images of a few rows or columns are cut into the most
 }
 
 }  // namespace
@@ -66,7 +69,8 @@ void ImageLoss::reserve(uint64_t pixels) {
   const auto make = [&](uint64_t floats, const char* name) {
     return GpuBuffer(context_, floats * sizeof(float), BufferKind::Device, name);
   };
-  if (!strips_) {
+  if (kernels_ == LossKernels::Tiles) planes_ = make(kTilePlanes * pixels, "SSIM planes");
+  if (kernels_ == LossKernels::Steps) {
     target_ = make(3 * pixels, "target image");
     planes_ = make(kPlanes * pixels, "SSIM planes");
     planesPartner_ = make(kPlanes * pixels, "SSIM planes partner");
@@ -79,8 +83,9 @@ void ImageLoss::reserve(uint64_t pixels) {
   partialsOnHost_ = GpuBuffer(context_, bytes, BufferKind::Readback, "loss partials on the host");
 }
 
-std::vector<std::string> ImageLoss::kernelNames(bool strips) {
-  if (strips) return {"loss_strips", "alpha_gradient"};
+std::vector<std::string> ImageLoss::kernelNames(LossKernels kernels) {
+  if (kernels == LossKernels::Strips) return {"loss_strips", "alpha_gradient"};
+  if (kernels == LossKernels::Tiles) return {"ssim_tiles", "loss_tiles"};
   return {"u8_to_f32",     "ssim_stack_blur_h",  "ssim_blur15",         "ssim_tail_forward",
           "loss_partials", "ssim_tail_backward", "ssim_chain_backward", "loss_grad"};
 }
@@ -92,6 +97,14 @@ void ImageLoss::recordStrips(ComputeStream& stream, const Frame& frame, const Gp
   stream.dispatch(
       kernels::LossStrips{.rendered = &frame.image, .photo = &photo, .dImage = &dImage_, .partials = &partials_},
       {frame.width, frame.height, static_cast<int>(cut.rows), scales.l1, scales.ssim}, cut.across, cut.down, 3);
+}
+
+void ImageLoss::recordTiles(ComputeStream& stream, const Frame& frame, const GpuBuffer& photo, bool withSums) {
+  stream.dispatch(
+      kernels::SsimTiles{.rendered = &frame.image, .photo = &photo, .planes = &planes_, .partials = &partials_},
+      {frame.width, frame.height, withSums ? 1u : 0u}, groups(static_cast<uint32_t>(frame.width), kLossTile),
+      groups(static_cast<uint32_t>(frame.height), kLossTile), 3);
+  if (withSums) copyPartials(stream, frame);
 }
 
 void ImageLoss::recordStatistics(ComputeStream& stream, const Frame& frame, const GpuBuffer& photo) {
@@ -125,7 +138,27 @@ void ImageLoss::recordSsimGradient(ComputeStream& stream, const Frame& frame, fl
 void ImageLoss::backward(ComputeStream& stream, const Frame& frame, const GpuBuffer& photo, const LossScales& scales,
                          const float background[3], bool composited, bool withScore) {
   const uint32_t pixels = static_cast<uint32_t>(frame.width) * static_cast<uint32_t>(frame.height);
-  if (strips_) {
+  if (kernels_ == LossKernels::Tiles) {
+    recordTiles(stream, frame, photo, withScore);
+    stream.dispatch(kernels::LossTiles{.rendered = &frame.image,
+                                       .photo = &photo,
+                                       .planes = &planes_,
+                                       .alpha = &frame.alpha,
+                                       .dImage = &dImage_,
+                                       .dAlpha = &dAlpha_},
+                    {.width = frame.width,
+                     .height = frame.height,
+                     .l1Scale = scales.l1,
+                     .ssimScale = scales.ssim,
+                     .red = background[0],
+                     .green = background[1],
+                     .blue = background[2],
+                     .composited = composited ? 1u : 0u},
+                    groups(static_cast<uint32_t>(frame.width), kLossTile),
+                    groups(static_cast<uint32_t>(frame.height), kLossTile), 1);
+    return;
+  }
+  if (kernels_ == LossKernels::Strips) {
     recordStrips(stream, frame, photo, scales);
     if (composited) {
       stream.dispatch1D(kernels::AlphaGradient{.dImage = &dImage_, .alpha = &frame.alpha, .dAlpha = &dAlpha_},
@@ -155,9 +188,11 @@ void ImageLoss::backward(ComputeStream& stream, const Frame& frame, const GpuBuf
 }
 
 ImageScores ImageLoss::score(ComputeStream& stream, const Frame& frame, const GpuBuffer& photo) {
-  if (strips_) {
+  if (kernels_ == LossKernels::Strips) {
     recordStrips(stream, frame, photo, {});
     copyPartials(stream, frame);
+  } else if (kernels_ == LossKernels::Tiles) {
+    recordTiles(stream, frame, photo, true);
   } else {
     recordStatistics(stream, frame, photo);
     recordPartials(stream, frame);
@@ -176,14 +211,14 @@ void ImageLoss::recordPartials(ComputeStream& stream, const Frame& frame) {
 }
 
 void ImageLoss::copyPartials(ComputeStream& stream, const Frame& frame) {
-  stream.copy(partials_, partialsOnHost_, partialsOf(strips_, frame.width, frame.height) * 3 * sizeof(float));
+  stream.copy(partials_, partialsOnHost_, partialsOf(kernels_, frame.width, frame.height) * 3 * sizeof(float));
 }
 
 ImageScores ImageLoss::finishScore(int width, int height) const {
   const uint64_t items = 3 * static_cast<uint64_t>(width) * static_cast<uint64_t>(height);
   const float* partial = static_cast<const float*>(partialsOnHost_.mapped());
   double sums[3] = {0, 0, 0};
-  for (uint64_t i = 0; i < 3 * partialsOf(strips_, width, height); ++i) sums[i % 3] += static_cast<double>(partial[i]);
+  for (uint64_t i = 0; i < 3 * partialsOf(kernels_, width, height); ++i) sums[i % 3] += static_cast<double>(partial[i]);
   const double count = static_cast<double>(items);
   return {sums[0] / count, sums[1] / count, sums[2] / count};
 }

@@ -11,7 +11,14 @@
 
 namespace quor::gs {
 
-// target, two sets of 15 planes, SSIM gradient or map, image gradient, opacity gradient
+// The ways to compute the loss; all give the same results.
+enum class LossKernels {
+  Steps,   // a kernel for each step
+  Strips,  // all in one pass, with subgroups of eight: for software drivers
+  Tiles,   // two dispatches with shared memory: for GPUs
+};
+
+// At most: target, two sets of 15 planes, SSIM gradient or map, image gradient, opacity gradient.
 inline constexpr uint64_t kLossBytesPerPixel = uint64_t{3 + 15 + 15 + 3 + 3 + 1} * 4;
 
 // Factors of the summed terms: for L = (1 - w) mean L1 + w (1 - mean SSIM) over P pixels these are (1 - w) / (3 P) and
@@ -32,10 +39,9 @@ struct ImageScores {
 
 class ImageLoss {
  public:
-  // `strips` takes the kernel that does all in one pass, with subgroups of eight; both ways give the same results.
-  ImageLoss(VulkanContext& context, bool strips) : context_(context), strips_(strips) {}
+  ImageLoss(VulkanContext& context, LossKernels kernels) : context_(context), kernels_(kernels) {}
 
-  static std::vector<std::string> kernelNames(bool strips);
+  static std::vector<std::string> kernelNames(LossKernels kernels);
 
   void reserve(uint64_t pixels);
 
@@ -63,6 +69,8 @@ class ImageLoss {
  private:
   // Everything but the gradient of accumulated opacity, in one pass.
   void recordStrips(ComputeStream& stream, const Frame& frame, const GpuBuffer& photo, const LossScales& scales);
+  // In two, of which a score needs the first.
+  void recordTiles(ComputeStream& stream, const Frame& frame, const GpuBuffer& photo, bool withSums);
   // Step by step.
   void recordStatistics(ComputeStream& stream, const Frame& frame, const GpuBuffer& photo);
   void recordBlur(ComputeStream& stream, const Frame& frame, const GpuBuffer& from, const GpuBuffer& to, int axis);
@@ -71,10 +79,10 @@ class ImageLoss {
   void copyPartials(ComputeStream& stream, const Frame& frame);
 
   VulkanContext& context_;
-  bool strips_;
+  LossKernels kernels_;
   uint64_t pixelRoom_ = 0;
-  GpuBuffer target_, planes_, planesPartner_;  // not for strips, nor the next
-  GpuBuffer dSsim_;                            // the SSIM map for scores
+  GpuBuffer planes_;                          // not for strips
+  GpuBuffer target_, planesPartner_, dSsim_;  // of the steps; the last also the SSIM map for scores
   GpuBuffer dImage_, dAlpha_;
   GpuBuffer partials_, partialsOnHost_;
 };

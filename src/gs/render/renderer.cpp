@@ -33,11 +33,14 @@ Renderer::Variants Renderer::Variants::forDevice(const VulkanContext& context, c
   // Their subgroups are of exactly eight, which SPIR-V cannot say.
   const bool wide = device.deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU && device.subgroupSize == 8 &&
                     registry.runs("rasterize_backward_wide") && registry.runs("loss_strips");
-  return wide ? forSoftware() : Variants{"rasterize_forward", registry.backwardKernelName()};
+  if (wide) return forSoftware();
+  const bool tiles =
+      device.deviceType != VK_PHYSICAL_DEVICE_TYPE_CPU && registry.runs("ssim_tiles") && registry.runs("loss_tiles");
+  return {"rasterize_forward", registry.backwardKernelName(), tiles ? LossKernels::Tiles : LossKernels::Steps};
 }
 
 Renderer::Variants Renderer::Variants::forSoftware() {
-  return {"rasterize_forward_wide", "rasterize_backward_wide", true, true};
+  return {"rasterize_forward_wide", "rasterize_backward_wide", LossKernels::Strips, true};
 }
 
 Renderer::Renderer(VulkanContext& context, KernelRegistry& registry, Mode mode)
@@ -50,7 +53,7 @@ Renderer::Renderer(VulkanContext& context, Variants variants, Mode mode)
       sorter_(context),
       runSorter_(context),
       scanner_(context),
-      loss_(context, variants_.stripLoss),
+      loss_(context, variants_.loss),
       total_(context, sizeof(uint32_t), BufferKind::Readback, "instance count") {}
 
 std::vector<std::string> Renderer::kernelNames(const Variants& variants, Mode mode) {
@@ -59,7 +62,7 @@ std::vector<std::string> Renderer::kernelNames(const Variants& variants, Mode mo
                                     "scan_block", "scan_add",           variants.forward, "composite_background"};
   if (variants.runSorts) names.insert(names.end(), {"radix_runs_count", "radix_runs_scatter", "scan_runs"});
   if (mode == Mode::Training) {
-    for (std::string& name : ImageLoss::kernelNames(variants.stripLoss)) names.push_back(std::move(name));
+    for (std::string& name : ImageLoss::kernelNames(variants.loss)) names.push_back(std::move(name));
     names.insert(names.end(), {"preprocess_backward", "activation_backward"});
     names.push_back(variants.backward);
   }

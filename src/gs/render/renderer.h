@@ -38,7 +38,7 @@ class Renderer {
   struct Variants {
     std::string forward;
     std::string backward;
-    bool stripLoss = false;
+    LossKernels loss = LossKernels::Steps;
     bool runSorts = false;  // RunSorter instead of RadixSorter
     static Variants forDevice(const VulkanContext& context, const KernelRegistry& registry);
     static Variants forSoftware();

@@ -251,6 +251,33 @@
   FIELD(float, l1Scale)         \
   FIELD(float, ssimScale)
 
+#define SSIM_TILES_BUFFERS(BUFFER)     \
+  BUFFER(0, readonly, float, rendered) \
+  BUFFER(1, readonly, uint, photo)     \
+  BUFFER(2, writeonly, float, planes)  \
+  BUFFER(3, writeonly, float, partials)
+#define SSIM_TILES_PUSH(FIELD) \
+  FIELD(int, width)            \
+  FIELD(int, height)           \
+  FIELD(uint, withSums)
+
+#define LOSS_TILES_BUFFERS(BUFFER)     \
+  BUFFER(0, readonly, float, rendered) \
+  BUFFER(1, readonly, uint, photo)     \
+  BUFFER(2, readonly, float, planes)   \
+  BUFFER(3, readonly, float, alpha)    \
+  BUFFER(4, writeonly, float, dImage)  \
+  BUFFER(5, writeonly, float, dAlpha)
+#define LOSS_TILES_PUSH(FIELD) \
+  FIELD(int, width)            \
+  FIELD(int, height)           \
+  FIELD(float, l1Scale)        \
+  FIELD(float, ssimScale)      \
+  FIELD(float, red)            \
+  FIELD(float, green)          \
+  FIELD(float, blue)           \
+  FIELD(uint, composited)
+
 #define ALPHA_GRADIENT_BUFFERS(BUFFER) \
   BUFFER(0, readonly, float, dImage)   \
   BUFFER(1, readonly, float, alpha)    \
@@ -281,6 +308,8 @@
   KERNEL(LossGrad, "loss_grad", LOSS_GRAD)                                  \
   KERNEL(LossPartials, "loss_partials", LOSS_PARTIALS)                      \
   KERNEL(LossStrips, "loss_strips", LOSS_STRIPS)                            \
+  KERNEL(SsimTiles, "ssim_tiles", SSIM_TILES)                               \
+  KERNEL(LossTiles, "loss_tiles", LOSS_TILES)                               \
   KERNEL(AlphaGradient, "alpha_gradient", ALPHA_GRADIENT)
 
 namespace quor::gs::kernels {
