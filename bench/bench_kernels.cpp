@@ -71,10 +71,12 @@ class KernelBench {
         splats_(context, SplatStore::Use::Training),
         scanner_(context),
         sorter_(context),
+        ballotSorter_(context, RadixSorter::Ranks::Ballots),
         runSorter_(context) {
     splats_.upload(transfer_, scene);
     scanner_.reserve(std::max(n_ + 1, m_));
     sorter_.reserve(std::max(n_, m_));
+    ballotSorter_.reserve(std::max(n_, m_));
     runSorter_.reserve(std::max(n_, m_));
     stream_.setProfiling(true);
   }
@@ -213,6 +215,12 @@ class KernelBench {
                        grid("loss_strips", {&image_, &photo_, &dImage_, &partials_},
                             {w_, h_, groupsOf(h_, down), scales_.l1, scales_.ssim}, across, down, 3)});
     }
+    const uint32_t across = groupsOf(w_, 16), down = groupsOf(h_, 16);
+    rows_.push_back({"ssim_tiles", "", 51.0 * p_,
+                     grid("ssim_tiles", {&image_, &photo_, &planes_, &partials_}, {w_, h_, 0u}, across, down, 3)});
+    rows_.push_back({"loss_tiles", "", 71.0 * p_,
+                     grid("loss_tiles", {&image_, &photo_, &planes_, &alpha_, &dImage_, &dAlpha_},
+                          {w_, h_, scales_.l1, scales_.ssim, 0.1f, 0.1f, 0.1f, 1u}, across, down, 1)});
     add("alpha_gradient", 20.0 * p_, {&dImage_, &alpha_, &dAlpha_}, {0.1f, 0.1f, 0.1f, p_}, p_);
     add("loss_grad", 56.0 * p_, {&image_, &target_, &dSsim_, &alpha_, &dImage_, &dAlpha_},
         {p_, scales_.l1, 0.1f, 0.1f, 0.1f, 1u}, p_);
@@ -315,8 +323,11 @@ class KernelBench {
                        restore});
     };
     sort(sorter_, 32, 4, "RadixSorter", "32 bits");
+    const bool ballots = stream_.registry().runs("radix_ballot_scatter") && context_.info().subgroupSize >= 8;
+    if (ballots) sort(ballotSorter_, 32, 8, "RadixSorter", "32 bits, ballots");
     sort(runSorter_, 32, 8, "RunSorter", "32 bits");
     sort(sorter_, 16, 4, "RadixSorter", "16 bits");
+    if (ballots) sort(ballotSorter_, 16, 8, "RadixSorter", "16 bits, ballots");
     sort(runSorter_, 16, 8, "RunSorter", "16 bits");
   }
 
@@ -373,6 +384,7 @@ class KernelBench {
   SplatStore splats_;
   Scanner scanner_;
   RadixSorter sorter_;
+  RadixSorter ballotSorter_;
   RunSorter runSorter_;
   const std::string only_ = std::getenv("BENCH_ONLY") != nullptr ? std::getenv("BENCH_ONLY") : "";
   double bandwidth_ = 0;  // bytes a millisecond
@@ -385,7 +397,7 @@ class KernelBench {
   GpuBuffer tileKey_ = words(m_), tileKeyPartner_ = words(m_), splatId_ = words(m_), splatIdPartner_ = words(m_);
   GpuBuffer image_ = words(3ull * p_), alpha_ = words(p_), transmittance_ = words(p_), lastContributor_ = words(p_);
   GpuBuffer photo_ = words((3ull * p_ + 3) / 4), target_ = words(3ull * p_), planes_ = words(15ull * p_);
-  GpuBuffer partner_ = words(15ull * p_), dSsim_ = words(3ull * p_), partials_ = words(3ull * groupsOf(3 * p_, 256));
+  GpuBuffer partner_ = words(15ull * p_), dSsim_ = words(3ull * p_), partials_ = words(p_ / 2 + 16);
   GpuBuffer dImage_ = words(3ull * p_), dAlpha_ = words(p_);
   GpuBuffer dMean_ = words(2ull * n_), dConic_ = words(3ull * n_), dOpacity_ = words(n_), dColour_ = words(3ull * n_);
   GpuBuffer dLogScale_ = words(3ull * n_), statistic_ = words(n_), views_ = words(n_);

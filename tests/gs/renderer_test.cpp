@@ -46,6 +46,7 @@ std::vector<double> asTarget(const std::vector<uint8_t>& bytes) {
   return target;
 }
 
+constexpr Renderer::Sorts kScans = Renderer::Sorts::Scans, kRuns = Renderer::Sorts::Runs;
 constexpr const char* kNativePairs = "rasterize_backward_pairs:NATIVE_ATOMIC=1";
 constexpr const char* kEmulatedPairs = "rasterize_backward_pairs:NATIVE_ATOMIC=0";
 
@@ -95,8 +96,7 @@ TEST_F(RendererTest, ForwardImagesAgreeWithTheReference) {
   std::vector<std::string> forwards = {"rasterize_forward", Renderer::Variants::forDevice(context, registry).forward};
   if (runsPairs()) forwards.emplace_back("rasterize_forward_pairs");
   for (const std::string& forward : forwards) {
-    // The lists go with the kernels that walk them.
-    Renderer renderer(context, {forward, registry.backwardKernelName(), LossKernels::Steps, forward.ends_with("wide")},
+    Renderer renderer(context, {forward, registry.backwardKernelName(), LossKernels::Steps, kScans},
                       Renderer::Mode::RenderOnly);
     for (const auto& [width, height, count] : {std::array{70, 45, 300}, {16, 16, 40}, {33, 1, 40}, {1, 1, 40}}) {
       for (int degree = 0; degree <= 3; ++degree) {
@@ -150,7 +150,11 @@ TEST_F(RendererTest, OpaqueSplatsEndAPixelAndAreStillBlended) {
   for (size_t i = 0; i < image.size(); ++i) ASSERT_NEAR(image[i], expected.rgb[i], 1e-5);
 }
 
-TEST_F(RendererTest, ListsByRunsAreThoseOfTheSort) {
+TEST_F(RendererTest, ListsAreTheSameBySortsOfEveryKind) {
+  std::vector<Renderer::Sorts> sorts = {kScans, kRuns};
+  if (registry.runs("radix_ballot_scatter") && context.info().subgroupSize >= 8) {
+    sorts.push_back(Renderer::Sorts::Ballots);
+  }
   // Fewer splats than runs, runs of unequal length, and a scene as large as one gets in minutes of training: what an
   // invocation does for many splats must not end early.
   for (const size_t count : {5u, 1000u, 70'000u}) {
@@ -160,16 +164,16 @@ TEST_F(RendererTest, ListsByRunsAreThoseOfTheSort) {
       for (float& scale : set.scales) scale -= 2.5f;  // else a few in front hide the rest
     }
     const Camera camera = large ? test::testCamera(640, 427) : test::testCamera(70, 45);
-    std::vector<float> images[2];
-    uint32_t instances[2];
-    for (const bool runs : {false, true}) {
-      Renderer renderer(context, {"rasterize_forward", registry.backwardKernelName(), LossKernels::Steps, runs},
+    std::vector<std::vector<float>> images;
+    std::vector<uint32_t> instances;
+    for (const Renderer::Sorts sort : sorts) {
+      Renderer renderer(context, {"rasterize_forward", registry.backwardKernelName(), LossKernels::Steps, sort},
                         Renderer::Mode::RenderOnly);
-      images[runs] = render(renderer, set, camera, 0, {0.1f, 0.2f, 0.3f});
-      instances[runs] = renderer.instances();
+      images.push_back(render(renderer, set, camera, 0, {0.1f, 0.2f, 0.3f}));
+      instances.push_back(renderer.instances());
+      EXPECT_EQ(instances.back(), instances.front()) << count;
+      EXPECT_EQ(images.back(), images.front()) << count;
     }
-    EXPECT_EQ(instances[1], instances[0]) << count;
-    EXPECT_EQ(images[1], images[0]) << count;
   }
 }
 
@@ -231,7 +235,8 @@ TEST_F(RendererTest, ATrialFindsWrongSums) {
   std::vector<Renderer::Variants> candidates;
   for (const std::string& backward : backwardVariants()) {
     const bool wide = backward.ends_with("_wide");
-    candidates.push_back({wide ? "rasterize_forward_wide" : "rasterize_forward", backward, LossKernels::Steps, wide});
+    candidates.push_back(
+        {wide ? "rasterize_forward_wide" : "rasterize_forward", backward, LossKernels::Steps, wide ? kRuns : kScans});
   }
   for (const BlendFinding& finding : checkBlends(context, registry, candidates)) {
     EXPECT_TRUE(finding.addsUp()) << finding.variants.backward << " is off by " << finding.sumError;
@@ -349,7 +354,7 @@ void RendererTest::checkGradients(const std::vector<std::string>& variants, int 
   for (const std::string& variant : variants) {
     const bool wide = variant.ends_with("wide"), native = variant.ends_with("ATOMIC=1");
     const LossKernels loss = wide ? LossKernels::Strips : native ? LossKernels::Tiles : LossKernels::Steps;
-    Renderer renderer(context, {"rasterize_forward", variant, loss, wide}, Renderer::Mode::Training);
+    Renderer renderer(context, {"rasterize_forward", variant, loss, wide ? kRuns : kScans}, Renderer::Mode::Training);
     SplatStore store(context, SplatStore::Use::Training);
     store.upload(transfer, set);
     renderer.reserve(store.count(), camera.width, camera.height);

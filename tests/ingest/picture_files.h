@@ -98,7 +98,9 @@ inline std::string encoded(AVCodecID id, AVPixelFormat format, const Image& imag
   const FramePtr frame = blankFrame(image.width, image.height, format);
   SwsContext* scaler = sws_getContext(image.width, image.height, AV_PIX_FMT_RGB24, image.width, image.height, format,
                                       SWS_ACCURATE_RND, nullptr, nullptr, nullptr);
-  const uint8_t* source[4] = {image.rgb.data()};
+  std::vector<uint8_t> pixels = image.rgb;
+  pixels.resize(pixels.size() + AV_INPUT_BUFFER_PADDING_SIZE);  // the scaler reads whole vectors at the end
+  const uint8_t* source[4] = {pixels.data()};
   const int stride[4] = {image.width * 3};
   sws_scale(scaler, source, stride, 0, image.height, frame->data, frame->linesize);
   sws_freeContext(scaler);

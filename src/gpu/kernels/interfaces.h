@@ -38,6 +38,11 @@
   BUFFER(4, readonly, uint, places)
 #define RADIX_SCATTER_PUSH(FIELD) RADIX_HIST_PUSH(FIELD)
 
+#define RADIX_BALLOT_HIST_BUFFERS(BUFFER) RADIX_HIST_BUFFERS(BUFFER)
+#define RADIX_BALLOT_HIST_PUSH(FIELD) RADIX_HIST_PUSH(FIELD)
+#define RADIX_BALLOT_SCATTER_BUFFERS(BUFFER) RADIX_SCATTER_BUFFERS(BUFFER)
+#define RADIX_BALLOT_SCATTER_PUSH(FIELD) RADIX_HIST_PUSH(FIELD)
+
 #define RADIX_RUNS_COUNT_BUFFERS(BUFFER) \
   BUFFER(0, readonly, uint, keys)        \
   BUFFER(1, readwrite, uint, table)
@@ -64,14 +69,16 @@
   FIELD(uint, zeroFresh)
 
 #ifdef __cplusplus
-#define GPU_KERNELS(KERNEL)                                          \
-  KERNEL(ScanBlock, "scan_block", SCAN_BLOCK)                        \
-  KERNEL(ScanAdd, "scan_add", SCAN_ADD)                              \
-  KERNEL(ScanRuns, "scan_runs", SCAN_RUNS)                           \
-  KERNEL(RadixHist, "radix_hist", RADIX_HIST)                        \
-  KERNEL(RadixScatter, "radix_scatter", RADIX_SCATTER)               \
-  KERNEL(RadixRunsCount, "radix_runs_count", RADIX_RUNS_COUNT)       \
-  KERNEL(RadixRunsScatter, "radix_runs_scatter", RADIX_RUNS_SCATTER) \
+#define GPU_KERNELS(KERNEL)                                                \
+  KERNEL(ScanBlock, "scan_block", SCAN_BLOCK)                              \
+  KERNEL(ScanAdd, "scan_add", SCAN_ADD)                                    \
+  KERNEL(ScanRuns, "scan_runs", SCAN_RUNS)                                 \
+  KERNEL(RadixHist, "radix_hist", RADIX_HIST)                              \
+  KERNEL(RadixScatter, "radix_scatter", RADIX_SCATTER)                     \
+  KERNEL(RadixBallotHist, "radix_ballot_hist", RADIX_BALLOT_HIST)          \
+  KERNEL(RadixBallotScatter, "radix_ballot_scatter", RADIX_BALLOT_SCATTER) \
+  KERNEL(RadixRunsCount, "radix_runs_count", RADIX_RUNS_COUNT)             \
+  KERNEL(RadixRunsScatter, "radix_runs_scatter", RADIX_RUNS_SCATTER)       \
   KERNEL(GatherRows, "gather_rows", GATHER_ROWS)
 
 namespace quor::gs::kernels {

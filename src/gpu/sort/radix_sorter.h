@@ -1,4 +1,5 @@
-// Stable least-significant-digit radix sort of 32-bit keys, each carrying a 32-bit value. reserve() on the host first.
+// Stable least-significant-digit radix sort of 32-bit keys, each carrying a 32-bit value: four bits a pass on every
+// device, or eight with ballots of subgroups of eight or more. reserve() on the host first.
 #pragma once
 
 #include <cstddef>
@@ -10,7 +11,9 @@ namespace quor::gs {
 
 class RadixSorter {
  public:
-  explicit RadixSorter(VulkanContext& context) : context_(context), scanner_(context) {}
+  enum class Ranks { Scans, Ballots };
+  explicit RadixSorter(VulkanContext& context, Ranks ranks = Ranks::Scans)
+      : context_(context), ranks_(ranks), scanner_(context) {}
 
   void reserve(size_t count);
   // Sorts the first `count` pairs of A by the low keyBits bits, with B as partner; true when the result lies in B.
@@ -19,6 +22,7 @@ class RadixSorter {
 
  private:
   VulkanContext& context_;
+  const Ranks ranks_;
   Scanner scanner_;
   GpuBuffer histogram_;
 };

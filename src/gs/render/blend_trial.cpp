@@ -309,9 +309,9 @@ Renderer::Variants variantsByTrial(VulkanContext& context, KernelRegistry& regis
   const auto backward = registry.chosenVariant("rasterize_backward");
   if (forward && backward) {
     // The lists and the loss go with the kernels of software drivers, which only forDevice() names.
-    if (*forward != variants.forward && variants.runSorts) {
+    if (*forward != variants.forward && variants.sorts == Renderer::Sorts::Runs) {
       variants.loss = LossKernels::Steps;
-      variants.runSorts = false;
+      variants.sorts = Renderer::Sorts::Scans;
     }
     variants.forward = *forward;
     variants.backward = *backward;

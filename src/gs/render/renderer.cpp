@@ -34,13 +34,15 @@ Renderer::Variants Renderer::Variants::forDevice(const VulkanContext& context, c
   const bool wide = device.deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU && device.subgroupSize == 8 &&
                     registry.runs("rasterize_backward_wide") && registry.runs("loss_strips");
   if (wide) return forSoftware();
-  const bool tiles =
-      device.deviceType != VK_PHYSICAL_DEVICE_TYPE_CPU && registry.runs("ssim_tiles") && registry.runs("loss_tiles");
-  return {"rasterize_forward", registry.backwardKernelName(), tiles ? LossKernels::Tiles : LossKernels::Steps};
+  Variants plain = {"rasterize_forward", registry.backwardKernelName()};
+  if (device.deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU) return plain;  // shared memory and barriers cost most there
+  if (registry.runs("ssim_tiles") && registry.runs("loss_tiles")) plain.loss = LossKernels::Tiles;
+  if (registry.runs("radix_ballot_scatter") && device.subgroupSize >= 8) plain.sorts = Sorts::Ballots;
+  return plain;
 }
 
 Renderer::Variants Renderer::Variants::forSoftware() {
-  return {"rasterize_forward_wide", "rasterize_backward_wide", LossKernels::Strips, true};
+  return {"rasterize_forward_wide", "rasterize_backward_wide", LossKernels::Strips, Sorts::Runs};
 }
 
 Renderer::Renderer(VulkanContext& context, KernelRegistry& registry, Mode mode)
@@ -50,7 +52,7 @@ Renderer::Renderer(VulkanContext& context, Variants variants, Mode mode)
     : context_(context),
       mode_(mode),
       variants_(std::move(variants)),
-      sorter_(context),
+      sorter_(context, variants_.sorts == Sorts::Ballots ? RadixSorter::Ranks::Ballots : RadixSorter::Ranks::Scans),
       runSorter_(context),
       scanner_(context),
       loss_(context, variants_.loss),
@@ -60,7 +62,11 @@ std::vector<std::string> Renderer::kernelNames(const Variants& variants, Mode mo
   std::vector<std::string> names = {"activate",   "preprocess_forward", "depth_keys",     "bin_count",
                                     "bin_write",  "tile_ranges",        "radix_hist",     "radix_scatter",
                                     "scan_block", "scan_add",           variants.forward, "composite_background"};
-  if (variants.runSorts) names.insert(names.end(), {"radix_runs_count", "radix_runs_scatter", "scan_runs"});
+  if (variants.sorts == Sorts::Runs) {
+    names.insert(names.end(), {"radix_runs_count", "radix_runs_scatter", "scan_runs"});
+  } else if (variants.sorts == Sorts::Ballots) {
+    names.insert(names.end(), {"radix_ballot_hist", "radix_ballot_scatter"});
+  }
   if (mode == Mode::Training) {
     for (std::string& name : ImageLoss::kernelNames(variants.loss)) names.push_back(std::move(name));
     names.insert(names.end(), {"preprocess_backward", "activation_backward"});
@@ -109,7 +115,7 @@ void Renderer::reserve(uint32_t splats, int width, int height) {
 
 // An invocation walks a run by itself, and llvmpipe ends its loops after 65 535 turns.
 bool Renderer::sortsByRuns(uint32_t count) const {
-  return variants_.runSorts && count <= kMaxByRuns;
+  return variants_.sorts == Sorts::Runs && count <= kMaxByRuns;
 }
 
 bool Renderer::sort(ComputeStream& stream, const SortPair& in, const SortPair& partner, uint32_t count,
@@ -121,7 +127,7 @@ bool Renderer::sort(ComputeStream& stream, const SortPair& in, const SortPair& p
 }
 
 void Renderer::reserveSort(uint32_t count) {
-  if (variants_.runSorts) runSorter_.reserve(std::min(count, kMaxByRuns));
+  if (variants_.sorts == Sorts::Runs) runSorter_.reserve(std::min(count, kMaxByRuns));
   if (!sortsByRuns(count)) sorter_.reserve(count);
 }
 

@@ -35,11 +35,12 @@ class Renderer {
   // The kernels of which there are variants that give the same results. forDevice() goes by what the device offers:
   // software drivers with subgroups of eight get the kernels that are written for them, all else gets the plain ones.
   // variantsByTrial() in blend_trial.h also asks which are faster.
+  enum class Sorts { Scans, Ballots, Runs };  // RadixSorter's two ways, RunSorter
   struct Variants {
     std::string forward;
     std::string backward;
     LossKernels loss = LossKernels::Steps;
-    bool runSorts = false;  // RunSorter instead of RadixSorter
+    Sorts sorts = Sorts::Scans;
     static Variants forDevice(const VulkanContext& context, const KernelRegistry& registry);
     static Variants forSoftware();
   };

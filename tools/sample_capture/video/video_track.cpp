@@ -118,7 +118,9 @@ VideoTrack::VideoTrack(AVFormatContext& file, ImageSize size, int framesPerSecon
 
 void VideoTrack::encode(const Image& image) {
   checkAv(av_frame_make_writable(frame_.get()), "A frame could not be made");
-  const uint8_t* rows[] = {image.rgb.data()};
+  padded_.assign(image.rgb.begin(), image.rgb.end());
+  padded_.resize(padded_.size() + AV_INPUT_BUFFER_PADDING_SIZE);  // the scaler reads whole vectors at the end
+  const uint8_t* rows[] = {padded_.data()};
   const int strides[] = {3 * image.width};
   sws_scale(toYuv_.get(), rows, strides, 0, image.height, frame_->data, frame_->linesize);
   frame_->pts = next_++;

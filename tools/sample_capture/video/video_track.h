@@ -1,7 +1,9 @@
 // One H.264 track of a file: pictures in, packets into the file's muxer. Colours are BT.709, limited range, 4:2:0.
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "base/image/image.h"
 
@@ -44,6 +46,7 @@ class VideoTrack {
   AvPtr<AVFrame> frame_;
   AvPtr<AVPacket> packet_;
   AvPtr<SwsContext> toYuv_;
+  std::vector<uint8_t> padded_;
   int64_t next_ = 0;
 };
 
