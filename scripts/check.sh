@@ -5,6 +5,8 @@
 #            the label "threads", and of `gs` the dataset, the engine, the trainer and its live copy
 #   tidy     clang-tidy over all sources but those that only Windows compiles
 #   changed  clang-tidy over the sources that differ from the branch main
+#   drivers  the tests of the kernels on a second Vulkan driver: SwiftShader, with subgroups of four and no native float
+#            atomics, from the npm package of a browser
 #   windows  (also --windows) builds for Windows with MinGW-w64, with its libraries, and runs unit tests, the command line,
 #            the window and crashes under Wine; what it needs from Debian is installed when it runs as root
 set -euo pipefail
@@ -51,6 +53,33 @@ check_changed() {
   tidy "${files[@]}"
 }
 
+# In the cache of the user, since it is large; the file that names the driver needs its whole path.
+swiftshader() {
+  local folder=${XDG_CACHE_HOME:-$HOME/.cache}/ombrelux-swiftshader package=@sparticuz/chromium@147.0.0
+  if [ ! -f "$folder/icd.json" ]; then
+    mkdir -p "$folder"
+    (cd "$folder" && npm pack --silent "$package" >/dev/null && tar xzf ./*.tgz package/bin/swiftshader.tar.br && rm ./*.tgz &&
+      node -e 'const fs = require("fs"); fs.writeFileSync("driver.tar",
+        require("zlib").brotliDecompressSync(fs.readFileSync("package/bin/swiftshader.tar.br")))' &&
+      tar xf driver.tar libvk_swiftshader.so vk_swiftshader_icd.json && rm -r package driver.tar &&
+      sed "s|\"library_path\": *\"[^\"]*\"|\"library_path\": \"$PWD/libvk_swiftshader.so\"|" vk_swiftshader_icd.json >icd.json)
+  fi
+  echo "$folder/icd.json"
+}
+
+check_drivers() {
+  build release
+  local driver
+  driver=$(swiftshader)
+  VK_ICD_FILENAMES=$driver build/release/bin/OmbreluxCLI devices | grep SwiftShader
+  # A resumed run is the unstopped one only where additions happen in one order, and this driver's fibers have none.
+  VK_ICD_FILENAMES=$driver build/release/bin/test_gpu --gtest_brief=1
+  VK_ICD_FILENAMES=$driver build/release/bin/test_kernels --gtest_brief=1
+  VK_ICD_FILENAMES=$driver build/release/bin/test_gs --gtest_brief=1 \
+    --gtest_filter='-ResumeTest.AResumedRunIsTheUnstoppedOne'
+  VK_ICD_FILENAMES=$driver build/release/bin/test_sfm --gtest_brief=1 --gtest_filter='*Gpu*:*Sift*:*Match*'
+}
+
 check_windows() {
   need g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 dpkg-dev nasm tcl googletest wine wine64 xxd libheif-examples
   scripts/windows_libraries.sh
@@ -62,9 +91,9 @@ check_windows() {
 set -- "${@/#--windows/windows}"
 for name in "$@"; do
   case $name in
-    asan | tsan | tidy | changed | windows) ;;
+    asan | tsan | tidy | changed | drivers | windows) ;;
     *)
-      echo "check.sh takes asan, tsan, tidy, changed or windows, not '$name'." >&2
+      echo "check.sh takes asan, tsan, tidy, changed, drivers or windows, not '$name'." >&2
       exit 2
       ;;
   esac
