@@ -1,13 +1,14 @@
 // Times the trainer's own steps on the chosen device, whole and stage by stage, beside what the device could do at
 // best, and says what they take of its memory.
 //
-//   bench_step [--json FILE] [SIZE... | SPLATS WIDTH HEIGHT [DEGREE]]
+//   bench_step [--json FILE] [--gpu-kernels] [SIZE... | SPLATS WIDTH HEIGHT [DEGREE]]
 //
 // SIZE is one of the names below, or "all". The step's time is the host's clock around whole steps without profiling,
 // the processor's is that of all threads; stage times are the GPU's own timestamps, or the host's clock about separate
 // submissions. A stage's floor is the longer of its least bytes at the bandwidth of a copy and its multiply-adds at the
 // measured peak (step_stages.h). Two JSON files are compared by scripts/bench_compare. QUOR_FORCE_FALLBACKS=1 measures
-// the kernels of a device that has neither float atomics nor subgroup operations.
+// the kernels of a device that has neither float atomics nor subgroup operations; --gpu-kernels those of a GPU, also on
+// a software driver, to count what a step records.
 #include <chrono>
 #include <map>
 #include <string>
@@ -50,7 +51,10 @@ struct StepReport {
   Samples milliseconds, processor;
   std::vector<StageReport> stages;
   double storeBytes, allBytes;
+  ComputeStream::Counts counts;  // of one step
 };
+
+bool withGpuKernels = false;
 
 constexpr size_t kSteps = 60, kProfiledSteps = 20;
 constexpr double kEnoughMilliseconds = 3000;
@@ -93,9 +97,14 @@ StepReport measureStep(VulkanContext& context, KernelRegistry& registry, const S
                                        size.degree};
 
   quor::LogStore log(100);
-  Trainer trainer(context, registry, log, job, dataset, variantsByTrial(context, registry, log));
+  const Renderer::Variants variants =
+      withGpuKernels ? Renderer::Variants::forGpu(context, registry) : variantsByTrial(context, registry, log);
+  Trainer trainer(context, registry, log, job, dataset, variants);
   trainer.resume(quor::bench::checkpointOf(job, std::move(set), dataset.geometry.extent));
   for (int i = 0; i < 2; ++i) trainer.step();
+  const ComputeStream::Counts before = trainer.stream().counts();
+  trainer.step();
+  const ComputeStream::Counts after = trainer.stream().counts();
   std::vector<double> wall, processor;
   for (double total = 0; wall.size() < 5 || (wall.size() < kSteps && total < kEnoughMilliseconds);
        total += wall.back()) {
@@ -113,7 +122,8 @@ StepReport measureStep(VulkanContext& context, KernelRegistry& registry, const S
           Samples(processor),
           profile(trainer, scene, peaks),
           static_cast<double>(figures.storeBytes),
-          static_cast<double>(GpuBuffer::liveBytes())};
+          static_cast<double>(GpuBuffer::liveBytes()),
+          {after.dispatches - before.dispatches, after.barriers - before.barriers, after.submits - before.submits}};
 }
 
 void print(const StepReport& r, const quor::bench::Peaks& peaks) {
@@ -122,6 +132,8 @@ void print(const StepReport& r, const quor::bench::Peaks& peaks) {
   std::printf("  step: least %.2f ms, median %.2f of %zu; processor %.2f ms in the median, %.2f least\n",
               r.milliseconds.at(0), r.milliseconds.at(0.5), r.milliseconds.sorted.size(), r.processor.at(0.5),
               r.processor.at(0));
+  std::printf("  %llu dispatches, %llu barriers, %llu submits\n", static_cast<unsigned long long>(r.counts.dispatches),
+              static_cast<unsigned long long>(r.counts.barriers), static_cast<unsigned long long>(r.counts.submits));
   std::printf("  %-20s %8s %8s %9s %8s %9s %8s %8s\n", "stage", "median", "least", "MB", "of copy", "M mul-add",
               "of peak", "floor");
   double sum = 0, floor = 0;
@@ -201,7 +213,8 @@ void run(const std::vector<std::string>& words, const char* json) {
   const auto sizes = sizesFrom(words, context.info().deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU);
   if (sizes.empty()) {
     throw std::runtime_error(
-        "usage: bench_step [--json FILE] [sample|7k-320|7k-640|50k-320|50k-640|200k-320|200k-640|reference|all... | "
+        "usage: bench_step [--json FILE] [--gpu-kernels] "
+        "[sample|7k-320|7k-640|50k-320|50k-640|200k-320|200k-640|reference|all... | "
         "SPLATS WIDTH HEIGHT [DEGREE]]");
   }
   const quor::bench::Peaks peaks = quor::bench::measurePeaks(context, registry);
@@ -223,6 +236,10 @@ int main(int argc, char** argv) {
   if (words.size() >= 2 && words[0] == "--json") {
     json = argv[2];
     words.erase(words.begin(), words.begin() + 2);
+  }
+  if (!words.empty() && words[0] == "--gpu-kernels") {
+    withGpuKernels = true;
+    words.erase(words.begin());
   }
   try {
     run(words, json);

@@ -1,5 +1,6 @@
 #include "gpu/compute/compute_stream.h"
 
+#include <functional>
 #include <numeric>
 #include <thread>
 
@@ -64,6 +65,29 @@ TEST_F(ComputeStreamTest, ManyDispatchesRunInOrder) {
   std::vector<uint32_t> expected(1300);
   std::iota(expected.begin(), expected.end(), 2601u);
   EXPECT_EQ(readBuffer<uint32_t>(history), expected);
+}
+
+TEST_F(ComputeStreamTest, OnlyCommandsThatShareWhatIsWrittenWaitForOneAnother) {
+  const GpuBuffer a = makeBuffer(std::vector<uint32_t>{1}), b = makeBuffer(std::vector<uint32_t>{2});
+  const GpuBuffer one = makeBuffer(std::vector<uint32_t>{1}), copied = makeBuffer(std::vector<uint32_t>{0});
+  const auto barriersOf = [&](const std::function<void()>& record) {
+    const uint64_t before = stream.counts().barriers;
+    record();
+    return stream.counts().barriers - before;
+  };
+  const auto add = [&](const GpuBuffer& to, const GpuBuffer& from) {
+    stream.dispatch1D(ScanAdd{.data = &to, .offsets = &from}, {1}, 1);
+  };
+  EXPECT_EQ(barriersOf([&] { add(a, one), add(b, one); }), 0u);             // both read `one`
+  EXPECT_EQ(barriersOf([&] { stream.copy(a, copied, 4); }), 1u);            // reads what was written
+  EXPECT_EQ(barriersOf([&] { add(a, one); }), 1u);                          // writes what is being read
+  EXPECT_EQ(barriersOf([&] { stream.fill(copied, 9), add(b, one); }), 0u);  // before the last barrier
+  EXPECT_EQ(barriersOf([&] { stream.fill(copied, 8); }), 1u);               // writes what was written
+  stream.submit();
+  EXPECT_EQ(barriersOf([&] { add(b, copied); }), 0u);  // another submission
+  stream.submit();
+  EXPECT_EQ(readBuffer<uint32_t>(a), std::vector<uint32_t>{3});
+  EXPECT_EQ(readBuffer<uint32_t>(b), std::vector<uint32_t>{12});
 }
 
 TEST_F(ComputeStreamTest, TheGridSpillsIntoASecondDimension) {

@@ -74,10 +74,22 @@ void ComputeStream::begin() {
 
 void ComputeStream::barrier() {
   commands_.barrier(kWrites, kAnyUse);
+  unordered_.clear();
+  ++counts_.barriers;
+}
+
+void ComputeStream::order(std::span<const Use> uses) {
+  const auto conflicts = [&](const Use& use) {
+    return std::any_of(unordered_.begin(), unordered_.end(),
+                       [&](const Use& before) { return before.buffer == use.buffer && (before.writes || use.writes); });
+  };
+  if (std::any_of(uses.begin(), uses.end(), conflicts)) barrier();
+  unordered_.insert(unordered_.end(), uses.begin(), uses.end());
 }
 
 void ComputeStream::dispatch(std::string_view name, std::span<const BufferRef> buffers, const void* pushData,
-                             size_t pushSize, uint32_t groupsX, uint32_t groupsY, uint32_t groupsZ) {
+                             size_t pushSize, uint32_t groupsX, uint32_t groupsY, uint32_t groupsZ,
+                             std::span<const kernels::Binding> bindings) {
   const Kernel& kernel = registry_.get(name);
   checkArguments(name, kernel, buffers, pushSize);
   if (groupsX == 0 || groupsY == 0 || groupsZ == 0) return;
@@ -92,11 +104,14 @@ void ComputeStream::dispatch(std::string_view name, std::span<const BufferRef> b
   const VkDescriptorSet set = takeSet(kernel);
   std::array<VkDescriptorBufferInfo, kMaxBindings> ranges;
   std::array<VkWriteDescriptorSet, kMaxBindings> writes;
+  std::array<Use, kMaxBindings> uses;
   for (uint32_t i = 0; i < kernel.bindings; ++i) {
     ranges[i] = {buffers[i]->handle(), 0, VK_WHOLE_SIZE};
     writes[i] = {VK_STRUCTURE_TYPE_WRITE_DESCRIPTOR_SET, nullptr, set,        i,      0, 1,
                  VK_DESCRIPTOR_TYPE_STORAGE_BUFFER,      nullptr, &ranges[i], nullptr};
+    uses[i] = {buffers[i]->handle(), bindings.empty() || bindings[i].access != kernels::Access::readonly};
   }
+  order(std::span(uses).first(kernel.bindings));
   vkUpdateDescriptorSets(context_.device(), kernel.bindings, writes.data(), 0, nullptr);
   const VkCommandBuffer commands = commands_.handle();
   vkCmdBindPipeline(commands, VK_PIPELINE_BIND_POINT_COMPUTE, kernel.pipeline);
@@ -106,7 +121,7 @@ void ComputeStream::dispatch(std::string_view name, std::span<const BufferRef> b
                        pushData);
   }
   vkCmdDispatch(commands, groupsX, groupsY, groupsZ);
-  barrier();
+  ++counts_.dispatches;
 }
 
 std::array<uint32_t, 2> ComputeStream::grid1D(uint32_t groups, const std::array<uint32_t, 3>& limits,
@@ -119,11 +134,11 @@ std::array<uint32_t, 2> ComputeStream::grid1D(uint32_t groups, const std::array<
 }
 
 void ComputeStream::dispatch1D(std::string_view name, std::span<const BufferRef> buffers, const void* pushData,
-                               size_t pushSize, uint32_t count) {
+                               size_t pushSize, uint32_t count, std::span<const kernels::Binding> bindings) {
   const uint32_t local = registry_.get(name).localSize[0];
   const uint32_t groups = count / local + (count % local != 0 ? 1 : 0);
   const auto [x, y] = grid1D(groups, context_.info().maxComputeWorkGroupCount, name);
-  dispatch(name, buffers, pushData, pushSize, x, y, 1);
+  dispatch(name, buffers, pushData, pushSize, x, y, 1, bindings);
 }
 
 void ComputeStream::fill(const GpuBuffer& buffer, uint32_t value, uint64_t size, uint64_t offset) {
@@ -131,8 +146,8 @@ void ComputeStream::fill(const GpuBuffer& buffer, uint32_t value, uint64_t size,
   const uint64_t rest = buffer.size() - offset;
   size = std::min(size, rest);
   begin();
+  order(std::array{Use{buffer.handle(), true}});
   vkCmdFillBuffer(commands_.handle(), buffer.handle(), offset, (size + 3) & ~uint64_t{3}, value);
-  barrier();
 }
 
 void ComputeStream::copy(const GpuBuffer& src, const GpuBuffer& dst, uint64_t size, uint64_t srcOffset,
@@ -142,13 +157,15 @@ void ComputeStream::copy(const GpuBuffer& src, const GpuBuffer& dst, uint64_t si
   checkCopyRange(dst, dstOffset, size);
   begin();
   const VkBufferCopy region{srcOffset, dstOffset, size};
+  order(std::array{Use{src.handle(), false}, Use{dst.handle(), true}});
   vkCmdCopyBuffer(commands_.handle(), src.handle(), dst.handle(), 1, &region);
-  barrier();
 }
 
 void ComputeStream::submit() {
   if (!recording_) return;
   recording_ = false;
+  unordered_.clear();
+  ++counts_.submits;
   if (timer_.enabled()) timer_.end(commands_.handle());
   commands_.barrier(kWrites, kHostReads);
   if (!commands_.finish(kTimeout)) throw std::runtime_error("GPU work did not finish within 120 s");
@@ -179,6 +196,7 @@ void ComputeStream::mark(const char* stage) {
   }
   if (!timer_.enabled()) return;
   begin();
+  barrier();  // what a stretch records is its own
   timer_.mark(commands_.handle(), stage);
 }
 

@@ -1,5 +1,6 @@
-// Records kernel dispatches, fills and copies into one command buffer and submits it. Commands run strictly in order.
-// One thread's own.
+// Records kernel dispatches, fills and copies into one command buffer and submits it. A command that reads or writes
+// what one before it writes, or writes what one before it reads, runs after it; others may run side by side. One
+// thread's own.
 #pragma once
 
 #include <volk.h>
@@ -28,23 +29,24 @@ class ComputeStream {
   ComputeStream(const ComputeStream&) = delete;
   ComputeStream& operator=(const ComputeStream&) = delete;
 
-  // Buffer i is bound, whole, at binding i. Any group count of 0 records nothing.
+  // Buffer i is bound, whole, at binding i, and accessed as `bindings` say; without them it is taken to be written. Any
+  // group count of 0 records nothing.
   void dispatch(std::string_view name, std::span<const BufferRef> buffers, const void* pushData, size_t pushSize,
-                uint32_t groupsX, uint32_t groupsY, uint32_t groupsZ);
+                uint32_t groupsX, uint32_t groupsY, uint32_t groupsZ, std::span<const kernels::Binding> bindings = {});
   // Enough groups for `count` items on a grid of two dimensions; see the kernels' item index.
   void dispatch1D(std::string_view name, std::span<const BufferRef> buffers, const void* pushData, size_t pushSize,
-                  uint32_t count);
+                  uint32_t count, std::span<const kernels::Binding> bindings = {});
 
   // The same with the buffers and the push block that the kernel declares; see kernel_interface.h. `variant` names a
   // kernel of the same interface to run instead.
   template <class K>
   void dispatch(const K& kernel, const typename K::Push& push, uint32_t groupsX, uint32_t groupsY, uint32_t groupsZ,
                 std::string_view variant = K::kName) {
-    dispatch(variant, kernel.buffers(), &push, sizeof push, groupsX, groupsY, groupsZ);
+    dispatch(variant, kernel.buffers(), &push, sizeof push, groupsX, groupsY, groupsZ, K::kBindings);
   }
   template <class K>
   void dispatch1D(const K& kernel, const typename K::Push& push, uint32_t count, std::string_view variant = K::kName) {
-    dispatch1D(variant, kernel.buffers(), &push, sizeof push, count);
+    dispatch1D(variant, kernel.buffers(), &push, sizeof push, count, K::kBindings);
   }
 
   // Bytes; a size of 0 does nothing. fill rounds up to 4 and clamps to the buffer's end.
@@ -67,12 +69,24 @@ class ComputeStream {
   // The grid of groups (x, y) that covers `groups` groups on a device with these limits; throws when none can.
   static std::array<uint32_t, 2> grid1D(uint32_t groups, const std::array<uint32_t, 3>& limits, std::string_view name);
 
+  // What was recorded so far, for benches and tests.
+  struct Counts {
+    uint64_t dispatches = 0, barriers = 0, submits = 0;
+  };
+  const Counts& counts() const { return counts_; }
+
   VulkanContext& context() { return context_; }
   KernelRegistry& registry() { return registry_; }
 
  private:
+  struct Use {
+    VkBuffer buffer;
+    bool writes;
+  };
   void begin();
   void barrier();
+  // Before a command that uses these: a barrier where it must wait for one before it.
+  void order(std::span<const Use> uses);
   VkDescriptorSet takeSet(const Kernel& kernel);
   void addPool();
 
@@ -83,6 +97,8 @@ class ComputeStream {
   size_t poolIndex_ = 0;
   uint32_t setsInPool_ = 0;
   bool recording_ = false;
+  std::vector<Use> unordered_;  // since the last barrier
+  Counts counts_;
   StageTimer timer_;
 };
 

@@ -34,10 +34,14 @@ Renderer::Variants Renderer::Variants::forDevice(const VulkanContext& context, c
   const bool wide = device.deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU && device.subgroupSize == 8 &&
                     registry.runs("rasterize_backward_wide") && registry.runs("loss_strips");
   if (wide) return forSoftware();
+  if (device.deviceType != VK_PHYSICAL_DEVICE_TYPE_CPU) return forGpu(context, registry);
+  return {"rasterize_forward", registry.backwardKernelName()};  // shared memory and barriers cost most there
+}
+
+Renderer::Variants Renderer::Variants::forGpu(const VulkanContext& context, const KernelRegistry& registry) {
   Variants plain = {"rasterize_forward", registry.backwardKernelName()};
-  if (device.deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU) return plain;  // shared memory and barriers cost most there
   if (registry.runs("ssim_tiles") && registry.runs("loss_tiles")) plain.loss = LossKernels::Tiles;
-  if (registry.runs("radix_ballot_scatter") && device.subgroupSize >= 8) plain.sorts = Sorts::Ballots;
+  if (registry.runs("radix_ballot_scatter") && context.info().subgroupSize >= 8) plain.sorts = Sorts::Ballots;
   return plain;
 }
 

@@ -43,6 +43,7 @@ class Renderer {
     Sorts sorts = Sorts::Scans;
     static Variants forDevice(const VulkanContext& context, const KernelRegistry& registry);
     static Variants forSoftware();
+    static Variants forGpu(const VulkanContext& context, const KernelRegistry& registry);
   };
 
   Renderer(VulkanContext& context, KernelRegistry& registry, Mode mode);
