@@ -42,6 +42,7 @@ Renderer::Variants Renderer::Variants::forGpu(const VulkanContext& context, cons
   Variants plain = {"rasterize_forward", registry.backwardKernelName()};
   if (registry.runs("ssim_tiles") && registry.runs("loss_tiles")) plain.loss = LossKernels::Tiles;
   if (registry.runs("radix_ballot_scatter") && context.info().subgroupSize >= 8) plain.sorts = Sorts::Ballots;
+  plain.shInOptimiser = true;
   return plain;
 }
 
@@ -73,7 +74,8 @@ std::vector<std::string> Renderer::kernelNames(const Variants& variants, Mode mo
   }
   if (mode == Mode::Training) {
     for (std::string& name : ImageLoss::kernelNames(variants.loss)) names.push_back(std::move(name));
-    names.insert(names.end(), {"preprocess_backward", "activation_backward"});
+    names.insert(names.end(),
+                 {variants.shInOptimiser ? "preprocess_backward_no_sh" : "preprocess_backward", "activation_backward"});
     names.push_back(variants.backward);
   }
   return names;
@@ -318,21 +320,30 @@ void Renderer::lossAndBackward(ComputeStream& stream, const SplatStore& splats, 
                   {bin_.width, bin_.height, tilesX_, 0}, tilesX_, tilesY_, 1, variants_.backward);
 
   stream.mark("projection backward");
-  stream.dispatch1D(kernels::PreprocessBackward{.position = &splats.value(kPositions),
-                                                .scale = &scale_,
-                                                .rotation = &splats.value(kRotations),
-                                                .shDc = &splats.value(kShDc),
-                                                .shRest = &splats.value(kShRest),
-                                                .visible = &visible_,
-                                                .dMean = &dMean_,
-                                                .dConic = &dConic_,
-                                                .dColour = &dColour_,
-                                                .dPosition = &splats.gradient(kPositions),
-                                                .dScale = &splats.gradient(kScales),
-                                                .dRotation = &splats.gradient(kRotations),
-                                                .dShDc = &splats.gradient(kShDc),
-                                                .dShRest = &splats.gradient(kShRest)},
-                    samePush<kernels::PreprocessBackward>(camera_), n);
+  const auto projected = [&](auto kernel) {
+    kernel.position = &splats.value(kPositions);
+    kernel.scale = &scale_;
+    kernel.rotation = &splats.value(kRotations);
+    kernel.shDc = &splats.value(kShDc);
+    kernel.shRest = &splats.value(kShRest);
+    kernel.visible = &visible_;
+    kernel.dMean = &dMean_;
+    kernel.dConic = &dConic_;
+    kernel.dColour = &dColour_;
+    kernel.dPosition = &splats.gradient(kPositions);
+    kernel.dScale = &splats.gradient(kScales);
+    kernel.dRotation = &splats.gradient(kRotations);
+    kernel.dShDc = &splats.gradient(kShDc);
+    return kernel;
+  };
+  if (!variants_.shInOptimiser) {
+    auto kernel = projected(kernels::PreprocessBackward());
+    kernel.dShRest = &splats.gradient(kShRest);
+    stream.dispatch1D(kernel, samePush<kernels::PreprocessBackward>(camera_), n);
+  } else {
+    stream.dispatch1D(projected(kernels::PreprocessBackwardNoSh()), samePush<kernels::PreprocessBackwardNoSh>(camera_),
+                      n);
+  }
   const GpuBuffer& dScale = splats.gradient(kScales);
   stream.dispatch1D(kernels::ActivationBackward{.scale = &scale_,
                                                 .opacity = &opacity_,

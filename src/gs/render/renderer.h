@@ -41,6 +41,7 @@ class Renderer {
     std::string backward;
     LossKernels loss = LossKernels::Steps;
     Sorts sorts = Sorts::Scans;
+    bool shInOptimiser = false;  // adam_sh makes the gradients that it needs
     static Variants forDevice(const VulkanContext& context, const KernelRegistry& registry);
     static Variants forSoftware();
     static Variants forGpu(const VulkanContext& context, const KernelRegistry& registry);
@@ -67,7 +68,8 @@ class Renderer {
 
   // Gradients of lossScale.l1 * sum |image - photo| + lossScale.ssim * sum SSIM (sums over pixels and channels) with
   // respect to every parameter, into the store's gradient buffers. The regularisers are those of activation_backward.
-  // With `withScore`, loss().finishScore() has the frame's figures after the submit.
+  // With `withScore`, loss().finishScore() has the frame's figures after the submit. Variants with shInOptimiser leave
+  // the gradients of the SH coefficients above degree 0 to adam_sh.
   struct Regularisers {
     float opacity = 0;
     float scale = 0;
@@ -78,6 +80,9 @@ class Renderer {
   // Sums of the image against the photograph, after rasterize(); submits.
   ImageScores score(ComputeStream& stream, const GpuBuffer& photo);
 
+  const Variants& variants() const { return variants_; }
+  // Of the last project().
+  const kernels::vec4& cameraCentre() const { return camera_.centre; }
   int width() const { return width_; }
   int height() const { return height_; }
   uint32_t instances() const { return instances_; }

@@ -8,7 +8,6 @@
 #include "gpu/device/vulkan_context.h"
 #include "gs/data/seed.h"
 #include "gs/splats/splat_cap.h"
-#include "gs/train/kernels/interfaces.h"
 #include "gs/train/resume.h"
 #include "gs/train/schedule.h"
 
@@ -73,6 +72,9 @@ Trainer::Trainer(VulkanContext& context, KernelRegistry& registry, LogStore& log
       loss_(std::numeric_limits<float>::quiet_NaN()) {
   std::vector<std::string> kernels = renderer_.kernelNames();
   kernels.emplace_back("adam_quads");
+  for (int degree = 1; degree <= job.shDegree && variants.shInOptimiser; ++degree) {
+    kernels.push_back(formatText("adam_sh:DEGREE=%d", degree));
+  }
   for (std::string& name : strategy_->kernels()) kernels.push_back(std::move(name));
   registry.prepare(kernels);
 }
@@ -171,26 +173,50 @@ void Trainer::optimise() {
   rates[kOpacities] = own.opacity;
   rates[kShDc] = job_.shDcRate;
   rates[kShRest] = job_.shRestDivisor > 0 ? job_.shDcRate / job_.shRestDivisor : 0.0f;
-  const float correction1 = static_cast<float>(1.0 - std::pow(kBeta1, t));
-  const float rootCorrection2 = static_cast<float>(std::sqrt(1.0 - std::pow(kBeta2, t)));
+  kernels::Adam::Push push = {.count = splats_.count(),
+                              .rate = rates[kShRest],
+                              .beta1 = static_cast<float>(kBeta1),
+                              .beta2 = static_cast<float>(kBeta2),
+                              .epsilon = kEpsilon,
+                              .correction1 = static_cast<float>(1.0 - std::pow(kBeta1, t)),
+                              .rootCorrection2 = static_cast<float>(std::sqrt(1.0 - std::pow(kBeta2, t)))};
+  // Before the positions change: what adam_sh makes follows from the directions of this step.
+  const int degree = shDegreeAt(job_, step_);
+  const bool separateSh = renderer_.variants().shInOptimiser;
+  if (degree > 0 && separateSh) optimiseSh(push, degree);
   for (size_t i = 0; i < kGroupCount; ++i) {
     const Group g = static_cast<Group>(i);
     // At degree 0 these have neither gradients nor moments: the update would change nothing.
-    if (g == kShRest && shDegreeAt(job_, step_) == 0) continue;
-    const uint32_t count = splats_.count() * static_cast<uint32_t>(kGroupWidths[g]);
+    if (g == kShRest && (degree == 0 || separateSh)) continue;
+    push.count = splats_.count() * static_cast<uint32_t>(kGroupWidths[g]);
+    push.rate = rates[g];
     stream_.dispatch1D(kernels::Adam{.value = &splats_.value(g),
                                      .firstMoment = &splats_.firstMoment(g),
                                      .secondMoment = &splats_.secondMoment(g),
                                      .gradient = &splats_.gradient(g)},
-                       {.count = count,
-                        .rate = rates[g],
-                        .beta1 = static_cast<float>(kBeta1),
-                        .beta2 = static_cast<float>(kBeta2),
-                        .epsilon = kEpsilon,
-                        .correction1 = correction1,
-                        .rootCorrection2 = rootCorrection2},
-                       (count + 3) / 4, "adam_quads");
+                       push, (push.count + 3) / 4, "adam_quads");
   }
+}
+
+void Trainer::optimiseSh(const kernels::Adam::Push& adam, int degree) {
+  constexpr uint32_t kInvocationsPerSplat = 4;
+  const kernels::vec4& centre = renderer_.cameraCentre();
+  stream_.dispatch1D(kernels::AdamSh{.value = &splats_.value(kShRest),
+                                     .firstMoment = &splats_.firstMoment(kShRest),
+                                     .secondMoment = &splats_.secondMoment(kShRest),
+                                     .position = &splats_.value(kPositions),
+                                     .dShDc = &splats_.gradient(kShDc)},
+                     {.count = adam.count,
+                      .rate = adam.rate,
+                      .beta1 = adam.beta1,
+                      .beta2 = adam.beta2,
+                      .epsilon = adam.epsilon,
+                      .correction1 = adam.correction1,
+                      .rootCorrection2 = adam.rootCorrection2,
+                      .centreX = centre[0],
+                      .centreY = centre[1],
+                      .centreZ = centre[2]},
+                     adam.count * kInvocationsPerSplat, formatText("adam_sh:DEGREE=%d", degree));
 }
 
 void Trainer::refine() {

@@ -20,6 +20,7 @@
 #include "gs/splats/splat_snapshot.h"
 #include "gs/splats/splat_store.h"
 #include "gs/train/evaluation.h"
+#include "gs/train/kernels/interfaces.h"
 #include "gs/train/strategy/strategy.h"
 #include "gs/train/train_job.h"
 
@@ -72,6 +73,7 @@ class Trainer {
   CheckpointHeader header() const;
   void applyLevel();
   void optimise();
+  void optimiseSh(const kernels::Adam::Push& adam, int degree);
   void refine();
   void updateLoss();
 

@@ -49,20 +49,24 @@
   BUFFER(11, writeonly, int, visible)
 #define PREPROCESS_FORWARD_PUSH(FIELD) CAMERA_PUSH(FIELD)
 
+#define PREPROCESS_BACKWARD_NO_SH_BUFFERS(BUFFER) \
+  BUFFER(0, readonly, float, position)            \
+  BUFFER(1, readonly, float, scale)               \
+  BUFFER(2, readonly, float, rotation)            \
+  BUFFER(3, readonly, float, shDc)                \
+  BUFFER(4, readonly, float, shRest)              \
+  BUFFER(5, readonly, int, visible)               \
+  BUFFER(6, readonly, float, dMean)               \
+  BUFFER(7, readonly, float, dConic)              \
+  BUFFER(8, readonly, float, dColour)             \
+  BUFFER(9, writeonly, float, dPosition)          \
+  BUFFER(10, writeonly, float, dScale)            \
+  BUFFER(11, writeonly, float, dRotation)         \
+  BUFFER(12, writeonly, float, dShDc)
+#define PREPROCESS_BACKWARD_NO_SH_PUSH(FIELD) CAMERA_PUSH(FIELD)
+
 #define PREPROCESS_BACKWARD_BUFFERS(BUFFER) \
-  BUFFER(0, readonly, float, position)      \
-  BUFFER(1, readonly, float, scale)         \
-  BUFFER(2, readonly, float, rotation)      \
-  BUFFER(3, readonly, float, shDc)          \
-  BUFFER(4, readonly, float, shRest)        \
-  BUFFER(5, readonly, int, visible)         \
-  BUFFER(6, readonly, float, dMean)         \
-  BUFFER(7, readonly, float, dConic)        \
-  BUFFER(8, readonly, float, dColour)       \
-  BUFFER(9, writeonly, float, dPosition)    \
-  BUFFER(10, writeonly, float, dScale)      \
-  BUFFER(11, writeonly, float, dRotation)   \
-  BUFFER(12, writeonly, float, dShDc)       \
+  PREPROCESS_BACKWARD_NO_SH_BUFFERS(BUFFER) \
   BUFFER(13, writeonly, float, dShRest)
 #define PREPROCESS_BACKWARD_PUSH(FIELD) CAMERA_PUSH(FIELD)
 
@@ -285,31 +289,32 @@
 #define ALPHA_GRADIENT_PUSH(FIELD) COMPOSITE_BACKGROUND_PUSH(FIELD)
 
 #ifdef __cplusplus
-#define RENDER_KERNELS(KERNEL)                                              \
-  KERNEL(Activate, "activate", ACTIVATE)                                    \
-  KERNEL(ActivateScaled, "activate_scaled", ACTIVATE_SCALED)                \
-  KERNEL(PreprocessForward, "preprocess_forward", PREPROCESS_FORWARD)       \
-  KERNEL(PreprocessBackward, "preprocess_backward", PREPROCESS_BACKWARD)    \
-  KERNEL(ActivationBackward, "activation_backward", ACTIVATION_BACKWARD)    \
-  KERNEL(DepthKeys, "depth_keys", DEPTH_KEYS)                               \
-  KERNEL(BinCount, "bin_count", BIN_COUNT)                                  \
-  KERNEL(BinWrite, "bin_write", BIN_WRITE)                                  \
-  KERNEL(TileRanges, "tile_ranges", TILE_RANGES)                            \
-  KERNEL(RasterizeForward, "rasterize_forward", RASTERIZE_FORWARD)          \
-  KERNEL(RasterizeBackward, "rasterize_backward", RASTERIZE_BACKWARD)       \
-  KERNEL(CompositeBackground, "composite_background", COMPOSITE_BACKGROUND) \
-  KERNEL(RgbToRgba8, "rgb_to_rgba8", RGB_TO_RGBA8)                          \
-  KERNEL(U8ToF32, "u8_to_f32", U8_TO_F32)                                   \
-  KERNEL(SsimStackBlurH, "ssim_stack_blur_h", SSIM_STACK_BLUR_H)            \
-  KERNEL(SsimBlur15, "ssim_blur15", SSIM_BLUR15)                            \
-  KERNEL(SsimTailForward, "ssim_tail_forward", SSIM_TAIL_FORWARD)           \
-  KERNEL(SsimTailBackward, "ssim_tail_backward", SSIM_TAIL_BACKWARD)        \
-  KERNEL(SsimChainBackward, "ssim_chain_backward", SSIM_CHAIN_BACKWARD)     \
-  KERNEL(LossGrad, "loss_grad", LOSS_GRAD)                                  \
-  KERNEL(LossPartials, "loss_partials", LOSS_PARTIALS)                      \
-  KERNEL(LossStrips, "loss_strips", LOSS_STRIPS)                            \
-  KERNEL(SsimTiles, "ssim_tiles", SSIM_TILES)                               \
-  KERNEL(LossTiles, "loss_tiles", LOSS_TILES)                               \
+#define RENDER_KERNELS(KERNEL)                                                           \
+  KERNEL(Activate, "activate", ACTIVATE)                                                 \
+  KERNEL(ActivateScaled, "activate_scaled", ACTIVATE_SCALED)                             \
+  KERNEL(PreprocessForward, "preprocess_forward", PREPROCESS_FORWARD)                    \
+  KERNEL(PreprocessBackward, "preprocess_backward", PREPROCESS_BACKWARD)                 \
+  KERNEL(PreprocessBackwardNoSh, "preprocess_backward_no_sh", PREPROCESS_BACKWARD_NO_SH) \
+  KERNEL(ActivationBackward, "activation_backward", ACTIVATION_BACKWARD)                 \
+  KERNEL(DepthKeys, "depth_keys", DEPTH_KEYS)                                            \
+  KERNEL(BinCount, "bin_count", BIN_COUNT)                                               \
+  KERNEL(BinWrite, "bin_write", BIN_WRITE)                                               \
+  KERNEL(TileRanges, "tile_ranges", TILE_RANGES)                                         \
+  KERNEL(RasterizeForward, "rasterize_forward", RASTERIZE_FORWARD)                       \
+  KERNEL(RasterizeBackward, "rasterize_backward", RASTERIZE_BACKWARD)                    \
+  KERNEL(CompositeBackground, "composite_background", COMPOSITE_BACKGROUND)              \
+  KERNEL(RgbToRgba8, "rgb_to_rgba8", RGB_TO_RGBA8)                                       \
+  KERNEL(U8ToF32, "u8_to_f32", U8_TO_F32)                                                \
+  KERNEL(SsimStackBlurH, "ssim_stack_blur_h", SSIM_STACK_BLUR_H)                         \
+  KERNEL(SsimBlur15, "ssim_blur15", SSIM_BLUR15)                                         \
+  KERNEL(SsimTailForward, "ssim_tail_forward", SSIM_TAIL_FORWARD)                        \
+  KERNEL(SsimTailBackward, "ssim_tail_backward", SSIM_TAIL_BACKWARD)                     \
+  KERNEL(SsimChainBackward, "ssim_chain_backward", SSIM_CHAIN_BACKWARD)                  \
+  KERNEL(LossGrad, "loss_grad", LOSS_GRAD)                                               \
+  KERNEL(LossPartials, "loss_partials", LOSS_PARTIALS)                                   \
+  KERNEL(LossStrips, "loss_strips", LOSS_STRIPS)                                         \
+  KERNEL(SsimTiles, "ssim_tiles", SSIM_TILES)                                            \
+  KERNEL(LossTiles, "loss_tiles", LOSS_TILES)                                            \
   KERNEL(AlphaGradient, "alpha_gradient", ALPHA_GRADIENT)
 
 namespace quor::gs::kernels {

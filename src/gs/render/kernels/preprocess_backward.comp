@@ -6,7 +6,8 @@
 //   S2 = V V^T + 0.3 I       dV = 2 dS2 V,  V = T M, T = J W, M = R(q) diag(s)
 //   mean = f t.xy / t.z + c; J at the clamped point: where the clamp is active, only z moves it
 //   q -> q / |q| and direction = (x - centre) / |x - centre| carry their normalisation
-// Where a colour channel was clamped at 0 its gradient is 0. A culled splat gets zeros.
+// Where a colour channel was clamped at 0 its gradient is 0. A culled splat gets zeros. SH_REST=0 leaves the last buffer
+// out, for adam_sh, which makes these gradients itself.
 //
 // binding | name      | element | shape  | access
 //       0 | position  | float   | N x 3  | read
@@ -33,7 +34,11 @@
 #include "gs/render/kernels/include/spherical_harmonics.glsl"
 
 layout(local_size_x = 256) in;
+#if SH_REST
 DECLARE_BUFFERS(PREPROCESS_BACKWARD)
+#else
+DECLARE_BUFFERS(PREPROCESS_BACKWARD_NO_SH)
+#endif
 
 void writeZeros(uint i) {
   for (uint k = 0u; k < 3u; ++k) {
@@ -42,9 +47,11 @@ void writeZeros(uint i) {
     dShDc[3u * i + k] = 0.0;
   }
   for (uint k = 0u; k < 4u; ++k) dRotation[4u * i + k] = 0.0;
+#if SH_REST
   if (cam.size.w > 0u) {
     for (uint k = 0u; k < SH_REST_FLOATS; ++k) dShRest[SH_REST_FLOATS * i + k] = 0.0;
   }
+#endif
 }
 
 // Writes the SH gradients and returns the colour's gradient with respect to the position.
@@ -77,10 +84,12 @@ vec3 colourBackward(uint i, vec3 p) {
   for (uint k = 0u; k < 3u; ++k) dShDc[3u * i + k] = SH_C0 * d[k];
   if (rest == 0u) return vec3(0.0);
 
+#if SH_REST
   for (uint k = 0u; k < 15u; ++k) {
     const vec3 g = k < rest ? basis[k] * d : vec3(0.0);
     for (uint j = 0u; j < 3u; ++j) dShRest[base + 3u * k + j] = g[j];
   }
+#endif
   const vec3 dDirection = slope * d;
   return (dDirection - direction * dot(direction, dDirection)) * inverseLength;
 }

@@ -19,6 +19,19 @@
   FIELD(float, correction1) \
   FIELD(float, rootCorrection2)
 
+// `count` splats; `centre` is the camera's.
+#define ADAM_SH_BUFFERS(BUFFER)             \
+  BUFFER(0, readwrite, float, value)        \
+  BUFFER(1, readwrite, float, firstMoment)  \
+  BUFFER(2, readwrite, float, secondMoment) \
+  BUFFER(3, readonly, float, position)      \
+  BUFFER(4, readonly, float, dShDc)
+#define ADAM_SH_PUSH(FIELD) \
+  ADAM_PUSH(FIELD)          \
+  FIELD(float, centreX)     \
+  FIELD(float, centreY)     \
+  FIELD(float, centreZ)
+
 #define ADD_NOISE_BUFFERS(BUFFER)       \
   BUFFER(0, readwrite, float, position) \
   BUFFER(1, readonly, float, scale)     \
@@ -62,6 +75,7 @@
 #ifdef __cplusplus
 #define TRAIN_KERNELS(KERNEL)                          \
   KERNEL(Adam, "adam", ADAM)                           \
+  KERNEL(AdamSh, "adam_sh", ADAM_SH)                   \
   KERNEL(AddNoise, "add_noise", ADD_NOISE)             \
   KERNEL(FlagDiverged, "flag_diverged", FLAG_DIVERGED) \
   KERNEL(GradStats, "grad_stats", GRAD_STATS)          \
